@@ -1,0 +1,28 @@
+# Compile and link options that every target of the project shares.
+
+find_program(TULO_CCACHE ccache)
+if(TULO_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${TULO_CCACHE})
+  set(CMAKE_C_COMPILER_LAUNCHER ${TULO_CCACHE})
+endif()
+
+add_library(tulo_options INTERFACE)
+target_include_directories(tulo_options INTERFACE ${PROJECT_SOURCE_DIR}
+                                                  ${PROJECT_BINARY_DIR}/generated)
+target_compile_options(tulo_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                              -Wold-style-cast -Woverloaded-virtual)
+if(TULO_WERROR)
+  target_compile_options(tulo_options INTERFACE -Werror)
+endif()
+if(TULO_SANITIZE)
+  target_compile_options(tulo_options INTERFACE -fsanitize=${TULO_SANITIZE} -fno-omit-frame-pointer
+                                                -fno-sanitize-recover=all)
+  target_link_options(tulo_options INTERFACE -fsanitize=${TULO_SANITIZE})
+endif()
+
+# tulo_library(NAME SOURCES... DEPENDS targets...): a static library of one folder.
+function(tulo_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC tulo_options ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
+endfunction()
