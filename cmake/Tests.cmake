@@ -1,0 +1,24 @@
+# How a folder of tests becomes one executable whose tests CTest knows one by one.
+
+include(GoogleTest)
+find_package(GTest REQUIRED)
+
+set(TULO_TEST_PREFIX "" CACHE STRING
+    "Put before each test's name, to tell this build's tests from another's in one CTest run")
+
+# The headers that nearly every test file reads, compiled once for all the executables.
+add_library(tulo_test_headers OBJECT ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
+target_link_libraries(tulo_test_headers PUBLIC tulo_options GTest::gtest GTest::gmock)
+target_precompile_headers(tulo_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <chrono>
+                          <filesystem> <functional> <memory> <optional> <string> <thread> <vector>)
+
+# tulo_tests(NAME SOURCES... DEPENDS targets...): the tests of one folder.
+function(tulo_tests name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE tulo_options ${ARG_DEPENDS} GTest::gmock GTest::gtest
+                                        GTest::gtest_main)
+  target_precompile_headers(${name} REUSE_FROM tulo_test_headers)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${TULO_TEST_PREFIX}"
+                       PROPERTIES TIMEOUT 120)
+endfunction()

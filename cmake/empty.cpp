@@ -1,0 +1,1 @@
+// Gives a target that exists only for its precompiled headers something to compile.
