@@ -105,11 +105,13 @@ class NSFileProviderItem {
 
 using ItemPointer = std::shared_ptr<const NSFileProviderItem>;
 
-// One account as the system knows it.
+// One account as the system knows it. Immutable. A platform may derive from it, to carry the
+// system's own object along.
 class NSFileProviderDomain {
  public:
   NSFileProviderDomain(NSFileProviderDomainIdentifier identifier, std::string displayName)
       : identifier_(std::move(identifier)), displayName_(std::move(displayName)) {}
+  virtual ~NSFileProviderDomain() = default;
 
   const NSFileProviderDomainIdentifier& identifier() const { return identifier_; }
   const std::string& displayName() const { return displayName_; }
