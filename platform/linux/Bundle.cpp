@@ -1,0 +1,43 @@
+#include "platform/Bundle.h"
+
+#include <map>
+#include <mutex>
+#include <utility>
+
+#include "platform/Deployment.h"
+#include "platform/linux/SystemSide.h"
+
+namespace tulo::platform {
+
+namespace {
+
+struct BundleInfo {
+  std::mutex mutex;
+  std::optional<std::map<std::string, std::string>> values{
+      {{"CFBundleShortVersionString", std::string(deployment::version)}}};
+};
+
+// Never destroyed: a worker may ask while the process ends.
+BundleInfo& bundleInfo() {
+  static BundleInfo& instance = *new BundleInfo;
+  return instance;
+}
+
+}  // namespace
+
+std::optional<std::string> mainBundleInfoString(std::string_view key) {
+  BundleInfo& info = bundleInfo();
+  const std::lock_guard lock(info.mutex);
+  if (!info.values) return std::nullopt;
+  const auto found = info.values->find(std::string(key));
+  if (found == info.values->end()) return std::nullopt;
+  return found->second;
+}
+
+void setMainBundleInfo(std::optional<std::map<std::string, std::string>> values) {
+  BundleInfo& info = bundleInfo();
+  const std::lock_guard lock(info.mutex);
+  info.values = std::move(values);
+}
+
+}  // namespace tulo::platform

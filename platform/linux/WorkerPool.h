@@ -1,0 +1,70 @@
+// An elastic pool of threads for work that may block for minutes.
+//
+// Threads: async and the counts may be called on any thread, async also from a work item.
+// Lifetime: the destructor waits until everything submitted has run and every worker has ended; it
+// must not be called from a work item.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace tulo::platform {
+
+class WorkerPool {
+ public:
+  struct Options {
+    // Name of the threads as debuggers and top show it; at most 15 bytes.
+    std::string name;
+    std::size_t maximumWorkers = 64;
+    // How long a worker waits for more work before it ends.
+    std::chrono::milliseconds idleTime{5000};
+    // Runs first on each worker, as to lower its priority.
+    std::function<void()> prepareWorker;
+  };
+
+  // Throws std::system_error when the system has no thread to give.
+  explicit WorkerPool(Options options);
+  ~WorkerPool();
+  WorkerPool(const WorkerPool&) = delete;
+  WorkerPool& operator=(const WorkerPool&) = delete;
+
+  // Submits the work and returns at once. An exception that leaves the work ends the process.
+  void async(std::function<void()> work);
+
+  // Workers that exist, and those of them that wait for work.
+  std::size_t workerCount() const;
+  std::size_t idleCount() const;
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  void startWorkers();
+  void startWorker(Lock& lock);
+  void workUntilIdle();
+  bool waitForWork(Lock& lock);
+  void runNext(Lock& lock);
+  bool needsWorker() const;
+
+  const Options options_;
+  mutable std::mutex mutex_;
+  std::condition_variable workArrived_;
+  std::condition_variable workerWanted_;
+  std::condition_variable workerEnded_;
+  // All below are guarded by mutex_.
+  std::deque<std::function<void()>> queue_;
+  std::size_t workers_ = 0;
+  std::size_t idle_ = 0;
+  std::size_t starting_ = 0;
+  bool stopping_ = false;
+  // Starts the workers. A new thread inherits the priority of the one that starts it, and async may
+  // be called on a thread whose priority was lowered.
+  std::thread starter_;
+};
+
+}  // namespace tulo::platform
