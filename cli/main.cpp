@@ -1,0 +1,41 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "cli/ProviderCommand.h"
+#include "platform/Deployment.h"
+
+namespace {
+
+constexpr int wrongUsage = 2;
+
+int run(int argc, char** argv) {
+  CLI::App app{"Cloud files as an ordinary folder, through a file-provider extension."};
+  app.name("tulo");
+  app.set_version_flag("--version", "tulo " + std::string(tulo::deployment::version));
+  app.require_subcommand(1, 1);
+  int exitStatus = 0;
+  tulo::cli::addProviderCommand(app, exitStatus);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    // CLI11 has many codes of its own; only help and version are no error.
+    return app.exit(error) == 0 ? 0 : wrongUsage;
+  }
+  return exitStatus;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A write to a peer that has gone comes back as an error instead.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "tulo: %s\n", error.what());
+    return 1;
+  }
+}
