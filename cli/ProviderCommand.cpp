@@ -1,5 +1,6 @@
 #include "cli/ProviderCommand.h"
 
+#include <charconv>
 #include <cmath>
 #include <memory>
 #include <string>
@@ -62,6 +63,15 @@ std::optional<platform::Size> parsedSize(const std::string& text) {
 std::string checkSize(const std::string& text) {
   if (parsedSize(text)) return {};
   return "\"" + text + "\" is not a size: WxH expected, as in 128x128";
+}
+
+// CLI11 itself takes "-1" for the greatest mask.
+std::string checkMask(const std::string& text) {
+  platform::NSFileProviderItemFields fields = 0;
+  const char* end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, fields);
+  if (rest == end && error == std::errc()) return {};
+  return "\"" + text + "\" is not a mask of fields: a number of at most 64 bits expected";
 }
 
 template <typename Value>
@@ -182,9 +192,11 @@ class Group {
     const auto a = arguments_;
     takesIdentifier(command);
     const auto* fields =
-        command->add_option("--fields", a->fields,
-                            "Mask of changed fields (default: what is given): 1 contents, 2 name, "
-                            "4 parent");
+        command
+            ->add_option("--fields", a->fields,
+                         "Mask of changed fields (default: what is given): 1 contents, 2 name, "
+                         "4 parent")
+            ->check(checkMask);
     const auto* name = command->add_option("--name", a->name, "New name");
     const auto* parent = command->add_option("--parent", a->parent, "Identifier of the new folder");
     const auto* contents = command->add_option("--contents", a->contents, "File to upload");
