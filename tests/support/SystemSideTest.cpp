@@ -63,7 +63,8 @@ TEST(RecordingChangeObserverTest, WritesCallsDownInOrder) {
 }
 
 TEST(LogRecorderTest, RecordsLinesWhileItLives) {
-  const std::string subsystem = std::string(deployment::hostBundleIdentifier) + ".fileprovider";
+  const std::string subsystem =
+      std::string(deployment::hostBundleIdentifier).append(".fileprovider");
   const platform::Log log(subsystem, "Index");
   LogRecorder recorder;
   log.info("hello %{public}@", {"there"});
