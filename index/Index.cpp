@@ -83,15 +83,16 @@ IndexEntry folderRow(const Statement& row) {
 }
 
 IndexEntry fileRow(const Statement& row) {
+  const std::string_view name = row.view(1);
   return {.ulid = row.text(0),
-          .name = row.text(1),
+          .name = std::string(name),
           .parentUlid = row.optionalText(2),
           .isFolder = false,
           .size = row.integer(3),
           .modified = platform::Date(std::chrono::seconds(row.integer(4))),
           .versionNumber = row.integer(5),
           .lockedByUserId = row.optionalInteger(6),
-          .displayName = row.text(1)};
+          .displayName = std::string(name)};
 }
 
 template <typename Reader>

@@ -44,8 +44,9 @@ class Statement {
   std::string text(int column) const { return std::string(view(column)); }
   std::int64_t integer(int column) const { return sqlite3_column_int64(handle_.get(), column); }
   std::optional<std::string> optionalText(int column) const {
-    if (isNull(column)) return std::nullopt;
-    return text(column);
+    const std::string_view value = view(column);
+    if (value.data() == nullptr && isNull(column)) return std::nullopt;
+    return std::string(value);
   }
   std::optional<std::int64_t> optionalInteger(int column) const {
     if (isNull(column)) return std::nullopt;

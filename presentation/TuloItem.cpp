@@ -33,13 +33,13 @@ std::shared_ptr<const TuloItem> TuloItem::root() {
                                           platform::NSFileProviderRootContainerItemIdentifier());
 }
 
-TuloItem::TuloItem(IndexEntry entry) : entry_(std::move(entry)), id_(identifierOf(*entry_)) {}
+TuloItem::TuloItem(IndexEntry entry) : entry_(std::move(entry)) {}
 
 TuloItem::TuloItem(std::optional<IndexEntry> entry, platform::NSFileProviderItemIdentifier id)
     : entry_(std::move(entry)), id_(std::move(id)) {}
 
 platform::NSFileProviderItemIdentifier TuloItem::itemIdentifier() const {
-  return id_;
+  return id_ ? *id_ : identifierOf(*entry_);
 }
 
 platform::NSFileProviderItemIdentifier TuloItem::parentItemIdentifier() const {

@@ -41,7 +41,9 @@ class TuloItem final : public platform::NSFileProviderItem {
   bool isFile() const { return entry_ && !entry_->isFolder; }
 
   std::optional<IndexEntry> entry_;
-  platform::NSFileProviderItemIdentifier id_;
+  // Only what was given: an identifier that follows from the row is made when it is asked for, as
+  // a listing has many rows and most of them are never asked twice.
+  std::optional<platform::NSFileProviderItemIdentifier> id_;
 };
 
 }  // namespace tulo
