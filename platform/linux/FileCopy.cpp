@@ -47,11 +47,19 @@ void writeAll(int target, std::string_view data, off_t offset) {
   }
 }
 
+// Most copies have nothing left to do by hand and need no buffer to find that out.
+bool hasDataAt(int source, off_t offset, off_t end) {
+  char byte = 0;
+  return offset < end && uninterrupted([&] { return pread(source, &byte, 1, offset); }) != 0;
+}
+
 // Copies by hand from `offset` up to `end` or the end of the file; returns where it stopped.
 off_t copyThroughBuffer(int source, int target, off_t offset, off_t end) {
-  std::vector<char> buffer(bufferSize);
+  if (!hasDataAt(source, offset, end)) return offset;
+  std::vector<char> buffer(static_cast<std::size_t>(std::min<off_t>(bufferSize, end - offset)));
   while (offset < end) {
-    const auto wanted = static_cast<std::size_t>(std::min<off_t>(bufferSize, end - offset));
+    const auto wanted =
+        static_cast<std::size_t>(std::min(static_cast<off_t>(buffer.size()), end - offset));
     const ssize_t count =
         uninterrupted([&] { return pread(source, buffer.data(), wanted, offset); });
     if (count < 0) throwLastError();
@@ -127,6 +135,7 @@ void copyAttribute(int source, int target, const std::string& name) {
 
 void copyFileBytes(int source, int target) {
   if (uninterrupted([&] { return ioctl(target, FICLONE, source); }) == 0) return;
+  posix_fadvise(source, 0, 0, POSIX_FADV_SEQUENTIAL);
   struct stat status {};
   if (fstat(source, &status) != 0) throwLastError();
   copyDataStretches(source, target, status.st_size);
