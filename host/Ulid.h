@@ -1,0 +1,44 @@
+// Universally unique, lexicographically sortable identifiers: 48 bits of milliseconds since the
+// epoch and 80 random bits, as 26 characters of Crockford's base 32.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tulo::host {
+
+using UlidBytes = std::array<std::uint8_t, 16>;
+
+std::string ulidText(const UlidBytes& bytes);
+
+// Nothing for text that is not a ULID in its canonical (upper case) form.
+std::optional<UlidBytes> ulidBytes(std::string_view text);
+
+// Makes ULIDs, each greater than every one before it, whatever the clock does.
+//
+// Threads: every member may be called on any thread.
+class UlidSource {
+ public:
+  using Clock = std::function<std::uint64_t()>;
+
+  // `clock` gives milliseconds since the epoch; an empty one means the system's.
+  explicit UlidSource(Clock clock = {});
+
+  std::string next();
+
+  // Makes every later identifier greater than `ulid`; text that is not a ULID is ignored.
+  void follow(std::string_view ulid);
+
+ private:
+  std::mutex mutex_;
+  Clock clock_;
+  UlidBytes last_{};
+};
+
+}  // namespace tulo::host
