@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 
+#include "cli/HostCommand.h"
 #include "cli/ProviderCommand.h"
 #include "platform/Deployment.h"
 
@@ -17,6 +18,7 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "tulo " + std::string(tulo::deployment::version));
   app.require_subcommand(1, 1);
   int exitStatus = 0;
+  tulo::cli::addHostCommand(app, exitStatus);
   tulo::cli::addProviderCommand(app, exitStatus);
   try {
     app.parse(argc, argv);
