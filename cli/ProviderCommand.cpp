@@ -43,11 +43,11 @@ struct Arguments {
   std::vector<std::string> identifiers;
 };
 
-// "WxH", two finite numbers above zero.
+// "WxH", two finite numbers, neither below zero.
 std::optional<platform::Size> parsedSize(const std::string& text) {
   const auto number = [](const std::string& part) -> std::optional<double> {
     double value = 0;
-    if (!CLI::detail::lexical_cast(part, value) || !std::isfinite(value) || value <= 0) {
+    if (!CLI::detail::lexical_cast(part, value) || !std::isfinite(value) || value < 0) {
       return std::nullopt;
     }
     return value;
@@ -127,7 +127,11 @@ class Group {
   void run(const Call& call) const {
     platform::setLogSink(arguments_->logFormat == "json" ? platform::jsonLogSink()
                                                          : platform::textLogSink());
-    if (container_->count() > 0) platform::setContainerDirectory(arguments_->container);
+    if (container_->count() > 0) {
+      // An empty path names no directory; the platform would take it for no setting.
+      platform::setContainerDirectory(arguments_->container.empty() ? "/dev/null"
+                                                                    : arguments_->container);
+    }
     JSONLines output;
     ProviderCalls calls(
         std::make_shared<FileProviderExtension>(
@@ -223,7 +227,14 @@ class Group {
                                   ->add_option("--cancel-after", a->cancelAfter,
                                                "Cancel from within the N-th per-thumbnail call")
                                   ->check(CLI::PositiveNumber);
-    command->add_option("ID", a->identifiers, "Item identifiers");
+    // CLI11 takes "[a,b]" apart where an option takes any number of values; it is an identifier,
+    // too. So the option expects more than there will ever be, and is content with those that are
+    // there.
+    constexpr int beyondAnyNumber = CLI::detail::expected_max_vector_size;
+    command->add_option("ID", a->identifiers, "Item identifiers")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->expected(beyondAnyNumber - 1, beyondAnyNumber)
+        ->allow_extra_args(false);
     command->callback([this_ = *this, a, cancelAfter] {
       const ThumbnailBatch batch{a->identifiers, parsedSize(a->size).value_or(platform::Size{}),
                                  given(cancelAfter, a->cancelAfter)};
