@@ -19,6 +19,6 @@ function(tulo_tests name)
   target_link_libraries(${name} PRIVATE tulo_options ${ARG_DEPENDS} GTest::gmock GTest::gtest
                                         GTest::gtest_main)
   target_precompile_headers(${name} REUSE_FROM tulo_test_headers)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST TEST_PREFIX "${TULO_TEST_PREFIX}"
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES TEST_PREFIX "${TULO_TEST_PREFIX}"
                        PROPERTIES TIMEOUT 120)
 endfunction()
