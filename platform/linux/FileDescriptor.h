@@ -50,13 +50,4 @@ struct FolderEntry {
 // The entries of an open folder but "." and "..". Throws std::system_error.
 std::vector<FolderEntry> folderEntries(const FileDescriptor& folder);
 
-// A path taken apart into the folder that holds the item and the item's name there; slashes at the
-// end do not count. The name is empty for a path that names no item of a folder: the empty path,
-// the root, ".", "..", one with a NUL.
-struct ItemPath {
-  std::string folder;
-  std::string name;
-};
-ItemPath itemPath(const std::string& path);
-
 }  // namespace tulo::platform

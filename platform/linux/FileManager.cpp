@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/ItemPath.h"
 #include "platform/UUID.h"
 #include "platform/linux/Container.h"
 #include "platform/linux/FileDescriptor.h"
@@ -180,7 +181,7 @@ void FileManager::copyItem(const URL& source, const URL& destination) {
   if (existsIn(folder.get(), to.name)) fail(operation, destination.path() + ": " + reason(EEXIST));
   UnfinishedItem unfinished(folder.get());
   try {
-    copyTree(from.folder + '/' + from.name, folder.get(), unfinished.name());
+    copyTree(from.path(), folder.get(), unfinished.name());
   } catch (const TreeCopyError& failure) {
     fail(operation, failure.what());
   }

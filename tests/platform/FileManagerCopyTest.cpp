@@ -311,9 +311,10 @@ TEST_F(CopyItemTest, AFolderIsNotCopiedIntoItself) {
 
 TEST_F(CopyItemTest, RefusesPathsThatNameNoItem) {
   writeFile(at("from/file"), "x");
-  for (const std::string path : {"", "/", ".", ".."}) {
-    EXPECT_THROW(FileManager::copyItem(URL(path), URL(at("to/copy"))), FileManagerError);
-    EXPECT_THROW(FileManager::copyItem(URL(at("from/file")), URL(path)), FileManagerError);
+  fs::create_directories(at("from/tree/inner"));
+  for (const std::string path : {"from/tree/.", "from/tree/inner/.."}) {
+    EXPECT_THROW(FileManager::copyItem(URL(at(path)), URL(at("to/copy"))), FileManagerError);
+    EXPECT_THROW(FileManager::copyItem(URL(at("from/file")), URL(at(path))), FileManagerError);
   }
   const std::string withNul = at("to/copy") + std::string("\0", 1);
   EXPECT_THROW(FileManager::copyItem(URL(at("from/file")), URL(withNul)), FileManagerError);
