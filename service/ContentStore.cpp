@@ -1,0 +1,137 @@
+#include "service/ContentStore.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace tulo {
+
+namespace {
+
+constexpr unsigned kFolders = 256;
+constexpr std::size_t kCopyPiece = 1 << 20;
+
+std::string folderName(unsigned index) {
+  std::array<char, 8> name{};
+  std::snprintf(name.data(), name.size(), "%02x", index);
+  return name.data();
+}
+
+[[noreturn]] void fail(const std::string& what, int number) {
+  throw ContentError(number, what + ": " + std::strerror(number));
+}
+
+void makeDirectory(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot create " + path, errno);
+}
+
+Descriptor openChecked(const std::string& path, std::int64_t size, struct stat& status) {
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file || ::fstat(file.get(), &status) != 0) fail("cannot take " + path, errno);
+  if (!S_ISREG(status.st_mode)) throw ContentError(EIO, path + " is not a regular file");
+  if (status.st_size != size) {
+    throw ContentError(EIO, path + " has " + std::to_string(status.st_size) + " bytes, not the " +
+                                std::to_string(size) + " expected");
+  }
+  return file;
+}
+
+void copyBytes(int from, int to, const std::string& name) {
+  if (::ioctl(to, FICLONE, from) == 0) return;
+  for (;;) {
+    const ssize_t count = ::copy_file_range(from, nullptr, to, nullptr, kCopyPiece, 0);
+    if (count == 0) return;
+    if (count > 0 || errno == EINTR) continue;
+    if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
+      fail("cannot copy " + name, errno);
+    }
+    break;
+  }
+  std::string buffer(kCopyPiece, '\0');
+  for (;;) {
+    const ssize_t count = ::read(from, buffer.data(), buffer.size());
+    if (count == 0) return;
+    if (count < 0) fail("cannot read " + name, errno);
+    for (ssize_t done = 0; done < count;) {
+      const ssize_t written =
+          ::write(to, buffer.data() + done, static_cast<std::size_t>(count - done));
+      if (written < 0) fail("cannot copy " + name, errno);
+      done += written;
+    }
+  }
+}
+
+}  // namespace
+
+ContentStore::ContentStore(const std::string& directory, CacheLimits limits)
+    : directory_(directory + "/contents"), limits_(limits) {
+  makeDirectory(directory_);
+  for (unsigned i = 0; i < kFolders; ++i) makeDirectory(directory_ + '/' + folderName(i));
+}
+
+std::string ContentStore::path(ContentId content) const {
+  return directory_ + '/' + folderName(static_cast<unsigned>(content % kFolders)) + '/' +
+         std::to_string(content);
+}
+
+std::int64_t ContentStore::take(const std::string& source, std::int64_t size, ContentId content) {
+  struct stat status = {};
+  const Descriptor file = openChecked(source, size, status);
+  const std::string target = path(content);
+  // A file with another name somewhere could still be written to by that name.
+  if (status.st_nlink == 1 && ::rename(source.c_str(), target.c_str()) == 0) {
+    ::fchmod(file.get(), 0600);
+    return status.st_blocks;
+  }
+  const Descriptor copy(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!copy) fail("cannot create " + target, errno);
+  try {
+    copyBytes(file.get(), copy.get(), source);
+    if (::fstat(copy.get(), &status) != 0) fail("cannot look at " + target, errno);
+    if (status.st_size != size) throw ContentError(EIO, source + " changed while it was copied");
+  } catch (const ContentError&) {
+    ::unlink(target.c_str());
+    throw;
+  }
+  ::unlink(source.c_str());
+  return status.st_blocks;
+}
+
+Descriptor ContentStore::open(ContentId content, std::int64_t size) const {
+  struct stat status = {};
+  return openChecked(path(content), size, status);
+}
+
+void ContentStore::remove(ContentId content) const { ::unlink(path(content).c_str()); }
+
+bool ContentStore::makeDurable(ContentId content) const {
+  const Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC));
+  return file && ::fsync(file.get()) == 0;
+}
+
+std::int64_t ContentStore::diskShortage(std::int64_t wanted) const {
+  struct statvfs disk = {};
+  if (::statvfs(directory_.c_str(), &disk) != 0) return 0;
+  const auto unit = static_cast<std::int64_t>(disk.f_frsize);
+  const auto free = static_cast<std::int64_t>(disk.f_bavail) * unit;
+  const auto total = static_cast<double>(disk.f_blocks) * static_cast<double>(unit);
+  const auto keep = std::max(static_cast<std::int64_t>(total * limits_.keepFreeFraction),
+                             limits_.keepFreeBytes);
+  return std::max<std::int64_t>(0, wanted + reserved_ - (free - keep));
+}
+
+std::int64_t ContentStore::shortage(std::int64_t wanted) const {
+  return std::max({std::int64_t{0}, used_ + reserved_ + wanted - limits_.size,
+                   diskShortage(wanted)});
+}
+
+}  // namespace tulo

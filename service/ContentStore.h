@@ -1,0 +1,74 @@
+// The files of downloaded contents, beside the replica's database.
+//
+// A file of contents is never changed once it is there: another version is another file. How much
+// they take up is counted in blocks, as the disk does.
+//
+// Threads: every member may be called on any thread.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "service/Descriptor.h"
+#include "service/Node.h"
+
+namespace tulo {
+
+// What the provider handed over cannot be taken, or a file cannot be kept. number() is the errno.
+class ContentError : public std::runtime_error {
+ public:
+  ContentError(int number, const std::string& message)
+      : std::runtime_error(message), number_(number) {}
+  int number() const { return number_; }
+
+ private:
+  int number_;
+};
+
+struct CacheLimits {
+  std::int64_t size = 10LL << 30;         // bytes that contents may take up
+  double keepFreeFraction = 0.05;         // of the disk, that stays free
+  std::int64_t keepFreeBytes = 64 << 20;  // and at least so much
+};
+
+class ContentStore {
+ public:
+  // Creates the directories. Throws ContentError.
+  ContentStore(const std::string& directory, CacheLimits limits);
+
+  std::string path(ContentId content) const;
+
+  // Takes over the file: it is moved where that is possible, else copied (cloned where the disk
+  // can) and removed. Only a regular file of exactly `size` bytes is taken; anything else throws
+  // ContentError and leaves the file for remove(). Returns its blocks.
+  std::int64_t take(const std::string& source, std::int64_t size, ContentId content);
+
+  // An open file of contents, for reading. Throws ContentError when it is not there or is short.
+  Descriptor open(ContentId content, std::int64_t size) const;
+  void remove(ContentId content) const;
+  // Forces the file to the disk. False when it is not there.
+  bool makeDurable(ContentId content) const;
+
+  // Bytes to be freed before `wanted` more may come; 0 when they fit.
+  std::int64_t shortage(std::int64_t wanted) const;
+  // The same, counting the disk's own free space only.
+  std::int64_t diskShortage(std::int64_t wanted) const;
+
+  void setUsed(std::int64_t bytes) { used_ = bytes; }
+  void addUsed(std::int64_t bytes) { used_ += bytes; }
+  std::int64_t used() const { return used_; }
+  // Bytes of downloads under way.
+  void reserve(std::int64_t bytes) { reserved_ += bytes; }
+  std::int64_t reserved() const { return reserved_; }
+  const CacheLimits& limits() const { return limits_; }
+
+ private:
+  std::string directory_;
+  CacheLimits limits_;
+  std::atomic<std::int64_t> used_ = 0;
+  std::atomic<std::int64_t> reserved_ = 0;
+};
+
+}  // namespace tulo

@@ -1,0 +1,157 @@
+#include "service/Contents.h"
+
+#include <cerrno>
+#include <ctime>
+#include <utility>
+
+#include "service/Errno.h"
+#include "service/ServiceLog.h"
+
+namespace tulo {
+
+OpenFile::OpenFile(OpenFiles& openFiles, const ContentStore& store, NodeId node, ContentId content,
+                   std::int64_t size)
+    : openFiles_(openFiles), store_(store), node_(node), content_(content), size_(size) {
+  openFiles_.opened(node_, content_);
+}
+
+OpenFile::~OpenFile() { openFiles_.closed(node_, content_); }
+
+int OpenFile::descriptor() {
+  std::lock_guard lock(mutex_);
+  if (!descriptor_) descriptor_ = store_.open(content_, size_);
+  return descriptor_.get();
+}
+
+Contents::Contents(Replica& replica, ExtensionPointer extension, Sync& sync, Notifier& notifier,
+                   OpenFiles& openFiles, ContentStore& store, DownloadPolicy& policy)
+    : replica_(replica),
+      extension_(std::move(extension)),
+      sync_(sync),
+      notifier_(notifier),
+      openFiles_(openFiles),
+      store_(store),
+      policy_(policy) {}
+
+std::optional<OpenAnswer> Contents::openNow(NodeId id) {
+  sync_.glanceAtSource();
+  const std::shared_lock gate(openFiles_.gate());
+  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  if (!node) return OpenAnswer{ESTALE, nullptr};
+  if (node->kind == NodeKind::folder) return OpenAnswer{EISDIR, nullptr};
+  if (node->parent != kNoNode && sync_.freshness(node->parent, 0) != Freshness::current) {
+    return std::nullopt;
+  }
+  if (node->state == ContentState::dataless && node->size > 0) return std::nullopt;
+  {
+    std::lock_guard lock(mutex_);
+    used_[id] = std::time(nullptr);
+  }
+  return OpenAnswer{
+      0, std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size)};
+}
+
+Contents::Ticket Contents::beginOpen(NodeId node, OpenCompletion completion) {
+  std::lock_guard lock(mutex_);
+  const Ticket ticket = nextTicket_++;
+  waiters_[ticket] = {std::move(completion), node, false, stopping_};
+  return ticket;
+}
+
+void Contents::answer(Ticket ticket, OpenAnswer answer) {
+  OpenCompletion completion;
+  {
+    std::lock_guard lock(mutex_);
+    const auto found = waiters_.find(ticket);
+    if (found == waiters_.end()) return;
+    completion = std::move(found->second.completion);
+    waiters_.erase(found);
+  }
+  completion(std::move(answer));
+}
+
+void Contents::cancel(Ticket ticket) {
+  {
+    std::lock_guard lock(mutex_);
+    const auto found = waiters_.find(ticket);
+    if (found == waiters_.end()) return;
+    found->second.cancelled = true;
+    if (!found->second.armed) return;
+  }
+  answer(ticket, {EINTR, nullptr});
+}
+
+void Contents::proceed(Ticket ticket, NodeId node, int process) {
+  bool cancelled = false;
+  {
+    std::lock_guard lock(mutex_);
+    const auto found = waiters_.find(ticket);
+    if (found == waiters_.end()) return;
+    found->second.armed = true;
+    cancelled = found->second.cancelled;
+  }
+  if (cancelled) return answer(ticket, {EINTR, nullptr});
+  const auto row = replica_.read([&](ReplicaReader& reader) { return reader.node(node); });
+  if (!row) return answer(ticket, {ESTALE, nullptr});
+  if (row->parent == kNoNode || sync_.freshness(row->parent, 0) == Freshness::current) {
+    return openFresh(ticket, node, process);
+  }
+  sync_.refresh(row->parent, [self = shared_from_this(), ticket, node, process](int) {
+    // The kernel must know the size of a new version before the file is open.
+    self->notifier_.afterDelivery(
+        [self, ticket, node, process] { self->openFresh(ticket, node, process); });
+  });
+}
+
+void Contents::openFresh(Ticket ticket, NodeId node, int process) try {
+  if (std::optional<OpenAnswer> now = openNow(node)) return answer(ticket, std::move(*now));
+  if (!policy_.mayDownload(process)) {
+    {
+      std::lock_guard lock(mutex_);
+      ++statistics_.denied;
+    }
+    return answer(ticket, {EACCES, nullptr});
+  }
+  fetch(node, Priority::opened, [self = shared_from_this(), ticket, node](int error) {
+    self->openAfterFetch(ticket, node, error);
+  });
+} catch (const std::exception& error) {
+  serviceLog().error("cannot open node %d: %{public}@", {node, error.what()});
+  answer(ticket, {EIO, nullptr});
+}
+
+void Contents::openAfterFetch(Ticket ticket, NodeId node, int error) try {
+  if (error != 0) return answer(ticket, {error, nullptr});
+  std::optional<OpenAnswer> now = openNow(node);
+  // Moved on or evicted in this very moment: the caller looks again, with the name.
+  if (!now) return answer(ticket, {ESTALE, nullptr});
+  answer(ticket, std::move(*now));
+} catch (const std::exception& failure) {
+  serviceLog().error("cannot open node %d: %{public}@", {node, failure.what()});
+  answer(ticket, {EIO, nullptr});
+}
+
+void Contents::stop() {
+  std::unordered_map<Ticket, Waiter> waiters;
+  std::unordered_map<NodeId, FetchPointer> fetches;
+  {
+    std::unique_lock lock(mutex_);
+    stopping_ = true;
+    waiters.swap(waiters_);
+    fetches.swap(fetches_);
+    waitingOpened_.clear();
+    waitingAhead_.clear();
+    idle_.wait(lock, [this] { return insideCallback_ == 0; });
+  }
+  for (auto& [ticket, waiter] : waiters) waiter.completion({EINTR, nullptr});
+  for (auto& [node, fetch] : fetches) finish(fetch, EINTR, {});
+}
+
+Contents::Statistics Contents::statistics() const {
+  std::lock_guard lock(mutex_);
+  Statistics result = statistics_;
+  for (const auto& [node, fetch] : fetches_) result.transfers.push_back(transferOf(*fetch));
+  return result;
+}
+
+}  // namespace tulo

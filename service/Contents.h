@@ -1,0 +1,182 @@
+// Files' contents: open, fetch, evict.
+//
+// A dataless file is fetched once however many want it, on the provider's threads; those who wait
+// are called when it is here, and hold up nobody else. An opener who gives up leaves the fetch
+// running.
+//
+// Threads: every member may be called on any thread; completions come on any thread.
+// Lifetime: held by a shared pointer, because the provider may answer a fetch after stop().
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "service/ContentStore.h"
+#include "service/DownloadPolicy.h"
+#include "service/Notifier.h"
+#include "service/OpenFiles.h"
+#include "service/Replica.h"
+#include "service/Sync.h"
+
+namespace tulo {
+
+// One open of one file. It keeps its version, whatever happens to the name.
+class OpenFile {
+ public:
+  OpenFile(OpenFiles& openFiles, const ContentStore& store, NodeId node, ContentId content,
+           std::int64_t size);
+  ~OpenFile();
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  NodeId node() const { return node_; }
+  std::int64_t size() const { return size_; }
+  // The file of contents, opened at the first read: a file whose pages the kernel still has is
+  // never opened at all. Throws ContentError.
+  int descriptor();
+
+ private:
+  OpenFiles& openFiles_;
+  const ContentStore& store_;
+  const NodeId node_;
+  const ContentId content_;
+  const std::int64_t size_;
+  // Guards the descriptor until it is there.
+  std::mutex mutex_;
+  Descriptor descriptor_;
+};
+
+struct OpenAnswer {
+  int error = 0;
+  std::unique_ptr<OpenFile> file;
+};
+
+class Contents : public std::enable_shared_from_this<Contents> {
+ public:
+  using Ticket = std::uint64_t;
+  using OpenCompletion = std::function<void(OpenAnswer)>;
+  using FetchCompletion = std::function<void(int error)>;
+  enum class Priority { opened, ahead };
+
+  Contents(Replica& replica, ExtensionPointer extension, Sync& sync, Notifier& notifier,
+           OpenFiles& openFiles, ContentStore& store, DownloadPolicy& policy);
+
+  // Brings the accounts up to date and drops what a crash left half done.
+  void start();
+  // Whoever waits is told EINTR; nothing is fetched any more.
+  void stop();
+
+  // The answer, if it needs no waiting: the file is here, or cannot be opened at all.
+  std::optional<OpenAnswer> openNow(NodeId node);
+
+  // Opening with waiting takes two steps, so that an interrupt can be armed between them: the
+  // completion is not called before proceed().
+  Ticket beginOpen(NodeId node, OpenCompletion completion);
+  void proceed(Ticket ticket, NodeId node, int process);
+  // The opener gave up: EINTR.
+  void cancel(Ticket ticket);
+
+  // Has the contents here, or says why not.
+  void fetch(NodeId node, Priority priority, FetchCompletion completion);
+
+  // 0, or the errno that says why the contents stay: EBUSY while open or kept.
+  int evict(NodeId node);
+
+  // Single steps of the background work; each returns false when there was nothing to do.
+  bool evictStep();
+  bool keepStep();
+  bool purgeStep();
+  bool durableStep();
+  bool saveUseStep();
+
+  struct Transfer {
+    NodeId node = kNoNode;
+    std::int64_t size = 0;
+    std::int64_t startedAt = 0;
+    bool ahead = false;
+    bool active = false;
+  };
+  struct Statistics {
+    std::vector<Transfer> transfers;
+    std::uint64_t fetched = 0;
+    std::uint64_t failed = 0;
+    std::uint64_t denied = 0;
+    std::uint64_t evicted = 0;
+  };
+  Statistics statistics() const;
+
+ private:
+  struct Fetch;
+  struct Waiter {
+    OpenCompletion completion;
+    NodeId node = kNoNode;
+    bool armed = false;
+    bool cancelled = false;
+  };
+  using FetchPointer = std::shared_ptr<Fetch>;
+
+  static Transfer transferOf(const Fetch& fetch);
+  void answer(Ticket ticket, OpenAnswer answer);
+  void openFresh(Ticket ticket, NodeId node, int process);
+  void openAfterFetch(Ticket ticket, NodeId node, int error);
+
+  void enlist(NodeId node, bool ahead, FetchCompletion& completion);
+  FetchPointer nextFetch();
+  void startNext();
+  void begin(const FetchPointer& fetch);
+  void request(const FetchPointer& fetch);
+  bool enterCallback();
+  void leaveCallback();
+  void fetched(const FetchPointer& fetch, const std::optional<platform::URL>& url,
+               const platform::ItemPointer& item, const std::optional<platform::NSError>& error);
+  void adopt(const FetchPointer& fetch);
+  void endIncoming(ContentId content);
+  void retry(const FetchPointer& fetch, const std::string& reason);
+  void discard(const FetchPointer& fetch);
+  void recordFailure(const FetchPointer& fetch, int error, const std::string& reason);
+  void finish(const FetchPointer& fetch, int error, const std::string& reason);
+
+  bool makeRoom(std::int64_t bytes);
+  bool evictSome(std::int64_t bytes);
+  bool purgeContents();
+  void removeContents(const std::vector<ContentId>& contents);
+
+  Replica& replica_;
+  ExtensionPointer extension_;
+  Sync& sync_;
+  Notifier& notifier_;
+  OpenFiles& openFiles_;
+  ContentStore& store_;
+  DownloadPolicy& policy_;
+
+  // One at a time makes room, so that two do not evict for the same bytes. Taken first of all.
+  std::mutex roomMutex_;
+  std::atomic<NodeId> keepCursor_ = kNoNode;
+
+  // Guards everything below; a leaf but for OpenFiles' own, never held while calling out.
+  mutable std::mutex mutex_;
+  std::condition_variable idle_;
+  bool stopping_ = false;
+  Ticket nextTicket_ = 1;
+  std::unordered_map<Ticket, Waiter> waiters_;
+  std::unordered_map<NodeId, FetchPointer> fetches_;
+  std::deque<FetchPointer> waitingOpened_;
+  std::deque<FetchPointer> waitingAhead_;
+  std::size_t active_ = 0;
+  std::size_t activeAhead_ = 0;
+  std::size_t insideCallback_ = 0;
+  std::unordered_set<ContentId> incoming_;
+  std::unordered_map<NodeId, std::int64_t> used_;
+  Statistics statistics_;
+};
+
+}  // namespace tulo

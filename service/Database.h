@@ -1,0 +1,118 @@
+// SQLite behind owning handles.
+//
+// Threads: a connection and its statements belong to one thread at a time.
+// Errors: everything throws DatabaseError, except destructors.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace tulo {
+
+class DatabaseError : public std::runtime_error {
+ public:
+  DatabaseError(int code, const std::string& message) : std::runtime_error(message), code_(code) {}
+
+  // SQLite's primary result code.
+  int code() const { return code_ & 0xff; }
+
+ private:
+  int code_;
+};
+
+class Statement {
+ public:
+  Statement() = default;
+  Statement(sqlite3* database, std::string_view sql);
+
+  // Binds from the first parameter on, after a reset.
+  template <typename... Values>
+  Statement& bind(const Values&... values) {
+    reset();
+    int index = 0;
+    (bindOne(++index, values), ...);
+    return *this;
+  }
+
+  // True while there is a row.
+  bool step();
+  // Runs a statement that gives no rows.
+  void run();
+  // Ends the reading, so that no read transaction is held open.
+  void reset();
+
+  std::int64_t integer(int column) const;
+  // Valid until the next step or reset.
+  std::string_view text(int column) const;
+  bool isNull(int column) const;
+
+ private:
+  struct Finalizer {
+    void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+  };
+
+  void bindOne(int index, std::int64_t value);
+  void bindOne(int index, std::uint64_t value) { bindOne(index, static_cast<std::int64_t>(value)); }
+  void bindOne(int index, int value) { bindOne(index, static_cast<std::int64_t>(value)); }
+  void bindOne(int index, bool value) { bindOne(index, static_cast<std::int64_t>(value)); }
+  void bindOne(int index, std::nullptr_t);
+  // The text must stay until the statement is reset.
+  void bindOne(int index, std::string_view value);
+  void bindOne(int index, const std::string& value) { bindOne(index, std::string_view(value)); }
+  void bindOne(int index, const char* value) { bindOne(index, std::string_view(value)); }
+  template <typename Value>
+  void bindOne(int index, const std::optional<Value>& value) {
+    if (value) {
+      bindOne(index, *value);
+    } else {
+      bindOne(index, nullptr);
+    }
+  }
+  void check(int result) const;
+
+  std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
+};
+
+// Resets a statement at the end of a scope.
+class StatementUse {
+ public:
+  explicit StatementUse(Statement& statement) : statement_(statement) {}
+  ~StatementUse() { statement_.reset(); }
+  StatementUse(const StatementUse&) = delete;
+  StatementUse& operator=(const StatementUse&) = delete;
+
+ private:
+  Statement& statement_;
+};
+
+class Connection {
+ public:
+  enum class Mode { create, readOnly };
+
+  Connection(const std::string& path, Mode mode);
+
+  void execute(const std::string& sql);
+  std::int64_t integer(std::string_view sql);
+  Statement prepare(std::string_view sql) { return Statement(handle_.get(), sql); }
+  // As prepare, but kept for the next time: for statements with a fixed text.
+  Statement& cached(std::string_view sql);
+  std::int64_t changes() const { return sqlite3_changes(handle_.get()); }
+  bool inTransaction() const { return sqlite3_get_autocommit(handle_.get()) == 0; }
+
+ private:
+  struct Closer {
+    void operator()(sqlite3* handle) const { sqlite3_close_v2(handle); }
+  };
+  // Declared before the statements, which are finalized first.
+  std::unique_ptr<sqlite3, Closer> handle_;
+  std::map<std::string, Statement, std::less<>> statements_;
+};
+
+}  // namespace tulo

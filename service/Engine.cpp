@@ -1,0 +1,116 @@
+#include "service/Engine.h"
+
+#include <chrono>
+#include <ctime>
+
+#include "service/ServiceLog.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr std::chrono::seconds kRhythm{1};
+
+platform::DomainPointer domainFor(const std::string& identifier) {
+  return std::make_shared<platform::NSFileProviderDomain>(identifier, identifier);
+}
+
+}  // namespace
+
+Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
+    : options_(options),
+      extension_(factory(domainFor(options.domain))),
+      replica_(options.stateDirectory),
+      source_(options.source),
+      store_(options.stateDirectory, options.limits),
+      policy_(options.noDownloadList),
+      pins_(replica_, folders_) {
+  if (!replica_.setAside().empty()) {
+    serviceLog().error("the replica was damaged and is kept as %{public}@", {replica_.setAside()});
+  }
+  addRoot();
+  sync_ = std::make_unique<Sync>(replica_, extension_, notifier_, folders_, openFiles_, source_);
+  contents_ = std::make_shared<Contents>(replica_, extension_, *sync_, notifier_, openFiles_,
+                                         store_, policy_);
+  contents_->start();
+  pins_.start();
+}
+
+Engine::~Engine() { stop(); }
+
+void Engine::addRoot() {
+  if (replica_.read([](ReplicaReader& reader) { return reader.entry(kRootNode); })) return;
+  Node root;
+  root.id = kRootNode;
+  root.kind = NodeKind::folder;
+  root.identifier = platform::NSFileProviderRootContainerItemIdentifier();
+  root.capabilities = platform::NSFileProviderItemCapabilitiesAllowsReading |
+                      platform::NSFileProviderItemCapabilitiesAllowsAddingSubItems;
+  root.modified = std::time(nullptr);
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) { writer.insert(root); });
+}
+
+void Engine::start() {
+  sync_->start();
+  housekeeper_ = std::thread([this] { housekeep(); });
+}
+
+void Engine::stop() {
+  {
+    std::lock_guard lock(mutex_);
+    if (stopping_) return;
+    stopping_ = true;
+    changed_.notify_all();
+  }
+  if (housekeeper_.joinable()) housekeeper_.join();
+  contents_->stop();
+  sync_->stop();
+  notifier_.stop();
+  try {
+    contents_->saveUseStep();
+    sync_->saveVerified();
+  } catch (const std::exception& error) {
+    serviceLog().error("cannot write down the last state: %{public}@", {error.what()});
+  }
+  extension_->invalidate();
+}
+
+void Engine::poke() {
+  std::lock_guard lock(mutex_);
+  poked_ = true;
+  changed_.notify_all();
+}
+
+bool Engine::housekeepingStep() {
+  bool more = contents_->evictStep();
+  more = contents_->keepStep() || more;
+  more = contents_->purgeStep() || more;
+  more = contents_->durableStep() || more;
+  contents_->saveUseStep();
+  const std::uint64_t generation = sync_->generation();
+  if (generation != savedGeneration_) {
+    sync_->saveVerified();
+    savedGeneration_ = generation;
+  }
+  return more;
+}
+
+void Engine::housekeep() {
+  std::unique_lock lock(mutex_);
+  while (!stopping_) {
+    poked_ = false;
+    lock.unlock();
+    bool more = false;
+    try {
+      more = housekeepingStep();
+    } catch (const std::exception& error) {
+      serviceLog().error("housekeeping failed: %{public}@", {error.what()});
+    }
+    lock.lock();
+    // Even with more to do there is a pause, so that this never takes a processor for itself.
+    changed_.wait_for(lock, more ? std::chrono::milliseconds(20) : kRhythm,
+                      [this] { return stopping_ || poked_; });
+  }
+}
+
+}  // namespace tulo

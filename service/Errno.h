@@ -1,0 +1,22 @@
+// What a program in the mount is told when the provider cannot do what it asked.
+//
+// Threads: pure functions.
+#pragma once
+
+#include <string>
+
+#include "platform/Error.h"
+
+namespace tulo {
+
+// The errno for a provider's error. Every error has one; what is not known is an input/output
+// error.
+int errnoFor(const platform::NSError& error);
+
+// Whether the same request may succeed later without anybody changing it.
+bool isTransient(const platform::NSError& error);
+
+// The error in words, for the status and the log.
+std::string descriptionOf(const platform::NSError& error);
+
+}  // namespace tulo

@@ -1,0 +1,195 @@
+// The background half of Contents: room, pins, left-overs.
+#include <cerrno>
+#include <ctime>
+#include <fstream>
+
+#include "service/Fetch.h"
+#include "service/ServiceLog.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr std::int64_t kBlock = 512;
+constexpr std::int64_t kBatch = 64;
+constexpr std::size_t kAheadQueue = 32;
+
+// An item that moved between two listings is back long before.
+constexpr std::int64_t kDetachedSeconds = 60;
+
+std::string bootIdentifier() {
+  std::ifstream file("/proc/sys/kernel/random/boot_id");
+  std::string text;
+  std::getline(file, text);
+  return text;
+}
+
+}  // namespace
+
+// Contents whose bytes may not have reached the disk before the machine went down are not trusted.
+void Contents::start() {
+  const std::string boot = bootIdentifier();
+  const std::string last =
+      replica_.read([](ReplicaReader& reader) { return reader.metaText("boot"); });
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    if (last != boot) {
+      writer.connection().execute(
+          "UPDATE node SET state=0,content=0,blocks=0 WHERE state=1 AND content IN "
+          "(SELECT id FROM content WHERE durable=0);"
+          "UPDATE content SET used=0 WHERE durable=0;");
+      writer.setMeta("boot", std::string_view(boot));
+    }
+  });
+  store_.setUsed(kBlock * replica_.read([](ReplicaReader& reader) {
+    return reader.integer("SELECT coalesce(sum(blocks),0) FROM content");
+  }));
+}
+
+int Contents::evict(NodeId id) {
+  const std::unique_lock gate(openFiles_.gate());
+  if (openFiles_.isOpen(id)) return EBUSY;
+  std::optional<Node> node;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    node = writer.node(id);
+    if (node && node->state == ContentState::downloaded && !node->kept) writer.dropContent(id);
+  });
+  if (!node) return ESTALE;
+  if (node->kind == NodeKind::folder || node->state == ContentState::dataless) return 0;
+  if (node->state == ContentState::dirty || node->kept) return EBUSY;
+  {
+    std::lock_guard lock(mutex_);
+    ++statistics_.evicted;
+  }
+  removeContents({node->content});
+  notifier_.queue({attributesChanged(id)});
+  return 0;
+}
+
+// Files first: a row without a file is removed again, a file without a row never would be.
+void Contents::removeContents(const std::vector<ContentId>& contents) {
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (ContentId content : contents) {
+      store_.remove(content);
+      store_.addUsed(-kBlock * writer.removeContent(content));
+    }
+  });
+}
+
+bool Contents::evictSome(std::int64_t bytes) {
+  saveUseStep();
+  const std::int64_t before = store_.used();
+  const auto oldest = replica_.read([](ReplicaReader& reader) {
+    return reader.ids("SELECT id FROM node WHERE state=1 AND kept=0 AND last_used>=? "
+                      "ORDER BY last_used LIMIT ?",
+                      0, kBatch);
+  });
+  for (NodeId id : oldest) {
+    if (before - store_.used() >= bytes) break;
+    evict(id);
+  }
+  return store_.used() < before;
+}
+
+// Only what is open or kept may hold the cache above its size; the disk's limit has no exception.
+bool Contents::makeRoom(std::int64_t bytes) {
+  std::lock_guard one(roomMutex_);
+  for (std::int64_t missing = store_.shortage(bytes); missing > 0;
+       missing = store_.shortage(bytes)) {
+    if (!evictSome(missing)) break;
+  }
+  return store_.diskShortage(bytes) == 0;
+}
+
+bool Contents::evictStep() {
+  const std::int64_t missing = store_.shortage(0);
+  return missing > 0 && evictSome(missing);
+}
+
+bool Contents::keepStep() {
+  const auto folders = replica_.read([](ReplicaReader& reader) {
+    return reader.ids("SELECT id FROM node WHERE kept=1 AND kind=1 AND listed=0 AND id>? AND "
+                      "parent IS NOT NULL LIMIT ?",
+                      0, kBatch);
+  });
+  for (NodeId folder : folders) sync_.refresh(folder, [](int) {});
+  const auto files = replica_.read([this](ReplicaReader& reader) {
+    return reader.ids("SELECT id FROM node WHERE kept=1 AND kind=2 AND state=0 AND size>0 AND "
+                      "id>? AND parent IS NOT NULL ORDER BY id LIMIT ?",
+                      static_cast<std::int64_t>(keepCursor_.load()), kBatch);
+  });
+  for (NodeId file : files) {
+    {
+      std::lock_guard lock(mutex_);
+      if (waitingAhead_.size() >= kAheadQueue) return false;
+    }
+    keepCursor_ = file;
+    fetch(file, Priority::ahead, [](int) {});
+  }
+  if (files.empty()) keepCursor_ = 0;
+  return !files.empty();
+}
+
+bool Contents::purgeContents() {
+  auto unused = replica_.read([](ReplicaReader& reader) {
+    return reader.ids("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?", 0, kBatch);
+  });
+  {
+    std::lock_guard lock(mutex_);
+    std::erase_if(unused, [this](ContentId content) {
+      return incoming_.contains(content) || openFiles_.isContentOpen(content);
+    });
+  }
+  if (unused.empty()) return false;
+  removeContents(unused);
+  return true;
+}
+
+bool Contents::purgeStep() {
+  const bool removed = purgeContents();
+  const auto detached = replica_.read([](ReplicaReader& reader) {
+    return reader.ids("SELECT id FROM node WHERE detached<=? LIMIT ?",
+                      std::time(nullptr) - kDetachedSeconds, kBatch);
+  });
+  const std::unique_lock gate(openFiles_.gate());
+  bool any = false;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (NodeId id : detached) {
+      if (openFiles_.isOpen(id)) continue;
+      writer.detachChildren(id, std::time(nullptr) - kDetachedSeconds);
+      writer.remove(id);
+      any = true;
+    }
+  });
+  return removed || any;
+}
+
+bool Contents::durableStep() {
+  const auto fresh = replica_.read([](ReplicaReader& reader) {
+    return reader.ids("SELECT id FROM content WHERE durable=0 AND used=1 AND id>? LIMIT ?", 0,
+                      kBatch);
+  });
+  if (fresh.empty()) return false;
+  std::vector<ContentId> safe;
+  for (ContentId content : fresh) {
+    if (store_.makeDurable(content)) safe.push_back(content);
+  }
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (ContentId content : safe) writer.setContentDurable(content);
+  });
+  return !safe.empty();
+}
+
+bool Contents::saveUseStep() {
+  std::unordered_map<NodeId, std::int64_t> used;
+  {
+    std::lock_guard lock(mutex_);
+    used.swap(used_);
+  }
+  if (used.empty()) return false;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (const auto& [node, when] : used) writer.setLastUsed(node, when);
+  });
+  return true;
+}
+
+}  // namespace tulo

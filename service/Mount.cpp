@@ -1,0 +1,272 @@
+#include "service/Mount.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <vector>
+
+#include "service/Descriptor.h"
+#include "service/MountSession.h"
+#include "service/ServiceLog.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr unsigned kThreads = 8;
+constexpr int kWakeSignal = SIGUSR2;
+
+void ignoreWakeSignal() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) {};
+  ::sigaction(kWakeSignal, &action, nullptr);
+}
+
+struct SessionDeleter {
+  void operator()(fuse_session* session) const { fuse_session_destroy(session); }
+};
+
+struct LoopConfigDeleter {
+  void operator()(fuse_loop_config* config) const { fuse_loop_cfg_destroy(config); }
+};
+
+const fuse_lowlevel_ops kOperations = [] {
+  fuse_lowlevel_ops operations = {};
+  operations.init = [](void* data, fuse_conn_info* connection) {
+    static_cast<MountSession*>(data)->initialize(*connection);
+  };
+  operations.lookup = [](fuse_req_t request, fuse_ino_t parent, const char* name) {
+    MountSession::of(request).lookup(request, parent, name);
+  };
+  operations.forget = [](fuse_req_t request, fuse_ino_t node, std::uint64_t count) {
+    MountSession::of(request).forget(node, count);
+    fuse_reply_none(request);
+  };
+  operations.forget_multi = [](fuse_req_t request, std::size_t count, fuse_forget_data* forgets) {
+    for (std::size_t i = 0; i < count; ++i) {
+      MountSession::of(request).forget(forgets[i].ino, forgets[i].nlookup);
+    }
+    fuse_reply_none(request);
+  };
+  operations.getattr = [](fuse_req_t request, fuse_ino_t node, fuse_file_info*) {
+    MountSession::of(request).getattr(request, node);
+  };
+  operations.open = [](fuse_req_t request, fuse_ino_t node, fuse_file_info* info) {
+    MountSession::of(request).open(request, node, *info);
+  };
+  operations.read = [](fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset,
+                       fuse_file_info* info) {
+    MountSession::of(request).read(request, size, offset, *info);
+  };
+  operations.release = [](fuse_req_t request, fuse_ino_t, fuse_file_info* info) {
+    MountSession::of(request).release(request, *info);
+  };
+  // Cookies are node numbers, good without an open directory: the kernel need not ask again.
+  operations.opendir = [](fuse_req_t request, fuse_ino_t, fuse_file_info*) {
+    fuse_reply_err(request, ENOSYS);
+  };
+  operations.readdir = [](fuse_req_t request, fuse_ino_t node, std::size_t size, off_t offset,
+                          fuse_file_info*) {
+    MountSession::of(request).readdir(request, node, size, offset, false);
+  };
+  operations.readdirplus = [](fuse_req_t request, fuse_ino_t node, std::size_t size, off_t offset,
+                              fuse_file_info*) {
+    MountSession::of(request).readdir(request, node, size, offset, true);
+  };
+  operations.statfs = [](fuse_req_t request, fuse_ino_t) {
+    MountSession::of(request).statfs(request);
+  };
+  operations.getxattr = [](fuse_req_t request, fuse_ino_t node, const char* name,
+                           std::size_t size) {
+    MountSession::of(request).getxattr(request, node, name, size);
+  };
+  operations.listxattr = [](fuse_req_t request, fuse_ino_t node, std::size_t size) {
+    MountSession::of(request).listxattr(request, node, size);
+  };
+  return operations;
+}();
+
+std::string optionText(const MountOptions& options) {
+  // A comma or backslash of the name would end or escape the option.
+  std::string name;
+  for (char c : options.name) name += c == ',' || c == '\\' ? '_' : c;
+  std::string text = "ro,nosuid,nodev,default_permissions,subtype=tulo,fsname=" + name;
+  if (options.allowOther) text += ",allow_other";
+  return text;
+}
+
+void checkMountPoint(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) {
+    throw MountError("cannot mount at " + path + ": " + std::strerror(errno));
+  }
+  if (!S_ISDIR(status.st_mode)) throw MountError("cannot mount at " + path + ": not a directory");
+}
+
+// The device's minor number names the connection. Asking the mount itself could wait for ever.
+std::string connectionNumber(const std::string& mountPoint) {
+  std::error_code ignored;
+  const std::string wanted = std::filesystem::absolute(mountPoint, ignored).lexically_normal();
+  std::ifstream table("/proc/self/mountinfo");
+  std::string line;
+  std::string number;
+  while (std::getline(table, line)) {
+    std::istringstream fields(line);
+    std::string identifier;
+    std::string parent;
+    std::string device;
+    std::string root;
+    std::string point;
+    fields >> identifier >> parent >> device >> root >> point;
+    if (point == wanted && line.find(" fuse.tulo ") != std::string::npos) {
+      number = device.substr(device.find(':') + 1);
+    }
+  }
+  return number;
+}
+
+int runProgram(const std::vector<const char*>& arguments) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::execvp(arguments[0], const_cast<char* const*>(arguments.data()));
+    ::_exit(127);
+  }
+  int status = 0;
+  if (child < 0 || ::waitpid(child, &status, 0) < 0) return -1;
+  return status;
+}
+
+}  // namespace
+
+const fuse_lowlevel_ops& MountSession::operations() { return kOperations; }
+
+struct Mount::Session {
+  Session(const MountOptions& options, const MountParts& parts)
+      : mountPoint(options.mountPoint), handlers(parts, ::getuid(), ::getgid()) {
+    ignoreWakeSignal();
+    std::string program = "tulo";
+    std::string flag = "-o";
+    std::string text = optionText(options);
+    std::string debug = "-d";
+    std::vector<char*> words = {program.data(), flag.data(), text.data()};
+    if (options.debug) words.push_back(debug.data());
+    fuse_args arguments = FUSE_ARGS_INIT(static_cast<int>(words.size()), words.data());
+    fuse.reset(fuse_session_new(&arguments, &MountSession::operations(),
+                                sizeof(fuse_lowlevel_ops), &handlers));
+    fuse_opt_free_args(&arguments);
+    if (!fuse) throw MountError("cannot start a FUSE session");
+    if (fuse_session_mount(fuse.get(), options.mountPoint.c_str()) != 0) {
+      throw MountError("cannot mount at " + options.mountPoint +
+                       " (is /dev/fuse there, and may this user use it?)");
+    }
+  }
+
+  ~Session() {
+    handlers.stop();
+    fuse_session_unmount(fuse.get());
+  }
+
+  const std::string mountPoint;
+  MountSession handlers;
+  std::unique_ptr<fuse_session, SessionDeleter> fuse;
+  // Guards the two fields below it.
+  std::mutex mutex;
+  std::condition_variable ended;
+  bool running = false;
+  pthread_t thread = {};
+};
+
+Mount::Mount(const MountOptions& options, const MountParts& parts) {
+  clearStale(options.mountPoint);
+  checkMountPoint(options.mountPoint);
+  session_ = std::make_unique<Session>(options, parts);
+}
+
+Mount::~Mount() = default;
+
+void Mount::run() {
+  {
+    std::lock_guard lock(session_->mutex);
+    session_->thread = ::pthread_self();
+    session_->running = true;
+  }
+  const std::unique_ptr<fuse_loop_config, LoopConfigDeleter> config(fuse_loop_cfg_create());
+  fuse_loop_cfg_set_max_threads(config.get(), kThreads);
+  fuse_loop_cfg_set_idle_threads(config.get(), kThreads);
+  fuse_loop_cfg_set_clone_fd(config.get(), 0);
+  fuse_session_loop_mt(session_->fuse.get(), config.get());
+  std::lock_guard lock(session_->mutex);
+  session_->running = false;
+  session_->ended.notify_all();
+}
+
+// The loop sleeps until a worker ends or a signal comes; a signal that comes just before it sleeps
+// is lost, hence the repetition.
+void Mount::stop() {
+  fuse_session_exit(session_->fuse.get());
+  std::unique_lock lock(session_->mutex);
+  while (session_->running) {
+    ::pthread_kill(session_->thread, kWakeSignal);
+    session_->ended.wait_for(lock, std::chrono::milliseconds(10));
+  }
+}
+
+void Mount::abort() {
+  const std::string number = connectionNumber(session_->mountPoint);
+  if (number.empty()) return;
+  const Descriptor file(
+      ::open(("/sys/fs/fuse/connections/" + number + "/abort").c_str(), O_WRONLY | O_CLOEXEC));
+  const bool aborted = file && ::write(file.get(), "1", 1) == 1;
+  if (!aborted) ::umount2(session_->mountPoint.c_str(), MNT_FORCE | MNT_DETACH);
+}
+
+void Mount::deliver(const Invalidation& invalidation) {
+  fuse_session* fuse = session_->fuse.get();
+  const auto dropName = [&] {
+    fuse_lowlevel_notify_inval_entry(fuse, invalidation.folder, invalidation.name.data(),
+                                     invalidation.name.size());
+  };
+  // What the kernel does not know needs no invalidation, so "not found" is no error.
+  switch (invalidation.kind) {
+    case Invalidation::Kind::entryChanged:
+      dropName();
+      break;
+    case Invalidation::Kind::entryDeleted:
+      // Refused for a folder with something remembered under it, and for a name that already
+      // stands for another node.
+      if (fuse_lowlevel_notify_delete(fuse, invalidation.folder, invalidation.node,
+                                      invalidation.name.data(), invalidation.name.size()) != 0) {
+        dropName();
+      }
+      break;
+    case Invalidation::Kind::attributesChanged:
+      fuse_lowlevel_notify_inval_inode(fuse, invalidation.node, -1, 0);
+      break;
+    case Invalidation::Kind::dataChanged:
+      fuse_lowlevel_notify_inval_inode(fuse, invalidation.node, 0, 0);
+      break;
+  }
+}
+
+bool Mount::clearStale(const std::string& mountPoint) {
+  struct stat status = {};
+  if (::stat(mountPoint.c_str(), &status) == 0 || errno != ENOTCONN) return false;
+  serviceLog().info("clearing the stale mount at %{public}@", {mountPoint});
+  if (::umount2(mountPoint.c_str(), MNT_DETACH) == 0) return true;
+  return runProgram({"fusermount3", "-uz", mountPoint.c_str(), nullptr}) == 0;
+}
+
+}  // namespace tulo

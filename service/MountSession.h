@@ -1,0 +1,66 @@
+// What the FUSE handlers share. Private to the mount.
+#pragma once
+
+#define FUSE_USE_VERSION 312
+#include <fuse3/fuse_lowlevel.h>
+
+#include <string>
+
+#include "service/Mount.h"
+#include "service/WorkQueue.h"
+
+namespace tulo {
+
+// Entries and attributes are valid until something is said to the contrary.
+inline constexpr double kForever = 7.0 * 24 * 3600;
+
+class MountSession {
+ public:
+  MountSession(const MountParts& parts, uid_t user, gid_t group);
+
+  static MountSession& of(fuse_req_t request) {
+    return *static_cast<MountSession*>(fuse_req_userdata(request));
+  }
+  static const fuse_lowlevel_ops& operations();
+
+  void initialize(fuse_conn_info& connection);
+  void lookup(fuse_req_t request, NodeId folder, const char* name);
+  void forget(NodeId node, std::uint64_t count) { parts_.folders.forgotten(node, count); }
+  void getattr(fuse_req_t request, NodeId node);
+  void open(fuse_req_t request, NodeId node, const fuse_file_info& info);
+  void read(fuse_req_t request, std::size_t size, off_t offset, const fuse_file_info& info);
+  void release(fuse_req_t request, const fuse_file_info& info);
+  void readdir(fuse_req_t request, NodeId folder, std::size_t size, off_t offset, bool plus);
+  void statfs(fuse_req_t request);
+  void getxattr(fuse_req_t request, NodeId node, const char* name, std::size_t size);
+  void listxattr(fuse_req_t request, NodeId node, std::size_t size);
+  // Ends the threads of this object; requests are no longer read.
+  void stop();
+
+ private:
+  struct stat attributes(const Entry& entry) const;
+  fuse_entry_param parameters(const Entry& entry) const;
+  // False when the folder must be refreshed before the question can be answered.
+  bool answerLookup(fuse_req_t request, NodeId folder, const std::string& name, bool refreshed,
+                    int error);
+  void replyEntry(fuse_req_t request, const Entry& entry);
+  void replyOpen(fuse_req_t request, fuse_file_info info, OpenAnswer answer);
+  void openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info);
+  void fillDirectory(fuse_req_t request, NodeId folder, std::size_t size, off_t offset, bool plus);
+  bool addDots(fuse_req_t request, NodeId folder, off_t offset, bool plus, class DirectoryBuffer&);
+
+  MountParts parts_;
+  const uid_t user_;
+  const gid_t group_;
+  // Interrupts arrive on threads that must not answer the request that they are about.
+  WorkQueue interrupts_;
+};
+
+// The attributes shown for a node: user.tulo.*
+namespace attributes {
+std::vector<std::string> names(const Node& node);
+// Nothing when the node has no such attribute.
+std::optional<std::string> value(const Node& node, std::string_view name, std::string_view domain);
+}  // namespace attributes
+
+}  // namespace tulo

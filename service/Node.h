@@ -1,0 +1,59 @@
+// The records of the replica.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tulo {
+
+// The number of a node is its inode number: stable, never given to another node.
+using NodeId = std::uint64_t;
+inline constexpr NodeId kRootNode = 1;
+inline constexpr NodeId kNoNode = 0;
+// Cookies of a directory listing are node numbers; the lowest ones mean "." and "..".
+inline constexpr NodeId kFirstNode = 16;
+
+// Names one file of contents, for one version of one node; never given to another.
+using ContentId = std::uint64_t;
+inline constexpr ContentId kNoContent = 0;
+
+enum class NodeKind : int { folder = 1, file = 2 };
+
+enum class ContentState : int {
+  dataless = 0,    // only metadata is here
+  downloaded = 1,  // the contents of the version that is shown are here
+  dirty = 2,       // the contents here are newer than the host's
+};
+
+// What the kernel is told of a node, and what decides how it is opened.
+struct Entry {
+  NodeId id = kNoNode;
+  NodeKind kind = NodeKind::file;
+  std::int64_t size = 0;
+  std::int64_t modified = 0;
+  std::uint64_t capabilities = 0;
+  int mode = 0;  // local permission bits; 0: those that follow from the capabilities
+  ContentState state = ContentState::dataless;
+  std::int64_t blocks = 0;  // of 512 bytes, that the contents take up here
+};
+
+// A whole row.
+struct Node : Entry {
+  NodeId parent = kNoNode;  // kNoNode: the root, or not in the tree at the moment
+  std::string name;         // as shown
+  std::string filename;     // as the provider has it
+  std::string identifier;   // empty while the host has not accepted the node
+  std::string contentVersion;
+  std::string metadataVersion;
+  ContentId content = kNoContent;
+  bool pinned = false;  // asked for by the user, here
+  bool kept = false;    // pinned, or in a pinned folder
+  std::int64_t lastUsed = 0;
+  std::string error;  // of the last attempt to have it here or there; empty when that went well
+  // The change generation of the last listing that this folder was brought up to; 0: never listed.
+  std::uint64_t listed = 0;
+  std::string digest;  // of that listing
+};
+
+}  // namespace tulo

@@ -1,0 +1,48 @@
+#include "service/OpenFiles.h"
+
+namespace tulo {
+
+void OpenFiles::opened(NodeId node, ContentId content) {
+  std::lock_guard lock(mutex_);
+  ++nodes_[node].handles;
+  if (content != kNoContent) ++contents_[content];
+}
+
+void OpenFiles::closed(NodeId node, ContentId content) {
+  std::lock_guard lock(mutex_);
+  const auto found = nodes_.find(node);
+  if (found != nodes_.end() && --found->second.handles == 0) nodes_.erase(found);
+  const auto contents = contents_.find(content);
+  if (contents != contents_.end() && --contents->second == 0) contents_.erase(contents);
+}
+
+bool OpenFiles::isOpen(NodeId node) const {
+  std::lock_guard lock(mutex_);
+  return nodes_.contains(node);
+}
+
+bool OpenFiles::isContentOpen(ContentId content) const {
+  std::lock_guard lock(mutex_);
+  return contents_.contains(content);
+}
+
+std::size_t OpenFiles::count() const {
+  std::lock_guard lock(mutex_);
+  std::size_t sum = 0;
+  for (const auto& [id, state] : nodes_) sum += state.handles;
+  return sum;
+}
+
+void OpenFiles::leaveBehind(const Entry& entry) {
+  std::lock_guard lock(mutex_);
+  const auto found = nodes_.find(entry.id);
+  if (found != nodes_.end()) found->second.leftBehind = entry;
+}
+
+std::optional<Entry> OpenFiles::leftBehind(NodeId node) const {
+  std::lock_guard lock(mutex_);
+  const auto found = nodes_.find(node);
+  return found == nodes_.end() ? std::nullopt : found->second.leftBehind;
+}
+
+}  // namespace tulo

@@ -1,0 +1,283 @@
+#include "service/Reconciler.h"
+
+#include <algorithm>
+#include <ctime>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "service/Names.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr unsigned kNameAttempts = 16;
+
+// A child that stays, or comes from elsewhere in the tree.
+struct Kept {
+  Node before;
+  const ItemRecord* item = nullptr;
+  bool renamed = false;
+};
+
+bool sameMetadata(const Node& node, const ItemRecord& item) {
+  return node.size == item.size && node.modified == item.modified &&
+         node.capabilities == item.capabilities && node.metadataVersion == item.metadataVersion &&
+         node.contentVersion == item.contentVersion;
+}
+
+bool sameName(const Node& node, const ItemRecord& item) {
+  return node.filename == item.filename && node.name == names::shown(item.filename);
+}
+
+bool changesContents(const Node& node, const ItemRecord& item) {
+  return node.kind == NodeKind::file &&
+         (node.contentVersion != item.contentVersion || node.size != item.size);
+}
+
+// Contents change, and whether they are open has to be asked under the gate.
+struct NeedsGate : std::exception {};
+
+// One reconciliation, inside its transaction.
+class Pass {
+ public:
+  Pass(ReplicaWriter& writer, OpenFiles& openFiles, bool gateHeld, NodeId folder,
+       const Listing& listing, std::vector<Node> children)
+      : writer_(writer),
+        openFiles_(openFiles),
+        gateHeld_(gateHeld),
+        folder_(folder),
+        listing_(listing),
+        children_(std::move(children)) {}
+
+  // False when the folder is gone.
+  bool run(const std::string& digest, const ListingStamp& stamp) {
+    const std::optional<Node> folder = writer_.node(folder_);
+    if (!folder) return false;
+    kept_ = folder->kept;
+    firstTime_ = folder->listed == 0 && children_.empty();
+    sortOut();
+    detachMissing();
+    updateKept();
+    insertNew();
+    finishFolder();
+    writer_.setListed(folder_, stamp.generation, digest);
+    writer_.setMeta("generation", static_cast<std::int64_t>(stamp.generation));
+    writer_.setMeta("fingerprint", std::string_view(stamp.fingerprint));
+    return true;
+  }
+
+  Invalidations take() { return std::move(invalidations_); }
+  const std::vector<Entry>& leftBehind() const { return leftBehind_; }
+
+ private:
+  void sortOut() {
+    std::unordered_map<std::string_view, const Node*> known;
+    known.reserve(children_.size());
+    for (const Node& child : children_) known.emplace(child.identifier, &child);
+    std::unordered_set<std::string_view> seen;
+    if (!children_.empty()) seen.reserve(listing_.items.size());
+    for (const ItemRecord& item : listing_.items) {
+      const auto found = known.find(item.identifier);
+      if (found == known.end() || found->second->kind != item.kind) {
+        fresh_.push_back(&item);
+        continue;
+      }
+      if (!seen.insert(item.identifier).second) continue;
+      keep(*found->second, item);
+    }
+    for (const Node& child : children_) {
+      if (!child.identifier.empty() && !seen.contains(child.identifier)) missing_.push_back(&child);
+    }
+  }
+
+  void keep(const Node& node, const ItemRecord& item) {
+    const bool renamed = !sameName(node, item);
+    if (!renamed && sameMetadata(node, item)) return;
+    stay_.push_back({node, &item, renamed});
+  }
+
+  void detachMissing() {
+    const std::int64_t now = std::time(nullptr);
+    for (const Node* node : missing_) {
+      writer_.detach(node->id, now);
+      invalidations_.push_back(entryDeleted(folder_, node->id, node->name));
+      listingChanged_ = true;
+    }
+  }
+
+  void updateKept() {
+    for (const Kept& kept : stay_) {
+      if (kept.renamed) writer_.parkName(kept.before.id);
+    }
+    for (const Kept& kept : stay_) updateOne(kept);
+  }
+
+  std::string freeName(const ItemRecord& item) {
+    std::string name = names::shown(item.filename);
+    for (unsigned attempt = 0; attempt < kNameAttempts && writer_.childNamed(folder_, name);
+         ++attempt) {
+      name = names::marked(item.filename, item.identifier, attempt);
+    }
+    return name;
+  }
+
+  void updateOne(const Kept& kept) {
+    const ItemRecord& item = *kept.item;
+    Node node = kept.before;
+    const bool contents = changesContents(node, item);
+    if (kept.renamed) node.name = freeName(item);
+    node.parent = folder_;
+    node.kept = kept_ || node.pinned;
+    node.filename = item.filename;
+    node.size = item.size;
+    node.modified = item.kind == NodeKind::file ? item.modified : node.modified;
+    node.capabilities = item.capabilities;
+    node.contentVersion = item.contentVersion;
+    node.metadataVersion = item.metadataVersion;
+    writer_.update(node);
+    if (node.kind == NodeKind::folder && node.kept != kept.before.kept) {
+      writer_.setKeptBelow(node.id, node.kept);
+    }
+    const bool moved = kept.before.parent != folder_ || node.name != kept.before.name;
+    if (moved) noteMoved(kept.before, node.name);
+    if (contents) {
+      replaceContents(kept.before, node.name);
+    } else if (!moved || node.capabilities != kept.before.capabilities) {
+      invalidations_.push_back(attributesChanged(node.id));
+    }
+  }
+
+  void noteMoved(const Node& before, const std::string& name) {
+    if (before.parent != kNoNode) {
+      invalidations_.push_back(entryChanged(before.parent, before.name));
+    }
+    if (before.parent != folder_ && before.parent != kNoNode) {
+      invalidations_.push_back(dataChanged(before.parent));
+    }
+    if (!firstTime_) invalidations_.push_back(entryChanged(folder_, name));
+    listingChanged_ = true;
+  }
+
+  void replaceContents(const Node& before, const std::string& name) {
+    if (before.state == ContentState::dirty) return;
+    if (!gateHeld_) throw NeedsGate();
+    writer_.dropContent(before.id);
+    if (!openFiles_.isOpen(before.id)) {
+      invalidations_.push_back(dataChanged(before.id));
+      return;
+    }
+    writer_.renumber(before.id);
+    leftBehind_.push_back(before);
+    invalidations_.push_back(entryChanged(folder_, name));
+    listingChanged_ = true;
+  }
+
+  void insertNew() {
+    for (const ItemRecord* item : fresh_) insertOne(*item);
+  }
+
+  void insertOne(const ItemRecord& item) {
+    Node node;
+    node.parent = folder_;
+    node.filename = item.filename;
+    node.name = names::shown(item.filename);
+    node.kind = item.kind;
+    node.identifier = item.identifier;
+    node.size = item.size;
+    node.modified = item.kind == NodeKind::folder ? std::time(nullptr) : item.modified;
+    node.capabilities = item.capabilities;
+    node.contentVersion = item.contentVersion;
+    node.metadataVersion = item.metadataVersion;
+    node.kept = kept_;
+    if (writer_.insert(node) == kNoNode && !insertElsewhere(node, item)) return;
+    listingChanged_ = true;
+    if (!firstTime_) invalidations_.push_back(entryChanged(folder_, node.name));
+  }
+
+  // The identifier is known in another place, or the name is taken. False: nothing to insert.
+  bool insertElsewhere(Node& node, const ItemRecord& item) {
+    if (const std::optional<Node> known = writer_.nodeFor(item.identifier)) {
+      // The second row of one identifier in one listing: the first one stands.
+      if (known->parent == folder_ && known->kind == item.kind) return false;
+      if (known->kind == item.kind) {
+        updateOne({*known, &item, true});
+        return false;
+      }
+      writer_.remove(known->id);
+      if (known->parent != kNoNode) {
+        invalidations_.push_back(entryChanged(known->parent, known->name));
+      }
+    }
+    node.name = freeName(item);
+    return writer_.insert(node) != kNoNode;
+  }
+
+  void finishFolder() {
+    if (!listingChanged_ || firstTime_) return;
+    writer_.setFolderModified(folder_, std::time(nullptr));
+    invalidations_.push_back(dataChanged(folder_));
+  }
+
+  ReplicaWriter& writer_;
+  OpenFiles& openFiles_;
+  const bool gateHeld_;
+  const NodeId folder_;
+  const Listing& listing_;
+  const std::vector<Node> children_;
+  bool kept_ = false;
+  bool firstTime_ = false;
+  bool listingChanged_ = false;
+  std::vector<const ItemRecord*> fresh_;
+  std::vector<const Node*> missing_;
+  std::vector<Kept> stay_;
+  std::vector<Entry> leftBehind_;
+  Invalidations invalidations_;
+};
+
+}  // namespace
+
+Invalidations Reconciler::reconcile(NodeId folder, const Listing& listing,
+                                    const std::string& digest, const ListingStamp& stamp) {
+  // Most listings change no contents; holding the gate for a long one would hold up every open.
+  try {
+    return attempt(folder, listing, digest, stamp, false);
+  } catch (const NeedsGate&) {
+    const std::unique_lock gate(openFiles_.gate());
+    return attempt(folder, listing, digest, stamp, true);
+  }
+}
+
+Invalidations Reconciler::attempt(NodeId folder, const Listing& listing, const std::string& digest,
+                                  const ListingStamp& stamp, bool gateHeld) {
+  Invalidations invalidations;
+  std::vector<Entry> leftBehind;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    Pass pass(writer, openFiles_, gateHeld, folder, listing, writer.childNodes(folder));
+    if (!pass.run(digest, stamp)) return;
+    invalidations = pass.take();
+    leftBehind = pass.leftBehind();
+  });
+  for (const Entry& entry : leftBehind) openFiles_.leaveBehind(entry);
+  return invalidations;
+}
+
+std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing) {
+  std::unordered_set<std::string_view> listed;
+  for (const ItemRecord& item : listing.items) listed.insert(item.identifier);
+  const std::vector<Node> children =
+      replica.read([&](ReplicaReader& reader) { return reader.childNodes(folder); });
+  std::vector<std::string> sample;
+  for (const NodeKind kind : {NodeKind::folder, NodeKind::file}) {
+    for (const Node& child : children) {
+      if (child.kind != kind || child.identifier.empty() || listed.contains(child.identifier)) {
+        continue;
+      }
+      sample.push_back(child.identifier);
+      break;
+    }
+  }
+  return sample;
+}
+
+}  // namespace tulo

@@ -1,0 +1,215 @@
+// The truth of the local side: one SQLite database for each domain (docs/replica.md).
+//
+// Reading takes a session with a connection of its own, so readers never wait for one another or
+// for the writer. Writing goes through one connection; the writers that come while a transaction
+// runs share the next one (group commit).
+//
+// Threads: every member may be called on any thread.
+// Lifetime: sessions end before the replica does.
+// Errors: DatabaseError; what a writing function throws rolls back its own part and comes out of
+// the call that passed it.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "service/Database.h"
+#include "service/Node.h"
+
+namespace tulo {
+
+// A child as a directory listing needs it. The name is valid during the call only.
+using EntryVisitor = std::function<bool(const Entry& entry, std::string_view name)>;
+
+// What a folder says of itself and of one name in it.
+struct NameLookup {
+  bool folderExists = false;
+  std::uint64_t listed = 0;
+  std::optional<Entry> entry;
+};
+
+// Reads of the replica. Every function is a statement of its own: two calls may see two states.
+class ReplicaReader {
+ public:
+  explicit ReplicaReader(const std::string& path);
+
+  std::optional<Entry> entry(NodeId id);
+  std::optional<Node> node(NodeId id);
+  std::optional<Node> nodeFor(std::string_view identifier);
+  NameLookup lookup(NodeId folder, std::string_view name);
+  // The children after the given number, by number, until the visitor returns false.
+  void children(NodeId folder, NodeId after, const EntryVisitor& visitor);
+  // All children with all columns.
+  std::vector<Node> childNodes(NodeId folder);
+  // Path components from the root down; empty for the root and for what is not in the tree.
+  std::vector<std::string> path(NodeId id);
+  // Node numbers from the query, whose only column they are.
+  std::vector<NodeId> ids(std::string_view sql, std::int64_t argument, std::int64_t limit);
+  std::int64_t metaInteger(std::string_view key);
+  std::string metaText(std::string_view key);
+  std::int64_t integer(std::string_view sql) { return database_.integer(sql); }
+  std::vector<Node> failedNodes(std::size_t limit);
+
+ private:
+  Connection database_;
+  Statement entry_;
+  Statement node_;
+  Statement byIdentifier_;
+  Statement folder_;
+  Statement child_;
+  Statement children_;
+  Statement childNodes_;
+  Statement meta_;
+};
+
+// Changes of the replica, inside one transaction. Changing only the row: telling the kernel is the
+// caller's part.
+class ReplicaWriter {
+ public:
+  explicit ReplicaWriter(const std::string& path);
+
+  // Gives the node its number; everything else is taken from the argument. Returns kNoNode and
+  // leaves all as it was if the name or the identifier is taken.
+  NodeId insert(const Node& node);
+  std::optional<Node> node(NodeId id);
+  std::optional<Node> nodeFor(std::string_view identifier);
+  std::optional<NodeId> childNamed(NodeId folder, std::string_view name);
+  std::vector<Node> childNodes(NodeId folder);
+  // Writes the columns that a provider's item fills, and the place in the tree.
+  void update(const Node& node);
+  // Takes the node out of the tree; its row stays until purged, so that an item that turns up
+  // elsewhere keeps its number and contents.
+  void detach(NodeId id, std::int64_t now);
+  // Takes everything directly inside a folder out of the tree.
+  void detachChildren(NodeId folder, std::int64_t now);
+  // Gives a free name for a moment, so that names can be exchanged.
+  void parkName(NodeId id);
+  // Moves the row to a fresh number, which is returned; the old one is not used again.
+  NodeId renumber(NodeId id);
+  void setListed(NodeId folder, std::uint64_t generation, std::string_view digest);
+  void setListedGeneration(NodeId folder, std::uint64_t generation);
+  void setFolderModified(NodeId folder, std::int64_t modified);
+  void setError(NodeId id, std::string_view error);
+  void setLastUsed(NodeId id, std::int64_t when);
+  void setPinned(NodeId id, bool pinned);
+  void setKept(NodeId id, bool kept);
+  // The same for everything under a folder; what is pinned itself stays kept.
+  void setKeptBelow(NodeId folder, bool kept);
+  void remove(NodeId id);
+
+  // A number for contents that are about to come; unused until adopted.
+  ContentId reserveContent(NodeId node);
+  // Makes the contents those of the node, whose former ones become unused.
+  void adoptContent(NodeId node, ContentId content, std::int64_t blocks);
+  // The node becomes dataless; its contents become unused.
+  void dropContent(NodeId node);
+  void setContentDurable(ContentId content);
+  // Returns the blocks that it took up; 0 when it is in use.
+  std::int64_t removeContent(ContentId content);
+
+  void setMeta(std::string_view key, std::int64_t value);
+  void setMeta(std::string_view key, std::string_view value);
+  Connection& connection() { return database_; }
+
+ private:
+  friend class Replica;
+
+  NodeId nextNumber(std::string_view key, std::uint64_t& next, std::uint64_t& reserved);
+  void forgetReservations();
+
+  Connection database_;
+  Statement node_;
+  Statement byIdentifier_;
+  Statement childNamed_;
+  Statement childNodes_;
+  Statement insert_;
+  Statement update_;
+  std::uint64_t nextNode_ = 0;
+  std::uint64_t reservedNodes_ = 0;
+  std::uint64_t nextContent_ = 0;
+  std::uint64_t reservedContents_ = 0;
+};
+
+enum class Durability {
+  eventual,  // survives a crash of the process at once, a power cut later
+  durable,   // survives a power cut when the call returns
+};
+
+class Replica {
+ public:
+  using ReadFunction = std::function<void(ReplicaReader&)>;
+  using WriteFunction = std::function<void(ReplicaWriter&)>;
+
+  // Opens or creates the database in the directory, which must exist. A damaged database is set
+  // aside under another name, and a new one begun.
+  explicit Replica(const std::string& directory);
+  ~Replica();
+  Replica(const Replica&) = delete;
+  Replica& operator=(const Replica&) = delete;
+
+  // Runs the function on a reader of its own.
+  template <typename Function>
+  auto read(Function&& function) {
+    ReaderLease lease(*this);
+    return function(*lease.reader);
+  }
+
+  // Runs the function in a transaction and returns once it is committed.
+  void write(Durability durability, const WriteFunction& function);
+
+  const std::string& directory() const { return directory_; }
+  // Where a damaged database was set aside at opening; empty otherwise.
+  const std::string& setAside() const { return setAside_; }
+
+ private:
+  struct Pending {
+    const WriteFunction* function;
+    Durability durability;
+    std::exception_ptr error;
+    bool done = false;
+  };
+
+  struct ReaderLease {
+    explicit ReaderLease(Replica& owner) : replica(owner), reader(owner.takeReader()) {}
+    ~ReaderLease() { replica.giveBack(std::move(reader)); }
+    ReaderLease(const ReaderLease&) = delete;
+    ReaderLease& operator=(const ReaderLease&) = delete;
+    Replica& replica;
+    std::unique_ptr<ReplicaReader> reader;
+  };
+
+  std::unique_ptr<ReplicaReader> takeReader();
+  void giveBack(std::unique_ptr<ReplicaReader> reader);
+  void openOrSetAside();
+  void commitBatch(std::deque<Pending*>& batch);
+  void runOne(Pending& pending);
+  void setSynchronous(Durability durability);
+
+  std::string directory_;
+  std::string path_;
+  std::string setAside_;
+
+  // Guards the idle readers only; never held during a query.
+  std::mutex readersMutex_;
+  std::vector<std::unique_ptr<ReplicaReader>> idleReaders_;
+
+  // Guards the queue and the leader flag; the leader lets go of it while the transaction runs.
+  std::mutex queueMutex_;
+  std::condition_variable queueChanged_;
+  std::deque<Pending*> queue_;
+  bool leading_ = false;
+
+  // Only the current leader touches these.
+  std::unique_ptr<ReplicaWriter> writer_;
+  Durability synchronous_ = Durability::eventual;
+};
+
+}  // namespace tulo

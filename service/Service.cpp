@@ -1,0 +1,106 @@
+#include "service/Service.h"
+
+#include <sys/stat.h>
+#include <systemd/sd-daemon.h>
+
+#include <thread>
+
+#include "service/Control.h"
+#include "service/ServiceControl.h"
+#include "service/ServiceLog.h"
+
+namespace tulo {
+
+Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
+    : options_(options) {
+  const std::string state = paths::stateDirectory(options.domain);
+  paths::createPrivateDirectory(state);
+  lock_ = std::make_unique<DomainLock>(state);
+  engine_ = std::make_unique<Engine>(
+      EngineOptions{options.domain, state, options.source, options.limits,
+                    DownloadPolicy::userListPath()},
+      factory);
+  const MountParts parts{engine_->replica(),   engine_->sync(),    engine_->contents(),
+                         engine_->openFiles(), engine_->folders(), engine_->notifier(),
+                         options.domain,       [this](NodeId folder) { listed(folder); }};
+  startThumbnails();
+  mount_ = std::make_unique<Mount>(
+      MountOptions{options.mountPoint, options.domain, options.allowOther, options.debug}, parts);
+  control_ = std::make_unique<ControlServer>(
+      paths::controlSocket(options.domain),
+      [this](const std::string& request, const ControlServer::Emit& emit) {
+        if (answerControl(*engine_, options_.mountPoint, request, emit)) stop();
+      });
+}
+
+Service::~Service() {
+  control_.reset();
+  mount_.reset();
+  thumbnails_.reset();
+  engine_.reset();
+}
+
+void Service::startThumbnails() {
+  const auto source =
+      std::dynamic_pointer_cast<platform::NSFileProviderThumbnailing>(engine_->extension());
+  const std::optional<std::string> directory = DesktopThumbnails::userDirectory();
+  if (!options_.thumbnails || !source || !directory) return;
+  thumbnails_ = std::make_unique<ThumbnailBatcher>(source, DesktopThumbnails(*directory));
+}
+
+// Called for every listing that reaches the service, so it only leaves word.
+void Service::listed(NodeId folder) {
+  if (!thumbnails_) return;
+  constexpr std::size_t kPage = 256;
+  thumbnails_->listed(folder, [this, folder, after = kNoNode]() mutable {
+    std::vector<ThumbnailFile> page;
+    try {
+      engine_->replica().read([&](ReplicaReader& reader) {
+        std::string base = options_.mountPoint;
+        for (const std::string& part : reader.path(folder)) base += '/' + part;
+        std::vector<std::pair<NodeId, std::string>> names;
+        reader.children(folder, after, [&](const Entry& entry, std::string_view name) {
+          after = entry.id;
+          if (entry.kind == NodeKind::file) names.emplace_back(entry.id, name);
+          return names.size() < kPage;
+        });
+        for (const auto& [id, name] : names) {
+          const std::optional<Node> node = reader.node(id);
+          if (!node || node->identifier.empty()) continue;
+          page.push_back({node->identifier, {base + '/' + name, node->modified, node->size}});
+        }
+      });
+    } catch (const DatabaseError& error) {
+      serviceLog().error("no thumbnails for folder %d: %{public}@", {folder, error.what()});
+    }
+    return page;
+  });
+}
+
+void Service::run(const std::function<void()>& ready) {
+  engine_->notifier().start(*mount_);
+  engine_->start();
+  control_->start();
+  if (thumbnails_) thumbnails_->start();
+  std::thread announcer([&] {
+    // The kernel queues requests from the moment of mounting on, so the first look waits for the
+    // loop, not for a clock.
+    struct stat status = {};
+    if (::stat(options_.mountPoint.c_str(), &status) != 0) {
+      serviceLog().error("the mount at %{public}@ does not answer", {options_.mountPoint});
+    }
+    sd_notify(0, "READY=1");
+    ready();
+  });
+  mount_->run();
+  sd_notify(0, "STOPPING=1");
+  announcer.join();
+  control_->stop();
+  if (thumbnails_) thumbnails_->stop();
+  mount_->abort();
+  engine_->stop();
+}
+
+void Service::stop() { mount_->stop(); }
+
+}  // namespace tulo

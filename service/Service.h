@@ -1,0 +1,53 @@
+// One account as a folder: the engine, its mount and its control socket in one process.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "service/Engine.h"
+#include "service/Mount.h"
+#include "service/ServicePaths.h"
+#include "service/ThumbnailBatcher.h"
+
+namespace tulo {
+
+struct ServiceOptions {
+  std::string domain;
+  std::string mountPoint;
+  SourceFiles source;
+  CacheLimits limits;
+  bool thumbnails = true;
+  bool allowOther = false;
+  bool debug = false;
+};
+
+class ControlServer;
+
+class Service {
+ public:
+  // Takes the domain's lock, opens the replica and mounts. Throws ServiceError, MountError,
+  // DatabaseError or ContentError, each with a message for the user.
+  Service(const ServiceOptions& options, const ExtensionFactory& factory);
+  ~Service();
+
+  // Serves until stop() or an unmount; `ready` is called once the mount answers.
+  void run(const std::function<void()>& ready);
+  // Any thread but run()'s own.
+  void stop();
+
+  Engine& engine() { return *engine_; }
+
+ private:
+  void startThumbnails();
+  void listed(NodeId folder);
+
+  const ServiceOptions options_;
+  std::unique_ptr<DomainLock> lock_;
+  std::unique_ptr<Engine> engine_;
+  std::unique_ptr<ThumbnailBatcher> thumbnails_;
+  std::unique_ptr<Mount> mount_;
+  std::unique_ptr<ControlServer> control_;
+};
+
+}  // namespace tulo

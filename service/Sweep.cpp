@@ -1,0 +1,155 @@
+// The background half of Sync.
+#include <algorithm>
+#include <chrono>
+#include <future>
+
+#include "service/ServiceLog.h"
+#include "service/Sync.h"
+
+namespace tulo {
+
+namespace {
+
+// The most recently used folders come first in every pass, the rest oldest first, so that a host
+// that commits all the time starves nobody.
+constexpr std::size_t kHotFolders = 16;
+
+// After so many folders of one pass the kernel's listings of the others are dropped: whoever lists
+// one of them asks here first.
+constexpr std::size_t kQuickFolders = 64;
+
+// The sweep runs freely so long, then rests as long as it works.
+constexpr std::chrono::milliseconds kFreeRun{300};
+constexpr std::chrono::milliseconds kRetryInterval{500};
+
+using Clock = std::chrono::steady_clock;
+
+class ChangeObserver final : public platform::NSFileProviderChangeObserver {
+ public:
+  void didUpdateItems(std::vector<platform::ItemPointer>) override {}
+  void didDeleteItems(std::vector<platform::NSFileProviderItemIdentifier>) override {}
+  void finishEnumeratingChanges(const platform::NSFileProviderSyncAnchor&, bool) override {}
+  void finishEnumeratingWithError(const platform::NSError&) override {}
+};
+
+}  // namespace
+
+std::vector<NodeId> Sync::planPass(std::uint64_t generation) {
+  std::vector<NodeId> plan = folders_.olderThan(generation);
+  if (plan.size() <= kHotFolders) return plan;
+  std::vector<std::pair<std::uint64_t, NodeId>> rest;
+  for (std::size_t i = kHotFolders; i < plan.size(); ++i) {
+    rest.emplace_back(folders_.verified(plan[i]).value_or(0), plan[i]);
+  }
+  std::stable_sort(rest.begin(), rest.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (std::size_t i = 0; i < rest.size(); ++i) plan[kHotFolders + i] = rest[i].second;
+  return plan;
+}
+
+// The protocol's own question about changes. Every listing is compared anyway, so the answer only
+// serves to show the anchor.
+void Sync::askAnchor() {
+  const auto enumerator =
+      extension_->enumerator(platform::NSFileProviderRootContainerItemIdentifier(), {});
+  std::string last;
+  {
+    std::lock_guard lock(runningMutex_);
+    last = statistics_.anchor;
+  }
+  if (!last.empty()) enumerator->enumerateChanges(std::make_shared<ChangeObserver>(), last);
+  enumerator->currentSyncAnchor([this](std::optional<platform::NSFileProviderSyncAnchor> anchor) {
+    std::lock_guard lock(runningMutex_);
+    statistics_.anchor = anchor.value_or("");
+  });
+}
+
+void Sync::dropListings() {
+  Invalidations invalidations;
+  {
+    std::lock_guard lock(sweepMutex_);
+    for (NodeId folder : pass_) invalidations.push_back(dataChanged(folder));
+  }
+  notifier_.queue(std::move(invalidations));
+}
+
+bool Sync::sweepStep() {
+  const std::uint64_t now = generation();
+  NodeId folder = kNoNode;
+  bool newPass = false;
+  bool drop = false;
+  bool retried = false;
+  {
+    std::lock_guard lock(sweepMutex_);
+    if (passGeneration_ != now) {
+      const std::vector<NodeId> plan = planPass(now);
+      pass_.assign(plan.begin(), plan.end());
+      passGeneration_ = now;
+      sweptInPass_ = 0;
+      newPass = true;
+    }
+    drop = ++sweptInPass_ == kQuickFolders;
+    if (!pass_.empty()) {
+      folder = pass_.front();
+      pass_.pop_front();
+    } else if (!retry_.empty()) {
+      folder = *retry_.begin();
+      retry_.erase(retry_.begin());
+      retried = true;
+    }
+  }
+  if (newPass) askAnchor();
+  if (folder == kNoNode) return false;
+  if (drop) dropListings();
+  std::promise<int> done;
+  refresh(folder, [&done](int error) { done.set_value(error); });
+  const int error = done.get_future().get();
+  return error == 0 || !retried;
+}
+
+bool Sync::waitForWork(std::unique_lock<std::mutex>& lock) {
+  sweepWanted_.wait_for(lock, kRetryInterval,
+                        [this] { return stopping_ || passGeneration_ != generation(); });
+  return !stopping_;
+}
+
+void Sync::sweepLoop() {
+  std::unique_lock lock(sweepMutex_);
+  while (waitForWork(lock)) {
+    lock.unlock();
+    const auto begin = Clock::now();
+    auto stepBegin = begin;
+    while (!stopping_ && sweepStep()) {
+      const auto stepEnd = Clock::now();
+      if (stepEnd - begin > kFreeRun) {
+        lock.lock();
+        sweepWanted_.wait_for(lock, stepEnd - stepBegin, [this] { return stopping_.load(); });
+        lock.unlock();
+      }
+      stepBegin = Clock::now();
+    }
+    lock.lock();
+  }
+}
+
+void Sync::start() {
+  sweeper_ = std::thread([this] { sweepLoop(); });
+  source_.start([this] { checkSource(); });
+}
+
+void Sync::stop() {
+  source_.stop();
+  {
+    std::lock_guard lock(sweepMutex_);
+    std::lock_guard running(runningMutex_);
+    stopping_ = true;
+    sweepWanted_.notify_all();
+  }
+  if (sweeper_.joinable()) sweeper_.join();
+  workers_.stop();
+  // Listings that the provider has not answered hold references to this object.
+  std::unique_lock lock(runningMutex_);
+  runningChanged_.wait(lock, [this] { return running_.empty(); });
+}
+
+}  // namespace tulo
