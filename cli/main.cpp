@@ -5,7 +5,9 @@
 #include <string>
 
 #include "cli/HostCommand.h"
+#include "cli/MountCommand.h"
 #include "cli/ProviderCommand.h"
+#include "cli/UnmountCommand.h"
 #include "platform/Deployment.h"
 
 namespace {
@@ -19,7 +21,9 @@ int run(int argc, char** argv) {
   app.require_subcommand(1, 1);
   int exitStatus = 0;
   tulo::cli::addHostCommand(app, exitStatus);
+  tulo::cli::addMountCommand(app, exitStatus);
   tulo::cli::addProviderCommand(app, exitStatus);
+  tulo::cli::addUnmountCommand(app, exitStatus);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -75,7 +75,8 @@ void copyBytes(int from, int to, const std::string& name) {
 ContentStore::ContentStore(const std::string& directory, CacheLimits limits)
     : directory_(directory + "/contents"), limits_(limits) {
   makeDirectory(directory_);
-  for (unsigned i = 0; i < kFolders; ++i) makeDirectory(directory_ + '/' + folderName(i));
+  for (unsigned i = 0; i < kFolders; ++i)
+    makeDirectory(directory_ + '/' + folderName(i));
 }
 
 std::string ContentStore::path(ContentId content) const {
@@ -111,7 +112,9 @@ Descriptor ContentStore::open(ContentId content, std::int64_t size) const {
   return openChecked(path(content), size, status);
 }
 
-void ContentStore::remove(ContentId content) const { ::unlink(path(content).c_str()); }
+void ContentStore::remove(ContentId content) const {
+  ::unlink(path(content).c_str());
+}
 
 bool ContentStore::makeDurable(ContentId content) const {
   const Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC));
@@ -124,14 +127,14 @@ std::int64_t ContentStore::diskShortage(std::int64_t wanted) const {
   const auto unit = static_cast<std::int64_t>(disk.f_frsize);
   const auto free = static_cast<std::int64_t>(disk.f_bavail) * unit;
   const auto total = static_cast<double>(disk.f_blocks) * static_cast<double>(unit);
-  const auto keep = std::max(static_cast<std::int64_t>(total * limits_.keepFreeFraction),
-                             limits_.keepFreeBytes);
+  const auto keep =
+      std::max(static_cast<std::int64_t>(total * limits_.keepFreeFraction), limits_.keepFreeBytes);
   return std::max<std::int64_t>(0, wanted + reserved_ - (free - keep));
 }
 
 std::int64_t ContentStore::shortage(std::int64_t wanted) const {
-  return std::max({std::int64_t{0}, used_ + reserved_ + wanted - limits_.size,
-                   diskShortage(wanted)});
+  return std::max(
+      {std::int64_t{0}, used_ + reserved_ + wanted - limits_.size, diskShortage(wanted)});
 }
 
 }  // namespace tulo

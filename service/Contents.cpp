@@ -15,7 +15,9 @@ OpenFile::OpenFile(OpenFiles& openFiles, const ContentStore& store, NodeId node,
   openFiles_.opened(node_, content_);
 }
 
-OpenFile::~OpenFile() { openFiles_.closed(node_, content_); }
+OpenFile::~OpenFile() {
+  openFiles_.closed(node_, content_);
+}
 
 int OpenFile::descriptor() {
   std::lock_guard lock(mutex_);
@@ -47,8 +49,8 @@ std::optional<OpenAnswer> Contents::openNow(NodeId id) {
     std::lock_guard lock(mutex_);
     used_[id] = std::time(nullptr);
   }
-  return OpenAnswer{
-      0, std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size)};
+  return OpenAnswer{0,
+                    std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size)};
 }
 
 Contents::Ticket Contents::beginOpen(NodeId node, OpenCompletion completion) {
@@ -143,14 +145,17 @@ void Contents::stop() {
     waitingAhead_.clear();
     idle_.wait(lock, [this] { return insideCallback_ == 0; });
   }
-  for (auto& [ticket, waiter] : waiters) waiter.completion({EINTR, nullptr});
-  for (auto& [node, fetch] : fetches) finish(fetch, EINTR, {});
+  for (auto& [ticket, waiter] : waiters)
+    waiter.completion({EINTR, nullptr});
+  for (auto& [node, fetch] : fetches)
+    finish(fetch, EINTR, {});
 }
 
 Contents::Statistics Contents::statistics() const {
   std::lock_guard lock(mutex_);
   Statistics result = statistics_;
-  for (const auto& [node, fetch] : fetches_) result.transfers.push_back(transferOf(*fetch));
+  for (const auto& [node, fetch] : fetches_)
+    result.transfers.push_back(transferOf(*fetch));
   return result;
 }
 

@@ -40,8 +40,7 @@ ControlServer::ControlServer(const std::string& path, Handler handler)
   // The domain's lock is held, so whoever bound it before is gone.
   ::unlink(path_.c_str());
   const mode_t mask = ::umask(0177);
-  const int result =
-      ::bind(listener_.get(), control::generic(address), sizeof address);
+  const int result = ::bind(listener_.get(), control::generic(address), sizeof address);
   ::umask(mask);
   if (result != 0 || ::listen(listener_.get(), 16) != 0) {
     throw ServiceError("cannot listen on " + path_ + ": " + std::strerror(errno));
@@ -68,7 +67,8 @@ void ControlServer::stop() {
       if (!connection.ended) ::shutdown(connection.descriptor, SHUT_RDWR);
     }
   }
-  for (auto& [number, connection] : connections_) connection.thread.join();
+  for (auto& [number, connection] : connections_)
+    connection.thread.join();
   connections_.clear();
 }
 
@@ -97,8 +97,8 @@ void ControlServer::accept() {
     const std::size_t number = nextConnection_++;
     Connection& connection = connections_[number];
     connection.descriptor = descriptor.release();
-    connection.thread = std::thread(
-        [this, number, raw = connection.descriptor] { serve(number, raw); });
+    connection.thread =
+        std::thread([this, number, raw = connection.descriptor] { serve(number, raw); });
   }
 }
 

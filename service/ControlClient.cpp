@@ -31,8 +31,7 @@ sockaddr_un addressOf(const std::string& path) {
 bool sendAll(int descriptor, const std::string& text) {
   std::size_t done = 0;
   while (done < text.size()) {
-    const ssize_t count =
-        ::send(descriptor, text.data() + done, text.size() - done, MSG_NOSIGNAL);
+    const ssize_t count = ::send(descriptor, text.data() + done, text.size() - done, MSG_NOSIGNAL);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return false;
     done += static_cast<std::size_t>(count);

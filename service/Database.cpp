@@ -15,9 +15,8 @@ constexpr int kBusyMilliseconds = 10000;
 
 Statement::Statement(sqlite3* database, std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
-  const int result =
-      sqlite3_prepare_v3(database, sql.data(), static_cast<int>(sql.size()),
-                         SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+  const int result = sqlite3_prepare_v3(database, sql.data(), static_cast<int>(sql.size()),
+                                        SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
   statement_.reset(statement);
   if (result != SQLITE_OK) fail(database, result);
 }
@@ -72,15 +71,15 @@ void Statement::bindOne(int index, std::nullptr_t) {
 // Names and versions are bytes, not necessarily text: all are stored as blobs, which compare by
 // their bytes.
 void Statement::bindOne(int index, std::string_view value) {
-  check(sqlite3_bind_blob64(statement_.get(), index, value.data() ? value.data() : "",
-                            value.size(), SQLITE_STATIC));
+  check(sqlite3_bind_blob64(statement_.get(), index, value.data() ? value.data() : "", value.size(),
+                            SQLITE_STATIC));
 }
 
 Connection::Connection(const std::string& path, Mode mode) {
   sqlite3* handle = nullptr;
-  const int flags = SQLITE_OPEN_NOMUTEX | (mode == Mode::create
-                                               ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
-                                               : SQLITE_OPEN_READONLY);
+  const int flags =
+      SQLITE_OPEN_NOMUTEX |
+      (mode == Mode::create ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
   const int result = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
   handle_.reset(handle);
   if (result != SQLITE_OK) {

@@ -36,7 +36,9 @@ Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
   pins_.start();
 }
 
-Engine::~Engine() { stop(); }
+Engine::~Engine() {
+  stop();
+}
 
 void Engine::addRoot() {
   if (replica_.read([](ReplicaReader& reader) { return reader.entry(kRootNode); })) return;

@@ -21,9 +21,8 @@
 
 namespace tulo {
 
-using ExtensionFactory =
-    std::function<std::shared_ptr<platform::NSFileProviderReplicatedExtension>(
-        platform::DomainPointer)>;
+using ExtensionFactory = std::function<std::shared_ptr<platform::NSFileProviderReplicatedExtension>(
+    platform::DomainPointer)>;
 
 struct EngineOptions {
   std::string domain;

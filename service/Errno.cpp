@@ -16,23 +16,25 @@ struct Row {
   std::string_view words;
 };
 
-constexpr std::int64_t raw(NSFileProviderErrorCode code) { return static_cast<std::int64_t>(code); }
+constexpr std::int64_t raw(NSFileProviderErrorCode code) {
+  return static_cast<std::int64_t>(code);
+}
 
 constexpr Row kTable[] = {
-    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::notAuthenticated), EKEYREJECTED, true,
-     "not signed in at the host"},
-    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::filenameCollision), EEXIST, false,
-     "the name is taken at the host"},
-    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::syncAnchorExpired), ESTALE, true,
-     "the listing is out of date"},
-    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::insufficientQuota), EDQUOT, true,
-     "the account has no room left"},
-    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::serverUnreachable), EHOSTDOWN, true,
-     "the host cannot be reached"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::notAuthenticated),
+     EKEYREJECTED, true, "not signed in at the host"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::filenameCollision), EEXIST,
+     false, "the name is taken at the host"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::syncAnchorExpired), ESTALE,
+     true, "the listing is out of date"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::insufficientQuota), EDQUOT,
+     true, "the account has no room left"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::serverUnreachable),
+     EHOSTDOWN, true, "the host cannot be reached"},
     {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::noSuchItem), ENOENT, false,
      "the host has no such item"},
-    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::cannotSynchronize), EIO, false,
-     "the host cannot synchronise the item"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::cannotSynchronize), EIO,
+     false, "the host cannot synchronise the item"},
     {platform::NSCocoaErrorDomain, platform::NSFileWriteInvalidFileNameError, EINVAL, false,
      "the host does not allow this name"},
     {platform::NSCocoaErrorDomain, platform::NSFileWriteOutOfSpaceError, ENOSPC, true,

@@ -234,7 +234,8 @@ void Contents::finish(const FetchPointer& fetch, int error, const std::string& r
     if (found != fetches_.end() && found->second == fetch) fetches_.erase(found);
     ++(error == 0 ? statistics_.fetched : statistics_.failed);
   }
-  for (const FetchCompletion& waiter : waiters) waiter(error);
+  for (const FetchCompletion& waiter : waiters)
+    waiter(error);
   startNext();
 }
 

@@ -54,8 +54,10 @@ void Folders::remove(NodeId folder) {
 
 void Folders::setWatched(const std::vector<NodeId>& folders) {
   std::lock_guard lock(mutex_);
-  for (auto& [id, state] : states_) state.watched = false;
-  for (NodeId folder : folders) states_[folder].watched = true;
+  for (auto& [id, state] : states_)
+    state.watched = false;
+  for (NodeId folder : folders)
+    states_[folder].watched = true;
 }
 
 std::vector<NodeId> Folders::olderThan(std::uint64_t generation) const {
@@ -73,7 +75,8 @@ std::vector<NodeId> Folders::olderThan(std::uint64_t generation) const {
   std::sort(found.begin(), found.end(), std::greater<>());
   std::vector<NodeId> result;
   result.reserve(found.size());
-  for (const auto& [use, id] : found) result.push_back(id);
+  for (const auto& [use, id] : found)
+    result.push_back(id);
   return result;
 }
 
@@ -89,7 +92,8 @@ std::vector<std::pair<NodeId, std::uint64_t>> Folders::allVerified() const {
 std::uint64_t Folders::references() const {
   std::lock_guard lock(mutex_);
   std::uint64_t sum = 0;
-  for (const auto& [id, state] : states_) sum += state.references;
+  for (const auto& [id, state] : states_)
+    sum += state.references;
   return sum;
 }
 

@@ -37,7 +37,8 @@ class Folders {
   // The folders that are kept up to date although the kernel may not know them.
   void setWatched(const std::vector<NodeId>& folders);
 
-  // The folders known to the kernel or watched that are older than the generation, most recently used first.
+  // The folders known to the kernel or watched that are older than the generation, most recently
+  // used first.
   std::vector<NodeId> olderThan(std::uint64_t generation) const;
   // Every folder with the generation that it was verified for.
   std::vector<std::pair<NodeId, std::uint64_t>> allVerified() const;

@@ -79,9 +79,10 @@ bool Contents::evictSome(std::int64_t bytes) {
   saveUseStep();
   const std::int64_t before = store_.used();
   const auto oldest = replica_.read([](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM node WHERE state=1 AND kept=0 AND last_used>=? "
-                      "ORDER BY last_used LIMIT ?",
-                      0, kBatch);
+    return reader.ids(
+        "SELECT id FROM node WHERE state=1 AND kept=0 AND last_used>=? "
+        "ORDER BY last_used LIMIT ?",
+        0, kBatch);
   });
   for (NodeId id : oldest) {
     if (before - store_.used() >= bytes) break;
@@ -107,15 +108,18 @@ bool Contents::evictStep() {
 
 bool Contents::keepStep() {
   const auto folders = replica_.read([](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM node WHERE kept=1 AND kind=1 AND listed=0 AND id>? AND "
-                      "parent IS NOT NULL LIMIT ?",
-                      0, kBatch);
+    return reader.ids(
+        "SELECT id FROM node WHERE kept=1 AND kind=1 AND listed=0 AND id>? AND "
+        "parent IS NOT NULL LIMIT ?",
+        0, kBatch);
   });
-  for (NodeId folder : folders) sync_.refresh(folder, [](int) {});
+  for (NodeId folder : folders)
+    sync_.refresh(folder, [](int) {});
   const auto files = replica_.read([this](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM node WHERE kept=1 AND kind=2 AND state=0 AND size>0 AND "
-                      "id>? AND parent IS NOT NULL ORDER BY id LIMIT ?",
-                      static_cast<std::int64_t>(keepCursor_.load()), kBatch);
+    return reader.ids(
+        "SELECT id FROM node WHERE kept=1 AND kind=2 AND state=0 AND size>0 AND "
+        "id>? AND parent IS NOT NULL ORDER BY id LIMIT ?",
+        static_cast<std::int64_t>(keepCursor_.load()), kBatch);
   });
   for (NodeId file : files) {
     {
@@ -174,7 +178,8 @@ bool Contents::durableStep() {
     if (store_.makeDurable(content)) safe.push_back(content);
   }
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    for (ContentId content : safe) writer.setContentDurable(content);
+    for (ContentId content : safe)
+      writer.setContentDurable(content);
   });
   return !safe.empty();
 }
@@ -187,7 +192,8 @@ bool Contents::saveUseStep() {
   }
   if (used.empty()) return false;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    for (const auto& [node, when] : used) writer.setLastUsed(node, when);
+    for (const auto& [node, when] : used)
+      writer.setLastUsed(node, when);
   });
   return true;
 }

@@ -104,8 +104,7 @@ ItemRecord recordOf(const platform::NSFileProviderItem& item) {
   record.parentIdentifier = item.parentItemIdentifier();
   record.filename = item.filename();
   const std::optional<platform::UTType> type = item.contentType();
-  record.kind =
-      type && *type == platform::UTType::folder() ? NodeKind::folder : NodeKind::file;
+  record.kind = type && *type == platform::UTType::folder() ? NodeKind::folder : NodeKind::file;
   record.size = item.documentSize().value_or(0);
   if (const auto date = item.contentModificationDate()) {
     record.modified = date->time_since_epoch().count();

@@ -102,7 +102,8 @@ const fuse_lowlevel_ops kOperations = [] {
 std::string optionText(const MountOptions& options) {
   // A comma or backslash of the name would end or escape the option.
   std::string name;
-  for (char c : options.name) name += c == ',' || c == '\\' ? '_' : c;
+  for (char c : options.name)
+    name += c == ',' || c == '\\' ? '_' : c;
   std::string text = "ro,nosuid,nodev,default_permissions,subtype=tulo,fsname=" + name;
   if (options.allowOther) text += ",allow_other";
   return text;
@@ -151,7 +152,9 @@ int runProgram(const std::vector<const char*>& arguments) {
 
 }  // namespace
 
-const fuse_lowlevel_ops& MountSession::operations() { return kOperations; }
+const fuse_lowlevel_ops& MountSession::operations() {
+  return kOperations;
+}
 
 struct Mount::Session {
   Session(const MountOptions& options, const MountParts& parts)
@@ -164,8 +167,8 @@ struct Mount::Session {
     std::vector<char*> words = {program.data(), flag.data(), text.data()};
     if (options.debug) words.push_back(debug.data());
     fuse_args arguments = FUSE_ARGS_INIT(static_cast<int>(words.size()), words.data());
-    fuse.reset(fuse_session_new(&arguments, &MountSession::operations(),
-                                sizeof(fuse_lowlevel_ops), &handlers));
+    fuse.reset(fuse_session_new(&arguments, &MountSession::operations(), sizeof(fuse_lowlevel_ops),
+                                &handlers));
     fuse_opt_free_args(&arguments);
     if (!fuse) throw MountError("cannot start a FUSE session");
     if (fuse_session_mount(fuse.get(), options.mountPoint.c_str()) != 0) {

@@ -25,8 +25,7 @@ constexpr std::array<std::string_view, 8> kNames = {
 
 }  // namespace
 
-std::optional<std::string> value(const Node& node, std::string_view name,
-                                 std::string_view domain) {
+std::optional<std::string> value(const Node& node, std::string_view name, std::string_view domain) {
   if (name == kNames[0]) return node.identifier;
   if (name == kNames[1]) return node.filename;
   if (name == kNames[2]) return stateName(node);

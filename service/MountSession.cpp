@@ -38,7 +38,9 @@ void guarded(fuse_req_t request, const Function& function) {
 MountSession::MountSession(const MountParts& parts, uid_t user, gid_t group)
     : parts_(parts), user_(user), group_(group), interrupts_(1) {}
 
-void MountSession::stop() { interrupts_.stop(); }
+void MountSession::stop() {
+  interrupts_.stop();
+}
 
 void MountSession::initialize(fuse_conn_info& connection) {
   const auto want = [&](unsigned capability) {
@@ -107,8 +109,8 @@ void MountSession::replyEntry(fuse_req_t request, const Entry& entry) {
 
 bool MountSession::answerLookup(fuse_req_t request, NodeId folder, const std::string& name,
                                 bool refreshed, int error) {
-  const NameLookup found = parts_.replica.read(
-      [&](ReplicaReader& reader) { return reader.lookup(folder, name); });
+  const NameLookup found =
+      parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(folder, name); });
   if (!found.folderExists) {
     fuse_reply_err(request, ESTALE);
     return true;
@@ -116,8 +118,8 @@ bool MountSession::answerLookup(fuse_req_t request, NodeId folder, const std::st
   const Freshness freshness = parts_.sync.freshness(folder, found.listed);
   // What was seen since the service started and changed since is on its way (the sweep); only a
   // name that is not here has to be looked for first.
-  const bool goodEnough = freshness == Freshness::current ||
-                          (freshness == Freshness::older && found.entry.has_value());
+  const bool goodEnough =
+      freshness == Freshness::current || (freshness == Freshness::older && found.entry.has_value());
   if (!refreshed && !goodEnough) return false;
   if (found.entry) {
     replyEntry(request, *found.entry);
@@ -189,9 +191,8 @@ void MountSession::open(fuse_req_t request, NodeId node, const fuse_file_info& i
 void MountSession::openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info) {
   const int process = fuse_req_ctx(request)->pid;
   const Contents::Ticket ticket = parts_.contents.beginOpen(
-      node, [this, request, info](OpenAnswer answer) {
-        replyOpen(request, info, std::move(answer));
-      });
+      node,
+      [this, request, info](OpenAnswer answer) { replyOpen(request, info, std::move(answer)); });
   // The request may be gone when this runs, so nothing of it is touched; the ticket knows.
   const auto interrupted = [](fuse_req_t interruptedRequest, void* data) {
     MountSession& session = of(interruptedRequest);
@@ -224,8 +225,7 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
         return;
       }
       fuse_bufvec buffers = FUSE_BUFVEC_INIT(size);
-      buffers.buf[0].flags =
-          static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK);
+      buffers.buf[0].flags = static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK);
       buffers.buf[0].fd = descriptor;
       buffers.buf[0].pos = offset;
       fuse_reply_data(request, &buffers, FUSE_BUF_SPLICE_MOVE);
@@ -280,8 +280,8 @@ bool MountSession::addDots(fuse_req_t request, NodeId folder, off_t offset, bool
   return true;
 }
 
-void MountSession::fillDirectory(fuse_req_t request, NodeId folder, std::size_t size,
-                                 off_t offset, bool plus) {
+void MountSession::fillDirectory(fuse_req_t request, NodeId folder, std::size_t size, off_t offset,
+                                 bool plus) {
   DirectoryBuffer buffer(size);
   std::vector<NodeId> remembered;
   if (addDots(request, folder, offset, plus, buffer)) {
@@ -298,9 +298,11 @@ void MountSession::fillDirectory(fuse_req_t request, NodeId folder, std::size_t 
       });
     });
   }
-  for (NodeId id : remembered) parts_.folders.remembered(id);
+  for (NodeId id : remembered)
+    parts_.folders.remembered(id);
   if (fuse_reply_buf(request, buffer.data(), buffer.used()) != 0) {
-    for (NodeId id : remembered) parts_.folders.forgotten(id, 1);
+    for (NodeId id : remembered)
+      parts_.folders.forgotten(id, 1);
   }
 }
 
@@ -320,8 +322,7 @@ void MountSession::getxattr(fuse_req_t request, NodeId id, const char* name, std
       fuse_reply_err(request, ENODATA);
       return;
     }
-    const auto node =
-        parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });
+    const auto node = parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });
     const auto value =
         node ? attributes::value(*node, name, parts_.domain) : std::optional<std::string>();
     if (!value) {
@@ -338,11 +339,11 @@ void MountSession::getxattr(fuse_req_t request, NodeId id, const char* name, std
 
 void MountSession::listxattr(fuse_req_t request, NodeId id, std::size_t size) {
   guarded(request, [&] {
-    const auto node =
-        parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });
+    const auto node = parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });
     std::string list;
     if (node) {
-      for (const std::string& name : attributes::names(*node)) list += name + '\0';
+      for (const std::string& name : attributes::names(*node))
+        list += name + '\0';
     }
     if (size == 0) {
       fuse_reply_xattr(request, list.size());

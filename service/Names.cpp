@@ -56,7 +56,8 @@ std::uint64_t hash(std::string_view text) {
 std::string_view cut(std::string_view text, std::size_t limit) {
   if (text.size() <= limit) return text;
   std::size_t end = limit;
-  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80U) --end;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80U)
+    --end;
   for (std::size_t back = 1; back <= 2 && back <= end; ++back) {
     if (text[end - back] == '%') return text.substr(0, end - back);
   }

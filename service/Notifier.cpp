@@ -2,7 +2,9 @@
 
 namespace tulo {
 
-Notifier::~Notifier() { stop(); }
+Notifier::~Notifier() {
+  stop();
+}
 
 void Notifier::start(InvalidationSink& sink) {
   std::lock_guard lock(mutex_);
@@ -31,14 +33,16 @@ void Notifier::stop() {
     changed_.notify_all();
   }
   if (thread.joinable()) thread.join();
-  for (Work& work : rest) perform(work, nullptr);
+  for (Work& work : rest)
+    perform(work, nullptr);
 }
 
 void Notifier::queue(Invalidations invalidations) {
   if (invalidations.empty()) return;
   std::lock_guard lock(mutex_);
   if (stopping_) return;
-  for (Invalidation& invalidation : invalidations) queue_.push_back({std::move(invalidation), nullptr});
+  for (Invalidation& invalidation : invalidations)
+    queue_.push_back({std::move(invalidation), nullptr});
   changed_.notify_one();
 }
 
@@ -74,7 +78,8 @@ void Notifier::deliverNow(InvalidationSink& sink) {
     std::lock_guard lock(mutex_);
     all.swap(queue_);
   }
-  for (Work& work : all) perform(work, &sink);
+  for (Work& work : all)
+    perform(work, &sink);
 }
 
 }  // namespace tulo

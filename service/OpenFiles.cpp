@@ -29,7 +29,8 @@ bool OpenFiles::isContentOpen(ContentId content) const {
 std::size_t OpenFiles::count() const {
   std::lock_guard lock(mutex_);
   std::size_t sum = 0;
-  for (const auto& [id, state] : nodes_) sum += state.handles;
+  for (const auto& [id, state] : nodes_)
+    sum += state.handles;
   return sum;
 }
 

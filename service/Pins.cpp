@@ -8,13 +8,16 @@ namespace tulo {
 
 std::vector<NodeId> Pins::keptFolders() {
   return replica_.read([](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM node WHERE kept=1 AND kind=1 AND id>? AND parent IS NOT "
-                      "NULL LIMIT ?",
-                      0, std::numeric_limits<std::int64_t>::max());
+    return reader.ids(
+        "SELECT id FROM node WHERE kept=1 AND kind=1 AND id>? AND parent IS NOT "
+        "NULL LIMIT ?",
+        0, std::numeric_limits<std::int64_t>::max());
   });
 }
 
-void Pins::start() { folders_.setWatched(keptFolders()); }
+void Pins::start() {
+  folders_.setWatched(keptFolders());
+}
 
 int Pins::setPinned(NodeId id, bool pinned) {
   bool found = false;

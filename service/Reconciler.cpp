@@ -74,7 +74,8 @@ class Pass {
   void sortOut() {
     std::unordered_map<std::string_view, const Node*> known;
     known.reserve(children_.size());
-    for (const Node& child : children_) known.emplace(child.identifier, &child);
+    for (const Node& child : children_)
+      known.emplace(child.identifier, &child);
     std::unordered_set<std::string_view> seen;
     if (!children_.empty()) seen.reserve(listing_.items.size());
     for (const ItemRecord& item : listing_.items) {
@@ -110,7 +111,8 @@ class Pass {
     for (const Kept& kept : stay_) {
       if (kept.renamed) writer_.parkName(kept.before.id);
     }
-    for (const Kept& kept : stay_) updateOne(kept);
+    for (const Kept& kept : stay_)
+      updateOne(kept);
   }
 
   std::string freeName(const ItemRecord& item) {
@@ -174,7 +176,8 @@ class Pass {
   }
 
   void insertNew() {
-    for (const ItemRecord* item : fresh_) insertOne(*item);
+    for (const ItemRecord* item : fresh_)
+      insertOne(*item);
   }
 
   void insertOne(const ItemRecord& item) {
@@ -258,13 +261,15 @@ Invalidations Reconciler::attempt(NodeId folder, const Listing& listing, const s
     invalidations = pass.take();
     leftBehind = pass.leftBehind();
   });
-  for (const Entry& entry : leftBehind) openFiles_.leaveBehind(entry);
+  for (const Entry& entry : leftBehind)
+    openFiles_.leaveBehind(entry);
   return invalidations;
 }
 
 std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing) {
   std::unordered_set<std::string_view> listed;
-  for (const ItemRecord& item : listing.items) listed.insert(item.identifier);
+  for (const ItemRecord& item : listing.items)
+    listed.insert(item.identifier);
   const std::vector<Node> children =
       replica.read([&](ReplicaReader& reader) { return reader.childNodes(folder); });
   std::vector<std::string> sample;

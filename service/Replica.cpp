@@ -82,7 +82,8 @@ void Replica::write(Durability durability, const WriteFunction& function) {
     lock.unlock();
     commitBatch(batch);
     lock.lock();
-    for (Pending* pending : batch) pending->done = true;
+    for (Pending* pending : batch)
+      pending->done = true;
     leading_ = false;
     queueChanged_.notify_all();
   }
@@ -119,7 +120,8 @@ void Replica::commitBatch(std::deque<Pending*>& batch) {
     }
     setSynchronous(durability);
     writer_->connection().execute("BEGIN IMMEDIATE");
-    for (Pending* pending : batch) runOne(*pending);
+    for (Pending* pending : batch)
+      runOne(*pending);
     writer_->connection().execute("COMMIT");
   } catch (...) {
     writer_->forgetReservations();

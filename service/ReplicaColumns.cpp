@@ -8,7 +8,9 @@ constexpr const char* kEntryColumns = "id,kind,size,modified,capabilities,mode,s
 
 }  // namespace
 
-std::string selectEntry() { return std::string("SELECT ") + kEntryColumns + " FROM node"; }
+std::string selectEntry() {
+  return std::string("SELECT ") + kEntryColumns + " FROM node";
+}
 
 std::string selectNode() {
   return std::string("SELECT ") + kEntryColumns +

@@ -63,7 +63,8 @@ std::vector<Node> ReplicaReader::childNodes(NodeId folder) {
   std::vector<Node> result;
   StatementUse use(childNodes_);
   childNodes_.bind(folder);
-  while (childNodes_.step()) result.push_back(columns::nodeFrom(childNodes_));
+  while (childNodes_.step())
+    result.push_back(columns::nodeFrom(childNodes_));
   return result;
 }
 
@@ -85,7 +86,8 @@ std::vector<NodeId> ReplicaReader::ids(std::string_view sql, std::int64_t argume
   std::vector<NodeId> result;
   Statement statement = database_.prepare(sql);
   statement.bind(argument, limit);
-  while (statement.step()) result.push_back(static_cast<NodeId>(statement.integer(0)));
+  while (statement.step())
+    result.push_back(static_cast<NodeId>(statement.integer(0)));
   return result;
 }
 
@@ -101,10 +103,11 @@ std::string ReplicaReader::metaText(std::string_view key) {
 
 std::vector<Node> ReplicaReader::failedNodes(std::size_t limit) {
   std::vector<Node> result;
-  Statement statement = database_.prepare(columns::selectNode() +
-                                          " WHERE error IS NOT NULL AND parent IS NOT NULL LIMIT ?");
+  Statement statement = database_.prepare(
+      columns::selectNode() + " WHERE error IS NOT NULL AND parent IS NOT NULL LIMIT ?");
   statement.bind(static_cast<std::int64_t>(limit));
-  while (statement.step()) result.push_back(columns::nodeFrom(statement));
+  while (statement.step())
+    result.push_back(columns::nodeFrom(statement));
   return result;
 }
 

@@ -96,7 +96,8 @@ std::vector<Node> ReplicaWriter::childNodes(NodeId folder) {
   std::vector<Node> result;
   StatementUse use(childNodes_);
   childNodes_.bind(folder);
-  while (childNodes_.step()) result.push_back(columns::nodeFrom(childNodes_));
+  while (childNodes_.step())
+    result.push_back(columns::nodeFrom(childNodes_));
   return result;
 }
 
@@ -165,9 +166,10 @@ void ReplicaWriter::setKept(NodeId id, bool kept) {
 void ReplicaWriter::setKeptBelow(NodeId folder, bool kept) {
   // A pinned folder keeps what is under it whatever becomes of the folders above.
   database_
-      .cached("WITH RECURSIVE below(id) AS (SELECT id FROM node WHERE parent=?1 AND pinned=0 UNION "
-              "ALL SELECT node.id FROM node JOIN below ON node.parent=below.id WHERE pinned=0) "
-              "UPDATE node SET kept=?2 WHERE id IN below")
+      .cached(
+          "WITH RECURSIVE below(id) AS (SELECT id FROM node WHERE parent=?1 AND pinned=0 UNION "
+          "ALL SELECT node.id FROM node JOIN below ON node.parent=below.id WHERE pinned=0) "
+          "UPDATE node SET kept=?2 WHERE id IN below")
       .bind(folder, kept)
       .run();
 }
@@ -206,20 +208,17 @@ std::int64_t ReplicaWriter::removeContent(ContentId content) {
   StatementUse use(statement);
   std::int64_t blocks = 0;
   statement.bind(content);
-  while (statement.step()) blocks = statement.integer(0);
+  while (statement.step())
+    blocks = statement.integer(0);
   return blocks;
 }
 
 void ReplicaWriter::setMeta(std::string_view key, std::int64_t value) {
-  database_.cached("INSERT OR REPLACE INTO meta VALUES (CAST(? AS TEXT),?)")
-      .bind(key, value)
-      .run();
+  database_.cached("INSERT OR REPLACE INTO meta VALUES (CAST(? AS TEXT),?)").bind(key, value).run();
 }
 
 void ReplicaWriter::setMeta(std::string_view key, std::string_view value) {
-  database_.cached("INSERT OR REPLACE INTO meta VALUES (CAST(? AS TEXT),?)")
-      .bind(key, value)
-      .run();
+  database_.cached("INSERT OR REPLACE INTO meta VALUES (CAST(? AS TEXT),?)").bind(key, value).run();
 }
 
 }  // namespace tulo

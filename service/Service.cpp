@@ -16,13 +16,13 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   const std::string state = paths::stateDirectory(options.domain);
   paths::createPrivateDirectory(state);
   lock_ = std::make_unique<DomainLock>(state);
-  engine_ = std::make_unique<Engine>(
-      EngineOptions{options.domain, state, options.source, options.limits,
-                    DownloadPolicy::userListPath()},
-      factory);
-  const MountParts parts{engine_->replica(),   engine_->sync(),    engine_->contents(),
-                         engine_->openFiles(), engine_->folders(), engine_->notifier(),
-                         options.domain,       [this](NodeId folder) { listed(folder); }};
+  engine_ = std::make_unique<Engine>(EngineOptions{options.domain, state, options.source,
+                                                   options.limits, DownloadPolicy::userListPath()},
+                                     factory);
+  const MountParts parts{engine_->replica(),  engine_->sync(),
+                         engine_->contents(), engine_->openFiles(),
+                         engine_->folders(),  engine_->notifier(),
+                         options.domain,      [this](NodeId folder) { listed(folder); }};
   startThumbnails();
   mount_ = std::make_unique<Mount>(
       MountOptions{options.mountPoint, options.domain, options.allowOther, options.debug}, parts);
@@ -57,7 +57,8 @@ void Service::listed(NodeId folder) {
     try {
       engine_->replica().read([&](ReplicaReader& reader) {
         std::string base = options_.mountPoint;
-        for (const std::string& part : reader.path(folder)) base += '/' + part;
+        for (const std::string& part : reader.path(folder))
+          base += '/' + part;
         std::vector<std::pair<NodeId, std::string>> names;
         reader.children(folder, after, [&](const Entry& entry, std::string_view name) {
           after = entry.id;
@@ -101,6 +102,8 @@ void Service::run(const std::function<void()>& ready) {
   engine_->stop();
 }
 
-void Service::stop() { mount_->stop(); }
+void Service::stop() {
+  mount_->stop();
+}
 
 }  // namespace tulo

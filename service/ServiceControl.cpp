@@ -20,9 +20,11 @@ std::string text(const json& value) {
 }
 
 std::string pathOf(Engine& engine, NodeId node) {
-  const auto parts = engine.replica().read([&](ReplicaReader& reader) { return reader.path(node); });
+  const auto parts =
+      engine.replica().read([&](ReplicaReader& reader) { return reader.path(node); });
   std::string path;
-  for (const std::string& part : parts) path += (path.empty() ? "" : "/") + part;
+  for (const std::string& part : parts)
+    path += (path.empty() ? "" : "/") + part;
   return path;
 }
 
@@ -41,8 +43,8 @@ json transfersOf(Engine& engine, const Contents::Statistics& statistics) {
 
 json errorsOf(Engine& engine) {
   json result = json::array();
-  const auto failed = engine.replica().read(
-      [](ReplicaReader& reader) { return reader.failedNodes(kShownErrors); });
+  const auto failed =
+      engine.replica().read([](ReplicaReader& reader) { return reader.failedNodes(kShownErrors); });
   for (const Node& node : failed) {
     result.push_back({{"path", pathOf(engine, node.id)}, {"error", node.error}});
   }
@@ -132,7 +134,8 @@ class Batch {
 
 std::vector<NodeId> nodesOf(const json& request) {
   std::vector<NodeId> nodes;
-  for (const json& node : request.value("nodes", json::array())) nodes.push_back(node.get<NodeId>());
+  for (const json& node : request.value("nodes", json::array()))
+    nodes.push_back(node.get<NodeId>());
   return nodes;
 }
 

@@ -43,7 +43,8 @@ std::vector<NodeId> Sync::planPass(std::uint64_t generation) {
   }
   std::stable_sort(rest.begin(), rest.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
-  for (std::size_t i = 0; i < rest.size(); ++i) plan[kHotFolders + i] = rest[i].second;
+  for (std::size_t i = 0; i < rest.size(); ++i)
+    plan[kHotFolders + i] = rest[i].second;
   return plan;
 }
 
@@ -68,7 +69,8 @@ void Sync::dropListings() {
   Invalidations invalidations;
   {
     std::lock_guard lock(sweepMutex_);
-    for (NodeId folder : pass_) invalidations.push_back(dataChanged(folder));
+    for (NodeId folder : pass_)
+      invalidations.push_back(dataChanged(folder));
   }
   notifier_.queue(std::move(invalidations));
 }

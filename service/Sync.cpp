@@ -37,7 +37,9 @@ Sync::Sync(Replica& replica, ExtensionPointer extension, Notifier& notifier, Fol
   loadGeneration();
 }
 
-Sync::~Sync() { stop(); }
+Sync::~Sync() {
+  stop();
+}
 
 void Sync::loadGeneration() {
   std::int64_t generation = 1;
@@ -164,8 +166,7 @@ void Sync::verifyMissing(const std::shared_ptr<Attempt>& attempt,
   missing.pop_back();
   extension_->item(identifier, {},
                    [this, attempt, missing = std::move(missing)](
-                       const platform::ItemPointer& item,
-                       const std::optional<platform::NSError>&) {
+                       const platform::ItemPointer& item, const std::optional<platform::NSError>&) {
                      if (item && item->parentItemIdentifier() == attempt->folder.identifier) {
                        return finish(attempt, EAGAIN);
                      }
@@ -174,8 +175,8 @@ void Sync::verifyMissing(const std::shared_ptr<Attempt>& attempt,
 }
 
 void Sync::apply(const std::shared_ptr<Attempt>& attempt) try {
-  Invalidations invalidations = reconciler_.reconcile(attempt->folder.id, attempt->listing,
-                                                      attempt->digest, attempt->stamp);
+  Invalidations invalidations =
+      reconciler_.reconcile(attempt->folder.id, attempt->listing, attempt->digest, attempt->stamp);
   for (const Invalidation& invalidation : invalidations) {
     if (invalidation.kind == Invalidation::Kind::entryDeleted) folders_.remove(invalidation.node);
   }
@@ -205,13 +206,15 @@ void Sync::finish(const std::shared_ptr<Attempt>& attempt, int error) {
     if (again) {
       found->second.waiters.swap(found->second.next);
     } else {
-      for (RefreshCompletion& late : found->second.next) waiters.push_back(std::move(late));
+      for (RefreshCompletion& late : found->second.next)
+        waiters.push_back(std::move(late));
       running_.erase(found);
     }
     statistics_.lastError = error;
     runningChanged_.notify_all();
   }
-  for (const RefreshCompletion& waiter : waiters) waiter(error);
+  for (const RefreshCompletion& waiter : waiters)
+    waiter(error);
   if (again && !workers_.async([this, folder] { beginListing(folder); })) {
     finish(attempt, EINTR);
   }

@@ -3,10 +3,13 @@
 namespace tulo {
 
 WorkQueue::WorkQueue(unsigned threads) {
-  for (unsigned i = 0; i < threads; ++i) threads_.emplace_back([this] { run(); });
+  for (unsigned i = 0; i < threads; ++i)
+    threads_.emplace_back([this] { run(); });
 }
 
-WorkQueue::~WorkQueue() { stop(); }
+WorkQueue::~WorkQueue() {
+  stop();
+}
 
 bool WorkQueue::async(std::function<void()> work) {
   std::lock_guard lock(mutex_);
@@ -24,7 +27,8 @@ void WorkQueue::stop() {
     threads.swap(threads_);
     changed_.notify_all();
   }
-  for (std::thread& thread : threads) thread.join();
+  for (std::thread& thread : threads)
+    thread.join();
 }
 
 void WorkQueue::run() {

@@ -1,0 +1,248 @@
+#include "cli/MountCommand.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <thread>
+
+#include "cli/Sizes.h"
+#include "extension/FileProviderExtension.h"
+#include "index/Index.h"
+#include "platform/linux/Container.h"
+#include "platform/linux/LogSink.h"
+#include "service/Service.h"
+
+namespace tulo::cli {
+
+namespace {
+
+constexpr const char* kMountHelp =
+    R"(Shows an account as an ordinary folder.
+
+The command returns when the mount answers and leaves the service running; `tulo unmount` ends it.
+Files are downloaded when they are opened and kept in $XDG_STATE_HOME/tulo up to --cache-size.
+The log goes to the journal with --foreground under systemd, else to service.log beside the cache.)";
+
+struct Arguments {
+  std::string mountPoint;
+  std::string container;
+  std::string account;
+  std::string domain;
+  std::string cacheSize = "10G";
+  std::string keepFree = "5%";
+  std::string logFormat = "text";
+  bool foreground = false;
+  bool allowOther = false;
+  bool noThumbnails = false;
+  bool debug = false;
+};
+
+std::string domainOf(const Arguments& arguments) {
+  if (!arguments.domain.empty()) return arguments.domain;
+  return Index::domainPrefix() + (arguments.account.empty() ? "primary" : arguments.account);
+}
+
+CacheLimits limitsOf(const Arguments& arguments) {
+  CacheLimits limits;
+  limits.size = parseSize(arguments.cacheSize);
+  if (arguments.keepFree.ends_with('%')) {
+    limits.keepFreeFraction = parsePercentage(arguments.keepFree);
+  } else {
+    limits.keepFreeFraction = 0;
+    limits.keepFreeBytes = parseSize(arguments.keepFree);
+  }
+  return limits;
+}
+
+ServiceOptions optionsOf(const Arguments& arguments) {
+  if (!arguments.container.empty()) platform::setContainerDirectory(arguments.container);
+  ServiceOptions options;
+  options.domain = domainOf(arguments);
+  options.mountPoint = std::filesystem::absolute(arguments.mountPoint).lexically_normal();
+  if (options.mountPoint.size() > 1 && options.mountPoint.ends_with('/')) {
+    options.mountPoint.pop_back();
+  }
+  const platform::NSFileProviderDomain domain(options.domain, options.domain);
+  options.source = {platform::containerDirectory(), Index::databaseName(domain)};
+  options.limits = limitsOf(arguments);
+  options.allowOther = arguments.allowOther;
+  options.thumbnails = !arguments.noThumbnails;
+  options.debug = arguments.debug;
+  return options;
+}
+
+// Blocks the signals that end the service in every thread and waits for them on one.
+class StopOnSignal {
+ public:
+  StopOnSignal() {
+    ::sigemptyset(&signals_);
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, kEnd})
+      ::sigaddset(&signals_, number);
+    ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+  }
+
+  void start(Service& service) {
+    thread_ = std::thread([this, &service] {
+      int number = 0;
+      ::sigwait(&signals_, &number);
+      if (number != kEnd) service.stop();
+    });
+  }
+
+  ~StopOnSignal() {
+    if (!thread_.joinable()) return;
+    ::pthread_kill(thread_.native_handle(), kEnd);
+    thread_.join();
+  }
+
+ private:
+  static constexpr int kEnd = SIGUSR1;
+  sigset_t signals_ = {};
+  std::thread thread_;
+};
+
+void serve(const Arguments& arguments, const std::function<void()>& ready) {
+  if (arguments.logFormat == "json") platform::setLogSink(platform::jsonLogSink());
+  const ServiceOptions options = optionsOf(arguments);
+  StopOnSignal signals;
+  Service service(options, [](const platform::DomainPointer& domain) {
+    return std::make_shared<FileProviderExtension>(domain);
+  });
+  signals.start(service);
+  service.run(ready);
+}
+
+// What the background process tells the one that the user started: nothing when the mount answers,
+// else the reason.
+class Report {
+ public:
+  Report() {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw ServiceError("cannot make a pipe");
+    read_ = Descriptor(ends[0]);
+    write_ = Descriptor(ends[1]);
+  }
+
+  void good() { finish("+"); }
+  void bad(const std::string& reason) { finish('-' + reason); }
+
+  // In the parent: prints a reason. The exit status.
+  int wait() {
+    write_.reset();
+    std::string text;
+    std::array<char, 1024> piece;
+    for (ssize_t count = 0; (count = ::read(read_.get(), piece.data(), piece.size())) > 0;) {
+      text.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    if (text == "+") return 0;
+    const std::string reason = text.empty() ? "the service ended unexpectedly" : text.substr(1);
+    std::fprintf(stderr, "tulo: %s\n", reason.c_str());
+    return 1;
+  }
+
+ private:
+  void finish(const std::string& text) {
+    if (!write_) return;
+    if (::write(write_.get(), text.data(), text.size()) < 0) return;
+    write_.reset();
+  }
+
+  Descriptor read_;
+  Descriptor write_;
+};
+
+void detachFromTerminal(const std::string& domain) {
+  ::setsid();
+  if (::chdir("/") != 0) throw ServiceError("cannot enter /");
+  const std::string state = paths::stateDirectory(domain);
+  paths::createPrivateDirectory(state);
+  const std::string path = state + "/service.log";
+  const Descriptor log(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  if (!log || !null) throw ServiceError("cannot open " + path + ": " + std::strerror(errno));
+  ::dup2(null.get(), STDIN_FILENO);
+  ::dup2(null.get(), STDOUT_FILENO);
+  ::dup2(log.get(), STDERR_FILENO);
+}
+
+[[noreturn]] void serveInBackground(const Arguments& arguments, Report& report) {
+  int status = 1;
+  try {
+    detachFromTerminal(domainOf(arguments));
+    serve(arguments, [&report] { report.good(); });
+    status = 0;
+  } catch (const std::exception& error) {
+    report.bad(error.what());
+  }
+  std::fflush(nullptr);
+  ::_exit(status);
+}
+
+int mount(Arguments arguments) {
+  // The background process leaves the current directory.
+  arguments.mountPoint = std::filesystem::absolute(arguments.mountPoint);
+  if (!arguments.container.empty()) {
+    arguments.container = std::filesystem::absolute(arguments.container);
+  }
+  if (arguments.foreground) {
+    serve(arguments, [] {});
+    return 0;
+  }
+  Report report;
+  // Before any thread exists.
+  const pid_t child = ::fork();
+  if (child < 0) throw ServiceError(std::string("cannot start: ") + std::strerror(errno));
+  if (child == 0) serveInBackground(arguments, report);
+  return report.wait();
+}
+
+void addMount(CLI::App& app, int& exitStatus) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("mount", kMountHelp);
+  command->add_option("MOUNTPOINT", arguments->mountPoint, "An existing, empty directory")
+      ->required()
+      ->type_name("DIR");
+  command->add_option("--container", arguments->container,
+                      "The shared container; default $TULO_CONTAINER, else $XDG_DATA_HOME/tulo");
+  CLI::Option* account =
+      command->add_option("--account", arguments->account, "The account; default: the primary one");
+  command
+      ->add_option("--domain", arguments->domain, "The domain's identifier, instead of --account")
+      ->excludes(account);
+  command->add_option("--cache-size", arguments->cacheSize, "Most that downloads may take up")
+      ->check(checkSizeText)
+      ->capture_default_str();
+  command
+      ->add_option("--keep-free", arguments->keepFree,
+                   "How much of the disk stays free, as a percentage or a size")
+      ->check(checkSizeOrPercentage)
+      ->capture_default_str();
+  command->add_option("--log-format", arguments->logFormat, "How the log is written")
+      ->check(CLI::IsMember({"text", "json"}))
+      ->capture_default_str();
+  command->add_flag("--foreground,-f", arguments->foreground, "Stay in the foreground");
+  command->add_flag("--allow-other", arguments->allowOther,
+                    "Let other users look (needs user_allow_other in /etc/fuse.conf)");
+  command->add_flag("--no-thumbnails", arguments->noThumbnails,
+                    "Leave the desktop's thumbnail cache alone");
+  command->add_flag("--debug", arguments->debug, "Log every request of the kernel");
+  command->callback([arguments, &exitStatus] { exitStatus = mount(*arguments); });
+}
+
+}  // namespace
+
+void addMountCommand(CLI::App& app, int& exitStatus) {
+  addMount(app, exitStatus);
+}
+
+}  // namespace tulo::cli

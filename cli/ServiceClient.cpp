@@ -1,0 +1,44 @@
+#include "cli/ServiceClient.h"
+
+#include <sys/xattr.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "service/Control.h"
+#include "service/ServicePaths.h"
+
+namespace tulo::cli {
+
+std::string domainOfPath(const std::string& path) {
+  std::array<char, 4096> domain;
+  const ssize_t size = ::getxattr(path.c_str(), "user.tulo.domain", domain.data(), domain.size());
+  if (size >= 0) return {domain.data(), static_cast<std::size_t>(size)};
+  const bool elsewhere = errno == ENODATA || errno == EOPNOTSUPP;
+  throw ServiceError(path + ": " + (elsewhere ? "not in a mounted account" : std::strerror(errno)));
+}
+
+nlohmann::json askDomain(const std::string& domain, const nlohmann::json& request,
+                         const ProgressHandler& progress) {
+  ControlClient client(paths::controlSocket(domain));
+  nlohmann::json last;
+  client.ask(request.dump(), [&](const std::string& line) {
+    nlohmann::json answer = nlohmann::json::parse(line, nullptr, false);
+    if (answer.contains("progress")) {
+      if (progress) progress(answer["progress"]);
+      return true;
+    }
+    last = std::move(answer);
+    return false;
+  });
+  if (!last.is_object()) throw ServiceError("the service gave no answer");
+  return last;
+}
+
+nlohmann::json askService(const std::string& path, const nlohmann::json& request,
+                          const ProgressHandler& progress) {
+  return askDomain(domainOfPath(path), request, progress);
+}
+
+}  // namespace tulo::cli

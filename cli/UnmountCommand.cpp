@@ -1,0 +1,56 @@
+#include "cli/UnmountCommand.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "cli/ServiceClient.h"
+#include "service/Mount.h"
+#include "service/ServicePaths.h"
+
+namespace tulo::cli {
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+
+// The service lets go of its lock when the mount is gone and everything is written down.
+bool waitForEnd(const std::string& domain) {
+  const std::string path = paths::stateDirectory(domain) + "/lock";
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (file && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+int unmount(const std::string& mountPoint) {
+  if (Mount::clearStale(mountPoint)) return 0;
+  const std::string domain = domainOfPath(mountPoint);
+  const nlohmann::json answer = askDomain(domain, {{"op", "unmount"}});
+  if (!answer.value("ok", false)) return 1;
+  if (waitForEnd(domain)) return 0;
+  std::fprintf(stderr, "tulo: the service of %s has not ended yet\n", mountPoint.c_str());
+  return 1;
+}
+
+}  // namespace
+
+void addUnmountCommand(CLI::App& app, int& exitStatus) {
+  auto mountPoint = std::make_shared<std::string>();
+  CLI::App* command =
+      app.add_subcommand("unmount", "Ends the service of a mount and takes the mount away.");
+  command->add_option("MOUNTPOINT", *mountPoint, "Where the account is mounted")
+      ->required()
+      ->type_name("DIR");
+  command->callback([mountPoint, &exitStatus] { exitStatus = unmount(*mountPoint); });
+}
+
+}  // namespace tulo::cli
