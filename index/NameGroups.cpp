@@ -13,11 +13,33 @@ constexpr std::uint32_t noName = UINT32_MAX;
 constexpr std::uint64_t everyByte = 0x0101010101010101;
 constexpr std::uint64_t highBits = 0x80 * everyByte;
 
-// Up to eight bytes; what is missing is zero.
-std::uint64_t load(const char* bytes, std::size_t count) {
-  std::uint64_t word = 0;
-  std::memcpy(&word, bytes, count);
+template <typename Word>
+Word load(const char* bytes) {
+  Word word;
+  std::memcpy(&word, bytes, sizeof word);
   return word;
+}
+
+// Fewer than eight bytes in one word, together with their number: each byte is in it at least once.
+std::uint64_t shortWord(const char* bytes, std::size_t count) {
+  if (count >= 4) {
+    const std::uint64_t last = load<std::uint32_t>(bytes + count - 4);
+    return last << 32 | load<std::uint32_t>(bytes);
+  }
+  if (count == 0) return 0;
+  const auto byte = [&](std::size_t i) { return std::uint64_t{load<std::uint8_t>(bytes + i)}; };
+  return byte(0) | byte(count / 2) << 8 | byte(count - 1) << 16;
+}
+
+// The bytes eight at a time. The last word may overlap the one before it: what is done with the
+// words must only depend on which bytes stand where, for texts of one length.
+template <typename Visit>
+void forEachWord(std::string_view text, Visit visit) {
+  if (text.size() < 8) return visit(shortWord(text.data(), text.size()));
+  const char* last = text.data() + text.size() - 8;
+  for (const char* word = text.data(); word < last; word += 8)
+    visit(load<std::uint64_t>(word));
+  visit(load<std::uint64_t>(last));
 }
 
 // Eight bytes at once, each ASCII capital letter among them made small.
@@ -31,23 +53,26 @@ std::uint64_t lowercasedWord(std::uint64_t word) {
 
 bool isASCII(std::string_view text) {
   std::uint64_t seen = 0;
-  for (std::size_t i = 0; i < text.size(); i += 8) {
-    seen |= load(text.data() + i, std::min<std::size_t>(8, text.size() - i));
-  }
+  forEachWord(text, [&](std::uint64_t word) { seen |= word; });
   return (seen & highBits) == 0;
 }
 
 // Ignores ASCII case, which is all that can differ between the key of one name and an ASCII name,
 // and nothing that can differ between two keys that were built.
+bool sameWords(const char* a, const char* b) {
+  return lowercasedWord(load<std::uint64_t>(a)) == lowercasedWord(load<std::uint64_t>(b));
+}
+
 bool sameKey(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); i += 8) {
-    const std::size_t count = std::min<std::size_t>(8, a.size() - i);
-    if (lowercasedWord(load(a.data() + i, count)) != lowercasedWord(load(b.data() + i, count))) {
-      return false;
-    }
+  const std::size_t size = a.size();
+  if (size != b.size()) return false;
+  if (size < 8) {
+    return lowercasedWord(shortWord(a.data(), size)) == lowercasedWord(shortWord(b.data(), size));
   }
-  return true;
+  for (std::size_t i = 0; i + 8 < size; i += 8) {
+    if (!sameWords(a.data() + i, b.data() + i)) return false;
+  }
+  return sameWords(a.data() + size - 8, b.data() + size - 8);
 }
 
 std::uint64_t mixed(std::uint64_t value) {
@@ -67,10 +92,7 @@ std::uint64_t seed() {
 
 std::uint32_t hashOf(std::string_view key, std::uint64_t start) {
   std::uint64_t hash = start ^ key.size();
-  for (std::size_t i = 0; i < key.size(); i += 8) {
-    const std::size_t count = std::min<std::size_t>(8, key.size() - i);
-    hash = mixed(hash ^ lowercasedWord(load(key.data() + i, count)));
-  }
+  forEachWord(key, [&](std::uint64_t word) { hash = mixed(hash ^ lowercasedWord(word)); });
   return static_cast<std::uint32_t>(mixed(hash) >> 16);
 }
 
