@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 
+#include "cli/DemoCommand.h"
 #include "cli/HostCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/ProviderCommand.h"
@@ -20,6 +21,7 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "tulo " + std::string(tulo::deployment::version));
   app.require_subcommand(1, 1);
   int exitStatus = 0;
+  tulo::cli::addDemoCommand(app, exitStatus);
   tulo::cli::addHostCommand(app, exitStatus);
   tulo::cli::addMountCommand(app, exitStatus);
   tulo::cli::addProviderCommand(app, exitStatus);
