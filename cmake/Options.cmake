@@ -26,6 +26,11 @@ if(TULO_SANITIZE)
   target_link_options(tulo_options INTERFACE -fsanitize=${TULO_SANITIZE})
 endif()
 
+if(TULO_BUILD_FUZZ)
+  # What the fuzz targets run leads them by the branches that it takes.
+  target_compile_options(tulo_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 # tulo_library(NAME SOURCES... DEPENDS targets...): a static library of one folder.
 function(tulo_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
