@@ -18,6 +18,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string absolutePath(const std::string& path) {
+  if (path.empty()) throw StartError("no container: give --container DIR, or set HOME");
   std::string text = fs::absolute(path).lexically_normal().string();
   while (text.size() > 1 && text.back() == '/')
     text.pop_back();
@@ -52,7 +53,6 @@ void requirePrivate(const std::string& path, int folder) {
 }  // namespace
 
 Container::Container(const std::string& path) : path_(absolutePath(path)) {
-  if (path.empty()) throw StartError("no container: give --container DIR, or set HOME");
   makeDirectory(path_);
   folder_.reset(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder_) throw StartError("the container " + path_ + ": " + errorText(errno));

@@ -88,25 +88,42 @@ bool Tree::isFree(std::string_view parent, int folder, const std::string& name) 
 void Tree::tellOnce(std::string_view parent, const std::string& name, std::string_view reason) {
   if (told_.size() >= mostSkippedTold) return;
   if (!told_.insert(std::string(parent) + "/" + name).second) return;
-  log_.info("not serving " + inQuotes(name) + ": it " + std::string(reason));
+  const auto node = name.empty() ? store_.node(parent) : std::nullopt;
+  log_.info("not serving " + inQuotes(node ? node->diskName : name) + ": it " +
+            std::string(reason));
   if (told_.size() == mostSkippedTold) log_.info("further entries are left out without a word");
+}
+
+std::optional<std::vector<std::string>> Tree::namesIn(const std::string& ulid, UniqueFD& folder) {
+  try {
+    folder = openFolderOf(ulid);
+    // A folder that is gone is noticed by its own parent.
+    if (!folder) return std::nullopt;
+    // Before it is read, so that no change falls between the two.
+    if (observer_.added) observer_.added(ulid, folder.get());
+    std::vector<std::string> names;
+    forEachEntry(folder.get(), [&](const std::string& name) { names.push_back(name); });
+    std::sort(names.begin(), names.end());
+    return names;
+  } catch (const OperationError& error) {
+    // Nothing can be said of what is in it, least of all that it is gone.
+    if (ulid == rootUlid) throw;
+    tellOnce(ulid, "",
+             "cannot be read, and what is known of it stays: " + std::string(error.what()));
+    return std::nullopt;
+  }
 }
 
 void Tree::reconcileNextFolder() {
   const std::string parent = std::move(queue_.front());
   queue_.pop_front();
-  const UniqueFD folder = openFolderOf(parent);
-  // A folder that is gone is noticed by its own parent.
-  if (!folder) return;
-  if (observer_.added) observer_.added(parent, folder.get());
-
+  UniqueFD folder;
+  const auto names = namesIn(parent, folder);
+  if (!names) return;
   std::unordered_map<std::string, Node> known;
   for (Node& node : store_.children(parent))
     known.emplace(node.diskName, std::move(node));
-  std::vector<std::string> names;
-  forEachEntry(folder.get(), [&](const std::string& name) { names.push_back(name); });
-  std::sort(names.begin(), names.end());
-  for (const std::string& name : names) {
+  for (const std::string& name : *names) {
     const auto stat = served(parent, folder.get(), name);
     if (!stat) continue;
     const auto found = known.find(name);

@@ -90,6 +90,8 @@ class Tree {
   std::optional<Node> refresh(const Node& node);
 
  private:
+  // Opens a folder, has it watched and reads it; nothing if that cannot be done.
+  std::optional<std::vector<std::string>> namesIn(const std::string& ulid, UniqueFD& folder);
   void reconcile(const std::string& parent, const std::string& name, const EntryStat& stat,
                  const std::optional<Node>& known);
   void update(Node node, const EntryStat& stat);
@@ -100,6 +102,7 @@ class Tree {
   void moveHere(Node node, const std::string& parent, const std::string& name,
                 const EntryStat& stat);
   void detachFrom(const std::string& ancestor, const std::string& ulid);
+  // An empty name stands for the folder itself.
   void tellOnce(std::string_view parent, const std::string& name, std::string_view reason);
   void commitWhenLarge();
 

@@ -24,6 +24,13 @@ void WorkItem::take(const StagedCopy& copy) {
   if (moveEntry(copy.folder(), copy.name(), work_.get(), name_) == MoveResult::otherFileSystem) {
     copyTree(copy.folder(), copy.name(), work_.get(), name_);
   }
+  UniqueFD entry = openFolder(work_.get(), name_);
+  if (!entry) entry = openFile(work_.get(), name_);
+  if (!entry) throw OperationError(kind::io, "the staged copy cannot be read");
+  // The host must be able to read and replace it later, and no copy gets special rights.
+  const EntryStat stat = statDescriptor(entry.get());
+  const mode_t mode = (stat.mode & 0777) | (stat.isFolder ? 0700 : 0600);
+  if (::fchmod(entry.get(), mode) != 0) throw systemError(errno, "taking a staged copy over");
   syncTree(work_.get(), name_);
 }
 
