@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -265,8 +266,9 @@ void Mount::deliver(const Invalidation& invalidation) {
 }
 
 bool Mount::clearStale(const std::string& mountPoint) {
-  struct stat status = {};
-  if (::stat(mountPoint.c_str(), &status) == 0 || errno != ENOTCONN) return false;
+  // The kernel may still know the root's attributes; this question it always passes on.
+  struct statfs status = {};
+  if (::statfs(mountPoint.c_str(), &status) == 0 || errno != ENOTCONN) return false;
   serviceLog().info("clearing the stale mount at %{public}@", {mountPoint});
   if (::umount2(mountPoint.c_str(), MNT_DETACH) == 0) return true;
   return runProgram({"fusermount3", "-uz", mountPoint.c_str(), nullptr}) == 0;
