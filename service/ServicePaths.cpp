@@ -47,12 +47,13 @@ std::string controlSocket(const std::string& domain) {
 }
 
 void createPrivateDirectory(const std::string& path) {
-  const std::filesystem::path directory(path);
-  std::error_code error;
-  std::filesystem::create_directories(directory.parent_path(), error);
-  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-    throw ServiceError("cannot create " + path + ": " + std::strerror(errno));
+  const std::string above = std::filesystem::path(path).parent_path();
+  if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return;
+  if (errno == ENOENT && above != path) {
+    createPrivateDirectory(above);
+    if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return;
   }
+  throw ServiceError("cannot create " + path + ": " + std::strerror(errno));
 }
 
 }  // namespace paths
