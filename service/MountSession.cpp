@@ -246,7 +246,6 @@ void MountSession::readdir(fuse_req_t request, NodeId folder, std::size_t size, 
   guarded(request, [&] {
     parts_.folders.used(folder);
     if (offset == 0) {
-      if (parts_.listed) parts_.listed(folder);
       const auto node =
           parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(folder, ""); });
       if (!node.folderExists) {
@@ -282,6 +281,7 @@ bool MountSession::addDots(fuse_req_t request, NodeId folder, off_t offset, bool
 
 void MountSession::fillDirectory(fuse_req_t request, NodeId folder, std::size_t size, off_t offset,
                                  bool plus) {
+  if (offset == 0 && parts_.listed) parts_.listed(folder);
   DirectoryBuffer buffer(size);
   std::vector<NodeId> remembered;
   if (addDots(request, folder, offset, plus, buffer)) {

@@ -24,6 +24,7 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
                          engine_->folders(),  engine_->notifier(),
                          options.domain,      [this](NodeId folder) { listed(folder); }};
   startThumbnails();
+  engine_->sync().whenReconciled([this](NodeId folder) { listed(folder); });
   mount_ = std::make_unique<Mount>(
       MountOptions{options.mountPoint, options.domain, options.allowOther, options.debug}, parts);
   control_ = std::make_unique<ControlServer>(
@@ -48,7 +49,8 @@ void Service::startThumbnails() {
   thumbnails_ = std::make_unique<ThumbnailBatcher>(source, DesktopThumbnails(*directory));
 }
 
-// Called for every listing that reaches the service, so it only leaves word.
+// Called for every listing that reaches the service and for every change of a folder, so it only
+// leaves word.
 void Service::listed(NodeId folder) {
   if (!thumbnails_) return;
   constexpr std::size_t kPage = 256;

@@ -180,7 +180,9 @@ void Sync::apply(const std::shared_ptr<Attempt>& attempt) try {
   for (const Invalidation& invalidation : invalidations) {
     if (invalidation.kind == Invalidation::Kind::entryDeleted) folders_.remove(invalidation.node);
   }
+  const bool changed = !invalidations.empty();
   notifier_.queue(std::move(invalidations));
+  if (changed && reconciled_) reconciled_(attempt->folder.id);
   finish(attempt, 0);
 } catch (const std::exception& error) {
   serviceLog().error("cannot reconcile folder %d: %{public}@", {attempt->folder.id, error.what()});

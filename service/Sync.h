@@ -49,6 +49,12 @@ class Sync {
        OpenFiles& openFiles, SourceWatch& source);
   ~Sync();
 
+  // `reconciled` is called, on some thread, for each folder whose files or names turned out to be
+  // others than before. To be set before the first listing.
+  void whenReconciled(std::function<void(NodeId folder)> reconciled) {
+    reconciled_ = std::move(reconciled);
+  }
+
   void start();
   void stop();
 
@@ -106,6 +112,7 @@ class Sync {
   Folders& folders_;
   SourceWatch& source_;
   Reconciler reconciler_;
+  std::function<void(NodeId)> reconciled_;
   WorkQueue workers_;
 
   std::atomic<std::uint64_t> generation_ = 1;
