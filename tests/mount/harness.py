@@ -346,6 +346,7 @@ class Box:
         self.mounts[0].allowed_errors.extend(patterns)
 
     def tulo(self, *arguments, check=True):
+        self._need_command(arguments[0])
         result = subprocess.run(
             [self.program, *arguments],
             env=self.environment,
@@ -360,6 +361,11 @@ class Box:
                 f"{clean_output(result.stdout)}{clean_output(result.stderr)}"
             )
         return result
+
+    def _need_command(self, name):
+        usage = subprocess.run([self.program, "--help"], capture_output=True, check=False).stdout
+        if not re.search(rf"^  {name} ", usage.decode(), re.MULTILINE):
+            raise Skip(f"this executable has no command {name}")
 
     def status(self):
         """The first entry of the services' status."""
