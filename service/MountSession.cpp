@@ -224,7 +224,9 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
         }
         return;
       }
-      fuse_bufvec buffers = FUSE_BUFVEC_INIT(size);
+      fuse_bufvec buffers{};  // libfuse's own initialiser is no C++ to clang
+      buffers.count = 1;
+      buffers.buf[0].size = size;
       buffers.buf[0].flags = static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK);
       buffers.buf[0].fd = descriptor;
       buffers.buf[0].pos = offset;
