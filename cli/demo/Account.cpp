@@ -4,6 +4,8 @@
 #include <future>
 #include <utility>
 
+#include "cli/GivenItem.h"
+
 namespace tulo::cli::demo {
 namespace {
 
@@ -12,28 +14,6 @@ using platform::NSError;
 using platform::URL;
 
 constexpr std::chrono::milliseconds watchInterval{50};
-
-// An item as the system hands it over: a template, or the changed values of an item.
-class GivenItem final : public platform::NSFileProviderItem {
- public:
-  GivenItem(std::string identifier, std::string parent, std::string name,
-            std::optional<platform::UTType> type)
-      : identifier_(std::move(identifier)),
-        parent_(std::move(parent)),
-        name_(std::move(name)),
-        type_(std::move(type)) {}
-
-  std::string itemIdentifier() const override { return identifier_; }
-  std::string parentItemIdentifier() const override { return parent_; }
-  std::string filename() const override { return name_; }
-  std::optional<platform::UTType> contentType() const override { return type_; }
-
- private:
-  std::string identifier_;
-  std::string parent_;
-  std::string name_;
-  std::optional<platform::UTType> type_;
-};
 
 class Collector final : public platform::NSFileProviderEnumerationObserver {
  public:
