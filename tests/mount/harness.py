@@ -346,7 +346,8 @@ class Box:
         self.mounts[0].allowed_errors.extend(patterns)
 
     def tulo(self, *arguments, check=True):
-        self._need_command(arguments[0])
+        if not self.has_command(arguments[0]):
+            raise Skip(f"this executable has no command {arguments[0]}")
         result = subprocess.run(
             [self.program, *arguments],
             env=self.environment,
@@ -362,10 +363,9 @@ class Box:
             )
         return result
 
-    def _need_command(self, name):
+    def has_command(self, name):
         usage = subprocess.run([self.program, "--help"], capture_output=True, check=False).stdout
-        if not re.search(rf"^  {name} ", usage.decode(), re.MULTILINE):
-            raise Skip(f"this executable has no command {name}")
+        return re.search(rf"^  {name} ", usage.decode(), re.MULTILINE) is not None
 
     def status(self):
         """The first entry of the services' status."""
@@ -400,7 +400,9 @@ class Box:
             if name.endswith(".log"):
                 with open(self.file(name), "rb") as file:
                     text = file.read().decode(errors="replace")
-                parts.append(f"--- {name}\n" + "\n".join(text.splitlines()[-60:]))
+                lines = text.splitlines()
+                told = [line for line in lines[:-30] if not line.startswith("info")][-30:]
+                parts.append("\n".join([f"--- {name}", *told, "...", *lines[-30:]]))
         return "\n".join(parts)
 
     def tear_down(self):
