@@ -88,6 +88,7 @@ std::int64_t ContentStore::take(const std::string& source, std::int64_t size, Co
   struct stat status = {};
   const Descriptor file = openChecked(source, size, status);
   const std::string target = path(content);
+  makeDirectory(target.substr(0, target.rfind('/')));
   // A file with another name somewhere could still be written to by that name.
   if (status.st_nlink == 1 && ::rename(source.c_str(), target.c_str()) == 0) {
     ::fchmod(file.get(), 0600);

@@ -1,0 +1,277 @@
+#include "service/Contents.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "tests/service/support/EngineFixture.h"
+
+namespace tulo::test {
+namespace {
+
+using platform::NSFileProviderErrorCode;
+using Script = ScriptedExtension::FetchScript;
+
+class ContentsTest : public EngineFixture {
+ protected:
+  NodeId oneFile(const std::string& contents = "hello") {
+    extension->file("i:1", "a.txt", contents);
+    EXPECT_EQ(refresh(), 0);
+    return idOf("i:1");
+  }
+
+  std::size_t filesIn(const std::string& below) {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(below)) {
+      if (entry.is_regular_file()) ++count;
+    }
+    return count;
+  }
+};
+
+TEST_F(ContentsTest, AFileIsFetchedOnceAndThenHere) {
+  const NodeId id = oneFile();
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(extension->fetchCount(), 1U);
+  EXPECT_EQ(row(id)->state, ContentState::downloaded);
+  EXPECT_GT(row(id)->blocks, 0);
+  EXPECT_EQ(engine->store().used(), row(id)->blocks * 512);
+  EXPECT_TRUE(delivered().has(attributesChanged(id)));
+}
+
+TEST_F(ContentsTest, AnEmptyFileIsNeverFetched) {
+  const NodeId id = oneFile("");
+  EXPECT_EQ(readThrough(id), "");
+  EXPECT_EQ(extension->fetchCount(), 0U);
+}
+
+TEST_F(ContentsTest, ManyOpenersShareOneFetch) {
+  const NodeId id = oneFile();
+  extension->holdFetches();
+  std::vector<std::future<OpenAnswer>> answers;
+  for (int i = 0; i < 20; ++i) {
+    answers.push_back(std::async(std::launch::async, [&] { return openFile(id); }));
+  }
+  ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
+  extension->releaseFetches();
+  for (auto& answer : answers) EXPECT_EQ(answer.get().error, 0);
+  EXPECT_EQ(extension->fetchCount(), 1U);
+}
+
+TEST_F(ContentsTest, AWaitingOpenerMayGiveUpWhileTheFetchRunsOn) {
+  const NodeId id = oneFile();
+  extension->holdFetches();
+  std::promise<int> gaveUp;
+  const auto ticket = engine->contents().beginOpen(
+      id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
+  engine->contents().proceed(ticket, id, 0);
+  ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
+  engine->contents().cancel(ticket);
+  EXPECT_EQ(gaveUp.get_future().get(), EINTR);
+  extension->releaseFetches();
+  EXPECT_TRUE(eventually([&] { return row(id)->state == ContentState::downloaded; }));
+}
+
+TEST_F(ContentsTest, AnInterruptBeforeTheOpenerIsArmedIsNotLost) {
+  const NodeId id = oneFile();
+  std::promise<int> gaveUp;
+  const auto ticket = engine->contents().beginOpen(
+      id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
+  engine->contents().cancel(ticket);
+  engine->contents().proceed(ticket, id, 0);
+  EXPECT_EQ(gaveUp.get_future().get(), EINTR);
+  EXPECT_EQ(extension->fetchCount(), 0U);
+}
+
+TEST_F(ContentsTest, AnErrorReachesEveryWaiterAndTheNextOpenTriesAgain) {
+  const NodeId id = oneFile();
+  extension->scriptFetch(
+      {.error = fileProviderError(NSFileProviderErrorCode::serverUnreachable)});
+  EXPECT_EQ(openFile(id).error, EHOSTDOWN);
+  EXPECT_EQ(row(id)->error, "");
+  EXPECT_EQ(readThrough(id), "hello");
+}
+
+TEST_F(ContentsTest, AnErrorThatWaitingDoesNotHelpIsShownUntilItGoesWell) {
+  const NodeId id = oneFile();
+  extension->scriptFetch(
+      {.error = fileProviderError(NSFileProviderErrorCode::cannotSynchronize)});
+  EXPECT_EQ(openFile(id).error, EIO);
+  EXPECT_NE(row(id)->error, "");
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(row(id)->error, "");
+}
+
+TEST_F(ContentsTest, NonsenseIsNeverShownAsContents) {
+  const NodeId id = oneFile();
+  const std::vector<Script> nonsense = {
+      {.noFile = true},   {.missingFile = true}, {.directory = true},
+      {.bytes = "hell"},  {.bytes = ""},         {.bytes = "hello, and more"},
+  };
+  for (const Script& script : nonsense) {
+    for (int i = 0; i < 3; ++i) extension->scriptFetch(script);
+    EXPECT_EQ(openFile(id).error, EIO);
+    EXPECT_EQ(row(id)->state, ContentState::dataless);
+    EXPECT_NE(row(id)->error, "");
+  }
+  EXPECT_EQ(readThrough(id), "hello");
+}
+
+TEST_F(ContentsTest, ASlipIsRepairedByFetchingAgain) {
+  const NodeId id = oneFile();
+  extension->scriptFetch({.bytes = "hel"});
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(extension->fetchCount(), 2U);
+}
+
+TEST_F(ContentsTest, AVersionThatMovesOnDuringTheFetchIsFetchedAgain) {
+  const NodeId id = oneFile("old!!");
+  // The bytes are those of the old version; the item that comes with them is the new one.
+  extension->scriptFetch({.bytes = "old!!", .before = [this] { extension->edit("i:1", "new!!"); }});
+  EXPECT_EQ(readThrough(id), "new!!");
+  EXPECT_EQ(row(id)->contentVersion, "2");
+}
+
+TEST_F(ContentsTest, AFileWithoutItsItemIsTakenIfItFits) {
+  const NodeId id = oneFile();
+  extension->scriptFetch({.noItem = true});
+  EXPECT_EQ(readThrough(id), "hello");
+}
+
+TEST_F(ContentsTest, AFileThatTheHostStillHoldsUnderAnotherNameIsCopied) {
+  const NodeId id = oneFile();
+  extension->scriptFetch({.hardLink = true});
+  EXPECT_EQ(readThrough(id), "hello");
+  for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+    if (entry.path().string().ends_with("-original")) writeFile(entry.path(), "HELLO");
+  }
+  EXPECT_EQ(readThrough(id), "hello");
+}
+
+TEST_F(ContentsTest, EvictionGivesTheRoomBackAndTheFileComesAgain) {
+  const NodeId id = oneFile();
+  readThrough(id);
+  EXPECT_EQ(engine->contents().evict(id), 0);
+  EXPECT_EQ(row(id)->state, ContentState::dataless);
+  EXPECT_EQ(row(id)->blocks, 0);
+  EXPECT_EQ(engine->store().used(), 0);
+  EXPECT_EQ(filesIn(options.stateDirectory + "/contents"), 0U);
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(extension->fetchCount(), 2U);
+}
+
+TEST_F(ContentsTest, WhatIsOpenOrPinnedIsNotEvicted) {
+  const NodeId id = oneFile();
+  {
+    const OpenAnswer open = openFile(id);
+    EXPECT_EQ(engine->contents().evict(id), EBUSY);
+    EXPECT_EQ(contentsOf(*open.file), "hello");
+  }
+  engine->pins().setPinned(id, true);
+  EXPECT_EQ(engine->contents().evict(id), EBUSY);
+  engine->pins().setPinned(id, false);
+  EXPECT_EQ(engine->contents().evict(id), 0);
+}
+
+TEST_F(ContentsTest, TheSizeLimitEvictsTheLeastRecentlyUsedFirst) {
+  options.limits.size = 3 * 8192;
+  reopen();
+  for (int i = 1; i <= 4; ++i) {
+    extension->file("i:" + std::to_string(i), std::to_string(i), std::string(8192, 'x'));
+  }
+  refresh();
+  for (int i = 1; i <= 3; ++i) {
+    readThrough(idOf("i:" + std::to_string(i)));
+    engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
+      // Uses within one second cannot be told apart, so they are spread here.
+      writer.setLastUsed(idOf("i:" + std::to_string(i)), i == 1 ? 100 : i);
+    });
+  }
+  // The first one was used last; the second one goes.
+  engine->contents().saveUseStep();
+  engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
+    writer.setLastUsed(idOf("i:1"), 100);
+    writer.setLastUsed(idOf("i:2"), 2);
+    writer.setLastUsed(idOf("i:3"), 3);
+  });
+  readThrough(idOf("i:4"));
+  EXPECT_EQ(row(idOf("i:2"))->state, ContentState::dataless);
+  EXPECT_EQ(row(idOf("i:1"))->state, ContentState::downloaded);
+  EXPECT_LE(engine->store().used(), options.limits.size);
+}
+
+TEST_F(ContentsTest, AFullDiskIsReportedBeforeItIsFull) {
+  options.limits.keepFreeBytes = std::int64_t{1} << 60;
+  reopen();
+  const NodeId id = oneFile();
+  EXPECT_EQ(openFile(id).error, ENOSPC);
+  EXPECT_EQ(extension->fetchCount(), 0U);
+}
+
+TEST_F(ContentsTest, APinnedFolderIsFetchedAheadAndSoIsWhatComesLater) {
+  extension->folder("f:1", "Docs");
+  extension->file("i:1", "a.txt", "hello", "f:1");
+  refresh();
+  ASSERT_EQ(engine->pins().setPinned(idOf("f:1"), true), 0);
+  engine->housekeepingStep();
+  ASSERT_TRUE(eventually([&] {
+    engine->housekeepingStep();
+    const auto found = node("i:1");
+    return found && found->state == ContentState::downloaded;
+  }));
+  extension->file("i:2", "b.txt", "later", "f:1");
+  commit();
+  while (engine->sync().sweepStep()) {
+  }
+  ASSERT_TRUE(eventually([&] {
+    engine->housekeepingStep();
+    const auto found = node("i:2");
+    return found && found->state == ContentState::downloaded;
+  }));
+  engine->pins().setPinned(idOf("f:1"), false);
+  EXPECT_FALSE(node("i:2")->kept);
+  EXPECT_EQ(engine->contents().evict(idOf("i:2")), 0);
+}
+
+TEST_F(ContentsTest, UnsyncedContentsAreNotTrustedAfterAnotherBoot) {
+  const NodeId id = oneFile();
+  readThrough(id);
+  engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
+    writer.setMeta("boot", std::string_view("an earlier one"));
+  });
+  reopen();
+  EXPECT_EQ(row(id)->state, ContentState::dataless);
+  readThrough(id);
+  EXPECT_TRUE(engine->contents().durableStep());
+  engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
+    writer.setMeta("boot", std::string_view("an earlier one"));
+  });
+  reopen();
+  EXPECT_EQ(row(id)->state, ContentState::downloaded);
+}
+
+TEST_F(ContentsTest, ContentsThatWereCutShortOnTheDiskAreAnErrorNotAShortFile) {
+  const NodeId id = oneFile();
+  readThrough(id);
+  ASSERT_EQ(::truncate(engine->store().path(row(id)->content).c_str(), 2), 0);
+  const OpenAnswer open = openFile(id);
+  ASSERT_EQ(open.error, 0);
+  EXPECT_THROW(open.file->descriptor(), ContentError);
+}
+
+TEST_F(ContentsTest, StoppingAnswersWhoeverWaits) {
+  const NodeId id = oneFile();
+  extension->holdFetches();
+  std::promise<int> answer;
+  const auto ticket = engine->contents().beginOpen(
+      id, [&](OpenAnswer result) { answer.set_value(result.error); });
+  engine->contents().proceed(ticket, id, 0);
+  ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
+  engine->stop();
+  EXPECT_EQ(answer.get_future().get(), EINTR);
+  extension->releaseFetches();
+}
+
+}  // namespace
+}  // namespace tulo::test

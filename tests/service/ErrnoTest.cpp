@@ -1,0 +1,44 @@
+#include "service/Errno.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+namespace tulo::test {
+namespace {
+
+using platform::NSFileProviderErrorCode;
+
+struct Row {
+  platform::NSError error;
+  int number;
+  bool transient;
+};
+
+class ErrnoTable : public ::testing::TestWithParam<Row> {};
+
+TEST_P(ErrnoTable, HasThisRow) {
+  EXPECT_EQ(errnoFor(GetParam().error), GetParam().number);
+  EXPECT_EQ(isTransient(GetParam().error), GetParam().transient);
+  EXPECT_NE(descriptionOf(GetParam().error).find(std::to_string(GetParam().error.code)),
+            std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ErrnoTable,
+    ::testing::Values(
+        Row{fileProviderError(NSFileProviderErrorCode::notAuthenticated), EKEYREJECTED, true},
+        Row{fileProviderError(NSFileProviderErrorCode::filenameCollision), EEXIST, false},
+        Row{fileProviderError(NSFileProviderErrorCode::syncAnchorExpired), ESTALE, true},
+        Row{fileProviderError(NSFileProviderErrorCode::insufficientQuota), EDQUOT, true},
+        Row{fileProviderError(NSFileProviderErrorCode::serverUnreachable), EHOSTDOWN, true},
+        Row{fileProviderError(NSFileProviderErrorCode::noSuchItem), ENOENT, false},
+        Row{fileProviderError(NSFileProviderErrorCode::cannotSynchronize), EIO, false},
+        Row{platform::cocoaError(platform::NSFileWriteInvalidFileNameError), EINVAL, false},
+        Row{platform::cocoaError(platform::NSFileWriteOutOfSpaceError), ENOSPC, true},
+        Row{{"NSFileProviderErrorDomain", 640, {}}, EIO, false},
+        Row{{"NSCocoaErrorDomain", -1005, {}}, EIO, false},
+        Row{{"SomebodyElsesDomain", 1, {}}, EIO, false}));
+
+}  // namespace
+}  // namespace tulo::test

@@ -1,0 +1,105 @@
+// A replicated extension whose account is in memory and whose failures a test scripts.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/FileProvider.h"
+
+namespace tulo::test {
+
+struct ScriptedItem {
+  std::string identifier;
+  std::string parent;
+  std::string name;
+  bool isFolder = false;
+  std::string contents = {};
+  int version = 1;
+  std::int64_t modified = 1'700'000'000;
+  std::uint64_t capabilities = 47;
+  std::optional<std::int64_t> claimedSize = std::nullopt;  // instead of the size of the contents
+};
+
+// Threads: every member may be called on any thread.
+class ScriptedExtension final : public platform::NSFileProviderReplicatedExtension {
+ public:
+  // What a fetch answers instead of the contents.
+  struct FetchScript {
+    std::optional<platform::NSError> error = std::nullopt;
+    bool noFile = false;       // neither a file nor an error
+    bool missingFile = false;  // the path of nothing
+    bool directory = false;    // the path of a directory
+    std::optional<std::string> bytes = std::nullopt;
+    bool hardLink = false;  // the file has another name, too
+    bool noItem = false;
+    std::function<void()> before = nullptr;  // runs first, on the fetching thread
+  };
+
+  explicit ScriptedExtension(std::string directory);
+  ~ScriptedExtension() override;
+
+  static std::string root();
+  // Puts or replaces an item; returns its identifier.
+  std::string put(ScriptedItem item);
+  std::string folder(const std::string& identifier, const std::string& name,
+                     const std::string& parent = root());
+  std::string file(const std::string& identifier, const std::string& name,
+                   const std::string& contents, const std::string& parent = root());
+  void remove(const std::string& identifier);
+  // New contents and the next version.
+  void edit(const std::string& identifier, const std::string& contents);
+  void change(const std::string& identifier, const std::function<void(ScriptedItem&)>& change);
+
+  // Listings fail with the error, or show only what passes, until it is taken back.
+  void setListingError(std::optional<platform::NSError> error);
+  void setListingFilter(std::function<bool(const ScriptedItem&)> filter);
+
+  // The next fetch of anything; scripts are used up in order.
+  void scriptFetch(FetchScript script);
+  // Fetches wait until released.
+  void holdFetches();
+  void releaseFetches();
+  std::size_t heldFetches() const;
+
+  std::size_t fetchCount() const;
+  std::size_t listingCount() const;
+
+  void invalidate() override {}
+  std::shared_ptr<platform::Progress> item(
+      const platform::NSFileProviderItemIdentifier& identifier,
+      const platform::NSFileProviderRequest& request,
+      const platform::ItemCompletion& completionHandler) override;
+  std::shared_ptr<platform::NSFileProviderEnumerator> enumerator(
+      const platform::NSFileProviderItemIdentifier& container,
+      const platform::NSFileProviderRequest& request) override;
+  std::shared_ptr<platform::Progress> fetchContents(
+      const platform::NSFileProviderItemIdentifier& itemIdentifier,
+      const std::optional<platform::NSFileProviderItemVersion>& requestedVersion,
+      const platform::NSFileProviderRequest& request,
+      platform::FetchCompletion completionHandler) override;
+  std::shared_ptr<platform::Progress> createItem(
+      const platform::ItemPointer&, platform::NSFileProviderItemFields,
+      const std::optional<platform::URL>&, platform::NSFileProviderCreateItemOptions,
+      const platform::NSFileProviderRequest&, platform::MutationCompletion) override;
+  std::shared_ptr<platform::Progress> modifyItem(
+      const platform::ItemPointer&, const platform::NSFileProviderItemVersion&,
+      platform::NSFileProviderItemFields, const std::optional<platform::URL>&,
+      platform::NSFileProviderModifyItemOptions, const platform::NSFileProviderRequest&,
+      platform::MutationCompletion) override;
+  std::shared_ptr<platform::Progress> deleteItem(
+      const platform::NSFileProviderItemIdentifier&, const platform::NSFileProviderItemVersion&,
+      platform::NSFileProviderDeleteItemOptions, const platform::NSFileProviderRequest&,
+      platform::DeleteCompletion) override;
+
+ private:
+  struct State;
+  class Enumerator;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace tulo::test
