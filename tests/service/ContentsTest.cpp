@@ -55,7 +55,8 @@ TEST_F(ContentsTest, ManyOpenersShareOneFetch) {
   }
   ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
   extension->releaseFetches();
-  for (auto& answer : answers) EXPECT_EQ(answer.get().error, 0);
+  for (auto& answer : answers)
+    EXPECT_EQ(answer.get().error, 0);
   EXPECT_EQ(extension->fetchCount(), 1U);
 }
 
@@ -63,8 +64,8 @@ TEST_F(ContentsTest, AWaitingOpenerMayGiveUpWhileTheFetchRunsOn) {
   const NodeId id = oneFile();
   extension->holdFetches();
   std::promise<int> gaveUp;
-  const auto ticket = engine->contents().beginOpen(
-      id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
+  const auto ticket =
+      engine->contents().beginOpen(id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
   engine->contents().proceed(ticket, id, 0);
   ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
   engine->contents().cancel(ticket);
@@ -76,8 +77,8 @@ TEST_F(ContentsTest, AWaitingOpenerMayGiveUpWhileTheFetchRunsOn) {
 TEST_F(ContentsTest, AnInterruptBeforeTheOpenerIsArmedIsNotLost) {
   const NodeId id = oneFile();
   std::promise<int> gaveUp;
-  const auto ticket = engine->contents().beginOpen(
-      id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
+  const auto ticket =
+      engine->contents().beginOpen(id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
   engine->contents().cancel(ticket);
   engine->contents().proceed(ticket, id, 0);
   EXPECT_EQ(gaveUp.get_future().get(), EINTR);
@@ -86,8 +87,7 @@ TEST_F(ContentsTest, AnInterruptBeforeTheOpenerIsArmedIsNotLost) {
 
 TEST_F(ContentsTest, AnErrorReachesEveryWaiterAndTheNextOpenTriesAgain) {
   const NodeId id = oneFile();
-  extension->scriptFetch(
-      {.error = fileProviderError(NSFileProviderErrorCode::serverUnreachable)});
+  extension->scriptFetch({.error = fileProviderError(NSFileProviderErrorCode::serverUnreachable)});
   EXPECT_EQ(openFile(id).error, EHOSTDOWN);
   EXPECT_EQ(row(id)->error, "");
   EXPECT_EQ(readThrough(id), "hello");
@@ -95,8 +95,7 @@ TEST_F(ContentsTest, AnErrorReachesEveryWaiterAndTheNextOpenTriesAgain) {
 
 TEST_F(ContentsTest, AnErrorThatWaitingDoesNotHelpIsShownUntilItGoesWell) {
   const NodeId id = oneFile();
-  extension->scriptFetch(
-      {.error = fileProviderError(NSFileProviderErrorCode::cannotSynchronize)});
+  extension->scriptFetch({.error = fileProviderError(NSFileProviderErrorCode::cannotSynchronize)});
   EXPECT_EQ(openFile(id).error, EIO);
   EXPECT_NE(row(id)->error, "");
   EXPECT_EQ(readThrough(id), "hello");
@@ -106,11 +105,12 @@ TEST_F(ContentsTest, AnErrorThatWaitingDoesNotHelpIsShownUntilItGoesWell) {
 TEST_F(ContentsTest, NonsenseIsNeverShownAsContents) {
   const NodeId id = oneFile();
   const std::vector<Script> nonsense = {
-      {.noFile = true},   {.missingFile = true}, {.directory = true},
-      {.bytes = "hell"},  {.bytes = ""},         {.bytes = "hello, and more"},
+      {.noFile = true},  {.missingFile = true}, {.directory = true},
+      {.bytes = "hell"}, {.bytes = ""},         {.bytes = "hello, and more"},
   };
   for (const Script& script : nonsense) {
-    for (int i = 0; i < 3; ++i) extension->scriptFetch(script);
+    for (int i = 0; i < 3; ++i)
+      extension->scriptFetch(script);
     EXPECT_EQ(openFile(id).error, EIO);
     EXPECT_EQ(row(id)->state, ContentState::dataless);
     EXPECT_NE(row(id)->error, "");
@@ -264,8 +264,8 @@ TEST_F(ContentsTest, StoppingAnswersWhoeverWaits) {
   const NodeId id = oneFile();
   extension->holdFetches();
   std::promise<int> answer;
-  const auto ticket = engine->contents().beginOpen(
-      id, [&](OpenAnswer result) { answer.set_value(result.error); });
+  const auto ticket =
+      engine->contents().beginOpen(id, [&](OpenAnswer result) { answer.set_value(result.error); });
   engine->contents().proceed(ticket, id, 0);
   ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
   engine->stop();

@@ -24,12 +24,13 @@ INSTANTIATE_TEST_SUITE_P(
                       Spelling{"..", "%2E%2E"}, Spelling{"...", "..."}, Spelling{"", "%~"},
                       Spelling{"100%", "100%"}, Spelling{"100% sure", "100% sure"},
                       Spelling{"a%2Fb", "a%252Fb"}, Spelling{"%25", "%2525"},
-                      Spelling{"%2E", "%252E"}, Spelling{"x%~y", "x%25~y"},
-                      Spelling{"%2f", "%2f"}, Spelling{"\xff\xfe", "\xff\xfe"}));
+                      Spelling{"%2E", "%252E"}, Spelling{"x%~y", "x%25~y"}, Spelling{"%2f", "%2f"},
+                      Spelling{"\xff\xfe", "\xff\xfe"}));
 
 TEST(Names, AreCutAtTheFolderLimitWithTheirExtension) {
   std::string longName;
-  for (int i = 0; i < 100; ++i) longName += "\xc3\xa4x";
+  for (int i = 0; i < 100; ++i)
+    longName += "\xc3\xa4x";
   longName += ".jpeg";
   const std::string shown = names::shown(longName);
   EXPECT_LE(shown.size(), names::kLongestName);

@@ -23,8 +23,7 @@ class ReplicaTest : public ::testing::Test {
  protected:
   NodeId insert(Replica& replica, const Node& node) {
     NodeId id = kNoNode;
-    replica.write(Durability::eventual,
-                  [&](ReplicaWriter& writer) { id = writer.insert(node); });
+    replica.write(Durability::eventual, [&](ReplicaWriter& writer) { id = writer.insert(node); });
     return id;
   }
 
@@ -80,7 +79,8 @@ TEST_F(ReplicaTest, ManyWritersAreAllCommitted) {
       }
     });
   }
-  for (std::thread& thread : threads) thread.join();
+  for (std::thread& thread : threads)
+    thread.join();
   const std::size_t count =
       replica.read([](ReplicaReader& reader) { return reader.childNodes(1).size(); });
   EXPECT_EQ(count, 400U);

@@ -12,8 +12,7 @@ namespace {
 class SourceWatchTest : public ::testing::Test {
  protected:
   std::unique_ptr<Connection> openHost(const char* journal = "WAL") {
-    auto host =
-        std::make_unique<Connection>(directory.file("state.db"), Connection::Mode::create);
+    auto host = std::make_unique<Connection>(directory.file("state.db"), Connection::Mode::create);
     host->execute(std::string("PRAGMA journal_mode=") + journal +
                   "; CREATE TABLE IF NOT EXISTS t (x)");
     return host;

@@ -239,7 +239,8 @@ TEST_F(SyncTest, SweepsWhatTheKernelKnowsAndNothingElse) {
     extension->folder(std::string("f:") + number, number);
   }
   refresh();
-  for (const char* number : {"1", "2", "3"}) refresh(idOf(std::string("f:") + number));
+  for (const char* number : {"1", "2", "3"})
+    refresh(idOf(std::string("f:") + number));
   engine->folders().remembered(idOf("f:1"));
   engine->folders().remembered(idOf("f:3"));
   engine->folders().used(idOf("f:1"));
@@ -297,7 +298,8 @@ TEST_F(SyncTest, WhatIsInADeletedFolderGoesWithIt) {
   refresh(idOf("f:2"));
   EXPECT_EQ(readThrough(idOf("i:1")), "hello");
   EXPECT_GT(engine->store().used(), 0);
-  for (const char* identifier : {"i:1", "f:2", "f:1"}) extension->remove(identifier);
+  for (const char* identifier : {"i:1", "f:2", "f:1"})
+    extension->remove(identifier);
   commit();
   refresh();
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {

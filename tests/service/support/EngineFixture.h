@@ -27,8 +27,7 @@ class InvalidationRecorder final : public InvalidationSink {
 
 class EngineFixture : public ::testing::Test {
  protected:
-  EngineFixture()
-      : extension(std::make_shared<ScriptedExtension>(directory.path())) {
+  EngineFixture() : extension(std::make_shared<ScriptedExtension>(directory.path())) {
     options.domain = "test";
     options.stateDirectory = directory.file("state");
     options.source = {directory.path(), "state.db"};

@@ -123,7 +123,9 @@ ScriptedExtension::~ScriptedExtension() {
   }
 }
 
-std::string ScriptedExtension::root() { return NSFileProviderRootContainerItemIdentifier(); }
+std::string ScriptedExtension::root() {
+  return NSFileProviderRootContainerItemIdentifier();
+}
 
 std::string ScriptedExtension::put(ScriptedItem item) {
   const std::scoped_lock lock(state_->mutex);

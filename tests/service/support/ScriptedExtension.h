@@ -82,19 +82,24 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
       const std::optional<platform::NSFileProviderItemVersion>& requestedVersion,
       const platform::NSFileProviderRequest& request,
       platform::FetchCompletion completionHandler) override;
-  std::shared_ptr<platform::Progress> createItem(
-      const platform::ItemPointer&, platform::NSFileProviderItemFields,
-      const std::optional<platform::URL>&, platform::NSFileProviderCreateItemOptions,
-      const platform::NSFileProviderRequest&, platform::MutationCompletion) override;
-  std::shared_ptr<platform::Progress> modifyItem(
-      const platform::ItemPointer&, const platform::NSFileProviderItemVersion&,
-      platform::NSFileProviderItemFields, const std::optional<platform::URL>&,
-      platform::NSFileProviderModifyItemOptions, const platform::NSFileProviderRequest&,
-      platform::MutationCompletion) override;
-  std::shared_ptr<platform::Progress> deleteItem(
-      const platform::NSFileProviderItemIdentifier&, const platform::NSFileProviderItemVersion&,
-      platform::NSFileProviderDeleteItemOptions, const platform::NSFileProviderRequest&,
-      platform::DeleteCompletion) override;
+  std::shared_ptr<platform::Progress> createItem(const platform::ItemPointer&,
+                                                 platform::NSFileProviderItemFields,
+                                                 const std::optional<platform::URL>&,
+                                                 platform::NSFileProviderCreateItemOptions,
+                                                 const platform::NSFileProviderRequest&,
+                                                 platform::MutationCompletion) override;
+  std::shared_ptr<platform::Progress> modifyItem(const platform::ItemPointer&,
+                                                 const platform::NSFileProviderItemVersion&,
+                                                 platform::NSFileProviderItemFields,
+                                                 const std::optional<platform::URL>&,
+                                                 platform::NSFileProviderModifyItemOptions,
+                                                 const platform::NSFileProviderRequest&,
+                                                 platform::MutationCompletion) override;
+  std::shared_ptr<platform::Progress> deleteItem(const platform::NSFileProviderItemIdentifier&,
+                                                 const platform::NSFileProviderItemVersion&,
+                                                 platform::NSFileProviderDeleteItemOptions,
+                                                 const platform::NSFileProviderRequest&,
+                                                 platform::DeleteCompletion) override;
 
  private:
   struct State;
