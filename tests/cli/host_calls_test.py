@@ -247,6 +247,13 @@ class Create(HostCallTest):
             self.tulo("create", "--name", name)
             self.assertEqual(host.requests.pop()["name"], name)
 
+    def test_a_name_that_is_no_text(self):
+        host = self.host({"ok": True, "ulid": "NEW"})
+        result = self.tulo("create", "--name", b"a\xff")
+        self.check(result, 1, not_written(CANNOT_SYNCHRONIZE))
+        self.assertEqual(len(result.records), 2)
+        self.assertEqual(host.requests, [])
+
     def test_both_tables_and_neither(self):
         self.host({"ok": True, "ulid": "NEW"})
         result = self.tulo("create", "--name", "a")

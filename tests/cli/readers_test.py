@@ -85,6 +85,10 @@ class Item(ProviderTest):
         for identifier in ("f:", "i:", "i:nobody", *ODD_IDENTIFIERS):
             self.check(self.tulo("item", identifier), 1, NOT_FOUND)
 
+    def test_an_identifier_that_is_no_text(self):
+        for identifier in (b"\xff", b"i:\xff", b"f:\xc3"):
+            self.check(self.tulo("item", identifier), 1, NOT_FOUND)
+
     def test_an_identifier_that_looks_like_an_option(self):
         self.check(self.tulo("item", "--", "--nonsense"), 1, NOT_FOUND)
 

@@ -1,5 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <type_traits>
+
+#include "presentation/DirectoryEnumerator.h"
+#include "presentation/TuloItem.h"
 #include "tests/extension/ExtensionFixture.h"
 
 namespace tulo::test {
@@ -7,6 +11,11 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+// There is no extension, item or enumerator without what it is made of.
+static_assert(!std::is_default_constructible_v<FileProviderExtension>);
+static_assert(!std::is_default_constructible_v<TuloItem>);
+static_assert(!std::is_default_constructible_v<DirectoryEnumerator>);
 
 class EntryTest : public testing::Test {
  protected:
