@@ -214,6 +214,13 @@ TEST_F(TransportTest, APrettyPrintedReplyInOneChunkIsDecoded) {
   EXPECT_EQ(replyOf(host), "whole");
 }
 
+// Line feeds inside the chunks, at the end of none but the last.
+TEST_F(TransportTest, APrettyPrintedReplyOfSeveralChunksIsDecoded) {
+  FakeHost host(path_);
+  host.then(repliesRaw("{\n" + std::string(10'000, ' ') + "\n  \"text\": \"whole\"\n}\n"));
+  EXPECT_EQ(replyOf(host), "whole");
+}
+
 TEST_F(TransportTest, APrettyPrintedReplyWhoseChunkEndsInALineFeedIsNoReply) {
   FakeHost host(path_);
   host.then(repliesInPieces("{\n  \"text\": \"whole\"\n}\n", {2}));
