@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "platform/linux/UTF8.h"
+#include "platform/UTF8.h"
 
 namespace tulo::platform::text {
 

@@ -8,8 +8,8 @@
 #include <shared_mutex>
 
 #include "platform/Text.h"
+#include "platform/UTF8.h"
 #include "platform/linux/ContentTypes.h"
-#include "platform/linux/UTF8.h"
 
 namespace tulo::platform {
 

@@ -1,4 +1,4 @@
-#include "platform/linux/UTF8.h"
+#include "platform/UTF8.h"
 
 #include <gtest/gtest.h>
 

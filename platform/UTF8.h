@@ -33,7 +33,7 @@ inline std::size_t sequenceLength(std::string_view text) {
   return continues(2) && continues(3) ? 4 : 0;
 }
 
-// The number of bytes at the front of the text that are well-formed, bounded by what ICU's 32-bit
+// The number of bytes at the front of the text that are well-formed, bounded by what 32-bit
 // lengths hold.
 inline std::size_t validLength(std::string_view text) {
   constexpr std::size_t bound = 0x4000'0000;
@@ -63,13 +63,17 @@ inline std::optional<char32_t> firstCodePoint(std::string_view text) {
   return codePoint;
 }
 
+// The length of the well-formed sequence that the text ends with; 0 when it ends with none.
+inline std::size_t lastSequenceLength(std::string_view text) {
+  for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
+    if (sequenceLength(text.substr(text.size() - length)) == length) return length;
+  }
+  return 0;
+}
+
 // The code point of the well-formed sequence that the text ends with, or nothing.
 inline std::optional<char32_t> lastCodePoint(std::string_view text) {
-  for (std::size_t length = 1; length <= 4 && length <= text.size(); ++length) {
-    const std::string_view tail = text.substr(text.size() - length);
-    if (sequenceLength(tail) == length) return firstCodePoint(tail);
-  }
-  return std::nullopt;
+  return firstCodePoint(text.substr(text.size() - lastSequenceLength(text)));
 }
 
 }  // namespace tulo::platform::utf8
