@@ -31,9 +31,13 @@ if(TULO_BUILD_FUZZ)
   target_compile_options(tulo_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# tulo_library(NAME SOURCES... DEPENDS targets...): a static library of one folder.
+# tulo_library(NAME SOURCES... DEPENDS targets...): a library of one folder; static, unless TYPE says
+# otherwise.
 function(tulo_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
-  add_library(${name} STATIC ${ARG_SOURCES})
+  cmake_parse_arguments(ARG "" "TYPE" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  if(NOT ARG_TYPE)
+    set(ARG_TYPE STATIC)
+  endif()
+  add_library(${name} ${ARG_TYPE} ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC tulo_options ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
 endfunction()
