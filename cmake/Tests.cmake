@@ -6,6 +6,8 @@ find_package(GTest REQUIRED)
 set(TULO_TEST_PREFIX "" CACHE STRING
     "Put before each test's name, to tell this build's tests from another's in one CTest run")
 
+# A folder may set TULO_TEST_FILTER, in the notation of --gtest_filter, for itself and those below it.
+
 # The headers that nearly every test file reads, compiled once for all the executables.
 add_library(tulo_test_headers OBJECT ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
 target_link_libraries(tulo_test_headers PUBLIC tulo_options GTest::gtest GTest::gmock)
@@ -19,6 +21,7 @@ function(tulo_tests name)
   target_link_libraries(${name} PRIVATE tulo_options ${ARG_DEPENDS} GTest::gmock GTest::gtest
                                         GTest::gtest_main)
   target_precompile_headers(${name} REUSE_FROM tulo_test_headers)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES TEST_PREFIX "${TULO_TEST_PREFIX}"
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
+                       TEST_PREFIX "${TULO_TEST_PREFIX}" TEST_FILTER "${TULO_TEST_FILTER}"
                        PROPERTIES TIMEOUT 120)
 endfunction()

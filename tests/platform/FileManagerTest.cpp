@@ -102,8 +102,9 @@ TEST_F(RemoveItemTest, ALinkToAFolderIsRemovedAsALink) {
 }
 
 TEST_F(RemoveItemTest, NothingThereIsAnError) {
-  EXPECT_EQ(messageOf([&] { FileManager::removeItem(url("none")); }),
-            "cannot remove " + at("none") + ": No such file or directory");
+  const std::string message = messageOf([&] { FileManager::removeItem(url("none")); });
+  EXPECT_TRUE(message.starts_with("cannot remove " + at("none") + ": No such file or directory"))
+      << message;
   EXPECT_THROW(FileManager::removeItem(url("none/at/all")), FileManagerError);
 }
 

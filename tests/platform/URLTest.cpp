@@ -32,7 +32,11 @@ TEST(URLTest, PercentEncodesEverythingElse) {
   EXPECT_EQ(URL("/a b").absoluteString(), "file:///a%20b");
   EXPECT_EQ(URL("/%;?#[]\"<>\\^`{|}").absoluteString(),
             "file:///%25%3B%3F%23%5B%5D%22%3C%3E%5C%5E%60%7B%7C%7D");
-  EXPECT_EQ(URL("/\u00E9\xFF\n").absoluteString(), "file:///%C3%A9%FF%0A");
+  EXPECT_EQ(URL("/\u00E9\n").absoluteString(), "file:///%C3%A9%0A");
+}
+
+TEST(URLTest, PercentEncodesBytesThatAreNoText) {
+  EXPECT_EQ(URL("/a\xFF").absoluteString(), "file:///a%FF");
 }
 
 TEST(URLTest, ResolvesARelativePathAgainstTheWorkingDirectory) {
