@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 namespace tulo {
 
@@ -72,8 +73,9 @@ void copyBytes(int from, int to, const std::string& name) {
 
 }  // namespace
 
-ContentStore::ContentStore(const std::string& directory, CacheLimits limits)
-    : directory_(directory + "/contents"), limits_(limits) {
+ContentStore::ContentStore(const std::string& directory, const std::string& shared,
+                           CacheLimits limits)
+    : directory_(directory + "/contents"), shared_(shared), limits_(limits) {
   makeDirectory(directory_);
   for (unsigned i = 0; i < kFolders; ++i)
     makeDirectory(directory_ + '/' + folderName(i));
@@ -106,6 +108,22 @@ std::int64_t ContentStore::take(const std::string& source, std::int64_t size, Co
   }
   ::unlink(source.c_str());
   return status.st_blocks;
+}
+
+void ContentStore::discard(const std::string& source) const {
+  std::error_code error;
+  const auto folder =
+      std::filesystem::canonical(std::filesystem::path(source).parent_path(), error);
+  if (error) return;
+  const auto shared = std::filesystem::canonical(shared_, error);
+  if (error) return;
+  const auto [end, ignored] =
+      std::mismatch(shared.begin(), shared.end(), folder.begin(), folder.end());
+  struct stat status = {};
+  if (end != shared.end() || ::lstat(source.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return;
+  }
+  ::unlink(source.c_str());
 }
 
 Descriptor ContentStore::open(ContentId content, std::int64_t size) const {

@@ -35,15 +35,20 @@ struct CacheLimits {
 
 class ContentStore {
  public:
-  // Creates the directories. Throws ContentError.
-  ContentStore(const std::string& directory, CacheLimits limits);
+  // Creates the directories. `shared` is the directory that the provider's side writes to. Throws
+  // ContentError.
+  ContentStore(const std::string& directory, const std::string& shared, CacheLimits limits);
 
   std::string path(ContentId content) const;
 
   // Takes over the file: it is moved where that is possible, else copied (cloned where the disk
   // can) and removed. Only a regular file of exactly `size` bytes is taken; anything else throws
-  // ContentError and leaves the file for remove(). Returns its blocks.
+  // ContentError and leaves the file alone. Returns its blocks.
   std::int64_t take(const std::string& source, std::int64_t size, ContentId content);
+
+  // Removes a file that was handed over and not taken, if it lies in the shared directory. A path
+  // that a confused provider named may be anybody's, so elsewhere nothing is ever removed.
+  void discard(const std::string& source) const;
 
   // An open file of contents, for reading. Throws ContentError when it is not there or is short.
   Descriptor open(ContentId content, std::int64_t size) const;
@@ -66,6 +71,7 @@ class ContentStore {
 
  private:
   std::string directory_;
+  std::string shared_;
   CacheLimits limits_;
   std::atomic<std::int64_t> used_ = 0;
   std::atomic<std::int64_t> reserved_ = 0;

@@ -38,7 +38,7 @@ Contents::Contents(Replica& replica, ExtensionPointer extension, Sync& sync, Not
 std::optional<OpenAnswer> Contents::openNow(NodeId id) {
   sync_.glanceAtSource();
   const std::shared_lock gate(openFiles_.gate());
-  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.openLookup(id); });
   if (!node) return OpenAnswer{ESTALE, nullptr};
   if (node->kind == NodeKind::folder) return OpenAnswer{EISDIR, nullptr};
   if (node->parent != kNoNode && sync_.freshness(node->parent, 0) != Freshness::current) {

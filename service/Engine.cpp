@@ -22,7 +22,7 @@ Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
       extension_(factory(domainFor(options.domain))),
       replica_(options.stateDirectory),
       source_(options.source),
-      store_(options.stateDirectory, options.limits),
+      store_(options.stateDirectory, options.source.directory, options.limits),
       policy_(options.noDownloadList),
       pins_(replica_, folders_) {
   if (!replica_.setAside().empty()) {

@@ -1,7 +1,5 @@
 #include "service/Fetch.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <ctime>
 
@@ -115,9 +113,6 @@ void Contents::request(const FetchPointer& fetch) {
         if (self && self->enterCallback()) {
           self->fetched(fetch, url, item, error);
           self->leaveCallback();
-        } else if (url) {
-          // Nobody else will ever remove it.
-          ::unlink(url->path().c_str());
         }
       });
 }
@@ -190,7 +185,7 @@ void Contents::endIncoming(ContentId content) {
 }
 
 void Contents::discard(const FetchPointer& fetch) {
-  if (!fetch->path.empty()) ::unlink(fetch->path.c_str());
+  if (!fetch->path.empty()) store_.discard(fetch->path);
   fetch->path.clear();
 }
 

@@ -53,9 +53,6 @@ void MountSession::initialize(fuse_conn_info& connection) {
   want(FUSE_CAP_NO_OPENDIR_SUPPORT);
   want(FUSE_CAP_SPLICE_WRITE);
   want(FUSE_CAP_SPLICE_MOVE);
-  // With it the kernel remembers that a file has no access-control list; without, every `ls -l`
-  // would ask for each file.
-  want(FUSE_CAP_POSIX_ACL);
   // Data changes when Notifier says so, not when some attribute differs. Automatic invalidation
   // would take precedence.
   connection.want &= ~static_cast<unsigned>(FUSE_CAP_AUTO_INVAL_DATA);
@@ -320,8 +317,10 @@ void MountSession::statfs(fuse_req_t request) {
 
 void MountSession::getxattr(fuse_req_t request, NodeId id, const char* name, std::size_t size) {
   guarded(request, [&] {
-    if (std::strncmp(name, "user.tulo.", 10) != 0) {
-      fuse_reply_err(request, ENODATA);
+    if (std::strncmp(name, "user.", 5) != 0) {
+      // "Not supported here" is what `ls -l` remembers for the whole mount; "not set" it would
+      // ask again for every file.
+      fuse_reply_err(request, EOPNOTSUPP);
       return;
     }
     const auto node = parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });

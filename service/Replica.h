@@ -36,6 +36,15 @@ struct NameLookup {
   std::optional<Entry> entry;
 };
 
+// What opening a file needs to know.
+struct OpenLookup {
+  NodeKind kind = NodeKind::file;
+  ContentState state = ContentState::dataless;
+  NodeId parent = kNoNode;
+  ContentId content = kNoContent;
+  std::int64_t size = 0;
+};
+
 // Reads of the replica. Every function is a statement of its own: two calls may see two states.
 class ReplicaReader {
  public:
@@ -43,6 +52,7 @@ class ReplicaReader {
 
   std::optional<Entry> entry(NodeId id);
   std::optional<Node> node(NodeId id);
+  std::optional<OpenLookup> openLookup(NodeId id);
   std::optional<Node> nodeFor(std::string_view identifier);
   NameLookup lookup(NodeId folder, std::string_view name);
   // The children after the given number, by number, until the visitor returns false.
@@ -62,6 +72,7 @@ class ReplicaReader {
   Connection database_;
   Statement entry_;
   Statement node_;
+  Statement open_;
   Statement byIdentifier_;
   Statement folder_;
   Statement child_;

@@ -9,6 +9,7 @@ ReplicaReader::ReplicaReader(const std::string& path)
     : database_(path, Connection::Mode::readOnly),
       entry_(database_.prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
       node_(database_.prepare(columns::selectNode() + " WHERE id=?")),
+      open_(database_.prepare("SELECT kind,state,parent,content,size FROM node WHERE id=?")),
       byIdentifier_(database_.prepare(columns::selectNode() + " WHERE identifier=?")),
       folder_(database_.prepare("SELECT listed FROM node WHERE id=? AND parent IS NOT NULL")),
       child_(database_.prepare(columns::selectEntry() + " WHERE parent=? AND name=?")),
@@ -30,6 +31,15 @@ std::optional<Node> ReplicaReader::node(NodeId id) {
   StatementUse use(node_);
   if (!node_.bind(id).step()) return std::nullopt;
   return columns::nodeFrom(node_);
+}
+
+std::optional<OpenLookup> ReplicaReader::openLookup(NodeId id) {
+  StatementUse use(open_);
+  if (!open_.bind(id).step()) return std::nullopt;
+  return OpenLookup{static_cast<NodeKind>(open_.integer(0)),
+                    static_cast<ContentState>(open_.integer(1)),
+                    static_cast<NodeId>(open_.integer(2)), static_cast<ContentId>(open_.integer(3)),
+                    open_.integer(4)};
 }
 
 std::optional<Node> ReplicaReader::nodeFor(std::string_view identifier) {

@@ -118,6 +118,22 @@ TEST_F(ContentsTest, NonsenseIsNeverShownAsContents) {
   EXPECT_EQ(readThrough(id), "hello");
 }
 
+TEST_F(ContentsTest, AFileThatIsNotTakenIsRemovedOnlyFromTheSharedDirectory) {
+  const TemporaryDirectory elsewhere;
+  writeFile(elsewhere.file("precious"), "not a download");
+  writeFile(directory.file("left over"), "a download of the wrong size");
+  std::filesystem::create_directory_symlink(elsewhere.path(), directory.file("link"));
+  engine->store().discard(elsewhere.file("precious"));
+  engine->store().discard(directory.file("link") + "/precious");
+  engine->store().discard(directory.path() + "/../precious");
+  engine->store().discard(directory.path());
+  engine->store().discard("");
+  EXPECT_EQ(readFile(elsewhere.file("precious")), "not a download");
+  EXPECT_TRUE(std::filesystem::exists(directory.path()));
+  engine->store().discard(directory.file("left over"));
+  EXPECT_FALSE(std::filesystem::exists(directory.file("left over")));
+}
+
 TEST_F(ContentsTest, ASlipIsRepairedByFetchingAgain) {
   const NodeId id = oneFile();
   extension->scriptFetch({.bytes = "hel"});
