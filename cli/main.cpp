@@ -7,7 +7,9 @@
 #include "cli/DemoCommand.h"
 #include "cli/HostCommand.h"
 #include "cli/MountCommand.h"
+#include "cli/PinCommand.h"
 #include "cli/ProviderCommand.h"
+#include "cli/StatusCommand.h"
 #include "cli/UnmountCommand.h"
 #include "platform/Deployment.h"
 
@@ -24,7 +26,9 @@ int run(int argc, char** argv) {
   tulo::cli::addDemoCommand(app, exitStatus);
   tulo::cli::addHostCommand(app, exitStatus);
   tulo::cli::addMountCommand(app, exitStatus);
+  tulo::cli::addPinCommands(app, exitStatus);
   tulo::cli::addProviderCommand(app, exitStatus);
+  tulo::cli::addStatusCommand(app, exitStatus);
   tulo::cli::addUnmountCommand(app, exitStatus);
   try {
     app.parse(argc, argv);

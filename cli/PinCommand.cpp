@@ -1,0 +1,115 @@
+#include "cli/PinCommand.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli/ServiceClient.h"
+#include "service/ServicePaths.h"
+
+namespace tulo::cli {
+
+namespace {
+
+using nlohmann::json;
+
+struct Operation {
+  const char* name;
+  const char* help;
+};
+
+constexpr std::array<Operation, 4> kOperations = {{
+    {"pin",
+     "Keeps files here: fetches them now and in every later version, and never evicts them. A "
+     "pinned folder stands for all that is in it, now and later."},
+    {"unpin", "Takes a pin away. What was fetched stays until the cache needs the room."},
+    {"download", "Fetches files now; folders with all that is in them."},
+    {"evict",
+     "Frees the room that downloads take up; folders with all that is in them. What is open or "
+     "pinned stays."},
+}};
+
+// A line that is written over, on a terminal only.
+class ProgressLine {
+ public:
+  ~ProgressLine() {
+    if (shown_) std::fprintf(stderr, "\r\033[K");
+  }
+
+  void show(const json& progress) {
+    if (isatty(STDERR_FILENO) == 0) return;
+    constexpr int kWidth = 30;
+    const auto done = progress.value("done", std::int64_t{0});
+    const auto total = progress.value("total", std::int64_t{0});
+    const auto filled = static_cast<int>(total > 0 ? done * kWidth / total : 0);
+    std::fprintf(stderr, "\r[%-*s] %lld of %lld files\033[K", kWidth,
+                 std::string(static_cast<std::size_t>(filled), '#').c_str(),
+                 static_cast<long long>(done), static_cast<long long>(total));
+    shown_ = true;
+  }
+
+ private:
+  bool shown_ = false;
+};
+
+// The paths' inode numbers, which are the service's own, for each account.
+std::map<std::string, std::vector<std::uint64_t>> nodesByDomain(
+    const std::vector<std::string>& paths) {
+  std::map<std::string, std::vector<std::uint64_t>> nodes;
+  for (const std::string& path : paths) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+      throw ServiceError(path + ": " + std::strerror(errno));
+    }
+    nodes[domainOfPath(path)].push_back(status.st_ino);
+  }
+  return nodes;
+}
+
+void tellFailures(const json& answer) {
+  for (const json& failure : answer.value("failures", json::array())) {
+    std::fprintf(stderr, "tulo: %s: %s\n", failure.value("path", "").c_str(),
+                 failure.value("error", "").c_str());
+  }
+  if (answer.contains("error")) {
+    std::fprintf(stderr, "tulo: %s\n", answer.value("error", "").c_str());
+  }
+}
+
+int run(const char* operation, const std::vector<std::string>& paths) {
+  bool good = true;
+  for (const auto& [domain, nodes] : nodesByDomain(paths)) {
+    json answer;
+    {
+      ProgressLine line;
+      answer = askDomain(domain, {{"op", operation}, {"nodes", nodes}},
+                         [&line](const json& progress) { line.show(progress); });
+    }
+    tellFailures(answer);
+    good = answer.value("ok", false) && good;
+  }
+  return good ? 0 : 1;
+}
+
+}  // namespace
+
+void addPinCommands(CLI::App& app, int& exitStatus) {
+  for (const Operation& operation : kOperations) {
+    auto paths = std::make_shared<std::vector<std::string>>();
+    CLI::App* command = app.add_subcommand(operation.name, operation.help);
+    command->add_option("PATH", *paths, "Files and folders of mounted accounts")->required();
+    command->callback(
+        [name = operation.name, paths, &exitStatus] { exitStatus = run(name, *paths); });
+  }
+}
+
+}  // namespace tulo::cli
