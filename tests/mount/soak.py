@@ -247,9 +247,8 @@ class Soak:
             ("reader 3", self.read_step), ("keeper", self.keep_open_step),
             ("walker", self.walk_step), ("finder", self.find_step),
             ("changer", self.change_step), ("restarter", self.restart_step),
+            ("evicter", self.evict_step),
         ]
-        if self.box.has_command("evict"):
-            actors.append(("evicter", self.evict_step))
         threads = [threading.Thread(target=self.act, args=actor, name=actor[0]) for actor in actors]
         for thread in threads:
             thread.start()
@@ -281,15 +280,12 @@ class Soak:
         expect(memory < MOST_MEMORY, f"resident memory of the service: {memory} bytes")
         eventually(lambda: mount.descriptors() <= descriptors + 30,
                    f"descriptors near the {descriptors} of the beginning")
-        if os.geteuid() == 0 and self.box.has_command("status"):
+        if os.geteuid() == 0:
             self.check_references()
         return memory
 
     def check_references(self):
         """The kernel gives back every reference when it drops its caches."""
-        status = self.box.status()
-        if "kernelFolders" not in status:
-            return
 
         def all_given_back():
             with open("/proc/sys/vm/drop_caches", "w", encoding="ascii") as file:
@@ -301,7 +297,7 @@ class Soak:
         except OSError:
             return
         eventually(all_given_back, "the kernel's references are given back")
-        expect_equal(self.box.status().get("openFiles", 0), 0, "open files")
+        expect_equal(self.box.status()["openFiles"], 0, "open files")
 
 
 def soak(box, seconds, seed):
