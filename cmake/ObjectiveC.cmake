@@ -14,6 +14,8 @@ add_library(tulo_objectivec INTERFACE)
 target_compile_options(tulo_objectivec INTERFACE $<$<COMPILE_LANGUAGE:OBJCXX>:-fblocks
                                                  -fno-objc-arc>)
 if(APPLE)
+  # Calls that extensions must not make are errors.
+  target_compile_options(tulo_options INTERFACE -fapplication-extension)
   target_link_libraries(tulo_objectivec INTERFACE "-framework Foundation" "-framework FileProvider"
                                                   "-framework UniformTypeIdentifiers")
   return()

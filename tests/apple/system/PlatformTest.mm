@@ -7,6 +7,7 @@
 
 #include "index/Index.h"
 #include "platform/Bundle.h"
+#include "platform/Deployment.h"
 #include "platform/Dispatch.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
@@ -90,6 +91,12 @@ TEST(SystemContainerTest, IsThatOfTheApplicationGroup) {
   EXPECT_EQ(sdk::lastRequestedGroup(), Index::appGroup());
   sdk::setGroupContainer(std::nullopt);
   EXPECT_EQ(platform::FileManager::containerURL("group"), std::nullopt);
+}
+
+// The bundle's property lists are made from the same two settings.
+TEST(SystemContainerTest, TheGroupIsThatOfTheBundle) {
+  EXPECT_EQ(Index::appGroup(), std::string(deployment::teamIdentifier) + "." +
+                                   std::string(deployment::hostBundleIdentifier));
 }
 
 TEST(SystemBundleTest, GivesStringsOnly) {
