@@ -173,6 +173,35 @@ TEST_F(LifetimeTest, WorkersHaveAPoolOfTheirOwn) {
   });
 }
 
+// The system sends its requests on threads of its own choosing, several at a time.
+TEST_F(LifetimeTest, ManyThreadsAskOneExtensionAtOnce) {
+  builder().folder("F", "Docs").file({.ulid = "U", .name = "a"});
+  FakeHost host(container_.socketPath());
+  host.then(replies(replyWithImage()));
+  expectNothingLeft([] {
+    const auto extension = extensionFor("42");
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 8; ++number) {
+      threads.emplace_back([&extension] {
+        for (int turn = 0; turn < 20; ++turn) {
+          const apple::AutoreleasePool pool;
+          EXPECT_EQ(text([lookUp(extension.get(), "f:F").answers.only().item.get() filename]),
+                    "Docs");
+          RecordingObserver *observer = [RecordingObserver observer];
+          [[extension.get() enumeratorForContainerItemIdentifier:ns(root)
+                                                         request:request()
+                                                           error:nullptr]
+              enumerateItemsForObserver:observer
+                         startingAtPage:NSFileProviderInitialPageSortedByName];
+          EXPECT_THAT([observer calls], testing::ElementsAre("items 2", "finished"));
+          EXPECT_NE(fetch(extension.get(), "i:U").finished().url.get(), nil);
+        }
+      });
+    }
+    for (std::thread &thread : threads) thread.join();
+  });
+}
+
 // An exception that leaves a function of ours passes the pool that the function opened.
 TEST_F(LifetimeTest, AFailureLeavesNothing) {
   expectNothingLeft([this] {
