@@ -34,8 +34,8 @@ void Contents::start() {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     if (last != boot) {
       writer.connection().execute(
-          "UPDATE node SET state=0,content=0,blocks=0 WHERE state=1 AND content IN "
-          "(SELECT id FROM content WHERE durable=0);"
+          "UPDATE node SET state=0,content=0,blocks=0 WHERE state=1 AND id IN "
+          "(SELECT node FROM content WHERE durable=0 AND used=1);"
           "UPDATE content SET used=0 WHERE durable=0;");
       writer.setMeta("boot", std::string_view(boot));
     }

@@ -113,8 +113,10 @@ std::string ReplicaReader::metaText(std::string_view key) {
 
 std::vector<Node> ReplicaReader::failedNodes(std::size_t limit) {
   std::vector<Node> result;
-  Statement statement = database_.prepare(
-      columns::selectNode() + " WHERE error IS NOT NULL AND parent IS NOT NULL LIMIT ?");
+  Statement statement =
+      database_.prepare(columns::selectNode() +
+                        " INDEXED BY node_failed WHERE error IS NOT NULL AND parent "
+                        "IS NOT NULL LIMIT ?");
   statement.bind(static_cast<std::int64_t>(limit));
   while (statement.step())
     result.push_back(columns::nodeFrom(statement));

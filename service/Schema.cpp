@@ -40,6 +40,7 @@ CREATE UNIQUE INDEX node_name ON node (parent, name);
 CREATE INDEX node_parent ON node (parent);
 CREATE UNIQUE INDEX node_identifier ON node (identifier) WHERE identifier IS NOT NULL;
 CREATE INDEX node_wanted ON node (id) WHERE kept = 1 AND kind = 2 AND state = 0;
+CREATE INDEX node_kept_folders ON node (id) WHERE kept = 1 AND kind = 1;
 CREATE INDEX node_cached ON node (last_used) WHERE state = 1 AND kept = 0;
 CREATE INDEX node_failed ON node (id) WHERE error IS NOT NULL;
 CREATE INDEX node_detached ON node (detached) WHERE detached IS NOT NULL;
