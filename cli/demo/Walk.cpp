@@ -1,6 +1,7 @@
 #include "cli/demo/Walk.h"
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <fstream>
@@ -93,6 +94,7 @@ void Walk::run() {
   lock();
   thumbnails();
   refusals();
+  mount();
   stopHost();
 }
 
@@ -318,6 +320,52 @@ void Walk::thumbnails() {
          padded(sample::contract, 24) + "none, and no error: it is no picture");
 }
 
+bool Walk::startMount() {
+  if (!MountedAccount::isPossible()) {
+    terminal_.line("   Nothing can be mounted here: this user may not use /dev/fuse.");
+    return false;
+  }
+  mounted_ = std::make_unique<MountedAccount>(served_.container(), check_);
+  interruption_.setWakeUp([this] {
+    mounted_->interrupt();
+    served_.interrupt();
+  });
+  terminal_.fact("mounted", "tulo mount " + mounted_->folder().string());
+  return true;
+}
+
+void Walk::endMount() {
+  interruption_.setWakeUp([this] { served_.interrupt(); });
+  mounted_->unmount();
+  mounted_.reset();
+}
+
+void Walk::mount() {
+  terminal_.heading("The same account as an ordinary folder");
+  if (!startMount()) return;
+  useMount(mounted_->folder());
+  endMount();
+}
+
+void Walk::useMount(const std::filesystem::path& folder) {
+  const std::filesystem::path picture = folder / sample::picture;
+  struct stat status = {};
+  expect(::stat(picture.c_str(), &status) == 0 && status.st_size > 0 && status.st_blocks == 0,
+         "before it is opened, " + sample::picture + " has its size and no blocks");
+  expect(contentsOf(picture) == contentsOf(served_.folder() / sample::picture),
+         "opened, it is the host's picture, byte for byte");
+  const std::string name = "Postcard.txt";
+  const auto isThere = [&] { return std::filesystem::exists(folder / name); };
+  expect(!isThere(), quotedName(name) + " is not there");
+  const auto begin = Clock::now();
+  std::ofstream(served_.folder() / name) << "Greetings from the host.\n";
+  while (!isThere() && Clock::now() < begin + patience)
+    check_();
+  const auto needed = Clock::now() - begin;
+  expect(isThere(), "written at the host, it is in the folder " + secondsText(needed) + " later");
+  std::filesystem::remove(served_.folder() / name);
+}
+
 void Walk::refusals() {
   terminal_.heading("What a host may refuse, in the system's words");
   const platform::ItemPointer item = itemAt(sample::contract);
@@ -366,6 +414,7 @@ void Walk::keep() {
   const std::string provider = "tulo provider --container " + served_.container().string();
   const std::string video = itemAt(sample::video)->itemIdentifier();
   const std::string picture = itemAt(sample::picture)->itemIdentifier();
+  const bool isMounted = startMount();
   terminal_.line("   Try, in another terminal:");
   for (const std::string& command :
        {provider + " enumerate " + root(), provider + " item " + video,
@@ -373,6 +422,15 @@ void Walk::keep() {
         provider + " create --name Hello.txt --contents /etc/hostname",
         "ls -la " + served_.folder().string(), std::string("tulo provider --help")}) {
     terminal_.line("     " + command);
+  }
+  if (isMounted) {
+    const std::string folder = mounted_->folder();
+    terminal_.line("   And in the mounted folder:");
+    for (const std::string& command : {"ls -l " + folder, "cat " + folder + "/" + sample::contract,
+                                       "getfattr -d " + folder + "/" + sample::contract,
+                                       "env " + mounted_->environment() + " tulo status"}) {
+      terminal_.line("     " + command);
+    }
   }
   interruption_.wait();
 }

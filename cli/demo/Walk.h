@@ -13,6 +13,7 @@
 
 #include "cli/demo/Account.h"
 #include "cli/demo/Interruption.h"
+#include "cli/demo/MountedAccount.h"
 #include "cli/demo/Sample.h"
 #include "cli/demo/ServedAccount.h"
 #include "cli/demo/Terminal.h"
@@ -51,6 +52,8 @@ class Walk {
   void lock();
   void thumbnails();
   void refusals();
+  void mount();
+  void useMount(const std::filesystem::path& folder);
   void stopHost();
   void refusalsWhileStopped();
 
@@ -64,6 +67,9 @@ class Walk {
   // The item at a path of displayed names. Throws WalkError.
   platform::ItemPointer itemAt(const std::filesystem::path& path);
   platform::ItemPointer childNamed(const std::string& container, const std::string& name);
+  // Mounts the account, if this machine can, and tells whether it did.
+  bool startMount();
+  void endMount();
   // The listing of the root has, or no longer has, this name within a bound.
   bool isListedSoon(const std::string& name, bool wanted);
   std::string deskFile(const std::string& name, const std::string& contents) const;
@@ -76,6 +82,7 @@ class Walk {
   const int archived_;
   ServedAccount served_;
   Account account_;
+  std::unique_ptr<MountedAccount> mounted_;
   SampleCounts counts_;
   platform::ItemPointer folder_;  // what the changes are made with
   platform::ItemPointer file_;
