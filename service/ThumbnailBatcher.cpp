@@ -161,6 +161,7 @@ bool ThumbnailBatcher::begin(const std::shared_ptr<Batch>& batch) {
 void ThumbnailBatcher::request(const std::vector<ThumbnailFile>& files,
                                const std::shared_ptr<Batch>& batch) {
   std::vector<platform::NSFileProviderItemIdentifier> identifiers;
+  identifiers.reserve(files.size());
   for (const ThumbnailFile& file : files)
     identifiers.push_back(file.identifier);
   const double side = DesktopThumbnails::kLargestSide;
