@@ -125,7 +125,9 @@ double statAll(const Arguments& arguments) {
 
 double missing(const Arguments& arguments) {
   std::vector<std::string> paths;
-  for (int i = 0; i < std::stoi(arguments[1]); ++i) {
+  const int count = std::stoi(arguments[1]);
+  paths.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
     paths.push_back(arguments[0] + "/missing-" + std::to_string(i));
   }
   const auto ask = [&] {
