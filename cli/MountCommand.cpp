@@ -45,6 +45,7 @@ struct Arguments {
   bool allowOther = false;
   bool noThumbnails = false;
   bool debug = false;
+  bool readWrite = false;
 };
 
 std::string domainOf(const Arguments& arguments) {
@@ -78,6 +79,7 @@ ServiceOptions optionsOf(const Arguments& arguments) {
   options.allowOther = arguments.allowOther;
   options.thumbnails = !arguments.noThumbnails;
   options.debug = arguments.debug;
+  options.readWrite = arguments.readWrite;
   return options;
 }
 
@@ -236,6 +238,8 @@ void addMount(CLI::App& app, int& exitStatus) {
   command->add_flag("--no-thumbnails", arguments->noThumbnails,
                     "Leave the desktop's thumbnail cache alone");
   command->add_flag("--debug", arguments->debug, "Log every request of the kernel");
+  command->add_flag("--read-write", arguments->readWrite,
+                    "Let programs change files; unfinished, keep a copy: see tulo-mount(1)");
   command->callback([arguments, &exitStatus] { exitStatus = mount(*arguments); });
 }
 

@@ -5,12 +5,14 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 
@@ -20,6 +22,7 @@ namespace {
 
 constexpr unsigned kFolders = 256;
 constexpr std::size_t kCopyPiece = 1 << 20;
+constexpr const char* kNameAttribute = "user.tulo.name";
 
 std::string folderName(unsigned index) {
   std::array<char, 8> name{};
@@ -133,6 +136,63 @@ Descriptor ContentStore::open(ContentId content, std::int64_t size) const {
 
 void ContentStore::remove(ContentId content) const {
   ::unlink(path(content).c_str());
+}
+
+Descriptor ContentStore::create(ContentId content, const std::string& name) const {
+  const std::string target = path(content);
+  Descriptor file(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!file) fail("cannot create " + target, errno);
+  setName(content, name);
+  return file;
+}
+
+Descriptor ContentStore::openWritable(ContentId content) const {
+  Descriptor file(::open(path(content).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  if (!file) fail("cannot open " + path(content), errno);
+  return file;
+}
+
+Descriptor ContentStore::duplicate(ContentId from, ContentId to, const std::string& name) const {
+  const Descriptor source = openWritable(from);
+  Descriptor copy = create(to, name);
+  copyBytes(source.get(), copy.get(), path(from));
+  return copy;
+}
+
+void ContentStore::setName(ContentId content, const std::string& name) const {
+  const std::string target = path(content);
+  if (::setxattr(target.c_str(), kNameAttribute, name.data(), name.size(), 0) != 0) {
+    fail("cannot note the name of " + target, errno);
+  }
+}
+
+void ContentStore::forgetName(ContentId content) const {
+  ::removexattr(path(content).c_str(), kNameAttribute);
+}
+
+std::vector<ContentStore::Named> ContentStore::named() const {
+  std::vector<Named> result;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_, error)) {
+    std::array<char, 4096> name{};
+    const ssize_t size = ::getxattr(entry.path().c_str(), kNameAttribute, name.data(), name.size());
+    if (size < 0) continue;
+    result.push_back({entry.path(), std::string(name.data(), static_cast<std::size_t>(size))});
+  }
+  if (error) fail("cannot look through " + directory_, error.value());
+  return result;
+}
+
+ContentId ContentStore::highestNumber() const {
+  ContentId highest = 0;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_, error)) {
+    if (!entry.is_regular_file(error)) continue;
+    const ContentId number = std::strtoull(entry.path().filename().c_str(), nullptr, 10);
+    highest = std::max(highest, number);
+  }
+  if (error) fail("cannot look through " + directory_, error.value());
+  return highest;
 }
 
 bool ContentStore::makeDurable(ContentId content) const {

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "service/Descriptor.h"
 #include "service/Node.h"
@@ -55,6 +56,24 @@ class ContentStore {
   void remove(ContentId content) const;
   // Forces the file to the disk. False when it is not there.
   bool makeDurable(ContentId content) const;
+
+  // Contents that grow here. The file carries its name in the tree, so that it can be recovered
+  // without the database. All throw ContentError.
+  Descriptor create(ContentId content, const std::string& name) const;
+  Descriptor openWritable(ContentId content) const;
+  Descriptor duplicate(ContentId from, ContentId to, const std::string& name) const;
+  void setName(ContentId content, const std::string& name) const;
+  // From now on the contents can be had from the host again.
+  void forgetName(ContentId content) const;
+
+  struct Named {
+    std::string path;
+    std::string name;
+  };
+  // Every file of contents that carries a name. Throws ContentError.
+  std::vector<Named> named() const;
+  // The highest number that a file of contents has; 0 without any. Throws ContentError.
+  ContentId highestNumber() const;
 
   // Bytes to be freed before `wanted` more may come; 0 when they fit.
   std::int64_t shortage(std::int64_t wanted) const;

@@ -16,7 +16,13 @@ OpenFile::OpenFile(OpenFiles& openFiles, const ContentStore& store, NodeId node,
 }
 
 OpenFile::~OpenFile() {
+  if (writes_) openFiles_.closedForWriting(node_);
   openFiles_.closed(node_, content_);
+}
+
+void OpenFile::setWrites() {
+  if (!writes_) openFiles_.openedForWriting(node_);
+  writes_ = true;
 }
 
 int OpenFile::descriptor() {
@@ -51,6 +57,12 @@ std::optional<OpenAnswer> Contents::openNow(NodeId id) {
   }
   return OpenAnswer{0,
                     std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size)};
+}
+
+std::unique_ptr<OpenFile> Contents::openAsIs(NodeId id) {
+  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  if (!node || node->kind != NodeKind::file) return nullptr;
+  return std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size);
 }
 
 Contents::Ticket Contents::beginOpen(NodeId node, OpenCompletion completion) {

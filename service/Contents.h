@@ -40,6 +40,9 @@ class OpenFile {
 
   NodeId node() const { return node_; }
   std::int64_t size() const { return size_; }
+  // The handle may write; known to others from now on.
+  void setWrites();
+  bool writes() const { return writes_; }
   // The file of contents, opened at the first read: a file whose pages the kernel still has is
   // never opened at all. Throws ContentError.
   int descriptor();
@@ -50,6 +53,7 @@ class OpenFile {
   const NodeId node_;
   const ContentId content_;
   const std::int64_t size_;
+  bool writes_ = false;
   // Guards the descriptor until it is there.
   std::mutex mutex_;
   Descriptor descriptor_;
@@ -77,6 +81,9 @@ class Contents : public std::enable_shared_from_this<Contents> {
 
   // The answer, if it needs no waiting: the file is here, or cannot be opened at all.
   std::optional<OpenAnswer> openNow(NodeId node);
+
+  // Opens a file whose contents are of no interest. Null when it is gone.
+  std::unique_ptr<OpenFile> openAsIs(NodeId node);
 
   // Opening with waiting takes two steps, so that an interrupt can be armed between them: the
   // completion is not called before proceed().

@@ -1,8 +1,14 @@
 #include "service/Engine.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
 #include <chrono>
 #include <ctime>
+#include <future>
 
+#include "service/Recovery.h"
 #include "service/ServiceLog.h"
 
 namespace tulo {
@@ -15,6 +21,19 @@ platform::DomainPointer domainFor(const std::string& identifier) {
   return std::make_shared<platform::NSFileProviderDomain>(identifier, identifier);
 }
 
+std::string machineName() {
+  std::array<char, 256> name{};
+  return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "this machine";
+}
+
+// A host that starts makes its socket anew.
+std::string socketMark(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) return {};
+  return std::to_string(status.st_ino) + '.' + std::to_string(status.st_ctim.tv_sec) + '.' +
+         std::to_string(status.st_ctim.tv_nsec);
+}
+
 }  // namespace
 
 Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
@@ -24,16 +43,60 @@ Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
       source_(options.source),
       store_(options.stateDirectory, options.source.directory, options.limits),
       policy_(options.noDownloadList),
-      pins_(replica_, folders_) {
+      pins_(replica_, folders_),
+      files_(replica_, store_, openFiles_, options.clock, options.quietMilliseconds),
+      edits_(replica_, files_, store_, openFiles_, LocalNames(options.localNames)) {
   if (!replica_.setAside().empty()) {
     serviceLog().error("the replica was damaged and is kept as %{public}@", {replica_.setAside()});
   }
   addRoot();
+  recover();
   sync_ = std::make_unique<Sync>(replica_, extension_, notifier_, folders_, openFiles_, source_);
   contents_ = std::make_shared<Contents>(replica_, extension_, *sync_, notifier_, openFiles_,
                                          store_, policy_);
   contents_->start();
   pins_.start();
+  files_.start();
+  uploader_ = std::make_unique<Uploader>(uploaderParts());
+  files_.setOnChange([this] { uploader_->poke(); });
+}
+
+void Engine::recover() {
+  // Told from the replica's own state, so that a crash in between does not end it half-way.
+  const bool isNew = replica_.read(
+      [](ReplicaReader& reader) { return reader.metaInteger("contents_checked") == 0; });
+  if (!isNew) return;
+  recovered_ = recoverContents(replica_, store_);
+  replica_.write(Durability::durable,
+                 [](ReplicaWriter& writer) { writer.setMeta("contents_checked", 1); });
+  if (recovered_ == 0) return;
+  serviceLog().error("%d files that were not sent are in the folder %{public}@",
+                     {recovered_, kRecoveryFolder});
+}
+
+UploaderParts Engine::uploaderParts() {
+  UploaderParts parts{replica_,
+                      extension_,
+                      files_,
+                      store_,
+                      openFiles_,
+                      notifier_,
+                      edits_.localNames(),
+                      {},
+                      [] { return std::string("host"); },
+                      machineName(),
+                      {}};
+  parts.fetch = [this](NodeId node) {
+    std::promise<int> done;
+    contents_->fetch(node, Contents::Priority::opened,
+                     [&done](int error) { done.set_value(error); });
+    return done.get_future().get();
+  };
+  parts.relist = [this](NodeId folder) { sync_->refresh(folder, [](int) {}); };
+  if (!options_.source.directory.empty()) {
+    parts.host = [socket = options_.source.directory + "/fp.sock"] { return socketMark(socket); };
+  }
+  return parts;
 }
 
 Engine::~Engine() {
@@ -54,6 +117,7 @@ void Engine::addRoot() {
 
 void Engine::start() {
   sync_->start();
+  if (options_.readWrite) uploader_->start();
   housekeeper_ = std::thread([this] { housekeep(); });
 }
 
@@ -66,6 +130,7 @@ void Engine::stop() {
   }
   if (housekeeper_.joinable()) housekeeper_.join();
   contents_->stop();
+  uploader_->stop();
   sync_->stop();
   notifier_.stop();
   try {

@@ -12,12 +12,15 @@
 #include <vector>
 
 #include "service/Contents.h"
+#include "service/Edits.h"
 #include "service/Folders.h"
+#include "service/LocalFiles.h"
 #include "service/Notifier.h"
 #include "service/Pins.h"
 #include "service/Replica.h"
 #include "service/SourceWatch.h"
 #include "service/Sync.h"
+#include "service/Uploader.h"
 
 namespace tulo {
 
@@ -31,6 +34,12 @@ struct EngineOptions {
   CacheLimits limits;
   // The user's list of programs that may not cause a download; empty: only the built-in one.
   std::string noDownloadList;
+  // Changes made here go up; without, nothing can be changed.
+  bool readWrite = false;
+  std::vector<std::string> localNames = LocalNames::defaults();
+  // After the last change of an item before it goes up.
+  std::int64_t quietMilliseconds = 1000;
+  MillisecondClock clock = systemClock();
 };
 
 class Engine {
@@ -62,9 +71,16 @@ class Engine {
   ContentStore& store() { return store_; }
   SourceWatch& source() { return source_; }
   Pins& pins() { return pins_; }
+  LocalFiles& files() { return files_; }
+  Edits& edits() { return edits_; }
+  Uploader& uploader() { return *uploader_; }
+  // Files that were recovered because the replica was damaged.
+  std::size_t recovered() const { return recovered_; }
 
  private:
   void addRoot();
+  void recover();
+  UploaderParts uploaderParts();
   void housekeep();
 
   const EngineOptions options_;
@@ -79,6 +95,10 @@ class Engine {
   std::unique_ptr<Sync> sync_;
   std::shared_ptr<Contents> contents_;
   Pins pins_;
+  LocalFiles files_;
+  Edits edits_;
+  std::unique_ptr<Uploader> uploader_;
+  std::size_t recovered_ = 0;
 
   // Guards the flags; a leaf.
   std::mutex mutex_;

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "service/Fetch.h"
+#include "service/Recovery.h"
 #include "service/ServiceLog.h"
 
 namespace tulo {
@@ -26,7 +27,8 @@ std::string bootIdentifier() {
 
 }  // namespace
 
-// Contents whose bytes may not have reached the disk before the machine went down are not trusted.
+// Contents whose bytes may not have reached the disk before the machine went down are not trusted,
+// unless they were changed here and exist nowhere else.
 void Contents::start() {
   const std::string boot = bootIdentifier();
   const std::string last =
@@ -36,7 +38,9 @@ void Contents::start() {
       writer.connection().execute(
           "UPDATE node SET state=0,content=0,blocks=0 WHERE state=1 AND id IN "
           "(SELECT node FROM content WHERE durable=0 AND used=1);"
-          "UPDATE content SET used=0 WHERE durable=0;");
+          "UPDATE content SET used=0 WHERE durable=0 AND "
+          "NOT EXISTS (SELECT 1 FROM node WHERE node.id=content.node AND state=2) AND "
+          "id NOT IN (SELECT sent_content FROM pending);");
       writer.setMeta("boot", std::string_view(boot));
     }
   });
@@ -159,6 +163,7 @@ bool Contents::purgeStep() {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (NodeId id : detached) {
       if (openFiles_.isOpen(id)) continue;
+      rescueChanged(writer, id);
       writer.detachChildren(id, std::time(nullptr) - kDetachedSeconds);
       writer.remove(id);
       any = true;

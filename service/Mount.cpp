@@ -44,6 +44,8 @@ struct LoopConfigDeleter {
   void operator()(fuse_loop_config* config) const { fuse_loop_cfg_destroy(config); }
 };
 
+void addChangingOperations(fuse_lowlevel_ops& operations);
+
 const fuse_lowlevel_ops kOperations = [] {
   fuse_lowlevel_ops operations = {};
   operations.init = [](void* data, fuse_conn_info* connection) {
@@ -97,15 +99,88 @@ const fuse_lowlevel_ops kOperations = [] {
   operations.listxattr = [](fuse_req_t request, fuse_ino_t node, std::size_t size) {
     MountSession::of(request).listxattr(request, node, size);
   };
+  addChangingOperations(operations);
   return operations;
 }();
+
+void addNameOperations(fuse_lowlevel_ops& operations) {
+  operations.create = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t mode,
+                         fuse_file_info* info) {
+    MountSession::of(request).create(request, folder, name, mode, *info);
+  };
+  operations.mkdir = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t) {
+    MountSession::of(request).mkdir(request, folder, name);
+  };
+  operations.mknod = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t mode,
+                        dev_t) { MountSession::of(request).mknod(request, folder, name, mode); };
+  operations.symlink = [](fuse_req_t request, const char* target, fuse_ino_t folder,
+                          const char* name) {
+    MountSession::of(request).symlink(request, target, folder, name);
+  };
+  operations.readlink = [](fuse_req_t request, fuse_ino_t node) {
+    MountSession::of(request).readlink(request, node);
+  };
+  operations.link = [](fuse_req_t request, fuse_ino_t, fuse_ino_t, const char*) {
+    // The host has no such thing as a second name.
+    fuse_reply_err(request, EPERM);
+  };
+  operations.unlink = [](fuse_req_t request, fuse_ino_t folder, const char* name) {
+    MountSession::of(request).unlink(request, folder, name);
+  };
+  operations.rmdir = [](fuse_req_t request, fuse_ino_t folder, const char* name) {
+    MountSession::of(request).rmdir(request, folder, name);
+  };
+  operations.rename = [](fuse_req_t request, fuse_ino_t folder, const char* name,
+                         fuse_ino_t newFolder, const char* newName, unsigned flags) {
+    MountSession::of(request).rename(request, folder, name, newFolder, newName, flags);
+  };
+}
+
+void addDataOperations(fuse_lowlevel_ops& operations) {
+  operations.setattr = [](fuse_req_t request, fuse_ino_t node, struct stat* wanted, int fields,
+                          fuse_file_info*) {
+    MountSession::of(request).setattr(request, node, *wanted, fields);
+  };
+  operations.write = [](fuse_req_t request, fuse_ino_t node, const char* data, std::size_t size,
+                        off_t offset, fuse_file_info*) {
+    MountSession::of(request).write(request, node, data, size, offset);
+  };
+  operations.flush = [](fuse_req_t request, fuse_ino_t node, fuse_file_info*) {
+    MountSession::of(request).flush(request, node);
+  };
+  operations.fsync = [](fuse_req_t request, fuse_ino_t node, int dataOnly, fuse_file_info*) {
+    MountSession::of(request).fsync(request, node, dataOnly != 0);
+  };
+  operations.fsyncdir = [](fuse_req_t request, fuse_ino_t, int, fuse_file_info*) {
+    MountSession::of(request).fsyncFolder(request);
+  };
+  operations.fallocate = [](fuse_req_t request, fuse_ino_t node, int mode, off_t offset,
+                            off_t length, fuse_file_info*) {
+    MountSession::of(request).fallocate(request, node, mode, offset, length);
+  };
+  operations.copy_file_range = [](fuse_req_t request, fuse_ino_t from, off_t fromOffset,
+                                  fuse_file_info*, fuse_ino_t to, off_t toOffset, fuse_file_info*,
+                                  std::size_t size, int) {
+    MountSession::of(request).copyRange(request, from, fromOffset, to, toOffset, size);
+  };
+  operations.lseek = [](fuse_req_t request, fuse_ino_t node, off_t offset, int whence,
+                        fuse_file_info*) {
+    MountSession::of(request).lseek(request, node, offset, whence);
+  };
+}
+
+void addChangingOperations(fuse_lowlevel_ops& operations) {
+  addNameOperations(operations);
+  addDataOperations(operations);
+}
 
 std::string optionText(const MountOptions& options) {
   // A comma or backslash of the name would end or escape the option.
   std::string name;
   for (char c : options.name)
     name += c == ',' || c == '\\' ? '_' : c;
-  std::string text = "ro,nosuid,nodev,default_permissions,subtype=tulo,fsname=" + name;
+  std::string text = options.readWrite ? "rw," : "ro,";
+  text += "nosuid,nodev,default_permissions,subtype=tulo,fsname=" + name;
   if (options.allowOther) text += ",allow_other";
   return text;
 }

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "service/Contents.h"
+#include "service/Edits.h"
 #include "service/Folders.h"
 #include "service/Notifier.h"
 #include "service/Replica.h"
@@ -29,6 +30,7 @@ struct MountOptions {
   std::string mountPoint;
   std::string name;  // shown as the mount's source
   bool allowOther = false;
+  bool readWrite = false;
   bool debug = false;
 };
 
@@ -42,6 +44,9 @@ struct MountParts {
   std::string domain;
   // Somebody lists the folder. Must return at once.
   std::function<void(NodeId)> listed;
+  // Null for a mount in which nothing can be changed.
+  Edits* edits = nullptr;
+  LocalFiles* files = nullptr;
 };
 
 class Mount final : public InvalidationSink {

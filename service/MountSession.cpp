@@ -9,6 +9,7 @@
 
 #include "platform/FileProvider.h"
 #include "service/DirectoryBuffer.h"
+#include "service/MountGuard.h"
 #include "service/ServiceLog.h"
 
 namespace tulo {
@@ -18,20 +19,6 @@ namespace {
 // Up to this size a read is answered from a buffer: below it, moving pages costs more than it
 // saves.
 constexpr std::size_t kSmallRead = 32 * 1024;
-
-// Runs a handler; whatever it throws answers the request.
-template <typename Function>
-void guarded(fuse_req_t request, const Function& function) {
-  try {
-    function();
-  } catch (const DatabaseError& error) {
-    serviceLog().error("request failed: %{public}@", {error.what()});
-    fuse_reply_err(request, error.code() == SQLITE_FULL ? ENOSPC : EIO);
-  } catch (const std::exception& error) {
-    serviceLog().error("request failed: %{public}@", {error.what()});
-    fuse_reply_err(request, EIO);
-  }
-}
 
 }  // namespace
 
@@ -57,12 +44,16 @@ void MountSession::initialize(fuse_conn_info& connection) {
   // would take precedence.
   connection.want &= ~static_cast<unsigned>(FUSE_CAP_AUTO_INVAL_DATA);
   want(FUSE_CAP_EXPLICIT_INVAL_DATA);
+  // Truncating is part of opening, so that a file that is about to be replaced is not fetched.
+  if (parts_.edits) want(FUSE_CAP_ATOMIC_O_TRUNC);
   connection.max_background = 256;
   connection.congestion_threshold = 192;
   connection.max_readahead = 1 << 20;
 }
 
-struct stat MountSession::attributes(const Entry& entry) const {
+struct stat MountSession::attributes(const Entry& row) const {
+  Entry entry = row;
+  if (parts_.files) parts_.files->overlay(entry);
   struct stat status = {};
   status.st_ino = entry.id;
   status.st_uid = user_;
@@ -76,6 +67,9 @@ struct stat MountSession::attributes(const Entry& entry) const {
       (entry.capabilities & platform::NSFileProviderItemCapabilitiesAllowsWriting) != 0;
   if (entry.kind == NodeKind::folder) {
     status.st_mode = S_IFDIR | (writable ? 0700U : 0500U);
+  } else if (entry.kind == NodeKind::link) {
+    status.st_mode = S_IFLNK | 0777U;
+    status.st_size = entry.size;
   } else {
     const unsigned bits = entry.mode != 0 ? static_cast<unsigned>(entry.mode) : 0600U;
     status.st_mode = S_IFREG | (writable ? bits : bits & ~0222U);
@@ -146,11 +140,18 @@ void MountSession::getattr(fuse_req_t request, NodeId node) {
     if (!entry) {
       entry = parts_.replica.read([&](ReplicaReader& reader) { return reader.entry(node); });
     }
+    bool unlinked = false;
+    if (!entry && parts_.openFiles.isOpen(node)) {
+      entry = parts_.replica.read(
+          [&](ReplicaReader& reader) -> std::optional<Entry> { return reader.node(node); });
+      unlinked = true;
+    }
     if (!entry) {
       fuse_reply_err(request, ESTALE);
       return;
     }
-    const struct stat status = attributes(*entry);
+    struct stat status = attributes(*entry);
+    if (unlinked) status.st_nlink = 0;
     fuse_reply_attr(request, &status, kForever);
   });
 }
@@ -160,22 +161,37 @@ void MountSession::replyOpen(fuse_req_t request, fuse_file_info info, OpenAnswer
     fuse_reply_err(request, answer.error);
     return;
   }
+  int error = 0;
+  const bool writes = writesThrough(info, *answer.file, error);
+  if (error != 0) {
+    fuse_reply_err(request, error);
+    return;
+  }
   info.fh = reinterpret_cast<std::uint64_t>(answer.file.release());
   // One number stands for one version, so the pages are good as long as the number is; changes
   // are invalidated.
   info.keep_cache = 1;
-  info.noflush = 1;
+  info.noflush = writes ? 0 : 1;
   // The kernel must have heard of a new version before somebody reads it.
-  parts_.notifier.afterDelivery([request, info] {
-    if (fuse_reply_open(request, &info) != 0) delete reinterpret_cast<OpenFile*>(info.fh);
+  parts_.notifier.afterDelivery([this, request, info] {
+    if (fuse_reply_open(request, &info) != 0) drop(info);
   });
 }
 
 void MountSession::open(fuse_req_t request, NodeId node, const fuse_file_info& info) {
   guarded(request, [&] {
-    if ((info.flags & O_ACCMODE) != O_RDONLY) {
+    const bool writes = (info.flags & (O_ACCMODE | O_TRUNC)) != O_RDONLY;
+    if (writes && !parts_.edits) {
       fuse_reply_err(request, EROFS);
       return;
+    }
+    if (writes) {
+      const int error = parts_.edits->mayWrite(node);
+      if (error != 0) {
+        fuse_reply_err(request, error);
+        return;
+      }
+      if ((info.flags & O_TRUNC) != 0) return openEmptied(request, node, info);
     }
     if (std::optional<OpenAnswer> now = parts_.contents.openNow(node)) {
       replyOpen(request, info, std::move(*now));
@@ -205,6 +221,7 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
                         const fuse_file_info& info) {
   guarded(request, [&] {
     auto& file = *reinterpret_cast<OpenFile*>(info.fh);
+    if (readShared(request, file, size, offset)) return;
     if (offset >= file.size()) {
       fuse_reply_buf(request, nullptr, 0);
       return;
@@ -233,11 +250,6 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
       fuse_reply_err(request, EIO);
     }
   });
-}
-
-void MountSession::release(fuse_req_t request, const fuse_file_info& info) {
-  delete reinterpret_cast<OpenFile*>(info.fh);
-  fuse_reply_err(request, 0);
 }
 
 void MountSession::readdir(fuse_req_t request, NodeId folder, std::size_t size, off_t offset,

@@ -30,6 +30,25 @@ class MountSession {
   void open(fuse_req_t request, NodeId node, const fuse_file_info& info);
   void read(fuse_req_t request, std::size_t size, off_t offset, const fuse_file_info& info);
   void release(fuse_req_t request, const fuse_file_info& info);
+  void create(fuse_req_t request, NodeId folder, const char* name, mode_t mode,
+              const fuse_file_info& info);
+  void mkdir(fuse_req_t request, NodeId folder, const char* name);
+  void mknod(fuse_req_t request, NodeId folder, const char* name, mode_t mode);
+  void symlink(fuse_req_t request, const char* target, NodeId folder, const char* name);
+  void readlink(fuse_req_t request, NodeId node);
+  void unlink(fuse_req_t request, NodeId folder, const char* name);
+  void rmdir(fuse_req_t request, NodeId folder, const char* name);
+  void rename(fuse_req_t request, NodeId folder, const char* name, NodeId newFolder,
+              const char* newName, unsigned flags);
+  void setattr(fuse_req_t request, NodeId node, const struct stat& wanted, int fields);
+  void write(fuse_req_t request, NodeId node, const char* data, std::size_t size, off_t offset);
+  void flush(fuse_req_t request, NodeId node);
+  void fsync(fuse_req_t request, NodeId node, bool dataOnly);
+  void fsyncFolder(fuse_req_t request);
+  void fallocate(fuse_req_t request, NodeId node, int mode, off_t offset, off_t length);
+  void copyRange(fuse_req_t request, NodeId from, off_t fromOffset, NodeId to, off_t toOffset,
+                 std::size_t size);
+  void lseek(fuse_req_t request, NodeId node, off_t offset, int whence);
   void readdir(fuse_req_t request, NodeId folder, std::size_t size, off_t offset, bool plus);
   void statfs(fuse_req_t request);
   void getxattr(fuse_req_t request, NodeId node, const char* name, std::size_t size);
@@ -44,6 +63,19 @@ class MountSession {
   bool answerLookup(fuse_req_t request, NodeId folder, const std::string& name, bool refreshed,
                     int error);
   void replyEntry(fuse_req_t request, const Entry& entry);
+  // Opening.
+  bool writesThrough(const fuse_file_info& info, OpenFile& file, int& error);
+  void openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info);
+  bool readShared(fuse_req_t request, OpenFile& file, std::size_t size, off_t offset);
+  void drop(const fuse_file_info& info);
+  // The contents of a node that is open; answers the request and gives null when there are none.
+  std::shared_ptr<WritableFile> shared(fuse_req_t request, NodeId node);
+  void resize(fuse_req_t request, NodeId node, const struct stat& wanted, int fields);
+  void applyAttributes(fuse_req_t request, NodeId node, const struct stat& wanted, int fields);
+  int truncate(NodeId node, off_t size);
+  // Runs `then` once the folder of that name in a folder is up to date.
+  void whenListed(fuse_req_t request, NodeId folder, const std::string& name,
+                  std::function<void()> then);
   void replyOpen(fuse_req_t request, fuse_file_info info, OpenAnswer answer);
   void openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info);
   void fillDirectory(fuse_req_t request, NodeId folder, std::size_t size, off_t offset, bool plus);

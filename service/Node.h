@@ -18,7 +18,11 @@ inline constexpr NodeId kFirstNode = 16;
 using ContentId = std::uint64_t;
 inline constexpr ContentId kNoContent = 0;
 
-enum class NodeKind : int { folder = 1, file = 2 };
+enum class NodeKind : int {
+  folder = 1,
+  file = 2,
+  link = 3,  // a symbolic link; known here only
+};
 
 enum class ContentState : int {
   dataless = 0,    // only metadata is here
@@ -36,6 +40,7 @@ struct Entry {
   int mode = 0;  // local permission bits; 0: those that follow from the capabilities
   ContentState state = ContentState::dataless;
   std::int64_t blocks = 0;  // of 512 bytes, that the contents take up here
+  ContentId content = kNoContent;
 };
 
 // A whole row.
@@ -46,7 +51,6 @@ struct Node : Entry {
   std::string identifier;   // empty while the host has not accepted the node
   std::string contentVersion;
   std::string metadataVersion;
-  ContentId content = kNoContent;
   bool pinned = false;  // asked for by the user, here
   bool kept = false;    // pinned, or in a pinned folder
   std::int64_t lastUsed = 0;

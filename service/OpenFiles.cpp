@@ -21,6 +21,23 @@ bool OpenFiles::isOpen(NodeId node) const {
   return nodes_.contains(node);
 }
 
+void OpenFiles::openedForWriting(NodeId node) {
+  std::lock_guard lock(mutex_);
+  ++nodes_[node].writers;
+}
+
+void OpenFiles::closedForWriting(NodeId node) {
+  std::lock_guard lock(mutex_);
+  const auto found = nodes_.find(node);
+  if (found != nodes_.end() && found->second.writers > 0) --found->second.writers;
+}
+
+bool OpenFiles::isOpenForWriting(NodeId node) const {
+  std::lock_guard lock(mutex_);
+  const auto found = nodes_.find(node);
+  return found != nodes_.end() && found->second.writers > 0;
+}
+
 bool OpenFiles::isContentOpen(ContentId content) const {
   std::lock_guard lock(mutex_);
   return contents_.contains(content);

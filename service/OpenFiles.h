@@ -28,6 +28,10 @@ class OpenFiles {
 
   void opened(NodeId node, ContentId content);
   void closed(NodeId node, ContentId content);
+  // Handles that may write; each is also one of the above.
+  void openedForWriting(NodeId node);
+  void closedForWriting(NodeId node);
+  bool isOpenForWriting(NodeId node) const;
   bool isOpen(NodeId node) const;
   bool isContentOpen(ContentId content) const;
   std::size_t count() const;
@@ -40,6 +44,7 @@ class OpenFiles {
  private:
   struct State {
     std::uint64_t handles = 0;
+    std::uint64_t writers = 0;
     std::optional<Entry> leftBehind;
   };
 

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <ctime>
+#include <deque>
 #include <unordered_map>
 #include <unordered_set>
 
+#include "service/Journal.h"
 #include "service/Names.h"
 
 namespace tulo {
@@ -31,6 +33,8 @@ bool sameName(const Node& node, const ItemRecord& item) {
 }
 
 bool changesContents(const Node& node, const ItemRecord& item) {
+  // What was sent from here is what the host reports first, whatever version it gave it.
+  if (node.contentVersion.empty() && node.size == item.size) return false;
   return node.kind == NodeKind::file &&
          (node.contentVersion != item.contentVersion || node.size != item.size);
 }
@@ -55,13 +59,15 @@ class Pass {
     const std::optional<Node> folder = writer_.node(folder_);
     if (!folder) return false;
     kept_ = folder->kept;
+    identifier_ = folder->identifier;
     firstTime_ = folder->listed == 0 && children_.empty();
+    loadChanges();
     sortOut();
     detachMissing();
     updateKept();
     insertNew();
     finishFolder();
-    writer_.setListed(folder_, stamp.generation, digest);
+    writer_.setListed(folder_, stamp.generation, incomplete_ ? std::string() : digest);
     writer_.setMeta("generation", static_cast<std::int64_t>(stamp.generation));
     writer_.setMeta("fingerprint", std::string_view(stamp.fingerprint));
     return true;
@@ -71,6 +77,114 @@ class Pass {
   const std::vector<Entry>& leftBehind() const { return leftBehind_; }
 
  private:
+  void loadChanges() {
+    Connection& database = writer_.connection();
+    if (journal::isEmpty(database)) return;
+    for (Change& change : journal::inFolder(database, folder_)) {
+      changes_.emplace(change.node, std::move(change));
+    }
+    for (Change& change : journal::basedIn(database, identifier_)) {
+      changes_.emplace(change.node, std::move(change));
+    }
+    // What was moved away or deleted here meanwhile must not turn up a second time.
+    Statement& sent = database.cached("SELECT node FROM pending WHERE sent=1 AND sent_parent=?");
+    sent.bind(identifier_);
+    std::vector<NodeId> nodes;
+    for (StatementUse use(sent); sent.step();) {
+      nodes.push_back(static_cast<NodeId>(sent.integer(0)));
+    }
+    for (NodeId node : nodes)
+      changes_.emplace(node, *journal::find(database, node));
+  }
+
+  Change* changeOf(NodeId node) {
+    const auto found = changes_.find(node);
+    return found == changes_.end() ? nullptr : &found->second;
+  }
+
+  // What the host has now is what the change of this side is to be compared with.
+  void rebase(Change& change, const ItemRecord& item) {
+    if (change.baseParent == identifier_ && change.baseFilename == item.filename) return;
+    change.baseParent = identifier_;
+    change.baseFilename = item.filename;
+    journal::put(writer_.connection(), change);
+  }
+
+  // A name or contents that were changed here stay until the host has them; the rest follows it.
+  void keepChanged(const Node& node, const ItemRecord& item, Change* change) {
+    const bool renamedHere = change && node.filename != change->baseFilename;
+    if (change) rebase(*change, item);
+    ItemRecord& merged = merged_.emplace_back(item);
+    if (renamedHere) merged.filename = node.filename;
+    if (!change || change->contents || node.state == ContentState::dirty) {
+      merged.size = node.size;
+      merged.modified = node.modified;
+      merged.contentVersion = node.contentVersion;
+      incomplete_ = true;
+    }
+    keep(node, merged);
+  }
+
+  // Whether the item is one that this side already has elsewhere, or may be making just now.
+  bool isOurs(const ItemRecord& item) {
+    if (changes_.empty()) return ownedElsewhere(item);
+    for (auto& [id, change] : changes_) {
+      if (!change.sent || !change.baseParent.empty()) continue;
+      const std::optional<Node> node = writer_.node(id);
+      if (node && node->kind == item.kind && change.sentFilename == item.filename) {
+        incomplete_ = true;
+        return true;
+      }
+    }
+    return ownedElsewhere(item);
+  }
+
+  bool ownedElsewhere(const ItemRecord& item) {
+    if (firstTime_ && journal::isEmpty(writer_.connection())) return false;
+    const std::optional<Node> known = writer_.nodeFor(item.identifier);
+    if (!known || known->parent == folder_) return false;
+    std::optional<Change> change = journal::find(writer_.connection(), known->id);
+    if (!change) return false;
+    // Moved or deleted here; or moved there and changed here, which is no reason not to follow.
+    const std::optional<Node> parent = writer_.node(known->parent);
+    const bool movedHere = change->deleted || !parent || parent->identifier != change->baseParent;
+    if (!movedHere) return false;
+    rebase(*change, item);
+    incomplete_ = true;
+    return true;
+  }
+
+  // False: the node goes with its item.
+  bool outlivesItem(const Node& node) {
+    if (changeOf(node.id) || openFiles_.isOpenForWriting(node.id)) {
+      incomplete_ = true;
+      return true;
+    }
+    if (node.kind != NodeKind::folder || !journal::anyBelow(writer_.connection(), node.id)) {
+      return false;
+    }
+    becomeLocal(node);
+    return true;
+  }
+
+  // The host deleted a folder in which something new waits: the folder is made again for it.
+  void becomeLocal(const Node& folder) {
+    Connection& database = writer_.connection();
+    database.cached("UPDATE node SET identifier=NULL,digest=NULL WHERE id=?").bind(folder.id).run();
+    Change change = journal::begin(writer_, folder, 0);
+    change.baseParent.clear();
+    change.baseFilename.clear();
+    journal::put(database, change);
+    for (const Node& child : writer_.childNodes(folder.id)) {
+      if (!journal::anyBelow(database, child.id)) {
+        writer_.detach(child.id, std::time(nullptr));
+        invalidations_.push_back(entryDeleted(folder.id, child.id, child.name));
+      } else if (child.kind == NodeKind::folder && !child.identifier.empty()) {
+        becomeLocal(child);
+      }
+    }
+  }
+
   void sortOut() {
     std::unordered_map<std::string_view, const Node*> known;
     known.reserve(children_.size());
@@ -81,11 +195,17 @@ class Pass {
     for (const ItemRecord& item : listing_.items) {
       const auto found = known.find(item.identifier);
       if (found == known.end() || found->second->kind != item.kind) {
-        fresh_.push_back(&item);
+        if (!isOurs(item)) fresh_.push_back(&item);
         continue;
       }
       if (!seen.insert(item.identifier).second) continue;
-      keep(*found->second, item);
+      const Node& node = *found->second;
+      Change* change = changeOf(node.id);
+      if (change || openFiles_.isOpenForWriting(node.id)) {
+        keepChanged(node, item, change);
+      } else {
+        keep(node, item);
+      }
     }
     for (const Node& child : children_) {
       if (!child.identifier.empty() && !seen.contains(child.identifier)) missing_.push_back(&child);
@@ -101,6 +221,7 @@ class Pass {
   void detachMissing() {
     const std::int64_t now = std::time(nullptr);
     for (const Node* node : missing_) {
+      if (outlivesItem(*node)) continue;
       writer_.detach(node->id, now);
       invalidations_.push_back(entryDeleted(folder_, node->id, node->name));
       listingChanged_ = true;
@@ -133,7 +254,7 @@ class Pass {
     node.kept = kept_ || node.pinned;
     node.filename = item.filename;
     node.size = item.size;
-    node.modified = item.kind == NodeKind::file ? item.modified : node.modified;
+    if (item.kind == NodeKind::file && !keepsTime(node, contents)) node.modified = item.modified;
     node.capabilities = item.capabilities;
     node.contentVersion = item.contentVersion;
     node.metadataVersion = item.metadataVersion;
@@ -148,6 +269,21 @@ class Pass {
     } else if (!moved || node.capabilities != kept.before.capabilities) {
       invalidations_.push_back(attributesChanged(node.id));
     }
+  }
+
+  // Times that were set here stay until the host has other contents.
+  bool keepsTime(const Node& node, bool newContents) {
+    Statement& statement =
+        writer_.connection().cached("SELECT 1 FROM local_time WHERE node=?").bind(node.id);
+    bool keeps = false;
+    {
+      StatementUse use(statement);
+      keeps = statement.step();
+    }
+    if (keeps && newContents) {
+      writer_.connection().cached("DELETE FROM local_time WHERE node=?").bind(node.id).run();
+    }
+    return keeps && !newContents;
   }
 
   void noteMoved(const Node& before, const std::string& name) {
@@ -228,6 +364,11 @@ class Pass {
   const NodeId folder_;
   const Listing& listing_;
   const std::vector<Node> children_;
+  std::string identifier_;
+  std::unordered_map<NodeId, Change> changes_;
+  std::deque<ItemRecord> merged_;
+  // Something of the listing was not taken over, so the same listing is to be looked at again.
+  bool incomplete_ = false;
   bool kept_ = false;
   bool firstTime_ = false;
   bool listingChanged_ = false;

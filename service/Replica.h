@@ -67,6 +67,7 @@ class ReplicaReader {
   std::string metaText(std::string_view key);
   std::int64_t integer(std::string_view sql) { return database_.integer(sql); }
   std::vector<Node> failedNodes(std::size_t limit);
+  Connection& connection() { return database_; }
 
  private:
   Connection database_;
@@ -118,6 +119,8 @@ class ReplicaWriter {
 
   // A number for contents that are about to come; unused until adopted.
   ContentId reserveContent(NodeId node);
+  // Numbers below `first` are not given out.
+  void skipContents(ContentId first);
   // Makes the contents those of the node, whose former ones become unused.
   void adoptContent(NodeId node, ContentId content, std::int64_t blocks);
   // The node becomes dataless; its contents become unused.

@@ -4,7 +4,8 @@ namespace tulo::columns {
 
 namespace {
 
-constexpr const char* kEntryColumns = "id,kind,size,modified,capabilities,mode,state,blocks,name";
+constexpr const char* kEntryColumns =
+    "id,kind,size,modified,capabilities,mode,state,blocks,name,content";
 
 }  // namespace
 
@@ -14,7 +15,7 @@ std::string selectEntry() {
 
 std::string selectNode() {
   return std::string("SELECT ") + kEntryColumns +
-         ",parent,filename,identifier,content_version,metadata_version,content,pinned,kept,"
+         ",parent,filename,identifier,content_version,metadata_version,pinned,kept,"
          "last_used,error,listed,digest FROM node";
 }
 
@@ -28,6 +29,7 @@ Entry entryFrom(const Statement& row) {
   entry.mode = static_cast<int>(row.integer(5));
   entry.state = static_cast<ContentState>(row.integer(6));
   entry.blocks = row.integer(7);
+  entry.content = static_cast<ContentId>(row.integer(9));
   return entry;
 }
 
@@ -35,12 +37,11 @@ Node nodeFrom(const Statement& row) {
   Node node;
   static_cast<Entry&>(node) = entryFrom(row);
   node.name = row.text(8);
-  node.parent = static_cast<NodeId>(row.integer(9));
-  node.filename = row.isNull(10) ? node.name : std::string(row.text(10));
-  node.identifier = row.text(11);
-  node.contentVersion = row.text(12);
-  node.metadataVersion = row.text(13);
-  node.content = static_cast<ContentId>(row.integer(14));
+  node.parent = static_cast<NodeId>(row.integer(10));
+  node.filename = row.isNull(11) ? node.name : std::string(row.text(11));
+  node.identifier = row.text(12);
+  node.contentVersion = row.text(13);
+  node.metadataVersion = row.text(14);
   node.pinned = row.integer(15) != 0;
   node.kept = row.integer(16) != 0;
   node.lastUsed = row.integer(17);

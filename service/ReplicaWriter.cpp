@@ -125,7 +125,11 @@ void ReplicaWriter::parkName(NodeId id) {
 NodeId ReplicaWriter::renumber(NodeId id) {
   const NodeId fresh = nextNumber("next_node", nextNode_, reservedNodes_);
   database_.cached("UPDATE node SET id=? WHERE id=?").bind(fresh, id).run();
-  database_.cached("UPDATE content SET node=? WHERE node=?").bind(fresh, id).run();
+  for (const char* table : {"content", "pending", "link", "local_time"}) {
+    database_.cached(std::string("UPDATE ") + table + " SET node=? WHERE node=?")
+        .bind(fresh, id)
+        .run();
+  }
   return fresh;
 }
 
@@ -176,6 +180,9 @@ void ReplicaWriter::setKeptBelow(NodeId folder, bool kept) {
 
 void ReplicaWriter::remove(NodeId id) {
   database_.cached("UPDATE content SET used=0 WHERE node=?").bind(id).run();
+  for (const char* table : {"pending", "link", "local_time"}) {
+    database_.cached(std::string("DELETE FROM ") + table + " WHERE node=?").bind(id).run();
+  }
   database_.cached("DELETE FROM node WHERE id=?").bind(id).run();
 }
 
@@ -183,6 +190,11 @@ ContentId ReplicaWriter::reserveContent(NodeId node) {
   const ContentId id = nextNumber("next_content", nextContent_, reservedContents_);
   database_.cached("INSERT INTO content (id,node) VALUES (?,?)").bind(id, node).run();
   return id;
+}
+
+void ReplicaWriter::skipContents(ContentId first) {
+  nextContent_ = reservedContents_ = 0;
+  database_.cached("UPDATE meta SET value=max(value,?) WHERE key='next_content'").bind(first).run();
 }
 
 void ReplicaWriter::adoptContent(NodeId node, ContentId content, std::int64_t blocks) {

@@ -55,6 +55,30 @@ CREATE INDEX content_node ON content (node);
 CREATE INDEX content_unused ON content (id) WHERE used = 0;
 CREATE INDEX content_volatile ON content (id) WHERE durable = 0;
 )",
+    R"(
+CREATE TABLE pending (
+  node INTEGER PRIMARY KEY,
+  sequence INTEGER NOT NULL,
+  deleted INTEGER NOT NULL DEFAULT 0,
+  contents INTEGER NOT NULL DEFAULT 0,
+  base_parent BLOB,
+  base_filename BLOB,
+  base_version BLOB,
+  due INTEGER NOT NULL,
+  attempts INTEGER NOT NULL DEFAULT 0,
+  sent INTEGER NOT NULL DEFAULT 0,
+  sent_content INTEGER NOT NULL DEFAULT 0,
+  sent_parent BLOB,
+  sent_filename BLOB,
+  attention INTEGER NOT NULL DEFAULT 0,
+  held INTEGER NOT NULL DEFAULT 0,
+  reason BLOB
+);
+CREATE UNIQUE INDEX pending_sequence ON pending (sequence);
+CREATE INDEX pending_base ON pending (base_parent, base_filename);
+CREATE TABLE link (node INTEGER PRIMARY KEY, target BLOB NOT NULL);
+CREATE TABLE local_time (node INTEGER PRIMARY KEY);
+)",
 };
 
 }  // namespace

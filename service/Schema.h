@@ -5,7 +5,7 @@
 
 namespace tulo::schema {
 
-inline constexpr int kVersion = 1;
+inline constexpr int kVersion = 2;
 
 // Creates or migrates, each step in a transaction of its own.
 // Throws DatabaseError, also for a file of a newer version.

@@ -16,17 +16,35 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   const std::string state = paths::stateDirectory(options.domain);
   paths::createPrivateDirectory(state);
   lock_ = std::make_unique<DomainLock>(state);
-  engine_ = std::make_unique<Engine>(EngineOptions{options.domain, state, options.source,
-                                                   options.limits, DownloadPolicy::userListPath()},
-                                     factory);
-  const MountParts parts{engine_->replica(),  engine_->sync(),
-                         engine_->contents(), engine_->openFiles(),
-                         engine_->folders(),  engine_->notifier(),
-                         options.domain,      [this](NodeId folder) { listed(folder); }};
+  EngineOptions engineOptions;
+  engineOptions.domain = options.domain;
+  engineOptions.stateDirectory = state;
+  engineOptions.source = options.source;
+  engineOptions.limits = options.limits;
+  engineOptions.noDownloadList = DownloadPolicy::userListPath();
+  engineOptions.readWrite = options.readWrite;
+  engineOptions.quietMilliseconds = options.quietMilliseconds;
+  engine_ = std::make_unique<Engine>(engineOptions, factory);
+  MountParts parts{engine_->replica(),
+                   engine_->sync(),
+                   engine_->contents(),
+                   engine_->openFiles(),
+                   engine_->folders(),
+                   engine_->notifier(),
+                   options.domain,
+                   [this](NodeId folder) { listed(folder); },
+                   nullptr,
+                   nullptr};
+  if (options.readWrite) {
+    parts.edits = &engine_->edits();
+    parts.files = &engine_->files();
+  }
   startThumbnails();
   engine_->sync().whenReconciled([this](NodeId folder) { listed(folder); });
-  mount_ = std::make_unique<Mount>(
-      MountOptions{options.mountPoint, options.domain, options.allowOther, options.debug}, parts);
+  mount_ =
+      std::make_unique<Mount>(MountOptions{options.mountPoint, options.domain, options.allowOther,
+                                           options.readWrite, options.debug},
+                              parts);
   control_ = std::make_unique<ControlServer>(
       paths::controlSocket(options.domain),
       [this](const std::string& request, const ControlServer::Emit& emit) {

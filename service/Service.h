@@ -20,6 +20,8 @@ struct ServiceOptions {
   bool thumbnails = true;
   bool allowOther = false;
   bool debug = false;
+  bool readWrite = false;
+  std::int64_t quietMilliseconds = 1000;
 };
 
 class ControlServer;

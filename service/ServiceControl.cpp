@@ -51,9 +51,45 @@ json errorsOf(Engine& engine) {
   return result;
 }
 
+json changesOf(Engine& engine) {
+  json result = json::array();
+  const auto changes = engine.replica().read(
+      [](ReplicaReader& reader) { return journal::all(reader.connection(), kShownErrors); });
+  for (const Change& change : changes) {
+    std::string path = pathOf(engine, change.node);
+    if (change.deleted) path = change.baseFilename;
+    const char* state = change.attention ? "needs attention" : change.held ? "local" : "waiting";
+    result.push_back({{"path", path},
+                      {"kind", change.deleted    ? "delete"
+                               : change.contents ? "contents"
+                                                 : "name"},
+                      {"state", state},
+                      {"attempts", change.attempts},
+                      {"error", change.reason}});
+  }
+  return result;
+}
+
+json retry(Engine& engine) {
+  engine.uploader().retry(true);
+  return {{"ok", true}};
+}
+
+json discard(Engine& engine, const json& request) {
+  json failures = json::array();
+  for (const json& node : request.value("nodes", json::array())) {
+    const int error = engine.uploader().discard(node.get<NodeId>());
+    if (error == 0) continue;
+    const char* reason = error == ENOENT ? "nothing was changed here" : std::strerror(error);
+    failures.push_back({{"node", node}, {"error", reason}});
+  }
+  return {{"ok", failures.empty()}, {"failures", failures}};
+}
+
 json statusOf(Engine& engine, const std::string& mountPoint) {
   const Contents::Statistics contents = engine.contents().statistics();
   const Sync::Statistics sync = engine.sync().statistics();
+  const Uploader::Statistics up = engine.uploader().statistics();
   return {{"ok", true},
           {"domain", engine.options().domain},
           {"mountPoint", mountPoint},
@@ -75,6 +111,17 @@ json statusOf(Engine& engine, const std::string& mountPoint) {
           {"failedFetches", contents.failed},
           {"deniedDownloads", contents.denied},
           {"evicted", contents.evicted},
+          {"readWrite", engine.options().readWrite},
+          {"pending", up.counts.pending},
+          {"needsAttention", up.counts.attention},
+          {"uploading", up.active},
+          {"sent", up.sent},
+          {"failedUploads", up.failures},
+          {"conflicts", up.conflicts},
+          {"hostReachable", up.reachable},
+          {"paused", up.paused},
+          {"lastUploadError", up.lastError},
+          {"changes", changesOf(engine)},
           {"transfers", transfersOf(engine, contents)},
           {"errors", errorsOf(engine)}};
 }
@@ -186,7 +233,11 @@ json answer(Engine& engine, const std::string& mountPoint, const json& request,
   if (operation == "unpin") return pin(engine, request, false);
   if (operation == "download") return download(engine, request, emit);
   if (operation == "evict") return evict(engine, request);
-  if (operation == "unmount") return {{"ok", true}};
+  if (operation == "retry") return retry(engine);
+  if (operation == "discard") return discard(engine, request);
+  if (operation == "unmount") {
+    return {{"ok", true}, {"pending", engine.uploader().statistics().counts.pending}};
+  }
   return {{"ok", false}, {"error", "unknown operation: " + operation}};
 }
 

@@ -126,6 +126,8 @@ void Sync::beginListing(NodeId folder) {
     auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(folder); });
     if (!node || node->kind != NodeKind::folder) return finish(attempt, ESTALE);
     attempt->folder = std::move(*node);
+    // The host does not know the folder yet; what is in it came from here.
+    if (attempt->folder.identifier.empty()) return finish(attempt, 0);
     enumerate(*extension_, attempt->folder.identifier,
               [this, attempt](Listing listing) { listed(attempt, std::move(listing)); });
   } catch (const std::exception& error) {

@@ -267,6 +267,23 @@ TEST_F(ContentsTest, UnsyncedContentsAreNotTrustedAfterAnotherBoot) {
   EXPECT_EQ(row(id)->state, ContentState::downloaded);
 }
 
+TEST_F(ContentsTest, WhatWasChangedHereSurvivesAnotherBootWithoutHavingBeenSynced) {
+  const EditResult made = engine->edits().makeFile(kRootNode, "new.txt", 0600);
+  ASSERT_EQ(made.error, 0);
+  int error = 0;
+  const auto file = engine->files().open(made.entry.id, error);
+  ASSERT_NE(file, nullptr);
+  ASSERT_EQ(file->write("unsent", 6, 0), 6);
+  ASSERT_EQ(engine->files().settle(made.entry.id, Durability::eventual), 0);
+  engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
+    writer.setMeta("boot", std::string_view("an earlier one"));
+  });
+  reopen();
+  engine->housekeepingStep();
+  EXPECT_EQ(row(made.entry.id)->state, ContentState::dirty);
+  EXPECT_EQ(std::filesystem::file_size(engine->store().path(row(made.entry.id)->content)), 6U);
+}
+
 TEST_F(ContentsTest, ContentsThatWereCutShortOnTheDiskAreAnErrorNotAShortFile) {
   const NodeId id = oneFile();
   readThrough(id);

@@ -1,0 +1,336 @@
+#include "service/Edits.h"
+
+#include <linux/fs.h>
+
+#include <cerrno>
+
+#include "platform/FileProvider.h"
+#include "service/FaultPoints.h"
+#include "service/Names.h"
+
+namespace tulo {
+
+namespace {
+
+using namespace platform;
+
+constexpr NSFileProviderItemCapabilities kEverything =
+    NSFileProviderItemCapabilitiesAllowsReading | NSFileProviderItemCapabilitiesAllowsWriting |
+    NSFileProviderItemCapabilitiesAllowsReparenting | NSFileProviderItemCapabilitiesAllowsRenaming |
+    NSFileProviderItemCapabilitiesAllowsDeleting;
+constexpr std::size_t kDeepest = 4096;
+
+bool allows(const Node& node, NSFileProviderItemCapabilities capability) {
+  return (node.capabilities & capability) == capability;
+}
+
+bool allowsAdding(const Node& folder) {
+  return allows(folder, NSFileProviderItemCapabilitiesAllowsAddingSubItems);
+}
+
+// The provider's name behind what a program wrote.
+std::string filenameFor(std::string_view name) {
+  return names::filename(name).value_or(std::string(name));
+}
+
+bool isInside(ReplicaWriter& writer, NodeId node, NodeId ancestor) {
+  for (std::size_t i = 0; i < kDeepest && node != kNoNode; ++i) {
+    if (node == ancestor) return true;
+    const std::optional<Node> row = writer.node(node);
+    if (!row || node == kRootNode) return false;
+    node = row->parent;
+  }
+  return false;
+}
+
+std::optional<Node> childOf(ReplicaWriter& writer, NodeId folder, std::string_view name) {
+  const std::optional<NodeId> id = writer.childNamed(folder, name);
+  return id ? writer.node(*id) : std::nullopt;
+}
+
+}  // namespace
+
+bool staysLocal(ReplicaWriter& writer, const LocalNames& names, NodeId folder,
+                std::string_view name) {
+  if (names.matches(name)) return true;
+  for (std::size_t i = 0; i < kDeepest && folder != kRootNode; ++i) {
+    const std::optional<Node> row = writer.node(folder);
+    if (!row || !row->identifier.empty()) return false;
+    if (names.matches(row->name)) return true;
+    folder = row->parent;
+  }
+  return false;
+}
+
+Edits::Edits(Replica& replica, LocalFiles& files, ContentStore& store, OpenFiles& openFiles,
+             LocalNames localNames)
+    : replica_(replica),
+      files_(files),
+      store_(store),
+      openFiles_(openFiles),
+      localNames_(std::move(localNames)) {}
+
+bool Edits::staysHere(ReplicaWriter& writer, NodeId folder, std::string_view name) {
+  return staysLocal(writer, localNames_, folder, name);
+}
+
+void Edits::touchFolder(ReplicaWriter& writer, NodeId folder) {
+  writer.setFolderModified(folder, files_.now() / 1000);
+}
+
+EditResult Edits::make(NodeId folder, Node node,
+                       const std::function<void(ReplicaWriter&, NodeId)>& added) {
+  EditResult result;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Node> parent = writer.node(folder);
+    if (!parent || (parent->parent == kNoNode && folder != kRootNode)) {
+      result.error = ESTALE;
+      return;
+    }
+    if (!allowsAdding(*parent)) {
+      result.error = EACCES;
+      return;
+    }
+    node.parent = folder;
+    node.filename = filenameFor(node.name);
+    node.capabilities = kEverything;
+    node.modified = files_.now() / 1000;
+    node.kept = parent->kept;
+    node.id = writer.insert(node);
+    if (node.id == kNoNode) {
+      result.error = EEXIST;
+      return;
+    }
+    touchFolder(writer, folder);
+    added(writer, node.id);
+    if (node.kind != NodeKind::link && !staysHere(writer, folder, node.name)) {
+      Change change = journal::begin(writer, node, due());
+      change.contents = node.kind == NodeKind::file;
+      journal::put(writer.connection(), change);
+    }
+    result.entry = *writer.node(node.id);
+  });
+  faultPoint("create.journaled");
+  if (result.error == 0) files_.changed();
+  return result;
+}
+
+EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode) {
+  Node node;
+  node.kind = NodeKind::file;
+  node.name = name;
+  node.mode = mode & 0777;
+  return make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
+    const ContentId content = writer.reserveContent(id);
+    store_.create(content, node.name);
+    writer.connection().cached("UPDATE content SET used=1 WHERE id=?").bind(content).run();
+    writer.connection()
+        .cached("UPDATE node SET state=2,content=? WHERE id=?")
+        .bind(content, id)
+        .run();
+  });
+}
+
+EditResult Edits::makeFolder(NodeId folder, std::string_view name) {
+  Node node;
+  node.kind = NodeKind::folder;
+  node.name = name;
+  return make(folder, node, [](ReplicaWriter& writer, NodeId id) {
+    // Whoever lists it need not ask anybody.
+    writer.setListed(id, 1, "");
+  });
+}
+
+EditResult Edits::makeLink(NodeId folder, std::string_view name, std::string_view target) {
+  Node node;
+  node.kind = NodeKind::link;
+  node.name = name;
+  node.size = static_cast<std::int64_t>(target.size());
+  return make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
+    writer.connection().cached("INSERT INTO link VALUES (?,?)").bind(id, target).run();
+  });
+}
+
+int Edits::readLink(NodeId link, std::string& target) {
+  return replica_.read([&](ReplicaReader& reader) {
+    Statement& statement =
+        reader.connection().cached("SELECT target FROM link WHERE node=?").bind(link);
+    StatementUse use(statement);
+    if (!statement.step()) return EINVAL;
+    target = statement.text(0);
+    return 0;
+  });
+}
+
+// Takes a node out of the tree. What the host has is deleted there later; its row waits for that.
+int Edits::removeOne(ReplicaWriter& writer, const Node& node) {
+  if (!allows(node, NSFileProviderItemCapabilitiesAllowsDeleting)) return EACCES;
+  Connection& database = writer.connection();
+  const std::optional<Change> known = journal::find(database, node.id);
+  if (node.identifier.empty() && !(known && known->sent)) {
+    journal::erase(database, node.id);
+    writer.detach(node.id, files_.now() / 1000);
+    return 0;
+  }
+  Change change = journal::begin(writer, node, due());
+  change.deleted = true;
+  change.contents = false;
+  journal::put(database, change);
+  database.cached("UPDATE node SET parent=NULL,error=NULL WHERE id=?").bind(node.id).run();
+  return 0;
+}
+
+int Edits::removeFile(NodeId folder, std::string_view name) {
+  int error = 0;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Node> node = childOf(writer, folder, name);
+    if (!node) {
+      error = ENOENT;
+      return;
+    }
+    error = node->kind == NodeKind::folder ? EISDIR : removeOne(writer, *node);
+    if (error == 0) touchFolder(writer, folder);
+  });
+  faultPoint("unlink.journaled");
+  if (error == 0) files_.changed();
+  return error;
+}
+
+int Edits::removeFolder(NodeId folder, std::string_view name) {
+  int error = 0;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Node> node = childOf(writer, folder, name);
+    if (!node || node->kind != NodeKind::folder) {
+      error = node ? ENOTDIR : ENOENT;
+    } else if (!node->identifier.empty() && node->listed == 0) {
+      error = EAGAIN;
+    } else if (!writer.childNodes(node->id).empty()) {
+      error = ENOTEMPTY;
+    } else {
+      error = removeOne(writer, *node);
+    }
+    if (error == 0) touchFolder(writer, folder);
+  });
+  faultPoint("rmdir.journaled");
+  if (error == 0) files_.changed();
+  return error;
+}
+
+// Everything in a folder that stayed here until now is new to the host.
+void Edits::makeKnown(ReplicaWriter& writer, NodeId id) {
+  const std::optional<Node> node = writer.node(id);
+  if (!node || node->kind == NodeKind::link || localNames_.matches(node->name)) return;
+  if (!node->identifier.empty()) return;
+  if (!journal::find(writer.connection(), id)) {
+    Change change = journal::begin(writer, *node, due());
+    change.contents = node->kind == NodeKind::file;
+    journal::put(writer.connection(), change);
+  }
+  if (node->kind != NodeKind::folder) return;
+  for (const Node& child : writer.childNodes(id))
+    makeKnown(writer, child.id);
+}
+
+void Edits::place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name) {
+  const bool known =
+      !node.identifier.empty() || journal::find(writer.connection(), node.id).has_value();
+  Change change;
+  if (known) change = journal::begin(writer, node, due());
+  node.parent = folder;
+  node.name = name;
+  node.filename = filenameFor(name);
+  const std::optional<Node> parent = writer.node(folder);
+  node.kept = node.pinned || (parent && parent->kept);
+  writer.update(node);
+  if (node.kind == NodeKind::folder) writer.setKeptBelow(node.id, node.kept);
+  if (node.state == ContentState::dirty) store_.setName(node.content, node.name);
+  if (known) {
+    journal::put(writer.connection(), change);
+  } else if (!staysHere(writer, folder, name)) {
+    makeKnown(writer, node.id);
+  }
+}
+
+int Edits::rename(ReplicaWriter& writer, NodeId folder, std::string_view name, NodeId newFolder,
+                  std::string_view newName, unsigned flags) {
+  const std::optional<Node> node = childOf(writer, folder, name);
+  const std::optional<Node> target = childOf(writer, newFolder, newName);
+  const std::optional<Node> newParent = writer.node(newFolder);
+  if (!node || !newParent) return ENOENT;
+  const bool exchange = (flags & RENAME_EXCHANGE) != 0;
+  if (exchange && !target) return ENOENT;
+  if ((flags & RENAME_NOREPLACE) != 0 && target) return EEXIST;
+  if (target && target->id == node->id) return 0;
+  if (node->kind == NodeKind::folder && isInside(writer, newFolder, node->id)) return EINVAL;
+  if (exchange && target->kind == NodeKind::folder && isInside(writer, folder, target->id)) {
+    return EINVAL;
+  }
+  const auto mayMove = [&](const Node& moving) {
+    return (name == newName || allows(moving, NSFileProviderItemCapabilitiesAllowsRenaming)) &&
+           (folder == newFolder || allows(moving, NSFileProviderItemCapabilitiesAllowsReparenting));
+  };
+  if (!mayMove(*node) || (exchange && !mayMove(*target))) return EACCES;
+  if (folder != newFolder && !allowsAdding(*newParent)) return EACCES;
+  if (exchange) {
+    writer.parkName(target->id);
+    place(writer, *node, newFolder, newName);
+    Node other = *target;
+    place(writer, other, folder, name);
+    return 0;
+  }
+  if (target) {
+    const bool folders = node->kind == NodeKind::folder;
+    if (target->kind == NodeKind::folder) {
+      if (!folders) return EISDIR;
+      if (!target->identifier.empty() && target->listed == 0) return EAGAIN;
+      if (!writer.childNodes(target->id).empty()) return ENOTEMPTY;
+    } else if (folders) {
+      return ENOTDIR;
+    }
+    const int error = removeOne(writer, *target);
+    if (error != 0) return error;
+  }
+  place(writer, *node, newFolder, newName);
+  return 0;
+}
+
+int Edits::rename(NodeId folder, std::string_view name, NodeId newFolder, std::string_view newName,
+                  unsigned flags) {
+  int error = 0;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    error = rename(writer, folder, name, newFolder, newName, flags);
+    if (error != 0) return;
+    touchFolder(writer, folder);
+    if (folder != newFolder) touchFolder(writer, newFolder);
+  });
+  faultPoint("rename.journaled");
+  if (error == 0) files_.changed();
+  return error;
+}
+
+int Edits::setMode(NodeId node, int mode) {
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    writer.connection().cached("UPDATE node SET mode=? WHERE id=?").bind(mode & 0777, node).run();
+  });
+  return 0;
+}
+
+int Edits::setModified(NodeId node, std::int64_t modified) {
+  // The times of what was written last are in before those that a program sets.
+  const int error = files_.settle(node, Durability::eventual);
+  if (error != 0) return error;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    writer.setFolderModified(node, modified);
+    writer.connection().cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(node).run();
+  });
+  return 0;
+}
+
+int Edits::mayWrite(NodeId id) {
+  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  if (!node) return ESTALE;
+  if (node->kind != NodeKind::file) return node->kind == NodeKind::folder ? EISDIR : ELOOP;
+  return allows(*node, NSFileProviderItemCapabilitiesAllowsWriting) ? 0 : EACCES;
+}
+
+}  // namespace tulo

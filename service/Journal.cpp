@@ -1,0 +1,175 @@
+#include "service/Journal.h"
+
+namespace tulo::journal {
+
+namespace {
+
+constexpr const char* kColumns =
+    "SELECT pending.node,sequence,deleted,contents,base_parent,base_filename,base_version,due,"
+    "attempts,sent,sent_content,attention,held,reason,sent_parent,sent_filename FROM pending";
+
+Change changeFrom(const Statement& row) {
+  Change change;
+  change.node = static_cast<NodeId>(row.integer(0));
+  change.sequence = row.integer(1);
+  change.deleted = row.integer(2) != 0;
+  change.contents = row.integer(3) != 0;
+  change.baseParent = row.text(4);
+  change.baseFilename = row.text(5);
+  change.baseVersion = row.text(6);
+  change.due = row.integer(7);
+  change.attempts = row.integer(8);
+  change.sent = row.integer(9) != 0;
+  change.sentContent = static_cast<ContentId>(row.integer(10));
+  change.attention = row.integer(11) != 0;
+  change.held = row.integer(12) != 0;
+  change.reason = row.text(13);
+  change.sentParent = row.text(14);
+  change.sentFilename = row.text(15);
+  return change;
+}
+
+std::vector<Change> rows(Statement& statement) {
+  StatementUse use(statement);
+  std::vector<Change> result;
+  while (statement.step())
+    result.push_back(changeFrom(statement));
+  return result;
+}
+
+Statement& query(Connection& database, const std::string& condition) {
+  return database.cached(kColumns + condition);
+}
+
+bool exists(Statement& statement) {
+  StatementUse use(statement);
+  return statement.step();
+}
+
+}  // namespace
+
+std::optional<Change> find(Connection& database, NodeId node) {
+  const auto found = rows(query(database, " WHERE pending.node=?").bind(node));
+  return found.empty() ? std::nullopt : std::optional<Change>(found.front());
+}
+
+void put(Connection& database, const Change& change) {
+  database
+      .cached(
+          "INSERT OR REPLACE INTO pending (node,sequence,deleted,contents,base_parent,"
+          "base_filename,base_version,due,attempts,sent,sent_content,attention,held,reason,"
+          "sent_parent,sent_filename) VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
+      .bind(change.node, change.sequence, change.deleted, change.contents, change.baseParent,
+            change.baseFilename, change.baseVersion, change.due, change.attempts, change.sent,
+            change.sentContent, change.attention, change.held, change.reason, change.sentParent,
+            change.sentFilename)
+      .run();
+}
+
+void erase(Connection& database, NodeId node) {
+  database.cached("DELETE FROM pending WHERE node=?").bind(node).run();
+}
+
+Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
+  Connection& database = writer.connection();
+  std::optional<Change> found = find(database, node.id);
+  Change change = found.value_or(Change());
+  if (!found) {
+    change.node = node.id;
+    if (!node.identifier.empty()) {
+      const std::optional<Node> parent = writer.node(node.parent);
+      change.baseParent = parent ? parent->identifier : std::string();
+      change.baseFilename = node.filename;
+      change.baseVersion = node.contentVersion;
+    }
+  }
+  change.sequence = 1;
+  Statement& last = database.cached("SELECT max(sequence) FROM pending");
+  {
+    StatementUse use(last);
+    if (last.step()) change.sequence = last.integer(0) + 1;
+  }
+  change.due = due;
+  change.attempts = 0;
+  change.attention = false;
+  change.held = false;
+  change.reason.clear();
+  return change;
+}
+
+std::vector<Change> due(Connection& database, std::int64_t now, std::int64_t afterSequence,
+                        std::int64_t limit) {
+  return rows(query(database,
+                    " WHERE sequence>?2 AND due<=?1 AND attention=0 AND held=0 "
+                    "ORDER BY sequence LIMIT ?3")
+                  .bind(now, afterSequence, limit));
+}
+
+std::vector<Change> all(Connection& database, std::int64_t limit) {
+  return rows(query(database, " ORDER BY attention DESC, sequence LIMIT ?").bind(limit));
+}
+
+std::vector<Change> basedOn(Connection& database, const std::string& parent,
+                            const std::string& filename) {
+  return rows(query(database, " WHERE base_parent=? AND base_filename=?").bind(parent, filename));
+}
+
+std::vector<Change> basedIn(Connection& database, const std::string& parent) {
+  return rows(query(database, " WHERE base_parent=?").bind(parent));
+}
+
+std::vector<Change> inFolder(Connection& database, NodeId folder) {
+  return rows(
+      query(database, " JOIN node ON node.id=pending.node WHERE node.parent=?").bind(folder));
+}
+
+bool isEmpty(Connection& database) {
+  return !exists(database.cached("SELECT 1 FROM pending LIMIT 1").bind());
+}
+
+bool anyBelow(Connection& database, NodeId node) {
+  return exists(database
+                    .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM "
+                            "node JOIN below ON node.parent=below.id) SELECT 1 FROM below JOIN "
+                            "node USING (id) WHERE node.identifier IS NULL OR id IN (SELECT node "
+                            "FROM pending) LIMIT 1")
+                    .bind(node));
+}
+
+std::optional<std::int64_t> nextDue(Connection& database) {
+  Statement& statement =
+      database.cached("SELECT min(due) FROM pending WHERE attention=0 AND held=0");
+  statement.bind();
+  StatementUse use(statement);
+  if (!statement.step() || statement.isNull(0)) return std::nullopt;
+  return statement.integer(0);
+}
+
+Counts counts(Connection& database) {
+  Counts result;
+  Statement& statement =
+      database.cached("SELECT count(*),coalesce(sum(attention),0) FROM pending WHERE held=0");
+  statement.bind();
+  StatementUse use(statement);
+  if (statement.step()) {
+    result.attention = statement.integer(1);
+    result.pending = statement.integer(0) - result.attention;
+  }
+  return result;
+}
+
+void retry(Connection& database, std::int64_t now, bool refused) {
+  database.cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
+      .bind(now)
+      .run();
+  if (!refused) return;
+  database
+      .cached("UPDATE node SET error=NULL WHERE id IN (SELECT node FROM pending WHERE attention=1)")
+      .bind()
+      .run();
+  database.cached("UPDATE pending SET attention=0,attempts=0,due=? WHERE attention=1")
+      .bind(now)
+      .run();
+}
+
+}  // namespace tulo::journal

@@ -1,0 +1,326 @@
+#include "service/LocalFiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+
+#include "service/FaultPoints.h"
+#include "service/ServiceLog.h"
+
+namespace tulo {
+
+namespace {
+
+int errnoOf(const std::exception& error) {
+  if (const auto* content = dynamic_cast<const ContentError*>(&error)) {
+    return content->number() == ENOSPC || content->number() == EDQUOT ? content->number() : EIO;
+  }
+  if (const auto* database = dynamic_cast<const DatabaseError*>(&error)) {
+    return database->code() == SQLITE_FULL ? ENOSPC : EIO;
+  }
+  return EIO;
+}
+
+bool durableContent(ReplicaWriter& writer, ContentId content) {
+  Statement& statement = writer.connection().cached("SELECT durable FROM content WHERE id=?");
+  statement.bind(content);
+  StatementUse use(statement);
+  return statement.step() && statement.integer(0) != 0;
+}
+
+}  // namespace
+
+MillisecondClock systemClock() {
+  return [] {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+  };
+}
+
+ssize_t WritableFile::read(char* data, std::size_t size, off_t offset) {
+  const std::shared_lock lock(mutex_);
+  if (!file_) return 0;
+  const ssize_t count = ::pread(file_.get(), data, size, offset);
+  return count < 0 ? -errno : count;
+}
+
+std::optional<Descriptor> WritableFile::duplicateDescriptor() {
+  const std::shared_lock lock(mutex_);
+  if (!file_) return std::nullopt;
+  return Descriptor(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
+}
+
+void WritableFile::prepare(bool keepContents) {
+  Replica& replica = owner_.replica_;
+  ContentId fresh = kNoContent;
+  ContentId copied = kNoContent;
+  // Were the row lost in a power cut, the changed bytes would pass for the host's.
+  bool wasDurable = false;
+  std::string name;
+  replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Node> node = writer.node(node_);
+    if (!node) throw ContentError(ESTALE, "the file is gone");
+    name = node->name;
+    const std::optional<Change> change = journal::find(writer.connection(), node_);
+    const bool sending = change && change->sent && change->sentContent == node->content;
+    wasDurable = node->state == ContentState::downloaded && durableContent(writer, node->content);
+    fresh = node->content;
+    if (node->content != kNoContent && !sending) return;
+    copied = keepContents ? node->content : kNoContent;
+    fresh = writer.reserveContent(node_);
+  });
+  faultPoint("write.reserved");
+  if (fresh != content_ || !file_) {
+    Descriptor file = copied != kNoContent ? owner_.store_.duplicate(copied, fresh, name)
+                                           : owner_.store_.create(fresh, name);
+    file_ = std::move(file);
+  } else {
+    file_ = owner_.store_.openWritable(fresh);
+    owner_.store_.setName(fresh, name);
+  }
+  const Durability durability = wasDurable ? Durability::durable : Durability::eventual;
+  const std::int64_t due = owner_.now() + owner_.quiet_;
+  replica.write(durability, [&](ReplicaWriter& writer) {
+    const std::optional<Node> node = writer.node(node_);
+    if (!node) throw ContentError(ESTALE, "the file is gone");
+    Connection& database = writer.connection();
+    database.cached("UPDATE content SET used=1,durable=0 WHERE id=?").bind(fresh).run();
+    database.cached("UPDATE node SET state=2,content=? WHERE id=?").bind(fresh, node_).run();
+    writer.setError(node_, "");
+    if (node->parent == kNoNode) return;
+    const std::optional<Change> known = journal::find(database, node_);
+    // A file that the host does not know and that has no change stays here.
+    if (node->identifier.empty() && !known) return;
+    Change change = journal::begin(writer, *node, due);
+    change.contents = true;
+    journal::put(database, change);
+  });
+  content_ = fresh;
+  writable_ = true;
+  faultPoint("write.journaled");
+}
+
+template <typename Function>
+auto WritableFile::changing(bool keepContents, const Function& function) {
+  {
+    const std::shared_lock lock(mutex_);
+    if (writable_) {
+      changed_ = true;
+      return function();
+    }
+  }
+  const std::unique_lock lock(mutex_);
+  if (!writable_) prepare(keepContents);
+  changed_ = true;
+  return function();
+}
+
+ssize_t WritableFile::write(const char* data, std::size_t size, off_t offset) try {
+  return changing(true, [&]() -> ssize_t {
+    std::size_t done = 0;
+    while (done < size) {
+      const ssize_t count =
+          ::pwrite(file_.get(), data + done, size - done, offset + static_cast<off_t>(done));
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return done > 0 ? static_cast<ssize_t>(done) : -errno;
+      done += static_cast<std::size_t>(count);
+    }
+    faultPoint("write.written");
+    return static_cast<ssize_t>(done);
+  });
+} catch (const std::exception& error) {
+  serviceLog().error("cannot write node %d: %{public}@", {node_, error.what()});
+  return -errnoOf(error);
+}
+
+int WritableFile::truncate(off_t size) try {
+  return changing(size != 0, [&] { return ::ftruncate(file_.get(), size) == 0 ? 0 : errno; });
+} catch (const std::exception& error) {
+  serviceLog().error("cannot truncate node %d: %{public}@", {node_, error.what()});
+  return errnoOf(error);
+}
+
+int WritableFile::allocate(int mode, off_t offset, off_t length) try {
+  return changing(true,
+                  [&] { return ::fallocate(file_.get(), mode, offset, length) == 0 ? 0 : errno; });
+} catch (const std::exception& error) {
+  serviceLog().error("cannot allocate for node %d: %{public}@", {node_, error.what()});
+  return errnoOf(error);
+}
+
+off_t WritableFile::seek(off_t offset, int whence) {
+  const std::shared_lock lock(mutex_);
+  if (!file_) return -ENXIO;
+  const off_t position = ::lseek(file_.get(), offset, whence);
+  return position < 0 ? -errno : position;
+}
+
+ssize_t WritableFile::copyFrom(WritableFile& source, off_t from, off_t to, std::size_t size) try {
+  std::optional<Descriptor> input = source.duplicateDescriptor();
+  if (!input) return 0;
+  return changing(true, [&]() -> ssize_t {
+    off64_t in = from;
+    off64_t out = to;
+    const ssize_t count = ::copy_file_range(input->get(), &in, file_.get(), &out, size, 0);
+    return count < 0 ? -errno : count;
+  });
+} catch (const std::exception& error) {
+  serviceLog().error("cannot copy into node %d: %{public}@", {node_, error.what()});
+  return -errnoOf(error);
+}
+
+int WritableFile::synchronize(bool dataOnly) {
+  {
+    const std::shared_lock lock(mutex_);
+    if (file_ && writable_) {
+      const int result = dataOnly ? ::fdatasync(file_.get()) : ::fsync(file_.get());
+      if (result != 0) return errno;
+    }
+  }
+  faultPoint("fsync.data");
+  return owner_.settle(node_, Durability::durable);
+}
+
+LocalFiles::LocalFiles(Replica& replica, ContentStore& store, OpenFiles& openFiles,
+                       MillisecondClock clock, std::int64_t quietMilliseconds)
+    : replica_(replica),
+      store_(store),
+      openFiles_(openFiles),
+      clock_(std::move(clock)),
+      quiet_(quietMilliseconds) {}
+
+void LocalFiles::start() {
+  const auto dirty = replica_.read([](ReplicaReader& reader) {
+    return reader.ids("SELECT id FROM node WHERE state=2 AND id>? LIMIT ?", 0, -1);
+  });
+  if (dirty.empty()) return;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (NodeId id : dirty) {
+      const std::optional<Node> node = writer.node(id);
+      struct stat status = {};
+      if (!node || ::stat(store_.path(node->content).c_str(), &status) != 0) continue;
+      writer.connection()
+          .cached("UPDATE node SET size=?,blocks=? WHERE id=?")
+          .bind(static_cast<std::int64_t>(status.st_size),
+                static_cast<std::int64_t>(status.st_blocks), id)
+          .run();
+    }
+  });
+}
+
+std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error) try {
+  error = 0;
+  std::shared_ptr<WritableFile> file;
+  {
+    std::lock_guard lock(mutex_);
+    std::shared_ptr<WritableFile>& slot = files_[id];
+    if (!slot) slot = std::make_shared<WritableFile>(*this, id);
+    file = slot;
+  }
+  const std::unique_lock lock(file->mutex_);
+  if (file->file_) return file;
+  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  if (!node) {
+    error = ESTALE;
+    return nullptr;
+  }
+  if (node->content != kNoContent && node->state != ContentState::dataless) {
+    file->file_ = store_.openWritable(node->content);
+    file->content_ = node->content;
+  }
+  return file;
+} catch (const std::exception& failure) {
+  serviceLog().error("cannot open node %d: %{public}@", {id, failure.what()});
+  error = errnoOf(failure);
+  return nullptr;
+}
+
+std::shared_ptr<WritableFile> LocalFiles::find(NodeId node) const {
+  std::lock_guard lock(mutex_);
+  const auto found = files_.find(node);
+  return found == files_.end() ? nullptr : found->second;
+}
+
+void LocalFiles::released(NodeId node) {
+  std::lock_guard lock(mutex_);
+  if (!openFiles_.isOpen(node)) files_.erase(node);
+}
+
+// The file's lock is held.
+void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
+  const std::optional<Node> node = writer.node(file.node_);
+  struct stat status = {};
+  if (!node || node->content != file.content_ || ::fstat(file.file_.get(), &status) != 0) return;
+  Connection& database = writer.connection();
+  database.cached("UPDATE node SET size=?,blocks=?,modified=? WHERE id=?")
+      .bind(static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_blocks),
+            static_cast<std::int64_t>(status.st_mtim.tv_sec), file.node_)
+      .run();
+  database.cached("UPDATE content SET blocks=? WHERE id=?")
+      .bind(static_cast<std::int64_t>(status.st_blocks), file.content_)
+      .run();
+  store_.addUsed((status.st_blocks - node->blocks) * 512);
+  database.cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(file.node_).run();
+  if (std::optional<Change> change = journal::find(database, file.node_)) {
+    change->due = clock_() + quiet_;
+    journal::put(database, *change);
+  }
+}
+
+int LocalFiles::settle(NodeId id, Durability durability) try {
+  const std::shared_ptr<WritableFile> file = find(id);
+  if (!file) return 0;
+  const std::shared_lock lock(file->mutex_);
+  const bool changed = file->changed_.exchange(false);
+  if (!changed && durability == Durability::eventual) return 0;
+  replica_.write(durability, [&](ReplicaWriter& writer) {
+    if (changed && file->writable_) updateRow(writer, *file);
+    // An empty transaction would not be forced to the disk.
+    if (durability == Durability::durable) writer.setMeta("synchronized", clock_());
+  });
+  faultPoint("settle.committed");
+  if (changed) this->changed();
+  return 0;
+} catch (const std::exception& error) {
+  serviceLog().error("cannot note the change of node %d: %{public}@", {id, error.what()});
+  return errnoOf(error);
+}
+
+void LocalFiles::overlay(Entry& entry) const {
+  if (entry.kind != NodeKind::file) return;
+  const std::shared_ptr<WritableFile> file = find(entry.id);
+  if (!file) return;
+  const std::shared_lock lock(file->mutex_);
+  struct stat status = {};
+  if (!file->writable_ || ::fstat(file->file_.get(), &status) != 0) return;
+  entry.size = status.st_size;
+  entry.blocks = status.st_blocks;
+  if (file->changed_) entry.modified = status.st_mtim.tv_sec;
+}
+
+void LocalFiles::withSettled(NodeId node, Durability durability,
+                             const Replica::WriteFunction& function) {
+  const std::shared_ptr<WritableFile> file = find(node);
+  if (!file) return replica_.write(durability, function);
+  const std::unique_lock lock(file->mutex_);
+  replica_.write(durability, [&](ReplicaWriter& writer) {
+    if (file->writable_ && file->changed_) updateRow(writer, *file);
+    function(writer);
+  });
+  file->changed_ = false;
+  file->writable_ = false;
+}
+
+void LocalFiles::contentsSent(NodeId node) {
+  const std::shared_ptr<WritableFile> file = find(node);
+  if (!file) return;
+  const std::unique_lock lock(file->mutex_);
+  file->writable_ = false;
+}
+
+}  // namespace tulo

@@ -1,0 +1,325 @@
+// The requests of the kernel that change something.
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <ctime>
+#include <vector>
+
+#include "service/MountGuard.h"
+#include "service/MountSession.h"
+
+namespace tulo {
+
+bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int& error) {
+  if ((info.flags & O_ACCMODE) == O_RDONLY || !parts_.files) return false;
+  if (!parts_.files->open(file.node(), error)) return false;
+  file.setWrites();
+  return true;
+}
+
+// Nothing of the former contents is wanted, so nothing is fetched.
+void MountSession::openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info) {
+  OpenAnswer answer;
+  {
+    const std::shared_lock gate(parts_.openFiles.gate());
+    answer.file = parts_.contents.openAsIs(node);
+  }
+  if (!answer.file) {
+    answer.error = ESTALE;
+  } else if (const auto file = parts_.files->open(node, answer.error)) {
+    answer.error = file->truncate(0);
+  }
+  replyOpen(request, info, std::move(answer));
+}
+
+bool MountSession::readShared(fuse_req_t request, OpenFile& file, std::size_t size, off_t offset) {
+  if (!parts_.files) return false;
+  const std::shared_ptr<WritableFile> shared = parts_.files->find(file.node());
+  if (!shared) return false;
+  std::vector<char> buffer(size);
+  const ssize_t count = shared->read(buffer.data(), size, offset);
+  if (count < 0) {
+    fuse_reply_err(request, static_cast<int>(-count));
+  } else {
+    fuse_reply_buf(request, buffer.data(), static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+void MountSession::drop(const fuse_file_info& info) {
+  std::unique_ptr<OpenFile> file(reinterpret_cast<OpenFile*>(info.fh));
+  if (!parts_.files) return;
+  const NodeId node = file->node();
+  if (file->writes()) parts_.files->settle(node, Durability::eventual);
+  file.reset();
+  parts_.files->released(node);
+}
+
+void MountSession::release(fuse_req_t request, const fuse_file_info& info) {
+  guarded(request, [&] {
+    drop(info);
+    fuse_reply_err(request, 0);
+  });
+}
+
+std::shared_ptr<WritableFile> MountSession::shared(fuse_req_t request, NodeId node) {
+  int error = EBADF;
+  std::shared_ptr<WritableFile> file = parts_.files ? parts_.files->open(node, error) : nullptr;
+  if (!file) fuse_reply_err(request, error);
+  return file;
+}
+
+void MountSession::create(fuse_req_t request, NodeId folder, const char* name, mode_t mode,
+                          const fuse_file_info& requested) {
+  guarded(request, [&] {
+    const EditResult made = parts_.edits->makeFile(folder, name, static_cast<int>(mode));
+    if (made.error != 0) {
+      // Somebody was faster: the kernel looks again and opens that one.
+      const bool again = made.error == EEXIST && (requested.flags & O_EXCL) == 0;
+      fuse_reply_err(request, again ? ESTALE : made.error);
+      return;
+    }
+    std::unique_ptr<OpenFile> file = parts_.contents.openAsIs(made.entry.id);
+    int error = file ? 0 : ESTALE;
+    if (file) writesThrough(requested, *file, error);
+    if (error != 0) {
+      fuse_reply_err(request, error);
+      return;
+    }
+    fuse_file_info info = requested;
+    info.keep_cache = 1;
+    info.noflush = file->writes() ? 0 : 1;
+    info.fh = reinterpret_cast<std::uint64_t>(file.release());
+    const fuse_entry_param answer = parameters(made.entry);
+    if (fuse_reply_create(request, &answer, &info) != 0) drop(info);
+  });
+}
+
+void MountSession::mkdir(fuse_req_t request, NodeId folder, const char* name) {
+  guarded(request, [&] {
+    const EditResult made = parts_.edits->makeFolder(folder, name);
+    if (made.error != 0) {
+      fuse_reply_err(request, made.error);
+    } else {
+      replyEntry(request, made.entry);
+    }
+  });
+}
+
+void MountSession::mknod(fuse_req_t request, NodeId folder, const char* name, mode_t mode) {
+  guarded(request, [&] {
+    if (!S_ISREG(mode) && (mode & S_IFMT) != 0) {
+      fuse_reply_err(request, EPERM);
+      return;
+    }
+    const EditResult made = parts_.edits->makeFile(folder, name, static_cast<int>(mode));
+    if (made.error != 0) {
+      fuse_reply_err(request, made.error);
+    } else {
+      replyEntry(request, made.entry);
+    }
+  });
+}
+
+void MountSession::symlink(fuse_req_t request, const char* target, NodeId folder,
+                           const char* name) {
+  guarded(request, [&] {
+    const EditResult made = parts_.edits->makeLink(folder, name, target);
+    if (made.error != 0) {
+      fuse_reply_err(request, made.error);
+    } else {
+      replyEntry(request, made.entry);
+    }
+  });
+}
+
+void MountSession::readlink(fuse_req_t request, NodeId node) {
+  guarded(request, [&] {
+    std::string target;
+    const int error = parts_.edits ? parts_.edits->readLink(node, target) : EINVAL;
+    if (error != 0) {
+      fuse_reply_err(request, error);
+    } else {
+      fuse_reply_readlink(request, target.c_str());
+    }
+  });
+}
+
+void MountSession::unlink(fuse_req_t request, NodeId folder, const char* name) {
+  guarded(request, [&] { fuse_reply_err(request, parts_.edits->removeFile(folder, name)); });
+}
+
+void MountSession::whenListed(fuse_req_t request, NodeId folder, const std::string& name,
+                              std::function<void()> then) {
+  const NameLookup found =
+      parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(folder, name); });
+  if (!found.entry || found.entry->kind != NodeKind::folder) return then();
+  const NodeId child = found.entry->id;
+  const NameLookup inside =
+      parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(child, ""); });
+  if (parts_.sync.freshness(child, inside.listed) == Freshness::current) return then();
+  parts_.sync.refresh(child, [request, then = std::move(then)](int error) {
+    if (error != 0) {
+      fuse_reply_err(request, error);
+    } else {
+      guarded(request, then);
+    }
+  });
+}
+
+void MountSession::rmdir(fuse_req_t request, NodeId folder, const char* name) {
+  guarded(request, [&] {
+    whenListed(request, folder, name, [this, request, folder, text = std::string(name)] {
+      fuse_reply_err(request, parts_.edits->removeFolder(folder, text));
+    });
+  });
+}
+
+void MountSession::rename(fuse_req_t request, NodeId folder, const char* name, NodeId newFolder,
+                          const char* newName, unsigned flags) {
+  guarded(request, [&] {
+    whenListed(request, newFolder, newName,
+               [this, request, folder, newFolder, flags, from = std::string(name),
+                to = std::string(newName)] {
+                 fuse_reply_err(request, parts_.edits->rename(folder, from, newFolder, to, flags));
+               });
+  });
+}
+
+int MountSession::truncate(NodeId node, off_t size) {
+  int error = 0;
+  const std::shared_ptr<WritableFile> file = parts_.files->open(node, error);
+  if (!file) return error;
+  error = file->truncate(size);
+  const int settled = parts_.files->settle(node, Durability::eventual);
+  parts_.files->released(node);
+  return error != 0 ? error : settled;
+}
+
+void MountSession::applyAttributes(fuse_req_t request, NodeId node, const struct stat& wanted,
+                                   int fields) {
+  int error = 0;
+  if ((fields & FUSE_SET_ATTR_UID) != 0 && wanted.st_uid != user_) error = EPERM;
+  if ((fields & FUSE_SET_ATTR_GID) != 0 && wanted.st_gid != group_) error = EPERM;
+  if (error == 0 && (fields & FUSE_SET_ATTR_SIZE) != 0) error = truncate(node, wanted.st_size);
+  if (error == 0 && (fields & FUSE_SET_ATTR_MODE) != 0) {
+    error = parts_.edits->setMode(node, static_cast<int>(wanted.st_mode));
+  }
+  if (error == 0 && (fields & FUSE_SET_ATTR_MTIME) != 0) {
+    const bool now = (fields & FUSE_SET_ATTR_MTIME_NOW) != 0;
+    error = parts_.edits->setModified(node, now ? std::time(nullptr) : wanted.st_mtim.tv_sec);
+  }
+  if (error != 0) {
+    fuse_reply_err(request, error);
+  } else {
+    getattr(request, node);
+  }
+}
+
+void MountSession::resize(fuse_req_t request, NodeId node, const struct stat& wanted, int fields) {
+  const int error = parts_.edits->mayWrite(node);
+  if (error != 0) {
+    fuse_reply_err(request, error);
+    return;
+  }
+  if (wanted.st_size == 0 || parts_.openFiles.isOpenForWriting(node)) {
+    applyAttributes(request, node, wanted, fields);
+    return;
+  }
+  // What stays of the contents has to be here first.
+  parts_.contents.fetch(node, Contents::Priority::opened,
+                        [this, request, node, wanted, fields](int failed) {
+                          if (failed != 0) {
+                            fuse_reply_err(request, failed);
+                            return;
+                          }
+                          guarded(request, [&] { applyAttributes(request, node, wanted, fields); });
+                        });
+}
+
+void MountSession::setattr(fuse_req_t request, NodeId node, const struct stat& wanted, int fields) {
+  guarded(request, [&] {
+    if ((fields & FUSE_SET_ATTR_SIZE) != 0) {
+      resize(request, node, wanted, fields);
+    } else {
+      applyAttributes(request, node, wanted, fields);
+    }
+  });
+}
+
+void MountSession::write(fuse_req_t request, NodeId node, const char* data, std::size_t size,
+                         off_t offset) {
+  guarded(request, [&] {
+    const std::shared_ptr<WritableFile> file = shared(request, node);
+    if (!file) return;
+    const ssize_t count = file->write(data, size, offset);
+    if (count < 0) {
+      fuse_reply_err(request, static_cast<int>(-count));
+    } else {
+      fuse_reply_write(request, static_cast<std::size_t>(count));
+    }
+  });
+}
+
+void MountSession::flush(fuse_req_t request, NodeId node) {
+  guarded(request, [&] {
+    fuse_reply_err(request, parts_.files ? parts_.files->settle(node, Durability::eventual) : 0);
+  });
+}
+
+void MountSession::fsync(fuse_req_t request, NodeId node, bool dataOnly) {
+  guarded(request, [&] {
+    const std::shared_ptr<WritableFile> file = parts_.files ? parts_.files->find(node) : nullptr;
+    fuse_reply_err(request, file ? file->synchronize(dataOnly) : 0);
+  });
+}
+
+void MountSession::fsyncFolder(fuse_req_t request) {
+  guarded(request, [&] {
+    if (parts_.edits) {
+      parts_.replica.write(Durability::durable, [](ReplicaWriter& writer) {
+        writer.setMeta("synchronized", std::int64_t{std::time(nullptr)});
+      });
+    }
+    fuse_reply_err(request, 0);
+  });
+}
+
+void MountSession::fallocate(fuse_req_t request, NodeId node, int mode, off_t offset,
+                             off_t length) {
+  guarded(request, [&] {
+    const std::shared_ptr<WritableFile> file = shared(request, node);
+    if (file) fuse_reply_err(request, file->allocate(mode, offset, length));
+  });
+}
+
+void MountSession::copyRange(fuse_req_t request, NodeId from, off_t fromOffset, NodeId to,
+                             off_t toOffset, std::size_t size) {
+  guarded(request, [&] {
+    const std::shared_ptr<WritableFile> source = shared(request, from);
+    if (!source) return;
+    const std::shared_ptr<WritableFile> target = shared(request, to);
+    if (!target) return;
+    const ssize_t count = target->copyFrom(*source, fromOffset, toOffset, size);
+    if (count < 0) {
+      fuse_reply_err(request, static_cast<int>(-count));
+    } else {
+      fuse_reply_write(request, static_cast<std::size_t>(count));
+    }
+  });
+}
+
+void MountSession::lseek(fuse_req_t request, NodeId node, off_t offset, int whence) {
+  guarded(request, [&] {
+    const std::shared_ptr<WritableFile> file = shared(request, node);
+    if (!file) return;
+    const off_t position = file->seek(offset, whence);
+    if (position < 0) {
+      fuse_reply_err(request, static_cast<int>(-position));
+    } else {
+      fuse_reply_lseek(request, position);
+    }
+  });
+}
+
+}  // namespace tulo

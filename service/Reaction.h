@@ -1,0 +1,34 @@
+// What becomes of a change that the provider refused.
+//
+// Threads: pure functions.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/Error.h"
+
+namespace tulo {
+
+enum class Reaction {
+  retryUnreachable,  // for ever, and at once when the host is back; one at a time until then
+  retry,             // for ever, with growing pauses
+  retryShown,        // the same, and the user is told
+  pause,             // nothing goes up until somebody has signed in
+  lookAgain,         // the host does not have the item: find out what that means
+  uncertain,         // may have been done: look, and try a few times before giving up
+  refuse,            // waits for the user
+};
+
+Reaction reactionTo(const platform::NSError& error);
+
+// Whether the error proves that the host did nothing.
+bool provesNotDone(const platform::NSError& error);
+
+// An uncertain change that failed so often is refused.
+inline constexpr std::int64_t kUncertainAttempts = 5;
+
+// The pause before the next attempt, in milliseconds: doubling, capped, and spread by `random` (any
+// number) so that not everything comes back at once.
+std::int64_t backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random);
+
+}  // namespace tulo

@@ -1,0 +1,154 @@
+// Brings the host what was changed here.
+//
+// A change is carried out by asking the provider what the host has, sending the difference, and
+// noting the answer; each step is in the journal before the next begins, so that it can be picked
+// up after a crash. Where it is not known whether the host did what it was sent, that is found out
+// first: a file is never created twice.
+//
+// Before contents go up or an item is deleted, the item is looked up. Had it moved on: the contents
+// here become a conflicted copy beside it, and what was to be deleted stays. Gone at the host:
+// contents that changed here make a new item, a mere rename is dropped with the item.
+//
+// Threads: every member may be called on any thread; step() runs one change on the caller's.
+// Lifetime: stop() before anything that was handed in goes.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <random>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+#include "platform/FileProvider.h"
+#include "service/ContentStore.h"
+#include "service/Journal.h"
+#include "service/Listing.h"
+#include "service/LocalFiles.h"
+#include "service/LocalNames.h"
+#include "service/Notifier.h"
+#include "service/OpenFiles.h"
+#include "service/Reaction.h"
+#include "service/Replica.h"
+#include "service/WorkQueue.h"
+
+namespace tulo {
+
+struct UploaderParts {
+  Replica& replica;
+  std::shared_ptr<platform::NSFileProviderReplicatedExtension> extension;
+  LocalFiles& files;
+  ContentStore& store;
+  OpenFiles& openFiles;
+  Notifier& notifier;
+  LocalNames localNames;
+  // Has the contents of a node here; returns 0 or an errno.
+  std::function<int(NodeId)> fetch;
+  // Something that tells one running host from the next; empty when there is none.
+  std::function<std::string()> host = [] { return std::string("host"); };
+  std::string machine = "this machine";
+  // Has a folder listed again.
+  std::function<void(NodeId)> relist;
+};
+
+class Uploader {
+ public:
+  static constexpr unsigned kParallel = 6;
+
+  explicit Uploader(const UploaderParts& parts);
+  ~Uploader();
+  Uploader(const Uploader&) = delete;
+  Uploader& operator=(const Uploader&) = delete;
+
+  void start();
+  void stop();
+  // Something was journaled.
+  void poke();
+
+  // Carries out the next change that is due; false when there is none.
+  bool step();
+
+  // Tries again at once; `refused`: also what waits for the user.
+  void retry(bool refused);
+  // Drops what was changed here of the node: the host's state is shown again. Contents that exist
+  // nowhere else are gone then. Returns 0 or an errno.
+  int discard(NodeId node);
+
+  struct Statistics {
+    journal::Counts counts;
+    std::size_t active = 0;
+    std::uint64_t sent = 0;
+    std::uint64_t failures = 0;
+    std::uint64_t conflicts = 0;
+    bool paused = false;
+    bool reachable = true;
+    std::string lastError;
+  };
+  Statistics statistics();
+
+ private:
+  struct Call;
+  struct Answer;
+  struct Plan;
+  enum class Readiness { ready, wait };
+
+  std::optional<Change> pick();
+  Readiness readiness(ReplicaReader& reader, const Change& change);
+  bool isActive(NodeId node);
+  void carryOut(NodeId node);
+  void finished(NodeId node);
+  void relistWanted();
+  void scheduleLoop();
+
+  Answer await(const std::function<void(std::shared_ptr<Call>)>& begin);
+  Answer lookUp(const std::string& identifier);
+  Answer send(const Plan& plan);
+
+  std::optional<Plan> makePlan(NodeId node);
+  bool takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
+                    const std::string& parentIdentifier);
+  void perform(Plan& plan);
+  void performRemoval(Plan& plan);
+  bool checkBase(Plan& plan);
+  bool settleDoubt(Plan& plan);
+  std::optional<platform::ItemPointer> findCreated(const Plan& plan, bool& failed);
+  bool hasContents(const std::string& identifier, ContentId content, bool& failed);
+  void markSent(Plan& plan);
+  void acknowledge(const Plan& plan, const platform::ItemPointer& item);
+  void applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
+                            const platform::ItemPointer& item, ContentId& clean);
+  void mergeTwin(ReplicaWriter& writer, NodeId node, const std::string& identifier);
+  void forget(NodeId node);
+  void keepAtHost(const Plan& plan);
+  void makeConflict(const Plan& plan, const platform::ItemPointer& item);
+  void itemGone(const Plan& plan);
+  void parentGone(const Plan& plan);
+  void react(const Plan& plan, const platform::NSError& error);
+  void note(const Plan& plan, const platform::NSError& error, Reaction reaction);
+  void reached();
+
+  const UploaderParts parts_;
+  Replica& replica_;
+
+  // Guards everything below; a leaf.
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::unordered_set<NodeId> active_;
+  bool stopping_ = false;
+  bool poked_ = false;
+  bool reachable_ = true;
+  std::int64_t pausedUntil_ = 0;
+  std::string host_;
+  Statistics statistics_;
+  std::vector<NodeId> relist_;
+  std::minstd_rand random_{std::random_device{}()};
+
+  std::unique_ptr<WorkQueue> workers_;
+  std::thread scheduler_;
+};
+
+}  // namespace tulo
