@@ -1,0 +1,154 @@
+"""Both sides change; nothing is lost."""
+
+import os
+
+from harness import case, eventually, expect, expect_equal, read
+from writing import expect_host, host_tree, settled, writable
+
+
+def edit_while_apart(box, here, there):
+    """Changes the mount without a host, the host's folder without the mount, and joins them."""
+    box.host.stop()
+    here()
+    box.mounts[0].unmount()
+    old = box.mounts.pop(0)
+    there()
+    box.start_host()
+    mount = box.mount("--read-write", point=old.point, name="joined")
+    box.mounts.remove(mount)
+    box.mounts.insert(0, mount)
+
+
+def put(path, data):
+    with open(path, "wb") as file:
+        file.write(data)
+
+
+def start(box):
+    box.write("doc.txt", b"base")
+    box.write("folder/inside.txt", b"inside")
+    box.start_host()
+    writable(box)
+    read(box.path("doc.txt"))
+    read(box.path("folder/inside.txt"))
+
+
+@case
+def both_edited(box):
+    start(box)
+    edit_while_apart(
+        box,
+        lambda: put(box.path("doc.txt"), b"from here"),
+        lambda: box.write("doc.txt", b"from there!"),
+    )
+    eventually(lambda: len(host_tree(box)) == 4, "the copy")
+    settled(box)
+    contents = sorted(data for data in host_tree(box).values() if data is not None)
+    expect_equal(contents, [b"from here", b"from there!", b"inside"], "all versions")
+    copies = [name for name in os.listdir(box.root) if "conflicted copy of" in name]
+    expect_equal(len(copies), 1, "copies")
+    expect(copies[0].startswith("doc (") and copies[0].endswith(").txt"), copies[0])
+    expect_equal(read(box.path("doc.txt")), b"from there!", "under the name")
+    expect_equal(read(box.path(copies[0])), b"from here", "the copy")
+
+
+@case
+def edited_here_deleted_there(box):
+    start(box)
+    edit_while_apart(
+        box,
+        lambda: put(box.path("doc.txt"), b"from here"),
+        lambda: os.unlink(os.path.join(box.root, "doc.txt")),
+    )
+    expect_host(box, {"doc.txt": b"from here", "folder": None, "folder/inside.txt": b"inside"})
+    settled(box)
+    expect_equal(read(box.path("doc.txt")), b"from here", "shown")
+
+
+@case
+def deleted_here_edited_there(box):
+    start(box)
+    edit_while_apart(
+        box,
+        lambda: os.unlink(box.path("doc.txt")),
+        lambda: box.write("doc.txt", b"from there!"),
+    )
+    settled(box)
+    eventually(lambda: "doc.txt" in os.listdir(box.path()), "it is shown again")
+    expect_equal(read(box.path("doc.txt")), b"from there!", "shown")
+    expect_host(box, {"doc.txt": b"from there!", "folder": None, "folder/inside.txt": b"inside"})
+
+
+@case
+def new_file_in_a_folder_deleted_there(box):
+    import shutil
+
+    start(box)
+    edit_while_apart(
+        box,
+        lambda: put(box.path("folder/new.txt"), b"new"),
+        lambda: shutil.rmtree(os.path.join(box.root, "folder")),
+    )
+    box.allow_errors("not_found")
+    expect_host(box, {"doc.txt": b"base", "folder": None, "folder/new.txt": b"new"})
+    settled(box)
+    expect_equal(read(box.path("folder/new.txt")), b"new", "shown")
+
+
+@case
+def renamed_on_both_sides(box):
+    """The name that was given here is the later one and stays."""
+    start(box)
+    edit_while_apart(
+        box,
+        lambda: os.rename(box.path("doc.txt"), box.path("here.txt")),
+        lambda: os.rename(
+            os.path.join(box.root, "doc.txt"), os.path.join(box.root, "there.txt")
+        ),
+    )
+    settled(box)
+    expect_host(box, {"here.txt": b"base", "folder": None, "folder/inside.txt": b"inside"})
+    expect_equal(sorted(os.listdir(box.path())), ["folder", "here.txt"], "shown")
+
+
+@case
+def moved_into_a_folder_that_moved(box):
+    start(box)
+    edit_while_apart(
+        box,
+        lambda: os.rename(box.path("doc.txt"), box.path("folder/doc.txt")),
+        lambda: os.rename(os.path.join(box.root, "folder"), os.path.join(box.root, "moved")),
+    )
+    settled(box)
+    expect_host(box, {"moved": None, "moved/inside.txt": b"inside", "moved/doc.txt": b"base"})
+
+
+@case
+def lost_answers_make_no_duplicates(box):
+    box.start_host("--fault", "create=drop-reply:2", "--fault", "modify=drop-reply:2")
+    writable(box)
+    box.allow_errors("no reply from host app")
+    put(box.path("a"), b"one")
+    os.mkdir(box.path("folder"))
+    put(box.path("folder/b"), b"two")
+    expect_host(box, {"a": b"one", "folder": None, "folder/b": b"two"})
+    settled(box)
+    put(box.path("a"), b"changed")
+    expect_host(box, {"a": b"changed", "folder": None, "folder/b": b"two"})
+    settled(box)
+    expect_equal(sorted(os.listdir(box.path())), ["a", "folder"], "shown")
+
+
+@case
+def every_failure_passes(box):
+    kinds = ["network", "rate_limited", "locked", "garbage", "hangup", "no-kind", "io"]
+    faults = []
+    for kind in kinds:
+        faults += ["--fault", f"any={kind}:1"]
+    box.start_host(*faults)
+    writable(box)
+    box.allow_errors("failed for")
+    for i in range(4):
+        put(box.path(f"f{i}"), b"x" * i)
+    settled(box, 90)
+    expect_host(box, {f"f{i}": b"x" * i for i in range(4)})

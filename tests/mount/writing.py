@@ -1,0 +1,82 @@
+"""What the cases about changes share: a mount that can be changed, and waiting for the host."""
+
+import glob
+import json
+import os
+import socket
+
+from harness import Failure, eventually
+
+# The reference host's own folder in the account's.
+HOSTS_OWN = ".tulo-host"
+
+
+def writable(box, *arguments):
+    mount = box.mount("--read-write", *arguments)
+    return mount
+
+
+def tree(root):
+    """Every folder (None) and file (its bytes) below root."""
+    result = {}
+    for folder, folders, files in os.walk(root):
+        if HOSTS_OWN in folders:
+            folders.remove(HOSTS_OWN)
+        for name in folders:
+            result[os.path.relpath(os.path.join(folder, name), root)] = None
+        for name in files:
+            path = os.path.join(folder, name)
+            if os.path.islink(path):
+                continue
+            with open(path, "rb") as file:
+                result[os.path.relpath(path, root)] = file.read()
+    return result
+
+
+def difference(found, wanted):
+    parts = []
+    for name in sorted(set(found) | set(wanted)):
+        if name not in found:
+            parts.append(f"missing {name}")
+        elif name not in wanted:
+            parts.append(f"unexpected {name}")
+        elif found[name] != wanted[name]:
+            parts.append(f"different {name}")
+    return parts
+
+
+def status(box):
+    """What the service says of itself, over its socket."""
+    (path,) = glob.glob(os.path.join(box.file("run"), "tulo", "*.sock"))
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as client:
+        client.connect(path)
+        client.sendall(b'{"op":"status"}\n')
+        with client.makefile("rb") as answer:
+            return json.loads(answer.readline())
+
+
+def settled(box, patience=60.0):
+    """Waits until the host has everything."""
+
+    def drained():
+        now = status(box)
+        return now["pending"] == 0 and now["uploading"] == 0
+
+    try:
+        eventually(drained, "the queue is empty", patience)
+    except Failure as failure:
+        raise Failure(f"{failure}: {status(box)}") from None
+
+
+def host_tree(box):
+    return tree(box.root)
+
+
+def expect_host(box, wanted, what="the host's folder"):
+    def same():
+        return not difference(host_tree(box), wanted)
+
+    try:
+        eventually(same, what)
+    except Failure:
+        raise Failure(f"{what}: {difference(host_tree(box), wanted)}") from None
