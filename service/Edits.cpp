@@ -274,8 +274,7 @@ int Edits::rename(ReplicaWriter& writer, NodeId folder, std::string_view name, N
   if (exchange) {
     writer.parkName(target->id);
     place(writer, *node, newFolder, newName);
-    Node other = *target;
-    place(writer, other, folder, name);
+    place(writer, *target, folder, name);
     return 0;
   }
   if (target) {
