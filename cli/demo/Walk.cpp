@@ -357,13 +357,18 @@ void Walk::useMount(const std::filesystem::path& folder) {
   const std::string name = "Postcard.txt";
   const auto isThere = [&] { return std::filesystem::exists(folder / name); };
   expect(!isThere(), quotedName(name) + " is not there");
-  const auto begin = Clock::now();
+  const auto timeUntil = [&](bool there) {
+    const auto begin = Clock::now();
+    while (isThere() != there && Clock::now() < begin + patience)
+      check_();
+    return secondsText(Clock::now() - begin);
+  };
   std::ofstream(served_.folder() / name) << "Greetings from the host.\n";
-  while (!isThere() && Clock::now() < begin + patience)
-    check_();
-  const auto needed = Clock::now() - begin;
-  expect(isThere(), "written at the host, it is in the folder " + secondsText(needed) + " later");
+  const std::string appeared = timeUntil(true);
+  expect(isThere(), "written at the host, it is in the folder " + appeared + " later");
   std::filesystem::remove(served_.folder() / name);
+  const std::string vanished = timeUntil(false);
+  expect(!isThere(), "removed at the host, it is gone " + vanished + " later");
 }
 
 void Walk::refusals() {

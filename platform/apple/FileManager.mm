@@ -77,7 +77,11 @@ void FileManager::createDirectory(const URL &directory) {
                withIntermediateDirectories:YES
                                 attributes:nil
                                      error:&error]) {
-    fail(operation, error);
+    // Somebody else may have created it in the same moment.
+    BOOL isDirectory = NO;
+    NSString *path = [apple::toNSURL(directory) path];
+    const BOOL exists = [fileManager() fileExistsAtPath:path isDirectory:&isDirectory];
+    if (!exists || !isDirectory) fail(operation, error);
   }
 }
 

@@ -73,7 +73,11 @@ TEST_F(DemoTest, IsPlainWhereItsOutputIsNoTerminal) {
 TEST_F(DemoTest, KeepsServingUntilItIsInterrupted) {
   RunningCommand demo = start({"--keep"});
   ASSERT_TRUE(demo.readUntil("tulo provider --help")) << demo.output();
-  const auto entry = *std::filesystem::directory_iterator(directory_.path());
+  // Beside the account lies the folder of its mount.
+  std::filesystem::directory_entry entry;
+  for (const auto& each : std::filesystem::directory_iterator(directory_.path())) {
+    if (std::filesystem::exists(each.path() / "container")) entry = each;
+  }
   RunningCommand provider({TULO_EXECUTABLE, "provider", "--container", entry.path() / "container",
                            "create", "--name", "Tried", "--folder"},
                           {});
