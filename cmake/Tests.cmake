@@ -11,8 +11,10 @@ set(TULO_TEST_PREFIX "" CACHE STRING
 # The headers that nearly every test file reads, compiled once for all the executables.
 add_library(tulo_test_headers OBJECT ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
 target_link_libraries(tulo_test_headers PUBLIC tulo_options GTest::gtest GTest::gmock)
-target_precompile_headers(tulo_test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h> <chrono>
-                          <filesystem> <functional> <memory> <optional> <string> <thread> <vector>)
+set(TULO_TEST_HEADERS gmock/gmock.h gtest/gtest.h chrono filesystem functional memory optional
+                      string thread vector)
+list(TRANSFORM TULO_TEST_HEADERS REPLACE "(.+)" "<\\1>" OUTPUT_VARIABLE headers)
+target_precompile_headers(tulo_test_headers PRIVATE ${headers})
 
 # tulo_tests(NAME SOURCES... DEPENDS targets...): the tests of one folder.
 function(tulo_tests name)
@@ -21,6 +23,11 @@ function(tulo_tests name)
   target_link_libraries(${name} PRIVATE tulo_options ${ARG_DEPENDS} GTest::gmock GTest::gtest
                                         GTest::gtest_main)
   target_precompile_headers(${name} REUSE_FROM tulo_test_headers)
+  if(CMAKE_DISABLE_PRECOMPILE_HEADERS)
+    # A tool that reads the sources sees them as the compiler does.
+    list(TRANSFORM TULO_TEST_HEADERS PREPEND "SHELL:-include " OUTPUT_VARIABLE options)
+    target_compile_options(${name} PRIVATE ${options})
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES
                        TEST_PREFIX "${TULO_TEST_PREFIX}" TEST_FILTER "${TULO_TEST_FILTER}"
                        PROPERTIES TIMEOUT 120)

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <type_traits>
 
 #include "presentation/DirectoryEnumerator.h"

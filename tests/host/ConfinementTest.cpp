@@ -1,6 +1,7 @@
 // Whatever a request says, the host stays inside its root and its staging folder, and it removes
 // only what is its own.
 
+#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <filesystem>

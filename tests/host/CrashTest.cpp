@@ -1,5 +1,6 @@
 // The host as a process: how it starts, how it ends, and what a sudden end leaves behind.
 
+#include <gmock/gmock.h>
 #include <csignal>
 #include <filesystem>
 #include <set>

@@ -2,6 +2,7 @@
 // not.
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <grp.h>
 #include <sys/stat.h>
 #include <sys/wait.h>

@@ -1,6 +1,7 @@
 // The index as its readers find it.
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>

@@ -1,5 +1,6 @@
 // Create, modify and delete: what they do on the disk and in the index.
 
+#include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>

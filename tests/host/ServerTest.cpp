@@ -1,5 +1,6 @@
 // The socket: framing, bad requests, many peers, faults; and who may serve a container at all.
 
+#include <gmock/gmock.h>
 #include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>

@@ -1,6 +1,7 @@
 // Contents on their way out of the host: downloads and thumbnails.
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <filesystem>

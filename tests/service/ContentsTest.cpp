@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <filesystem>
 
 #include "tests/service/support/EngineFixture.h"
 

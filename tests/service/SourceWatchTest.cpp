@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "service/SourceWatch.h"
 
 #include <gtest/gtest.h>

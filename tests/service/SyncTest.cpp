@@ -1,6 +1,7 @@
 #include "service/Sync.h"
 
 #include <cerrno>
+#include <filesystem>
 
 #include "tests/service/support/EngineFixture.h"
 

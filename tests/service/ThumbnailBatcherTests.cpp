@@ -1,6 +1,7 @@
 #include "service/ThumbnailBatcher.h"
 
 #include <atomic>
+#include <filesystem>
 
 #include "tests/service/Pictures.h"
 #include "tests/support/Eventually.h"
