@@ -41,15 +41,15 @@ Contents::Contents(Replica& replica, ExtensionPointer extension, Sync& sync, Not
       store_(store),
       policy_(policy) {}
 
-std::optional<OpenAnswer> Contents::openNow(NodeId id) {
+std::optional<OpenAnswer> Contents::openNow(NodeId id, bool verified) {
   sync_.glanceAtSource();
   const std::shared_lock gate(openFiles_.gate());
   const auto node = replica_.read([&](ReplicaReader& reader) { return reader.openLookup(id); });
   if (!node) return OpenAnswer{ESTALE, nullptr};
   if (node->kind == NodeKind::folder) return OpenAnswer{EISDIR, nullptr};
-  if (node->parent != kNoNode && sync_.freshness(node->parent, 0) != Freshness::current) {
-    return std::nullopt;
-  }
+  // Nothing that the host reports changes what was changed here.
+  const bool settled = verified || node->parent == kNoNode || node->state == ContentState::dirty;
+  if (!settled && sync_.freshness(node->parent, 0) != Freshness::current) return std::nullopt;
   if (node->state == ContentState::dataless && node->size > 0) return std::nullopt;
   {
     std::lock_guard lock(mutex_);
@@ -108,17 +108,20 @@ void Contents::proceed(Ticket ticket, NodeId node, int process) {
   const auto row = replica_.read([&](ReplicaReader& reader) { return reader.node(node); });
   if (!row) return answer(ticket, {ESTALE, nullptr});
   if (row->parent == kNoNode || sync_.freshness(row->parent, 0) == Freshness::current) {
-    return openFresh(ticket, node, process);
+    return openFresh(ticket, node, process, true);
   }
-  sync_.refresh(row->parent, [self = shared_from_this(), ticket, node, process](int) {
+  sync_.refresh(row->parent, [self = shared_from_this(), ticket, node, process](int error) {
     // The kernel must know the size of a new version before the file is open.
-    self->notifier_.afterDelivery(
-        [self, ticket, node, process] { self->openFresh(ticket, node, process); });
+    self->notifier_.afterDelivery([self, ticket, node, process, verified = error == 0] {
+      self->openFresh(ticket, node, process, verified);
+    });
   });
 }
 
-void Contents::openFresh(Ticket ticket, NodeId node, int process) try {
-  if (std::optional<OpenAnswer> now = openNow(node)) return answer(ticket, std::move(*now));
+void Contents::openFresh(Ticket ticket, NodeId node, int process, bool verified) try {
+  if (std::optional<OpenAnswer> now = openNow(node, verified)) {
+    return answer(ticket, std::move(*now));
+  }
   if (!policy_.mayDownload(process)) {
     {
       std::lock_guard lock(mutex_);
@@ -126,17 +129,17 @@ void Contents::openFresh(Ticket ticket, NodeId node, int process) try {
     }
     return answer(ticket, {EACCES, nullptr});
   }
-  fetch(node, Priority::opened, [self = shared_from_this(), ticket, node](int error) {
-    self->openAfterFetch(ticket, node, error);
+  fetch(node, Priority::opened, [self = shared_from_this(), ticket, node, verified](int error) {
+    self->openAfterFetch(ticket, node, error, verified);
   });
 } catch (const std::exception& error) {
   serviceLog().error("cannot open node %d: %{public}@", {node, error.what()});
   answer(ticket, {EIO, nullptr});
 }
 
-void Contents::openAfterFetch(Ticket ticket, NodeId node, int error) try {
+void Contents::openAfterFetch(Ticket ticket, NodeId node, int error, bool verified) try {
   if (error != 0) return answer(ticket, {error, nullptr});
-  std::optional<OpenAnswer> now = openNow(node);
+  std::optional<OpenAnswer> now = openNow(node, verified);
   // Moved on or evicted in this very moment: the caller looks again, with the name.
   if (!now) return answer(ticket, {ESTALE, nullptr});
   answer(ticket, std::move(*now));

@@ -79,8 +79,9 @@ class Contents : public std::enable_shared_from_this<Contents> {
   // Whoever waits is told EINTR; nothing is fetched any more.
   void stop();
 
-  // The answer, if it needs no waiting: the file is here, or cannot be opened at all.
-  std::optional<OpenAnswer> openNow(NodeId node);
+  // The answer, if it needs no waiting: the file is here, or cannot be opened at all. `verified`:
+  // its folder was listed since the open began, which is as fresh as an open has to be.
+  std::optional<OpenAnswer> openNow(NodeId node, bool verified = false);
 
   // Opens a file whose contents are of no interest. Null when it is gone.
   std::unique_ptr<OpenFile> openAsIs(NodeId node);
@@ -133,8 +134,8 @@ class Contents : public std::enable_shared_from_this<Contents> {
 
   static Transfer transferOf(const Fetch& fetch);
   void answer(Ticket ticket, OpenAnswer answer);
-  void openFresh(Ticket ticket, NodeId node, int process);
-  void openAfterFetch(Ticket ticket, NodeId node, int error);
+  void openFresh(Ticket ticket, NodeId node, int process, bool verified);
+  void openAfterFetch(Ticket ticket, NodeId node, int error, bool verified);
 
   void enlist(NodeId node, bool ahead, FetchCompletion& completion);
   FetchPointer nextFetch();
