@@ -83,44 +83,50 @@ ServiceOptions optionsOf(const Arguments& arguments) {
   return options;
 }
 
-// Blocks the signals that end the service in every thread and waits for them on one.
+// Sent by the process to its own waiting thread when the service has ended by itself.
+constexpr int kStopWaiting = SIGUSR1;
+
+// The signals that end the service, blocked in every thread that starts later.
+sigset_t blockEndSignals() {
+  sigset_t signals = {};
+  ::sigemptyset(&signals);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP, kStopWaiting})
+    ::sigaddset(&signals, number);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+// Waits for the blocked signals on a thread of its own. It has to end before the service does:
+// its thread may still be inside stop() when run() has returned.
 class StopOnSignal {
  public:
-  StopOnSignal() {
-    ::sigemptyset(&signals_);
-    for (const int number : {SIGTERM, SIGINT, SIGHUP, kEnd})
-      ::sigaddset(&signals_, number);
-    ::pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-  }
-
-  void start(Service& service) {
-    thread_ = std::thread([this, &service] {
-      int number = 0;
-      ::sigwait(&signals_, &number);
-      if (number != kEnd) service.stop();
-    });
-  }
+  StopOnSignal(const sigset_t& signals, Service& service)
+      : thread_([signals, &service] {
+          int number = 0;
+          ::sigwait(&signals, &number);
+          if (number != kStopWaiting) service.stop();
+        }) {}
 
   ~StopOnSignal() {
-    if (!thread_.joinable()) return;
-    ::pthread_kill(thread_.native_handle(), kEnd);
+    ::pthread_kill(thread_.native_handle(), kStopWaiting);
     thread_.join();
   }
 
+  StopOnSignal(const StopOnSignal&) = delete;
+  StopOnSignal& operator=(const StopOnSignal&) = delete;
+
  private:
-  static constexpr int kEnd = SIGUSR1;
-  sigset_t signals_ = {};
   std::thread thread_;
 };
 
 void serve(const Arguments& arguments, const std::function<void()>& ready) {
   if (arguments.logFormat == "json") platform::setLogSink(platform::jsonLogSink());
   const ServiceOptions options = optionsOf(arguments);
-  StopOnSignal signals;
+  const sigset_t signals = blockEndSignals();
   Service service(options, [](const platform::DomainPointer& domain) {
     return std::make_shared<FileProviderExtension>(domain);
   });
-  signals.start(service);
+  const StopOnSignal stopper(signals, service);
   service.run(ready);
 }
 
