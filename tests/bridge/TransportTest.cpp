@@ -80,7 +80,12 @@ TEST_F(TransportTest, AFileThatIsNoSocketIsUnreachable) {
 }
 
 TEST_F(TransportTest, NoDescriptorForASocketIsUnreachable) {
-  const FakeHost host(path_);
+  FakeHost host(path_);
+  // With one exchange before: a sanitizer needs a descriptor to look at a type that it has not met.
+  host.then(replies(R"({"ok":false})"));
+  ASSERT_NE(outcomeOf(), "unreachable");
+  ASSERT_TRUE(host.waitUntilClosed(1));
+  ASSERT_EQ(thrownBy([] { throw HostBridgeError::unreachable(); }), "unreachable");
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
   rlimit none = before;
