@@ -10,6 +10,7 @@
 //   sequential FILE     reads the file in pieces of 1 MiB
 //   random FILE N       reads N pieces of 4 KiB at places that are the same in each run
 //   enumerate DOMAIN ID lists the container through the extension, without any mount
+//   create, create-durably, rename, remove, fill, send: see Writing.h
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -27,11 +28,13 @@
 #include <system_error>
 #include <vector>
 
+#include "bench/mount/Writing.h"
 #include "extension/FileProviderExtension.h"
 
 namespace {
 
-using Arguments = std::vector<std::string>;
+using namespace tulo::bench;
+
 using Work = double (*)(const Arguments&);
 
 struct CloseDirectory {
@@ -201,10 +204,21 @@ struct Task {
 };
 
 const std::map<std::string, Task>& tasks() {
-  static const std::map<std::string, Task> all = {
-      {"names", {names, 1}},           {"list", {list, 1}},          {"walk", {walk, 1}},
-      {"stat", {statAll, 1}},          {"missing", {missing, 2}},    {"read", {readAll, 1}},
-      {"sequential", {sequential, 1}}, {"random", {randomReads, 2}}, {"enumerate", {enumerate, 2}}};
+  static const std::map<std::string, Task> all = {{"names", {names, 1}},
+                                                  {"list", {list, 1}},
+                                                  {"walk", {walk, 1}},
+                                                  {"stat", {statAll, 1}},
+                                                  {"missing", {missing, 2}},
+                                                  {"read", {readAll, 1}},
+                                                  {"sequential", {sequential, 1}},
+                                                  {"random", {randomReads, 2}},
+                                                  {"enumerate", {enumerate, 2}},
+                                                  {"create", {createFiles, 2}},
+                                                  {"rename", {renameFiles, 2}},
+                                                  {"remove", {removeFiles, 2}},
+                                                  {"fill", {fillFile, 2}},
+                                                  {"send", {sendCreates, 4}},
+                                                  {"create-durably", {createDurably, 2}}};
   return all;
 }
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Times the mounted account against the bare folder, bindfs and `rclone mount` with its cache.
 
-All four show the same tree in the same run and take turns; each figure is the median of the rounds'
-ratios to the bare folder. `--quick` is for a look (a minute or two), the full form for the record.
+All four show (or change) the same in the same run and take turns; each figure is the median of the
+rounds' ratios to the bare folder. `--quick` is for a look (a minute or two), the full form for the record.
 `--million` adds the account of a million files.
 """
 
@@ -21,7 +21,9 @@ REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(REPOSITORY / "tests" / "mount"))
 sys.dont_write_bytecode = True
 
-from harness import Box, detach, eventually, is_mounted  # noqa: E402
+import writes  # noqa: E402
+from contenders import Bare, Bindfs, Rclone, Tulo, ratio  # noqa: E402
+from harness import Box, eventually  # noqa: E402
 
 # Longer than the peers' time-outs (1 s), after which the kernel asks them again.
 EXPIRY = 1.3
@@ -65,106 +67,6 @@ def build_tree(box, sizes):
     os.mkdir(os.path.join(box.root, "changes"))
 
 
-class Bare:
-    name = "bare"
-
-    def __init__(self, box):
-        self.box = box
-        self.root = box.root
-
-    def start(self):
-        pass
-
-    def stop(self):
-        pass
-
-    def forget_contents(self):
-        pass
-
-    def restart(self):
-        self.stop()
-        self.start()
-
-
-class Peer(Bare):
-    """A program that shows the host's folder elsewhere, in the foreground."""
-
-    def __init__(self, box):
-        super().__init__(box)
-        self.root = box.file(self.name)
-        self.cache = box.file(f"{self.name}-cache")
-        self.process = None
-
-    def command(self):
-        raise NotImplementedError
-
-    def start(self):
-        os.makedirs(self.root, exist_ok=True)
-        with open(self.box.file(f"{self.name}.log"), "ab") as log:
-            self.process = subprocess.Popen(self.command(), stdout=log, stderr=log)
-        eventually(lambda: is_mounted(self.root), f"{self.name} mounts")
-        eventually(lambda: os.path.exists(os.path.join(self.root, "big")), f"{self.name} shows")
-
-    def stop(self):
-        if not self.process:
-            return
-        subprocess.run(["fusermount3", "-u", self.root], check=False)
-        try:
-            self.process.wait(20)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
-        self.process = None
-        if is_mounted(self.root):
-            detach(self.root)
-
-
-class Bindfs(Peer):
-    name = "bindfs"
-
-    def command(self):
-        return ["bindfs", "-f", "--no-allow-other", self.box.root, self.root]
-
-
-class Rclone(Peer):
-    name = "rclone"
-
-    def command(self):
-        return ["rclone", "mount", self.box.root, self.root, "--vfs-cache-mode", "full",
-                "--cache-dir", self.cache, "--config", os.devnull, "--dir-cache-time", "1000h",
-                "--vfs-cache-max-age", "1000h", "--read-only"]
-
-    def forget_contents(self):
-        self.stop()
-        shutil.rmtree(self.cache, ignore_errors=True)
-        self.start()
-
-
-class Tulo(Bare):
-    name = "tulo"
-
-    def __init__(self, box):
-        super().__init__(box)
-        self.root = box.file("m")
-        self.service = None
-
-    def start(self):
-        number = len(self.box.processes)
-        self.service = self.box.mount("--cache-size", "50G", "--keep-free", "0%",
-                                      "--no-thumbnails", point=self.root, name=f"mount{number}")
-
-    def stop(self):
-        if self.service:
-            self.service.unmount()
-            self.service = None
-
-    def forget_contents(self):
-        """As after the first installation."""
-        self.stop()
-        shutil.rmtree(os.path.join(self.box.state, "tulo"), ignore_errors=True)
-        self.start()
-
-
 class Bench:
     def __init__(self, box, sizes, probe):
         self.box = box
@@ -203,16 +105,16 @@ class Bench:
         self.times[title] = times
         self.print_line(title, times, target)
 
-    def print_line(self, title, times, target):
+    def print_line(self, title, times, target, contenders=None):
         bare = statistics.median(times["bare"])
         cells = [f"{bare * 1000:9.2f} ms"]
-        for contender in self.contenders[1:]:
+        for contender in (contenders or self.contenders)[1:]:
             cells.append(f"{ratio(times, contender.name):8.2f}")
         goal = f"at most {target}" if target else ""
         print(f"| {title} | " + " | ".join(cells) + f" | {goal} |", flush=True)
 
-    def header(self):
-        names = [contender.name for contender in self.contenders[1:]]
+    def header(self, contenders=None):
+        names = [contender.name for contender in (contenders or self.contenders)[1:]]
         print("| work | bare folder | " + " | ".join(names) + " | target |")
         print("|---|" + "---|" * (len(names) + 2), flush=True)
 
@@ -358,11 +260,6 @@ class Bench:
                 contender.stop()
 
 
-def ratio(times, name):
-    """The median of the rounds' ratios to the bare folder."""
-    return statistics.median(a / b for a, b in zip(times[name], times["bare"]))
-
-
 def million(program, probe, count):
     """An account of so many files: memory and start of the service."""
     box = Box(program)
@@ -394,10 +291,35 @@ def million(program, probe, count):
         box.tear_down()
 
 
+def measured(program, probe, part, quick, results):
+    """One part of the benchmark on an account of its own."""
+    box = Box(program)
+    try:
+        sizes = Sizes(quick)
+        if part == "reading":
+            build_tree(box, sizes)
+        box.start_host()
+        bench = Bench(box, sizes, probe)
+        if part == "reading":
+            bench.run()
+        else:
+            writing = writes.Writes(bench, writes.Sizes(quick))
+            writing.run()
+            bench.times = writing.times
+        results[part] = {"times": bench.times, "single": bench.single}
+    except BaseException:
+        print(box.logs(), file=sys.stderr)
+        raise
+    finally:
+        box.tear_down()
+
+
 def main():
     parser = argparse.ArgumentParser(description="Benchmarks of the mount.")
     parser.add_argument("--tulo", required=True, help="the executable, a release build")
     parser.add_argument("--probe", help="mount_probe (default: beside the executable)")
+    parser.add_argument("--part", choices=("reading", "writing"), action="append",
+                        help="this part only; may be repeated")
     parser.add_argument("--quick", action="store_true", help="small sizes and few rounds")
     parser.add_argument("--million", action="store_true", help="also an account of 1,000,000 files")
     parser.add_argument("--count", type=int, default=1_000_000, help="files of that account")
@@ -410,21 +332,12 @@ def main():
             parser.error(f"{each}: not an executable")
     if not os.path.exists("/dev/fuse"):
         parser.error("there is no /dev/fuse")
-    sizes = Sizes(arguments.quick)
-    box = Box(program)
-    try:
-        build_tree(box, sizes)
-        box.start_host()
-        bench = Bench(box, sizes, probe)
-        bench.run()
-        if arguments.json:
-            with open(arguments.json, "w", encoding="utf-8") as file:
-                json.dump({"times": bench.times, "single": bench.single}, file, indent=1)
-    except BaseException:
-        print(box.logs(), file=sys.stderr)
-        raise
-    finally:
-        box.tear_down()
+    results = {}
+    for part in arguments.part or ("reading", "writing"):
+        measured(program, probe, part, arguments.quick, results)
+    if arguments.json:
+        with open(arguments.json, "w", encoding="utf-8") as file:
+            json.dump(results, file, indent=1)
     if arguments.million:
         million(program, probe, arguments.count)
     return 0
