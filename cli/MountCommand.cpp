@@ -46,6 +46,8 @@ struct Arguments {
   bool noThumbnails = false;
   bool debug = false;
   bool readWrite = false;
+  bool sync = false;
+  double syncTimeout = 60;
 };
 
 std::string domainOf(const Arguments& arguments) {
@@ -80,6 +82,9 @@ ServiceOptions optionsOf(const Arguments& arguments) {
   options.thumbnails = !arguments.noThumbnails;
   options.debug = arguments.debug;
   options.readWrite = arguments.readWrite;
+  if (arguments.sync) {
+    options.syncMilliseconds = static_cast<std::int64_t>(arguments.syncTimeout * 1000);
+  }
   return options;
 }
 
@@ -246,6 +251,16 @@ void addMount(CLI::App& app, int& exitStatus) {
   command->add_flag("--debug", arguments->debug, "Log every request of the kernel");
   command->add_flag("--read-write", arguments->readWrite,
                     "Let programs change files; unfinished, keep a copy: see tulo-mount(1)");
+  CLI::Option* sync = command->add_flag(
+      "--sync", arguments->sync,
+      "Have closing a changed file, renaming, making folders and removing wait for the host");
+  command
+      ->add_option("--sync-timeout", arguments->syncTimeout,
+                   "How many seconds --sync waits before it fails with ETIMEDOUT")
+      ->check(CLI::Range(0.001, 86400.0))
+      ->needs(sync)
+      ->type_name("SECONDS")
+      ->capture_default_str();
   command->callback([arguments, &exitStatus] { exitStatus = mount(*arguments); });
 }
 

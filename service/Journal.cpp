@@ -158,6 +158,16 @@ Counts counts(Connection& database) {
   return result;
 }
 
+void hurry(Connection& database, NodeId node, std::int64_t now) {
+  database
+      .cached(
+          "WITH RECURSIVE up(id) AS (SELECT ?1 UNION SELECT node.parent FROM node JOIN up "
+          "USING (id) WHERE node.parent IS NOT NULL) UPDATE pending SET due=min(due,?2) "
+          "WHERE attention=0 AND held=0 AND node IN (SELECT id FROM up)")
+      .bind(node, now)
+      .run();
+}
+
 void retry(Connection& database, std::int64_t now, bool refused) {
   database.cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
       .bind(now)

@@ -67,6 +67,8 @@ bool isEmpty(Connection& database);
 bool anyBelow(Connection& database, NodeId node);
 std::optional<std::int64_t> nextDue(Connection& database);
 Counts counts(Connection& database);
+// Makes the waiting change of the node, and those of the folders that it is in, due at `now`.
+void hurry(Connection& database, NodeId node, std::int64_t now);
 // Retries at once what failed, or (all) also what was refused.
 void retry(Connection& database, std::int64_t now, bool refused);
 

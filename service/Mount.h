@@ -18,6 +18,7 @@
 #include "service/Notifier.h"
 #include "service/Replica.h"
 #include "service/Sync.h"
+#include "service/Uploader.h"
 
 namespace tulo {
 
@@ -47,6 +48,10 @@ struct MountParts {
   // Null for a mount in which nothing can be changed.
   Edits* edits = nullptr;
   LocalFiles* files = nullptr;
+  // Set: closing a changed file, renaming, making folders and removing wait for the host's word, up
+  // to `patience` milliseconds.
+  Uploader* awaited = nullptr;
+  std::int64_t patience = 0;
 };
 
 class Mount final : public InvalidationSink {

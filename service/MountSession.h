@@ -4,7 +4,9 @@
 #define FUSE_USE_VERSION 312
 #include <fuse3/fuse_lowlevel.h>
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "service/Mount.h"
 #include "service/WorkQueue.h"
@@ -76,6 +78,13 @@ class MountSession {
   // Runs `then` once the folder of that name in a folder is up to date.
   void whenListed(fuse_req_t request, NodeId folder, const std::string& name,
                   std::function<void()> then);
+  // With --sync: answers with the host's word on what was just changed. When that is a failure the
+  // kernel takes the call for one that did nothing, so it is told to look at the names again.
+  void afterVerdict(fuse_req_t request, const std::vector<NodeId>& nodes, Invalidations names,
+                    std::function<void()> succeeded);
+  // The node of that name; kNoNode when there is none.
+  NodeId nodeNamed(NodeId folder, const std::string& name);
+  bool isUnsent(NodeId file);
   void replyOpen(fuse_req_t request, fuse_file_info info, OpenAnswer answer);
   void openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info);
   void fillDirectory(fuse_req_t request, NodeId folder, std::size_t size, off_t offset, bool plus);

@@ -10,6 +10,44 @@
 
 namespace tulo {
 
+NodeId MountSession::nodeNamed(NodeId folder, const std::string& name) {
+  if (!parts_.awaited) return kNoNode;
+  const NameLookup found =
+      parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(folder, name); });
+  return found.entry ? found.entry->id : kNoNode;
+}
+
+// Whether the host shall be waited for when the file is closed. Not for an empty one: a shell opens
+// it, closes one of two descriptors, and only then are its contents written.
+bool MountSession::isUnsent(NodeId file) {
+  return parts_.replica.read([&](ReplicaReader& reader) {
+    const std::optional<Entry> entry = reader.entry(file);
+    const std::optional<Change> change = journal::find(reader.connection(), file);
+    return entry && entry->size > 0 && change && change->contents && !change->attention;
+  });
+}
+
+void MountSession::afterVerdict(fuse_req_t request, const std::vector<NodeId>& nodes,
+                                Invalidations names, std::function<void()> succeeded) {
+  if (!parts_.awaited) return succeeded();
+  const Verdicts::Ticket ticket = parts_.awaited->verdicts().begin(
+      [this, request, changed = std::move(names), reply = std::move(succeeded)](int error) {
+        if (error == 0) return reply();
+        parts_.notifier.queue(changed);
+        fuse_reply_err(request, error);
+      });
+  // The request may be gone when this runs, so nothing of it is touched; the ticket knows.
+  const auto interrupted = [](fuse_req_t interruptedRequest, void* data) {
+    MountSession& session = of(interruptedRequest);
+    const auto number = static_cast<Verdicts::Ticket>(reinterpret_cast<std::uintptr_t>(data));
+    session.interrupts_.async(
+        [&session, number] { session.parts_.awaited->verdicts().cancel(number, EINTR); });
+  };
+  fuse_req_interrupt_func(request, interrupted,
+                          reinterpret_cast<void*>(static_cast<std::uintptr_t>(ticket)));
+  parts_.awaited->awaitVerdict(ticket, nodes, parts_.patience);
+}
+
 bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int& error) {
   if ((info.flags & O_ACCMODE) == O_RDONLY || !parts_.files) return false;
   if (!parts_.files->open(file.node(), error)) return false;
@@ -100,9 +138,10 @@ void MountSession::mkdir(fuse_req_t request, NodeId folder, const char* name) {
     const EditResult made = parts_.edits->makeFolder(folder, name);
     if (made.error != 0) {
       fuse_reply_err(request, made.error);
-    } else {
-      replyEntry(request, made.entry);
+      return;
     }
+    afterVerdict(request, {made.entry.id}, {entryChanged(folder, name)},
+                 [this, request, entry = made.entry] { replyEntry(request, entry); });
   });
 }
 
@@ -146,7 +185,16 @@ void MountSession::readlink(fuse_req_t request, NodeId node) {
 }
 
 void MountSession::unlink(fuse_req_t request, NodeId folder, const char* name) {
-  guarded(request, [&] { fuse_reply_err(request, parts_.edits->removeFile(folder, name)); });
+  guarded(request, [&] {
+    const NodeId node = nodeNamed(folder, name);
+    const int error = parts_.edits->removeFile(folder, name);
+    if (error != 0) {
+      fuse_reply_err(request, error);
+      return;
+    }
+    afterVerdict(request, {node}, {entryChanged(folder, name)},
+                 [request] { fuse_reply_err(request, 0); });
+  });
 }
 
 void MountSession::whenListed(fuse_req_t request, NodeId folder, const std::string& name,
@@ -170,7 +218,14 @@ void MountSession::whenListed(fuse_req_t request, NodeId folder, const std::stri
 void MountSession::rmdir(fuse_req_t request, NodeId folder, const char* name) {
   guarded(request, [&] {
     whenListed(request, folder, name, [this, request, folder, text = std::string(name)] {
-      fuse_reply_err(request, parts_.edits->removeFolder(folder, text));
+      const NodeId node = nodeNamed(folder, text);
+      const int error = parts_.edits->removeFolder(folder, text);
+      if (error != 0) {
+        fuse_reply_err(request, error);
+        return;
+      }
+      afterVerdict(request, {node}, {entryChanged(folder, text)},
+                   [request] { fuse_reply_err(request, 0); });
     });
   });
 }
@@ -181,7 +236,15 @@ void MountSession::rename(fuse_req_t request, NodeId folder, const char* name, N
     whenListed(request, newFolder, newName,
                [this, request, folder, newFolder, flags, from = std::string(name),
                 to = std::string(newName)] {
-                 fuse_reply_err(request, parts_.edits->rename(folder, from, newFolder, to, flags));
+                 const int error = parts_.edits->rename(folder, from, newFolder, to, flags);
+                 if (error != 0) {
+                   fuse_reply_err(request, error);
+                   return;
+                 }
+                 // The other one is there after an exchange.
+                 afterVerdict(request, {nodeNamed(newFolder, to), nodeNamed(folder, from)},
+                              {entryChanged(folder, from), entryChanged(newFolder, to)},
+                              [request] { fuse_reply_err(request, 0); });
                });
   });
 }
@@ -263,7 +326,12 @@ void MountSession::write(fuse_req_t request, NodeId node, const char* data, std:
 
 void MountSession::flush(fuse_req_t request, NodeId node) {
   guarded(request, [&] {
-    fuse_reply_err(request, parts_.files ? parts_.files->settle(node, Durability::eventual) : 0);
+    const int error = parts_.files ? parts_.files->settle(node, Durability::eventual) : 0;
+    if (error != 0 || !parts_.awaited || !isUnsent(node)) {
+      fuse_reply_err(request, error);
+      return;
+    }
+    afterVerdict(request, {node}, {}, [request] { fuse_reply_err(request, 0); });
   });
 }
 

@@ -38,6 +38,8 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   if (options.readWrite) {
     parts.edits = &engine_->edits();
     parts.files = &engine_->files();
+    parts.awaited = options.syncMilliseconds > 0 ? &engine_->uploader() : nullptr;
+    parts.patience = options.syncMilliseconds;
   }
   startThumbnails();
   engine_->sync().whenReconciled([this](NodeId folder) { listed(folder); });

@@ -22,6 +22,8 @@ struct ServiceOptions {
   bool debug = false;
   bool readWrite = false;
   std::int64_t quietMilliseconds = 1000;
+  // How long closing a file, renaming and the like wait for the host; 0: not at all.
+  std::int64_t syncMilliseconds = 0;
 };
 
 class ControlServer;

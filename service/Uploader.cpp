@@ -38,6 +38,7 @@ void Uploader::stop() {
   }
   if (scheduler_.joinable()) scheduler_.join();
   if (workers_) workers_->stop();
+  verdicts_.failAll(EIO);
 }
 
 void Uploader::poke() {
@@ -54,7 +55,9 @@ bool Uploader::isActive(NodeId node) {
 // Whether nothing that comes before it is still to be done.
 Uploader::Readiness Uploader::readiness(ReplicaReader& reader, const Change& change) {
   Connection& database = reader.connection();
-  if (isActive(change.node) || parts_.openFiles.isOpenForWriting(change.node)) {
+  const bool beingWritten =
+      parts_.openFiles.isOpenForWriting(change.node) && !verdicts_.isAwaited(change.node);
+  if (isActive(change.node) || beingWritten) {
     return change.deleted && !isActive(change.node) ? Readiness::ready : Readiness::wait;
   }
   const std::optional<Node> node = reader.node(change.node);
@@ -150,6 +153,53 @@ void Uploader::finished(NodeId node) {
   changed_.notify_all();
 }
 
+// The verdict when nothing more will be done about the node's change.
+void Uploader::checkAwaited(NodeId id) try {
+  if (!verdicts_.isAwaited(id)) return;
+  std::optional<Change> change;
+  bool staysHere = false;
+  replica_.read([&](ReplicaReader& reader) {
+    change = journal::find(reader.connection(), id);
+    const std::optional<Node> node = reader.node(id);
+    staysHere = !node || (change && !change->deleted && parts_.localNames.matches(node->name));
+  });
+  if (!change || change->held || staysHere) {
+    verdicts_.settled(id);
+  } else if (change->attention) {
+    verdicts_.failed(id, EIO);
+  }
+} catch (const std::exception& error) {
+  serviceLog().error("cannot see what became of node %d: %{public}@", {id, error.what()});
+  verdicts_.failed(id, EIO);
+}
+
+void Uploader::awaitVerdict(Verdicts::Ticket ticket, const std::vector<NodeId>& nodes,
+                            std::int64_t patience) try {
+  const std::int64_t now = parts_.files.now();
+  verdicts_.await(ticket, nodes, now + patience);
+  for (NodeId node : nodes)
+    checkAwaited(node);
+  if (parts_.host().empty()) return verdicts_.cancel(ticket, EHOSTDOWN);
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (NodeId node : nodes)
+      journal::hurry(writer.connection(), node, now);
+  });
+  {
+    std::lock_guard lock(mutex_);
+    // Somebody may have signed in meanwhile.
+    pausedUntil_ = std::min(pausedUntil_, now);
+    if (!stopping_) {
+      poked_ = true;
+      changed_.notify_all();
+      return;
+    }
+  }
+  verdicts_.cancel(ticket, EIO);
+} catch (const std::exception& error) {
+  serviceLog().error("cannot have changes go up at once: %{public}@", {error.what()});
+  verdicts_.cancel(ticket, EIO);
+}
+
 void Uploader::relistWanted() {
   std::vector<NodeId> folders;
   {
@@ -166,6 +216,7 @@ void Uploader::carryOut(NodeId node) {
     if (std::optional<Plan> plan = makePlan(node)) perform(*plan);
   } catch (const std::exception& error) {
     serviceLog().error("cannot send the change of node %d: %{public}@", {node, error.what()});
+    verdicts_.failed(node, EIO);
     try {
       replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
         std::optional<Change> change = journal::find(writer.connection(), node);
@@ -179,6 +230,7 @@ void Uploader::carryOut(NodeId node) {
     }
   }
   finished(node);
+  checkAwaited(node);
   relistWanted();
 }
 
@@ -199,13 +251,18 @@ void Uploader::scheduleLoop() {
       const std::string host = parts_.host();
       if (host != host_ && !host.empty()) retry(false);
       host_ = host;
+      if (host.empty()) verdicts_.failAll(EHOSTDOWN);
+      verdicts_.expire(parts_.files.now());
       while (const std::optional<Change> change = pick()) {
         workers_->async([this, node = change->node] { carryOut(node); });
       }
       const auto next = replica_.read(
           [](ReplicaReader& reader) { return journal::nextDue(reader.connection()); });
       const std::int64_t now = parts_.files.now();
-      if (next && *next > now) rest = std::min(rest, std::chrono::milliseconds(*next - now + 1));
+      for (const auto& until : {next, verdicts_.nextDeadline()}) {
+        if (until && *until > now)
+          rest = std::min(rest, std::chrono::milliseconds(*until - now + 1));
+      }
     } catch (const std::exception& error) {
       serviceLog().error("cannot look for changes to send: %{public}@", {error.what()});
     }
@@ -293,6 +350,13 @@ void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction r
     if (shown) writer.setError(plan.node.id, words);
   });
   serviceLog().info("node %d did not go up: %{public}@", {plan.node.id, words});
+  const int number = errnoFor(error);
+  // What stops one stops all.
+  if (reaction == Reaction::retryUnreachable || reaction == Reaction::pause) {
+    verdicts_.failAll(number);
+  } else {
+    verdicts_.failed(plan.node.id, number);
+  }
 }
 
 }  // namespace tulo

@@ -34,6 +34,7 @@
 #include "service/OpenFiles.h"
 #include "service/Reaction.h"
 #include "service/Replica.h"
+#include "service/Verdicts.h"
 #include "service/WorkQueue.h"
 
 namespace tulo {
@@ -72,6 +73,13 @@ class Uploader {
   // Carries out the next change that is due; false when there is none.
   bool step();
 
+  // Has the changes of the nodes go up at once, also of a file that is still open, and completes
+  // the ticket with what becomes of the first attempt: EHOSTDOWN at once when there is no host,
+  // ETIMEDOUT after `patience` milliseconds. The changes stay journaled whatever the verdict is.
+  void awaitVerdict(Verdicts::Ticket ticket, const std::vector<NodeId>& nodes,
+                    std::int64_t patience);
+  Verdicts& verdicts() { return verdicts_; }
+
   // Tries again at once; `refused`: also what waits for the user.
   void retry(bool refused);
   // Drops what was changed here of the node: the host's state is shown again. Contents that exist
@@ -103,6 +111,7 @@ class Uploader {
   void finished(NodeId node);
   void relistWanted();
   void scheduleLoop();
+  void checkAwaited(NodeId node);
 
   Answer await(const std::function<void(std::shared_ptr<Call>)>& begin);
   Answer lookUp(const std::string& identifier);
@@ -146,6 +155,8 @@ class Uploader {
   Statistics statistics_;
   std::vector<NodeId> relist_;
   std::minstd_rand random_{std::random_device{}()};
+
+  Verdicts verdicts_;
 
   std::unique_ptr<WorkQueue> workers_;
   std::thread scheduler_;
