@@ -75,7 +75,8 @@ bool Edits::staysHere(ReplicaWriter& writer, NodeId folder, std::string_view nam
 }
 
 void Edits::touchFolder(ReplicaWriter& writer, NodeId folder) {
-  writer.setFolderModified(folder, files_.now() / 1000);
+  const std::int64_t now = files_.now();
+  writer.setModified(folder, now / 1000, now % 1000 * 1000000);
 }
 
 EditResult Edits::make(NodeId folder, Node node,
@@ -95,6 +96,7 @@ EditResult Edits::make(NodeId folder, Node node,
     node.filename = filenameFor(node.name);
     node.capabilities = kEverything;
     node.modified = files_.now() / 1000;
+    node.nanoseconds = files_.now() % 1000 * 1000000;
     node.kept = parent->kept;
     node.id = writer.insert(node);
     if (node.id == kNoNode) {
@@ -119,7 +121,7 @@ EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode) {
   Node node;
   node.kind = NodeKind::file;
   node.name = name;
-  node.mode = mode & 0777;
+  node.mode = (mode & 0777) | kModeSet;
   return make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
     const ContentId content = writer.reserveContent(id);
     store_.create(content, node.name);
@@ -131,10 +133,11 @@ EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode) {
   });
 }
 
-EditResult Edits::makeFolder(NodeId folder, std::string_view name) {
+EditResult Edits::makeFolder(NodeId folder, std::string_view name, int mode) {
   Node node;
   node.kind = NodeKind::folder;
   node.name = name;
+  node.mode = (mode & 0777) | kModeSet;
   return make(folder, node, [](ReplicaWriter& writer, NodeId id) {
     // Whoever lists it need not ask anybody.
     writer.setListed(id, 1, "");
@@ -257,9 +260,10 @@ int Edits::rename(ReplicaWriter& writer, NodeId folder, std::string_view name, N
   const std::optional<Node> target = childOf(writer, newFolder, newName);
   const std::optional<Node> newParent = writer.node(newFolder);
   if (!node || !newParent) return ENOENT;
-  const bool exchange = (flags & RENAME_EXCHANGE) != 0;
+  if (flags != 0 && flags != RENAME_EXCHANGE && flags != RENAME_NOREPLACE) return EINVAL;
+  const bool exchange = flags == RENAME_EXCHANGE;
   if (exchange && !target) return ENOENT;
-  if ((flags & RENAME_NOREPLACE) != 0 && target) return EEXIST;
+  if (flags == RENAME_NOREPLACE && target) return EEXIST;
   if (target && target->id == node->id) return 0;
   if (node->kind == NodeKind::folder && isInside(writer, newFolder, node->id)) return EINVAL;
   if (exchange && target->kind == NodeKind::folder && isInside(writer, folder, target->id)) {
@@ -309,17 +313,20 @@ int Edits::rename(NodeId folder, std::string_view name, NodeId newFolder, std::s
 
 int Edits::setMode(NodeId node, int mode) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    writer.connection().cached("UPDATE node SET mode=? WHERE id=?").bind(mode & 0777, node).run();
+    writer.connection()
+        .cached("UPDATE node SET mode=? WHERE id=?")
+        .bind((mode & 0777) | kModeSet, node)
+        .run();
   });
   return 0;
 }
 
-int Edits::setModified(NodeId node, std::int64_t modified) {
+int Edits::setModified(NodeId node, const timespec& modified) {
   // The times of what was written last are in before those that a program sets.
   const int error = files_.settle(node, Durability::eventual);
   if (error != 0) return error;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    writer.setFolderModified(node, modified);
+    writer.setModified(node, modified.tv_sec, modified.tv_nsec);
     writer.connection().cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(node).run();
   });
   return 0;

@@ -29,7 +29,7 @@ class Edits {
         LocalNames localNames);
 
   EditResult makeFile(NodeId folder, std::string_view name, int mode);
-  EditResult makeFolder(NodeId folder, std::string_view name);
+  EditResult makeFolder(NodeId folder, std::string_view name, int mode = 0700);
   EditResult makeLink(NodeId folder, std::string_view name, std::string_view target);
   // EINVAL for what is no symbolic link.
   int readLink(NodeId link, std::string& target);
@@ -45,7 +45,7 @@ class Edits {
   // Kept here; the host knows no such thing.
   int setMode(NodeId node, int mode);
   // Kept until the host reports other contents.
-  int setModified(NodeId node, std::int64_t modified);
+  int setModified(NodeId node, const timespec& modified);
   // 0 when a program may write to the file.
   int mayWrite(NodeId node);
 

@@ -85,8 +85,9 @@ void Contents::startNext() {
 
 void Contents::begin(const FetchPointer& fetch) try {
   const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(fetch->node); });
-  if (!node || node->identifier.empty()) return finish(fetch, ESTALE, {});
+  if (!node) return finish(fetch, ESTALE, {});
   if (node->state != ContentState::dataless || node->size == 0) return finish(fetch, 0, {});
+  if (node->identifier.empty()) return finish(fetch, ESTALE, {});
   if (!makeRoom(node->size)) return finish(fetch, ENOSPC, "no room for it in the cache");
   store_.reserve(node->size);
   fetch->reserved = node->size;

@@ -127,6 +127,26 @@ bool isEmpty(Connection& database) {
   return !exists(database.cached("SELECT 1 FROM pending LIMIT 1").bind());
 }
 
+bool isLocal(Connection& database, const Node& node) {
+  if (node.id == kRootNode) return false;
+  const std::optional<Change> change = find(database, node.id);
+  return change ? change->held : node.identifier.empty();
+}
+
+std::vector<NodeId> localNodes(Connection& database, std::int64_t limit) {
+  Statement& statement =
+      database
+          .cached(
+              "SELECT id FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND parent>0 "
+              "AND id NOT IN (SELECT node FROM pending) UNION SELECT node FROM pending WHERE "
+              "held=1 ORDER BY 1 LIMIT ?")
+          .bind(limit);
+  std::vector<NodeId> result;
+  for (StatementUse use(statement); statement.step();)
+    result.push_back(static_cast<NodeId>(statement.integer(0)));
+  return result;
+}
+
 bool anyBelow(Connection& database, NodeId node) {
   return exists(database
                     .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM "

@@ -257,9 +257,10 @@ void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
   struct stat status = {};
   if (!node || node->content != file.content_ || ::fstat(file.file_.get(), &status) != 0) return;
   Connection& database = writer.connection();
-  database.cached("UPDATE node SET size=?,blocks=?,modified=? WHERE id=?")
+  database.cached("UPDATE node SET size=?,blocks=?,modified=?,nanoseconds=? WHERE id=?")
       .bind(static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_blocks),
-            static_cast<std::int64_t>(status.st_mtim.tv_sec), file.node_)
+            static_cast<std::int64_t>(status.st_mtim.tv_sec),
+            static_cast<std::int64_t>(status.st_mtim.tv_nsec), file.node_)
       .run();
   database.cached("UPDATE content SET blocks=? WHERE id=?")
       .bind(static_cast<std::int64_t>(status.st_blocks), file.content_)
@@ -300,7 +301,9 @@ void LocalFiles::overlay(Entry& entry) const {
   if (!file->writable_ || ::fstat(file->file_.get(), &status) != 0) return;
   entry.size = status.st_size;
   entry.blocks = status.st_blocks;
-  if (file->changed_) entry.modified = status.st_mtim.tv_sec;
+  if (!file->changed_) return;
+  entry.modified = status.st_mtim.tv_sec;
+  entry.nanoseconds = status.st_mtim.tv_nsec;
 }
 
 void LocalFiles::withSettled(NodeId node, Durability durability,

@@ -108,8 +108,8 @@ void addNameOperations(fuse_lowlevel_ops& operations) {
                          fuse_file_info* info) {
     MountSession::of(request).create(request, folder, name, mode, *info);
   };
-  operations.mkdir = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t) {
-    MountSession::of(request).mkdir(request, folder, name);
+  operations.mkdir = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t mode) {
+    MountSession::of(request).mkdir(request, folder, name, mode);
   };
   operations.mknod = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t mode,
                         dev_t) { MountSession::of(request).mknod(request, folder, name, mode); };

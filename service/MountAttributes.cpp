@@ -6,7 +6,8 @@ namespace tulo::attributes {
 
 namespace {
 
-const char* stateName(const Node& node) {
+const char* stateName(const Node& node, bool local) {
+  if (local) return "local";
   if (node.kind == NodeKind::folder) return node.listed != 0 ? "listed" : "unlisted";
   switch (node.state) {
     case ContentState::dataless:
@@ -25,10 +26,11 @@ constexpr std::array<std::string_view, 8> kNames = {
 
 }  // namespace
 
-std::optional<std::string> value(const Node& node, std::string_view name, std::string_view domain) {
+std::optional<std::string> value(const Node& node, std::string_view name, std::string_view domain,
+                                 bool local) {
   if (name == kNames[0]) return node.identifier;
   if (name == kNames[1]) return node.filename;
-  if (name == kNames[2]) return stateName(node);
+  if (name == kNames[2]) return stateName(node, local);
   if (name == kNames[3]) return node.pinned ? "1" : "0";
   if (name == kNames[4] && node.kind == NodeKind::file) return node.contentVersion;
   if (name == kNames[5]) return node.kept ? "1" : "0";

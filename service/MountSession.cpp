@@ -9,7 +9,9 @@
 
 #include "platform/FileProvider.h"
 #include "service/DirectoryBuffer.h"
+#include "service/Journal.h"
 #include "service/MountGuard.h"
+#include "service/Names.h"
 #include "service/ServiceLog.h"
 
 namespace tulo {
@@ -19,6 +21,11 @@ namespace {
 // Up to this size a read is answered from a buffer: below it, moving pages costs more than it
 // saves.
 constexpr std::size_t kSmallRead = 32 * 1024;
+
+unsigned permissions(const Entry& entry, unsigned usual, bool writable) {
+  const unsigned bits = entry.mode != 0 ? static_cast<unsigned>(entry.mode) & 0777U : usual;
+  return writable ? bits : bits & ~0222U;
+}
 
 }  // namespace
 
@@ -59,20 +66,19 @@ struct stat MountSession::attributes(const Entry& row) const {
   status.st_uid = user_;
   status.st_gid = group_;
   status.st_nlink = 1;
-  status.st_mtim.tv_sec = entry.modified;
-  status.st_ctim.tv_sec = entry.modified;
-  status.st_atim.tv_sec = entry.modified;
+  status.st_mtim = {entry.modified, entry.nanoseconds};
+  status.st_ctim = status.st_mtim;
+  status.st_atim = status.st_mtim;
   status.st_blksize = 4096;
   const bool writable =
       (entry.capabilities & platform::NSFileProviderItemCapabilitiesAllowsWriting) != 0;
   if (entry.kind == NodeKind::folder) {
-    status.st_mode = S_IFDIR | (writable ? 0700U : 0500U);
+    status.st_mode = S_IFDIR | permissions(entry, 0700U, writable);
   } else if (entry.kind == NodeKind::link) {
     status.st_mode = S_IFLNK | 0777U;
     status.st_size = entry.size;
   } else {
-    const unsigned bits = entry.mode != 0 ? static_cast<unsigned>(entry.mode) : 0600U;
-    status.st_mode = S_IFREG | (writable ? bits : bits & ~0222U);
+    status.st_mode = S_IFREG | permissions(entry, 0600U, writable);
     status.st_size = entry.size;
     status.st_blocks = entry.blocks;
   }
@@ -87,6 +93,12 @@ fuse_entry_param MountSession::parameters(const Entry& entry) const {
   parameters.attr_timeout = kForever;
   parameters.entry_timeout = kForever;
   return parameters;
+}
+
+bool MountSession::tooLong(fuse_req_t request, const char* name) {
+  if (std::strlen(name) <= names::kLongestName) return false;
+  fuse_reply_err(request, ENAMETOOLONG);
+  return true;
 }
 
 void MountSession::replyEntry(fuse_req_t request, const Entry& entry) {
@@ -126,6 +138,7 @@ bool MountSession::answerLookup(fuse_req_t request, NodeId folder, const std::st
 
 void MountSession::lookup(fuse_req_t request, NodeId folder, const char* name) {
   guarded(request, [&] {
+    if (tooLong(request, name)) return;
     parts_.folders.used(folder);
     if (answerLookup(request, folder, name, false, 0)) return;
     parts_.sync.refresh(folder, [this, request, folder, text = std::string(name)](int error) {
@@ -335,9 +348,12 @@ void MountSession::getxattr(fuse_req_t request, NodeId id, const char* name, std
       fuse_reply_err(request, EOPNOTSUPP);
       return;
     }
-    const auto node = parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });
-    const auto value =
-        node ? attributes::value(*node, name, parts_.domain) : std::optional<std::string>();
+    const auto value = parts_.replica.read([&](ReplicaReader& reader) {
+      const std::optional<Node> node = reader.node(id);
+      if (!node) return std::optional<std::string>();
+      return attributes::value(*node, name, parts_.domain,
+                               journal::isLocal(reader.connection(), *node));
+    });
     if (!value) {
       fuse_reply_err(request, ENODATA);
     } else if (size == 0) {

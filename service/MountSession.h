@@ -34,7 +34,7 @@ class MountSession {
   void release(fuse_req_t request, const fuse_file_info& info);
   void create(fuse_req_t request, NodeId folder, const char* name, mode_t mode,
               const fuse_file_info& info);
-  void mkdir(fuse_req_t request, NodeId folder, const char* name);
+  void mkdir(fuse_req_t request, NodeId folder, const char* name, mode_t mode);
   void mknod(fuse_req_t request, NodeId folder, const char* name, mode_t mode);
   void symlink(fuse_req_t request, const char* target, NodeId folder, const char* name);
   void readlink(fuse_req_t request, NodeId node);
@@ -65,6 +65,8 @@ class MountSession {
   bool answerLookup(fuse_req_t request, NodeId folder, const std::string& name, bool refreshed,
                     int error);
   void replyEntry(fuse_req_t request, const Entry& entry);
+  // Answers the request when no folder can hold such a name.
+  static bool tooLong(fuse_req_t request, const char* name);
   // Opening.
   bool writesThrough(const fuse_file_info& info, OpenFile& file, int& error);
   void openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info);
@@ -100,8 +102,9 @@ class MountSession {
 // The attributes shown for a node: user.tulo.*
 namespace attributes {
 std::vector<std::string> names(const Node& node);
-// Nothing when the node has no such attribute.
-std::optional<std::string> value(const Node& node, std::string_view name, std::string_view domain);
+// Nothing when the node has no such attribute. `local`: the host does not hear of the node.
+std::optional<std::string> value(const Node& node, std::string_view name, std::string_view domain,
+                                 bool local = false);
 }  // namespace attributes
 
 }  // namespace tulo

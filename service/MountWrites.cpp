@@ -110,6 +110,7 @@ std::shared_ptr<WritableFile> MountSession::shared(fuse_req_t request, NodeId no
 void MountSession::create(fuse_req_t request, NodeId folder, const char* name, mode_t mode,
                           const fuse_file_info& requested) {
   guarded(request, [&] {
+    if (tooLong(request, name)) return;
     const EditResult made = parts_.edits->makeFile(folder, name, static_cast<int>(mode));
     if (made.error != 0) {
       // Somebody was faster: the kernel looks again and opens that one.
@@ -133,9 +134,10 @@ void MountSession::create(fuse_req_t request, NodeId folder, const char* name, m
   });
 }
 
-void MountSession::mkdir(fuse_req_t request, NodeId folder, const char* name) {
+void MountSession::mkdir(fuse_req_t request, NodeId folder, const char* name, mode_t mode) {
   guarded(request, [&] {
-    const EditResult made = parts_.edits->makeFolder(folder, name);
+    if (tooLong(request, name)) return;
+    const EditResult made = parts_.edits->makeFolder(folder, name, static_cast<int>(mode));
     if (made.error != 0) {
       fuse_reply_err(request, made.error);
       return;
@@ -147,6 +149,7 @@ void MountSession::mkdir(fuse_req_t request, NodeId folder, const char* name) {
 
 void MountSession::mknod(fuse_req_t request, NodeId folder, const char* name, mode_t mode) {
   guarded(request, [&] {
+    if (tooLong(request, name)) return;
     if (!S_ISREG(mode) && (mode & S_IFMT) != 0) {
       fuse_reply_err(request, EPERM);
       return;
@@ -163,6 +166,7 @@ void MountSession::mknod(fuse_req_t request, NodeId folder, const char* name, mo
 void MountSession::symlink(fuse_req_t request, const char* target, NodeId folder,
                            const char* name) {
   guarded(request, [&] {
+    if (tooLong(request, name)) return;
     const EditResult made = parts_.edits->makeLink(folder, name, target);
     if (made.error != 0) {
       fuse_reply_err(request, made.error);
@@ -233,6 +237,7 @@ void MountSession::rmdir(fuse_req_t request, NodeId folder, const char* name) {
 void MountSession::rename(fuse_req_t request, NodeId folder, const char* name, NodeId newFolder,
                           const char* newName, unsigned flags) {
   guarded(request, [&] {
+    if (tooLong(request, newName)) return;
     whenListed(request, newFolder, newName,
                [this, request, folder, newFolder, flags, from = std::string(name),
                 to = std::string(newName)] {
@@ -269,8 +274,9 @@ void MountSession::applyAttributes(fuse_req_t request, NodeId node, const struct
     error = parts_.edits->setMode(node, static_cast<int>(wanted.st_mode));
   }
   if (error == 0 && (fields & FUSE_SET_ATTR_MTIME) != 0) {
-    const bool now = (fields & FUSE_SET_ATTR_MTIME_NOW) != 0;
-    error = parts_.edits->setModified(node, now ? std::time(nullptr) : wanted.st_mtim.tv_sec);
+    timespec modified = wanted.st_mtim;
+    if ((fields & FUSE_SET_ATTR_MTIME_NOW) != 0) ::clock_gettime(CLOCK_REALTIME, &modified);
+    error = parts_.edits->setModified(node, modified);
   }
   if (error != 0) {
     fuse_reply_err(request, error);

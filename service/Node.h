@@ -24,6 +24,9 @@ enum class NodeKind : int {
   link = 3,  // a symbolic link; known here only
 };
 
+// Marks permission bits that were set here: they may well be 0.
+inline constexpr int kModeSet = 0100000;
+
 enum class ContentState : int {
   dataless = 0,    // only metadata is here
   downloaded = 1,  // the contents of the version that is shown are here
@@ -35,9 +38,11 @@ struct Entry {
   NodeId id = kNoNode;
   NodeKind kind = NodeKind::file;
   std::int64_t size = 0;
-  std::int64_t modified = 0;
+  std::int64_t modified = 0;  // in seconds, and what is beyond the second
+  std::int64_t nanoseconds = 0;
   std::uint64_t capabilities = 0;
-  int mode = 0;  // local permission bits; 0: those that follow from the capabilities
+  // Local permission bits, with kModeSet; 0: those that follow from the capabilities.
+  int mode = 0;
   ContentState state = ContentState::dataless;
   std::int64_t blocks = 0;  // of 512 bytes, that the contents take up here
   ContentId content = kNoContent;

@@ -354,7 +354,7 @@ class Pass {
 
   void finishFolder() {
     if (!listingChanged_ || firstTime_) return;
-    writer_.setFolderModified(folder_, std::time(nullptr));
+    writer_.setModified(folder_, std::time(nullptr));
     invalidations_.push_back(dataChanged(folder_));
   }
 

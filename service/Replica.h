@@ -108,7 +108,7 @@ class ReplicaWriter {
   NodeId renumber(NodeId id);
   void setListed(NodeId folder, std::uint64_t generation, std::string_view digest);
   void setListedGeneration(NodeId folder, std::uint64_t generation);
-  void setFolderModified(NodeId folder, std::int64_t modified);
+  void setModified(NodeId id, std::int64_t seconds, std::int64_t nanoseconds = 0);
   void setError(NodeId id, std::string_view error);
   void setLastUsed(NodeId id, std::int64_t when);
   void setPinned(NodeId id, bool pinned);

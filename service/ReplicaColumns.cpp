@@ -5,7 +5,7 @@ namespace tulo::columns {
 namespace {
 
 constexpr const char* kEntryColumns =
-    "id,kind,size,modified,capabilities,mode,state,blocks,name,content";
+    "id,kind,size,modified,capabilities,mode,state,blocks,name,content,nanoseconds";
 
 }  // namespace
 
@@ -30,6 +30,7 @@ Entry entryFrom(const Statement& row) {
   entry.state = static_cast<ContentState>(row.integer(6));
   entry.blocks = row.integer(7);
   entry.content = static_cast<ContentId>(row.integer(9));
+  entry.nanoseconds = row.integer(10);
   return entry;
 }
 
@@ -37,17 +38,17 @@ Node nodeFrom(const Statement& row) {
   Node node;
   static_cast<Entry&>(node) = entryFrom(row);
   node.name = row.text(8);
-  node.parent = static_cast<NodeId>(row.integer(10));
-  node.filename = row.isNull(11) ? node.name : std::string(row.text(11));
-  node.identifier = row.text(12);
-  node.contentVersion = row.text(13);
-  node.metadataVersion = row.text(14);
-  node.pinned = row.integer(15) != 0;
-  node.kept = row.integer(16) != 0;
-  node.lastUsed = row.integer(17);
-  node.error = row.text(18);
-  node.listed = static_cast<std::uint64_t>(row.integer(19));
-  node.digest = row.text(20);
+  node.parent = static_cast<NodeId>(row.integer(11));
+  node.filename = row.isNull(12) ? node.name : std::string(row.text(12));
+  node.identifier = row.text(13);
+  node.contentVersion = row.text(14);
+  node.metadataVersion = row.text(15);
+  node.pinned = row.integer(16) != 0;
+  node.kept = row.integer(17) != 0;
+  node.lastUsed = row.integer(18);
+  node.error = row.text(19);
+  node.listed = static_cast<std::uint64_t>(row.integer(20));
+  node.digest = row.text(21);
   return node;
 }
 

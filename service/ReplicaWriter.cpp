@@ -33,11 +33,12 @@ ReplicaWriter::ReplicaWriter(const std::string& path)
                                     " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
       insert_(database_.prepare(
           "INSERT OR IGNORE INTO node (id,parent,name,filename,kind,identifier,content_version,"
-          "metadata_version,size,modified,capabilities,mode,pinned,kept) "
-          "VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?)")),
+          "metadata_version,size,modified,nanoseconds,capabilities,mode,pinned,kept) "
+          "VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")),
       update_(database_.prepare(
           "UPDATE node SET parent=?,name=?,filename=?,content_version=?,metadata_version=?,size=?,"
-          "modified=?,capabilities=?,mode=?,kept=?,detached=NULL WHERE id=?")) {
+          "modified=?7,nanoseconds=nanoseconds*(modified=?7),capabilities=?,mode=?,kept=?,"
+          "detached=NULL WHERE id=?")) {
   database_.execute(
       "PRAGMA synchronous=NORMAL;PRAGMA wal_autocheckpoint=4000;PRAGMA cache_size=-16384");
 }
@@ -68,8 +69,8 @@ NodeId ReplicaWriter::insert(const Node& node) {
   placed.id = id;
   insert_.bind(id, parentColumn(placed), node.name, filenameColumn(node),
                static_cast<int>(node.kind), orNull(node.identifier), node.contentVersion,
-               node.metadataVersion, node.size, node.modified, node.capabilities, node.mode,
-               node.pinned, node.kept);
+               node.metadataVersion, node.size, node.modified, node.nanoseconds, node.capabilities,
+               node.mode, node.pinned, node.kept);
   insert_.run();
   return database_.changes() == 1 ? id : kNoNode;
 }
@@ -145,8 +146,10 @@ void ReplicaWriter::setListedGeneration(NodeId folder, std::uint64_t generation)
       .run();
 }
 
-void ReplicaWriter::setFolderModified(NodeId folder, std::int64_t modified) {
-  database_.cached("UPDATE node SET modified=? WHERE id=?").bind(modified, folder).run();
+void ReplicaWriter::setModified(NodeId id, std::int64_t seconds, std::int64_t nanoseconds) {
+  database_.cached("UPDATE node SET modified=?,nanoseconds=? WHERE id=?")
+      .bind(seconds, nanoseconds, id)
+      .run();
 }
 
 void ReplicaWriter::setError(NodeId id, std::string_view error) {

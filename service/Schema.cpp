@@ -79,6 +79,12 @@ CREATE INDEX pending_base ON pending (base_parent, base_filename);
 CREATE TABLE link (node INTEGER PRIMARY KEY, target BLOB NOT NULL);
 CREATE TABLE local_time (node INTEGER PRIMARY KEY);
 )",
+    R"(
+ALTER TABLE node ADD COLUMN nanoseconds INTEGER NOT NULL DEFAULT 0;
+CREATE INDEX node_unknown ON node (id) WHERE identifier IS NULL;
+CREATE INDEX pending_due ON pending (due) WHERE attention = 0 AND held = 0;
+CREATE INDEX pending_held ON pending (node) WHERE held = 1;
+)",
 };
 
 }  // namespace

@@ -5,7 +5,7 @@
 
 namespace tulo::schema {
 
-inline constexpr int kVersion = 2;
+inline constexpr int kVersion = 3;
 
 // Creates or migrates, each step in a transaction of its own.
 // Throws DatabaseError, also for a file of a newer version.

@@ -70,6 +70,18 @@ json changesOf(Engine& engine) {
   return result;
 }
 
+// What stays on this machine.
+json localOf(Engine& engine) {
+  json result = json::array();
+  const auto nodes = engine.replica().read(
+      [](ReplicaReader& reader) { return journal::localNodes(reader.connection(), kShownErrors); });
+  for (NodeId node : nodes) {
+    const std::string path = pathOf(engine, node);
+    if (!path.empty()) result.push_back(path);
+  }
+  return result;
+}
+
 json retry(Engine& engine) {
   engine.uploader().retry(true);
   return {{"ok", true}};
@@ -122,6 +134,7 @@ json statusOf(Engine& engine, const std::string& mountPoint) {
           {"paused", up.paused},
           {"lastUploadError", up.lastError},
           {"changes", changesOf(engine)},
+          {"local", localOf(engine)},
           {"transfers", transfersOf(engine, contents)},
           {"errors", errorsOf(engine)}};
 }

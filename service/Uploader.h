@@ -126,7 +126,7 @@ class Uploader {
   bool settleDoubt(Plan& plan);
   std::optional<platform::ItemPointer> findCreated(const Plan& plan, bool& failed);
   bool hasContents(const std::string& identifier, ContentId content, bool& failed);
-  void markSent(Plan& plan);
+  bool markSent(Plan& plan);
   void acknowledge(const Plan& plan, const platform::ItemPointer& item);
   void applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
                             const platform::ItemPointer& item, ContentId& clean);

@@ -201,7 +201,7 @@ void Uploader::perform(Plan& plan) {
   if (plan.change.sent && !settleDoubt(plan)) return;
   if (plan.kind == Plan::Kind::remove) return performRemoval(plan);
   if (plan.kind == Plan::Kind::modify && !checkBase(plan)) return;
-  markSent(plan);
+  if (!markSent(plan)) return;
   const Answer answer = send(plan);
   faultPoint("push.answered");
   if (answer.stopped) return;
@@ -340,16 +340,19 @@ bool Uploader::hasContents(const std::string& identifier, ContentId content, boo
   return same;
 }
 
-void Uploader::markSent(Plan& plan) {
+// False when the plan is out of date: something was changed since, and is not to be sent half done.
+bool Uploader::markSent(Plan& plan) {
   faultPoint("push.checked");
+  bool valid = false;
   parts_.files.withSettled(plan.node.id, Durability::eventual, [&](ReplicaWriter& writer) {
     std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
     const std::optional<Node> node = writer.node(plan.node.id);
-    if (!change || !node) throw std::runtime_error("the change is gone");
-    // Whatever was written since the plan was made goes along.
-    plan.node.content = node->content;
-    plan.node.size = node->size;
-    plan.node.modified = node->modified;
+    if (!change || !node || change->sequence != plan.change.sequence) return;
+    if (plan.sendsContents()) {
+      if (parts_.openFiles.isOpenForWriting(node->id) || change->due > plan.change.due) return;
+      if (node->content != plan.node.content || node->size != plan.node.size) return;
+    }
+    valid = true;
     dropSentContent(writer, *change, node->content);
     change->sent = true;
     change->sentContent = plan.sendsContents() ? node->content : kNoContent;
@@ -358,7 +361,8 @@ void Uploader::markSent(Plan& plan) {
     journal::put(writer.connection(), *change);
     plan.change = *change;
   });
-  faultPoint("push.marked");
+  if (valid) faultPoint("push.marked");
+  return valid;
 }
 
 // Another row may have come to have the identifier, from a listing that was faster.
