@@ -97,12 +97,18 @@ Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
   return change;
 }
 
-std::vector<Change> due(Connection& database, std::int64_t now, std::int64_t afterSequence,
-                        std::int64_t limit) {
-  return rows(query(database,
-                    " WHERE sequence>?2 AND due<=?1 AND attention=0 AND held=0 "
-                    "ORDER BY sequence LIMIT ?3")
-                  .bind(now, afterSequence, limit));
+std::vector<Due> due(Connection& database, std::int64_t now, std::int64_t afterDue,
+                     NodeId afterNode, std::int64_t limit) {
+  Statement& statement =
+      database
+          .cached(
+              "SELECT due,node FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 "
+              "AND due<=?1 AND (due,node)>(?2,?3) ORDER BY due,node LIMIT ?4")
+          .bind(now, afterDue, afterNode, limit);
+  std::vector<Due> result;
+  for (StatementUse use(statement); statement.step();)
+    result.push_back({statement.integer(0), static_cast<NodeId>(statement.integer(1))});
+  return result;
 }
 
 std::vector<Change> all(Connection& database, std::int64_t limit) {
@@ -116,6 +122,11 @@ std::vector<Change> basedOn(Connection& database, const std::string& parent,
 
 std::vector<Change> basedIn(Connection& database, const std::string& parent) {
   return rows(query(database, " WHERE base_parent=?").bind(parent));
+}
+
+bool anyBasedIn(Connection& database, const std::string& parent, NodeId except) {
+  return exists(database.cached("SELECT 1 FROM pending WHERE base_parent=? AND node<>? LIMIT 1")
+                    .bind(parent, except));
 }
 
 std::vector<Change> inFolder(Connection& database, NodeId folder) {
@@ -156,10 +167,10 @@ bool anyBelow(Connection& database, NodeId node) {
                     .bind(node));
 }
 
-std::optional<std::int64_t> nextDue(Connection& database) {
-  Statement& statement =
-      database.cached("SELECT min(due) FROM pending WHERE attention=0 AND held=0");
-  statement.bind();
+std::optional<std::int64_t> nextDue(Connection& database, std::int64_t now) {
+  Statement& statement = database.cached(
+      "SELECT min(due) FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 AND due>?");
+  statement.bind(now);
   StatementUse use(statement);
   if (!statement.step() || statement.isNull(0)) return std::nullopt;
   return statement.integer(0);

@@ -51,15 +51,21 @@ void erase(Connection& database, NodeId node);
 // node is now. Neither waiting nor refused any more, and due at `due`. To be put() afterwards.
 Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due);
 
-// Waiting changes that are due, by sequence.
-std::vector<Change> due(Connection& database, std::int64_t now, std::int64_t afterSequence,
-                        std::int64_t limit);
+struct Due {
+  std::int64_t due = 0;
+  NodeId node = kNoNode;
+};
+// Waiting changes that are due, after the given one.
+std::vector<Due> due(Connection& database, std::int64_t now, std::int64_t afterDue,
+                     NodeId afterNode, std::int64_t limit);
 std::vector<Change> all(Connection& database, std::int64_t limit);
 // The changes whose base is that place.
 std::vector<Change> basedOn(Connection& database, const std::string& parent,
                             const std::string& filename);
 // The changes whose base is in that folder.
 std::vector<Change> basedIn(Connection& database, const std::string& parent);
+// Whether there is one but that of the node.
+bool anyBasedIn(Connection& database, const std::string& parent, NodeId except);
 // The changes of nodes that are in the folder here.
 std::vector<Change> inFolder(Connection& database, NodeId folder);
 bool isEmpty(Connection& database);
@@ -69,7 +75,8 @@ bool isLocal(Connection& database, const Node& node);
 std::vector<NodeId> localNodes(Connection& database, std::int64_t limit);
 // Whether the node or anything below it has a change or is known here only.
 bool anyBelow(Connection& database, NodeId node);
-std::optional<std::int64_t> nextDue(Connection& database);
+// When the next change becomes due after `now`.
+std::optional<std::int64_t> nextDue(Connection& database, std::int64_t now);
 Counts counts(Connection& database);
 // Makes the waiting change of the node, and those of the folders that it is in, due at `now`.
 void hurry(Connection& database, NodeId node, std::int64_t now);

@@ -40,6 +40,17 @@ Reaction reactionTo(const platform::NSError& error) {
   return Reaction::uncertain;
 }
 
+std::string_view adviceFor(Reaction reaction, bool attention) {
+  if (attention) {
+    return "; it stays here as it is: give it another name, or run `tulo retry` when the host "
+           "would "
+           "take it, or `tulo discard` to give the change up";
+  }
+  if (reaction == Reaction::retryShown) return "; it is sent when there is room again";
+  if (reaction == Reaction::pause) return "; sign in there, and it is sent";
+  return {};
+}
+
 // An unreachable host may also be one that was reached and went away, so that proves nothing.
 bool provesNotDone(const platform::NSError& error) {
   const Reaction reaction = reactionTo(error);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "platform/Error.h"
 
@@ -20,6 +21,9 @@ enum class Reaction {
 };
 
 Reaction reactionTo(const platform::NSError& error);
+
+// What the user can do about it; to be put behind the words of the error.
+std::string_view adviceFor(Reaction reaction, bool attention);
 
 // Whether the error proves that the host did nothing.
 bool provesNotDone(const platform::NSError& error);

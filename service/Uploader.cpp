@@ -5,6 +5,7 @@
 
 #include "service/Errno.h"
 #include "service/FaultPoints.h"
+#include "service/Names.h"
 #include "service/ServiceLog.h"
 #include "service/UploaderPlan.h"
 
@@ -12,13 +13,16 @@ namespace tulo {
 
 namespace {
 
-constexpr std::int64_t kBatch = 256;
-constexpr std::int64_t kScanned = 8192;
+// So many items in a row that could not be sent mean that none can.
+constexpr std::size_t kHostIsDown = 3;
+// The longest pause, in milliseconds, between two looks whether the host is back.
+constexpr std::int64_t kProbe = 15000;
 constexpr std::chrono::milliseconds kLongestRest{1000};
 
 }  // namespace
 
-Uploader::Uploader(const UploaderParts& parts) : parts_(parts), replica_(parts.replica) {}
+Uploader::Uploader(const UploaderParts& parts)
+    : parts_(parts), replica_(parts.replica), due_(parts.replica) {}
 
 Uploader::~Uploader() {
   stop();
@@ -42,6 +46,8 @@ void Uploader::stop() {
 }
 
 void Uploader::poke() {
+  // Nothing is due before its quiet time is over; a storm of changes wakes nobody.
+  if (wakesAt_ <= parts_.files.now() + parts_.files.quiet()) return;
   std::lock_guard lock(mutex_);
   poked_ = true;
   changed_.notify_all();
@@ -50,6 +56,17 @@ void Uploader::poke() {
 bool Uploader::isActive(NodeId node) {
   std::lock_guard lock(mutex_);
   return active_.contains(node);
+}
+
+// Whether something new has the place of what was deleted, and takes over its identity.
+bool Uploader::hasHeir(ReplicaReader& reader, const Change& change) {
+  const std::optional<Node> parent = reader.nodeFor(change.baseParent);
+  if (!parent) return false;
+  const NameLookup found = reader.lookup(parent->id, names::shown(change.baseFilename));
+  if (!found.entry || found.entry->kind != NodeKind::file) return false;
+  const std::optional<Change> other = journal::find(reader.connection(), found.entry->id);
+  return other && other->node != change.node && !other->held &&
+         (other->baseParent != change.baseParent || other->baseFilename != change.baseFilename);
 }
 
 // Whether nothing that comes before it is still to be done.
@@ -64,23 +81,10 @@ Uploader::Readiness Uploader::readiness(ReplicaReader& reader, const Change& cha
   if (!node) return Readiness::ready;
   if (change.deleted) {
     if (node->kind == NodeKind::folder) {
-      for (const Change& inside : journal::basedIn(database, node->identifier)) {
-        if (inside.node != change.node) return Readiness::wait;
-      }
-      return Readiness::ready;
+      return journal::anyBasedIn(database, node->identifier, change.node) ? Readiness::wait
+                                                                          : Readiness::ready;
     }
-    // Something new has its place and takes over its identity.
-    const std::optional<Node> parent = reader.nodeFor(change.baseParent);
-    if (!parent) return Readiness::ready;
-    for (const Change& other : journal::inFolder(database, parent->id)) {
-      const std::optional<Node> heir = reader.node(other.node);
-      if (other.node != change.node && heir && heir->kind == NodeKind::file &&
-          heir->filename == change.baseFilename && heir->parent == parent->id &&
-          (other.baseParent != change.baseParent || other.baseFilename != change.baseFilename)) {
-        return Readiness::wait;
-      }
-    }
-    return Readiness::ready;
+    return hasHeir(reader, change) ? Readiness::wait : Readiness::ready;
   }
   const std::optional<Node> parent = reader.node(node->parent);
   if (!parent || (parent->identifier.empty() && !parts_.localNames.matches(node->name))) {
@@ -115,38 +119,34 @@ Uploader::Readiness Uploader::readiness(ReplicaReader& reader, const Change& cha
   return Readiness::ready;
 }
 
-std::optional<Change> Uploader::pick() {
+// Whether one more change may be on its way to the host.
+bool Uploader::hasRoom(std::int64_t now) {
+  std::lock_guard lock(mutex_);
+  if (pausedUntil_ > now || probeAt_ > now) return false;
+  const bool probing = !reachable_ || pausedUntil_ != 0;
+  return active_.size() < (probing ? 1 : kParallel);
+}
+
+std::optional<NodeId> Uploader::pick(bool patient) {
   const std::int64_t now = parts_.files.now();
-  {
+  if (!hasRoom(now) || parts_.host().empty()) return std::nullopt;
+  while (const std::optional<NodeId> node = due_.next(now, patient)) {
+    const bool ready = replica_.read([&](ReplicaReader& reader) {
+      const std::optional<Change> change = journal::find(reader.connection(), *node);
+      return change && change->due <= now && !change->attention && !change->held &&
+             readiness(reader, *change) == Readiness::ready;
+    });
+    if (!ready) continue;
+    due_.taken();
     std::lock_guard lock(mutex_);
-    if (pausedUntil_ > now) return std::nullopt;
-    const bool probing = !reachable_ || pausedUntil_ != 0;
-    if (active_.size() >= (probing ? 1 : kParallel)) return std::nullopt;
+    active_.insert(*node);
+    return node;
   }
-  const std::string host = parts_.host();
-  if (host.empty()) return std::nullopt;
-  std::optional<Change> picked;
-  replica_.read([&](ReplicaReader& reader) {
-    std::int64_t after = 0;
-    for (std::int64_t scanned = 0; scanned < kScanned && !picked; scanned += kBatch) {
-      const auto batch = journal::due(reader.connection(), now, after, kBatch);
-      if (batch.empty()) return;
-      for (const Change& change : batch) {
-        after = change.sequence;
-        if (readiness(reader, change) != Readiness::ready) continue;
-        picked = change;
-        break;
-      }
-    }
-  });
-  if (picked) {
-    std::lock_guard lock(mutex_);
-    if (!active_.insert(picked->node).second) return std::nullopt;
-  }
-  return picked;
+  return std::nullopt;
 }
 
 void Uploader::finished(NodeId node) {
+  due_.again();
   std::lock_guard lock(mutex_);
   active_.erase(node);
   poked_ = true;
@@ -184,10 +184,12 @@ void Uploader::awaitVerdict(Verdicts::Ticket ticket, const std::vector<NodeId>& 
     for (NodeId node : nodes)
       journal::hurry(writer.connection(), node, now);
   });
+  due_.again();
   {
     std::lock_guard lock(mutex_);
     // Somebody may have signed in meanwhile.
     pausedUntil_ = std::min(pausedUntil_, now);
+    probeAt_ = std::min(probeAt_, now);
     if (!stopping_) {
       poked_ = true;
       changed_.notify_all();
@@ -235,9 +237,9 @@ void Uploader::carryOut(NodeId node) {
 }
 
 bool Uploader::step() {
-  const std::optional<Change> change = pick();
-  if (!change) return false;
-  carryOut(change->node);
+  const std::optional<NodeId> node = pick(false);
+  if (!node) return false;
+  carryOut(*node);
   return true;
 }
 
@@ -249,16 +251,17 @@ void Uploader::scheduleLoop() {
     std::chrono::milliseconds rest = kLongestRest;
     try {
       const std::string host = parts_.host();
-      if (host != host_ && !host.empty()) retry(false);
+      // Another host may take what the last one refused.
+      if (host != host_ && !host.empty()) retry(true);
       host_ = host;
       if (host.empty()) verdicts_.failAll(EHOSTDOWN);
       verdicts_.expire(parts_.files.now());
-      while (const std::optional<Change> change = pick()) {
-        workers_->async([this, node = change->node] { carryOut(node); });
+      while (const std::optional<NodeId> node = pick(true)) {
+        workers_->async([this, id = *node] { carryOut(id); });
       }
-      const auto next = replica_.read(
-          [](ReplicaReader& reader) { return journal::nextDue(reader.connection()); });
       const std::int64_t now = parts_.files.now();
+      const auto next = replica_.read(
+          [&](ReplicaReader& reader) { return journal::nextDue(reader.connection(), now); });
       for (const auto& until : {next, verdicts_.nextDeadline()}) {
         if (until && *until > now)
           rest = std::min(rest, std::chrono::milliseconds(*until - now + 1));
@@ -267,8 +270,9 @@ void Uploader::scheduleLoop() {
       serviceLog().error("cannot look for changes to send: %{public}@", {error.what()});
     }
     lock.lock();
-    // Pokes come in storms; a pause lets them add up.
+    wakesAt_ = parts_.files.now() + rest.count();
     changed_.wait_for(lock, rest, [this] { return stopping_ || poked_; });
+    if (!poked_) due_.again();
   }
 }
 
@@ -276,25 +280,43 @@ void Uploader::retry(bool refused) {
   {
     std::lock_guard lock(mutex_);
     pausedUntil_ = 0;
+    probeAt_ = 0;
     reachable_ = true;
+    failedNodes_.clear();
   }
   const std::int64_t now = parts_.files.now();
   replica_.write(Durability::eventual,
                  [&](ReplicaWriter& writer) { journal::retry(writer.connection(), now, refused); });
-  poke();
+  due_.again();
+  std::lock_guard lock(mutex_);
+  poked_ = true;
+  changed_.notify_all();
 }
 
 void Uploader::reached() {
   {
     std::lock_guard lock(mutex_);
     ++statistics_.sent;
+    pauses_ = 0;
+    probes_ = 0;
+    failedNodes_.clear();
     if (reachable_ && pausedUntil_ == 0) return;
   }
   // What waited for the host need not wait any longer.
   retry(false);
 }
 
+// One item may be locked at the host, which looks the same; when several cannot be sent, and none
+// can, it is the host.
+void Uploader::unreachable(NodeId node, std::int64_t now) {
+  failedNodes_.insert(node);
+  if (failedNodes_.size() < kHostIsDown) return;
+  reachable_ = false;
+  probeAt_ = now + std::min(backOff(++probes_, Reaction::retryUnreachable, random_()), kProbe);
+}
+
 Uploader::Statistics Uploader::statistics() {
+  const bool here = !parts_.host().empty();
   const journal::Counts counts =
       replica_.read([](ReplicaReader& reader) { return journal::counts(reader.connection()); });
   std::lock_guard lock(mutex_);
@@ -302,7 +324,7 @@ Uploader::Statistics Uploader::statistics() {
   result.counts = counts;
   result.active = active_.size();
   result.paused = pausedUntil_ != 0;
-  result.reachable = reachable_;
+  result.reachable = reachable_ && here;
   return result;
 }
 
@@ -323,7 +345,7 @@ void Uploader::react(const Plan& plan, const platform::NSError& error) {
 }
 
 void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction reaction) {
-  const std::string words = descriptionOf(error);
+  std::string words = descriptionOf(error);
   const std::int64_t now = parts_.files.now();
   std::uint64_t random = 0;
   {
@@ -331,25 +353,32 @@ void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction r
     random = random_();
     ++statistics_.failures;
     statistics_.lastError = words;
-    if (reaction == Reaction::retryUnreachable) reachable_ = false;
-    if (reaction == Reaction::pause) pausedUntil_ = now + backOff(20, reaction, random);
+    if (reaction == Reaction::retryUnreachable) unreachable(plan.node.id, now);
+    if (reaction == Reaction::pause) pausedUntil_ = now + backOff(++pauses_, reaction, random);
   }
+  bool attention = false;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
     if (!change) return;
     ++change->attempts;
     change->due = now + backOff(change->attempts, reaction, random);
     if (reaction == Reaction::pause) change->due = now;
-    change->reason = words;
     if (provesNotDone(error)) change->sent = false;
     const bool tired = (reaction == Reaction::uncertain || reaction == Reaction::lookAgain) &&
                        change->attempts >= kUncertainAttempts;
     change->attention = reaction == Reaction::refuse || tired;
+    words += adviceFor(reaction, change->attention);
+    change->reason = words;
+    attention = change->attention;
     journal::put(writer.connection(), *change);
     const bool shown = change->attention || reaction == Reaction::retryShown;
     if (shown) writer.setError(plan.node.id, words);
   });
-  serviceLog().info("node %d did not go up: %{public}@", {plan.node.id, words});
+  if (attention) {
+    serviceLog().error("%{public}@ is refused by the host: %{public}@", {plan.node.name, words});
+  } else {
+    serviceLog().info("%{public}@ did not go up: %{public}@", {plan.node.name, words});
+  }
   const int number = errnoFor(error);
   // What stops one stops all.
   if (reaction == Reaction::retryUnreachable || reaction == Reaction::pause) {

@@ -13,6 +13,7 @@
 // Lifetime: stop() before anything that was handed in goes.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -26,6 +27,7 @@
 
 #include "platform/FileProvider.h"
 #include "service/ContentStore.h"
+#include "service/DueChanges.h"
 #include "service/Journal.h"
 #include "service/Listing.h"
 #include "service/LocalFiles.h"
@@ -104,7 +106,9 @@ class Uploader {
   struct Plan;
   enum class Readiness { ready, wait };
 
-  std::optional<Change> pick();
+  std::optional<NodeId> pick(bool patient);
+  bool hasRoom(std::int64_t now);
+  bool hasHeir(ReplicaReader& reader, const Change& change);
   Readiness readiness(ReplicaReader& reader, const Change& change);
   bool isActive(NodeId node);
   void carryOut(NodeId node);
@@ -115,6 +119,7 @@ class Uploader {
 
   Answer await(const std::function<void(std::shared_ptr<Call>)>& begin);
   Answer lookUp(const std::string& identifier);
+  Answer list(const std::string& identifier);
   Answer send(const Plan& plan);
 
   std::optional<Plan> makePlan(NodeId node);
@@ -139,9 +144,14 @@ class Uploader {
   void react(const Plan& plan, const platform::NSError& error);
   void note(const Plan& plan, const platform::NSError& error, Reaction reaction);
   void reached();
+  void unreachable(NodeId node, std::int64_t now);
 
   const UploaderParts parts_;
   Replica& replica_;
+  // The scheduler's, or that of whoever calls step().
+  DueChanges due_;
+  // When the scheduler looks again by itself.
+  std::atomic<std::int64_t> wakesAt_ = 0;
 
   // Guards everything below; a leaf.
   std::mutex mutex_;
@@ -151,6 +161,11 @@ class Uploader {
   bool poked_ = false;
   bool reachable_ = true;
   std::int64_t pausedUntil_ = 0;
+  std::int64_t pauses_ = 0;
+  std::int64_t probeAt_ = 0;
+  std::int64_t probes_ = 0;
+  // Could not be sent since the last one that could.
+  std::unordered_set<NodeId> failedNodes_;
   std::string host_;
   Statistics statistics_;
   std::vector<NodeId> relist_;

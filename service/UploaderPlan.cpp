@@ -61,6 +61,14 @@ void Uploader::Call::answered(platform::ItemPointer item, std::optional<platform
   changed.notify_all();
 }
 
+void Uploader::Call::listed(Listing listing) {
+  std::lock_guard lock(mutex);
+  answer.error = listing.error;
+  answer.listing = std::move(listing);
+  done = true;
+  changed.notify_all();
+}
+
 Uploader::Answer Uploader::await(const std::function<void(std::shared_ptr<Call>)>& begin) {
   const auto call = std::make_shared<Call>();
   begin(call);
@@ -90,6 +98,13 @@ Uploader::Answer Uploader::lookUp(const std::string& identifier) {
         identifier, {}, [call](platform::ItemPointer item, std::optional<platform::NSError> error) {
           call->answered(std::move(item), std::move(error));
         });
+  });
+}
+
+Uploader::Answer Uploader::list(const std::string& identifier) {
+  return await([&](std::shared_ptr<Call> call) {
+    enumerate(*parts_.extension, identifier,
+              [call](Listing listing) { call->listed(std::move(listing)); });
   });
 }
 

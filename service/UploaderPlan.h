@@ -17,6 +17,7 @@ struct Uploader::Answer {
   platform::ItemPointer item;
   std::optional<platform::NSError> error;
   std::optional<platform::URL> url;
+  Listing listing;
 
   bool isGone() const {
     return error && error->domain == platform::NSFileProviderErrorDomain &&
@@ -34,6 +35,7 @@ struct Uploader::Call {
 
   void answered(platform::ItemPointer item, std::optional<platform::NSError> error,
                 std::optional<platform::URL> url = std::nullopt);
+  void listed(Listing listing);
 };
 
 struct Uploader::Plan {

@@ -5,7 +5,6 @@
 
 #include <array>
 #include <cerrno>
-#include <future>
 
 #include "service/Edits.h"
 #include "service/FaultPoints.h"
@@ -223,12 +222,10 @@ void Uploader::performRemoval(Plan& plan) {
   const bool movedOn = !plan.change.baseVersion.empty() && version != plan.change.baseVersion;
   if (plan.node.kind == NodeKind::file && movedOn) return keepAtHost(plan);
   if (plan.node.kind == NodeKind::folder) {
-    std::promise<Listing> done;
-    enumerate(*parts_.extension, plan.node.identifier,
-              [&done](Listing listing) { done.set_value(std::move(listing)); });
-    const Listing listing = done.get_future().get();
-    if (listing.error) return react(plan, *listing.error);
-    if (!listing.items.empty()) return keepAtHost(plan);
+    const Answer inside = list(plan.node.identifier);
+    if (inside.stopped) return;
+    if (inside.error) return react(plan, *inside.error);
+    if (!inside.listing.items.empty()) return keepAtHost(plan);
   }
   faultPoint("delete.send");
   const Answer answer = send(plan);
@@ -290,19 +287,16 @@ bool Uploader::settleDoubt(Plan& plan) {
 // name, with the contents that were sent.
 std::optional<platform::ItemPointer> Uploader::findCreated(const Plan& plan, bool& failed) {
   std::vector<std::string> candidates;
-  std::promise<Listing> done;
-  enumerate(*parts_.extension, plan.change.sentParent,
-            [&done](Listing listing) { done.set_value(std::move(listing)); });
-  const Listing listing = done.get_future().get();
-  if (listing.error) {
-    react(plan, *listing.error);
+  const Answer inside = list(plan.change.sentParent);
+  if (inside.stopped || inside.error) {
+    if (inside.error) react(plan, *inside.error);
     failed = true;
     return std::nullopt;
   }
   const bool file = plan.node.kind == NodeKind::file;
   const std::int64_t size =
       file ? fileSize(parts_.store.path(plan.change.sentContent)) : std::int64_t{0};
-  for (const ItemRecord& item : listing.items) {
+  for (const ItemRecord& item : inside.listing.items) {
     if (item.kind != plan.node.kind || item.filename != plan.change.sentFilename) continue;
     if (file && item.size != size) continue;
     const bool known = replica_.read(
@@ -349,7 +343,9 @@ bool Uploader::markSent(Plan& plan) {
     const std::optional<Node> node = writer.node(plan.node.id);
     if (!change || !node || change->sequence != plan.change.sequence) return;
     if (plan.sendsContents()) {
-      if (parts_.openFiles.isOpenForWriting(node->id) || change->due > plan.change.due) return;
+      const bool beingWritten =
+          parts_.openFiles.isOpenForWriting(node->id) && !verdicts_.isAwaited(node->id);
+      if (beingWritten || change->due > plan.change.due) return;
       if (node->content != plan.node.content || node->size != plan.node.size) return;
     }
     valid = true;

@@ -1,0 +1,47 @@
+#include "service/DueChanges.h"
+
+#include <algorithm>
+
+#include "service/Journal.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr std::int64_t kBatch = 256;
+constexpr int kPause = 10;
+
+}  // namespace
+
+bool DueChanges::fill(std::int64_t now) {
+  const auto found = replica_.read([&](ReplicaReader& reader) {
+    return journal::due(reader.connection(), now, lastDue_, lastNode_, kBatch);
+  });
+  for (const journal::Due& each : found)
+    batch_.push_back(each.node);
+  if (found.empty()) return false;
+  lastDue_ = found.back().due;
+  lastNode_ = found.back().node;
+  return true;
+}
+
+bool DueChanges::beginPass(bool patient) {
+  const Clock::time_point now = Clock::now();
+  if (patient && now < notBefore_) return false;
+  if (!wanted_.exchange(false)) return false;
+  notBefore_ = now + (inVain_ ? kPause * (now - began_) : Clock::duration::zero());
+  began_ = now;
+  inVain_ = true;
+  lastDue_ = -1;
+  lastNode_ = kNoNode;
+  return true;
+}
+
+std::optional<NodeId> DueChanges::next(std::int64_t now, bool patient) {
+  if (batch_.empty() && !fill(now) && !(beginPass(patient) && fill(now))) return std::nullopt;
+  const NodeId node = batch_.front();
+  batch_.pop_front();
+  return node;
+}
+
+}  // namespace tulo
