@@ -216,4 +216,20 @@ std::int64_t ContentStore::shortage(std::int64_t wanted) const {
       {std::int64_t{0}, used_ + reserved_ + wanted - limits_.size, diskShortage(wanted)});
 }
 
+bool ContentStore::isIncoming(ContentId content) const {
+  std::lock_guard lock(incomingMutex_);
+  return incoming_.contains(content);
+}
+
+IncomingContent::IncomingContent(ContentStore& store, ContentId content)
+    : store_(store), content_(content) {
+  std::lock_guard lock(store_.incomingMutex_);
+  store_.incoming_.insert(content_);
+}
+
+IncomingContent::~IncomingContent() {
+  std::lock_guard lock(store_.incomingMutex_);
+  store_.incoming_.erase(content_);
+}
+
 }  // namespace tulo

@@ -8,8 +8,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "service/Descriptor.h"
@@ -88,12 +90,37 @@ class ContentStore {
   std::int64_t reserved() const { return reserved_; }
   const CacheLimits& limits() const { return limits_; }
 
+  // Whether an IncomingContent has the contents.
+  bool isIncoming(ContentId content) const;
+
  private:
+  friend class IncomingContent;
+
   std::string directory_;
   std::string shared_;
   CacheLimits limits_;
   std::atomic<std::int64_t> used_ = 0;
   std::atomic<std::int64_t> reserved_ = 0;
+  // Guards the numbers; a leaf.
+  mutable std::mutex incomingMutex_;
+  std::unordered_set<ContentId> incoming_;
+};
+
+// Contents on their way: reserved, and no node's yet. While this lives, they are not taken for
+// left-overs. To be made in the transaction that reserves the number, and to be let go of after
+// the one that gives the contents to their node.
+class IncomingContent {
+ public:
+  IncomingContent(ContentStore& store, ContentId content);
+  ~IncomingContent();
+  IncomingContent(const IncomingContent&) = delete;
+  IncomingContent& operator=(const IncomingContent&) = delete;
+
+  ContentId number() const { return content_; }
+
+ private:
+  ContentStore& store_;
+  const ContentId content_;
 };
 
 }  // namespace tulo

@@ -95,7 +95,7 @@ void Contents::cancel(Ticket ticket) {
   answer(ticket, {EINTR, nullptr});
 }
 
-void Contents::proceed(Ticket ticket, NodeId node, int process) {
+void Contents::proceed(Ticket ticket, NodeId node, int process) try {
   bool cancelled = false;
   {
     std::lock_guard lock(mutex_);
@@ -116,6 +116,9 @@ void Contents::proceed(Ticket ticket, NodeId node, int process) {
       self->openFresh(ticket, node, process, verified);
     });
   });
+} catch (const std::exception& error) {
+  serviceLog().error("cannot open node %d: %{public}@", {node, error.what()});
+  answer(ticket, {EIO, nullptr});
 }
 
 void Contents::openFresh(Ticket ticket, NodeId node, int process, bool verified) try {

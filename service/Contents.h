@@ -17,7 +17,6 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "service/ContentStore.h"
@@ -39,6 +38,7 @@ class OpenFile {
   OpenFile& operator=(const OpenFile&) = delete;
 
   NodeId node() const { return node_; }
+  ContentId content() const { return content_; }
   std::int64_t size() const { return size_; }
   // The handle may write; known to others from now on.
   void setWrites();
@@ -96,6 +96,10 @@ class Contents : public std::enable_shared_from_this<Contents> {
   // Has the contents here, or says why not.
   void fetch(NodeId node, Priority priority, FetchCompletion completion);
 
+  // The contents of the open file could not be read: if they are missing or cut short, the next
+  // open fetches them again.
+  void cannotRead(const OpenFile& file, const ContentError& error);
+
   // 0, or the errno that says why the contents stay: EBUSY while open or kept.
   int evict(NodeId node);
 
@@ -105,6 +109,9 @@ class Contents : public std::enable_shared_from_this<Contents> {
   bool purgeStep();
   bool durableStep();
   bool saveUseStep();
+
+  // Removes those of the contents that no node has and that are not on their way to one.
+  void removeUnused(const std::vector<ContentId>& contents);
 
   struct Transfer {
     NodeId node = kNoNode;
@@ -147,7 +154,6 @@ class Contents : public std::enable_shared_from_this<Contents> {
   void fetched(const FetchPointer& fetch, const std::optional<platform::URL>& url,
                const platform::ItemPointer& item, const std::optional<platform::NSError>& error);
   void adopt(const FetchPointer& fetch);
-  void endIncoming(ContentId content);
   void retry(const FetchPointer& fetch, const std::string& reason);
   void discard(const FetchPointer& fetch);
   void recordFailure(const FetchPointer& fetch, int error, const std::string& reason);
@@ -156,7 +162,6 @@ class Contents : public std::enable_shared_from_this<Contents> {
   bool makeRoom(std::int64_t bytes);
   bool evictSome(std::int64_t bytes);
   bool purgeContents();
-  void removeContents(const std::vector<ContentId>& contents);
 
   Replica& replica_;
   ExtensionPointer extension_;
@@ -182,7 +187,6 @@ class Contents : public std::enable_shared_from_this<Contents> {
   std::size_t active_ = 0;
   std::size_t activeAhead_ = 0;
   std::size_t insideCallback_ = 0;
-  std::unordered_set<ContentId> incoming_;
   std::unordered_map<NodeId, std::int64_t> used_;
   Statistics statistics_;
 };

@@ -153,36 +153,24 @@ void Contents::fetched(const FetchPointer& fetch, const std::optional<platform::
 }
 
 void Contents::adopt(const FetchPointer& fetch) {
-  ContentId content = kNoContent;
+  std::optional<IncomingContent> content;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    content = writer.reserveContent(fetch->node);
-    std::lock_guard lock(mutex_);
-    incoming_.insert(content);
+    content.emplace(store_, writer.reserveContent(fetch->node));
   });
   bool adopted = false;
-  try {
-    const std::int64_t blocks = store_.take(fetch->path, fetch->size, content);
-    fetch->path.clear();
-    replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-      const std::optional<Node> node = writer.node(fetch->node);
-      adopted = node && node->contentVersion == fetch->version && node->size == fetch->size &&
-                node->state == ContentState::dataless;
-      if (adopted) writer.adoptContent(fetch->node, content, blocks);
-    });
-    store_.addUsed(blocks * 512);
-  } catch (...) {
-    endIncoming(content);
-    throw;
-  }
-  endIncoming(content);
+  const std::int64_t blocks = store_.take(fetch->path, fetch->size, content->number());
+  fetch->path.clear();
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Node> node = writer.node(fetch->node);
+    adopted = node && node->contentVersion == fetch->version && node->size == fetch->size &&
+              node->state == ContentState::dataless;
+    if (adopted) writer.adoptContent(fetch->node, content->number(), blocks);
+  });
+  store_.addUsed(blocks * 512);
+  content.reset();
   if (!adopted) return retry(fetch, "the file keeps changing at the host");
   notifier_.queue({attributesChanged(fetch->node)});
   finish(fetch, 0, {});
-}
-
-void Contents::endIncoming(ContentId content) {
-  std::lock_guard lock(mutex_);
-  incoming_.erase(content);
 }
 
 void Contents::discard(const FetchPointer& fetch) {

@@ -64,17 +64,36 @@ int Contents::evict(NodeId id) {
     std::lock_guard lock(mutex_);
     ++statistics_.evicted;
   }
-  removeContents({node->content});
+  removeUnused({node->content});
   notifier_.queue({attributesChanged(id)});
   return 0;
 }
 
-// Files first: a row without a file is removed again, a file without a row never would be.
-void Contents::removeContents(const std::vector<ContentId>& contents) {
+void Contents::cannotRead(const OpenFile& file, const ContentError& error) {
+  serviceLog().error("cannot read node %d: %{public}@", {file.node(), error.what()});
+  // Anything else says nothing of the file: there may be too many open ones.
+  if (error.number() != ENOENT && error.number() != EIO) return;
+  const std::unique_lock gate(openFiles_.gate());
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Node> node = writer.node(file.node());
+    // What was changed here exists nowhere else.
+    const bool fetched = node && node->state == ContentState::downloaded;
+    if (fetched && node->content == file.content()) writer.dropContent(node->id);
+  });
+  notifier_.queue({attributesChanged(file.node())});
+}
+
+// Whether they are still unused is asked in the transaction that removes them: meanwhile a node may
+// have got them. The file goes before the commit: a row without a file is removed again, a file
+// without a row never would be.
+void Contents::removeUnused(const std::vector<ContentId>& contents) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (ContentId content : contents) {
+      if (store_.isIncoming(content)) continue;
+      const std::optional<std::int64_t> blocks = writer.removeContent(content);
+      if (!blocks) continue;
       store_.remove(content);
-      store_.addUsed(-kBlock * writer.removeContent(content));
+      store_.addUsed(-kBlock * *blocks);
     }
   });
 }
@@ -141,14 +160,11 @@ bool Contents::purgeContents() {
   auto unused = replica_.read([](ReplicaReader& reader) {
     return reader.ids("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?", 0, kBatch);
   });
-  {
-    std::lock_guard lock(mutex_);
-    std::erase_if(unused, [this](ContentId content) {
-      return incoming_.contains(content) || openFiles_.isContentOpen(content);
-    });
-  }
+  std::erase_if(unused, [this](ContentId content) {
+    return store_.isIncoming(content) || openFiles_.isContentOpen(content);
+  });
   if (unused.empty()) return false;
-  removeContents(unused);
+  removeUnused(unused);
   return true;
 }
 

@@ -58,6 +58,7 @@ std::optional<Descriptor> WritableFile::duplicateDescriptor() {
 void WritableFile::prepare(bool keepContents) {
   Replica& replica = owner_.replica_;
   ContentId fresh = kNoContent;
+  std::optional<IncomingContent> incoming;
   ContentId copied = kNoContent;
   // Were the row lost in a power cut, the changed bytes would pass for the host's.
   bool wasDurable = false;
@@ -73,6 +74,7 @@ void WritableFile::prepare(bool keepContents) {
     if (node->content != kNoContent && !sending) return;
     copied = keepContents ? node->content : kNoContent;
     fresh = writer.reserveContent(node_);
+    incoming.emplace(owner_.store_, fresh);
   });
   faultPoint("write.reserved");
   if (fresh != content_ || !file_) {

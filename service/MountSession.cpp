@@ -259,7 +259,7 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
       buffers.buf[0].pos = offset;
       fuse_reply_data(request, &buffers, FUSE_BUF_SPLICE_MOVE);
     } catch (const ContentError& error) {
-      serviceLog().error("cannot read node %d: %{public}@", {file.node(), error.what()});
+      parts_.contents.cannotRead(file, error);
       fuse_reply_err(request, EIO);
     }
   });

@@ -126,8 +126,8 @@ class ReplicaWriter {
   // The node becomes dataless; its contents become unused.
   void dropContent(NodeId node);
   void setContentDurable(ContentId content);
-  // Returns the blocks that it took up; 0 when it is in use.
-  std::int64_t removeContent(ContentId content);
+  // Returns the blocks that it took up; nothing when it is in use, and stays.
+  std::optional<std::int64_t> removeContent(ContentId content);
 
   void setMeta(std::string_view key, std::int64_t value);
   void setMeta(std::string_view key, std::string_view value);

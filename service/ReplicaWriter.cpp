@@ -217,11 +217,11 @@ void ReplicaWriter::setContentDurable(ContentId content) {
   database_.cached("UPDATE content SET durable=1 WHERE id=?").bind(content).run();
 }
 
-std::int64_t ReplicaWriter::removeContent(ContentId content) {
+std::optional<std::int64_t> ReplicaWriter::removeContent(ContentId content) {
   Statement& statement =
       database_.cached("DELETE FROM content WHERE id=? AND used=0 RETURNING blocks");
   StatementUse use(statement);
-  std::int64_t blocks = 0;
+  std::optional<std::int64_t> blocks;
   statement.bind(content);
   while (statement.step())
     blocks = statement.integer(0);

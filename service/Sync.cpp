@@ -205,6 +205,7 @@ void Sync::finish(const std::shared_ptr<Attempt>& attempt, int error) {
   {
     std::lock_guard lock(runningMutex_);
     const auto found = running_.find(folder);
+    if (found == running_.end()) return;
     waiters.swap(found->second.waiters);
     again = !found->second.next.empty() && !stopping_;
     if (again) {

@@ -294,6 +294,82 @@ TEST_F(ContentsTest, ContentsThatWereCutShortOnTheDiskAreAnErrorNotAShortFile) {
   EXPECT_THROW(open.file->descriptor(), ContentError);
 }
 
+TEST_F(ContentsTest, ContentsThatCannotBeReadAreFetchedByTheNextOpen) {
+  const NodeId id = oneFile();
+  EXPECT_EQ(readThrough(id), "hello");
+  std::filesystem::remove(engine->store().path(row(id)->content));
+  const OpenAnswer broken = openFile(id);
+  ASSERT_EQ(broken.error, 0);
+  try {
+    broken.file->descriptor();
+    FAIL() << "the file is not there";
+  } catch (const ContentError& error) {
+    engine->contents().cannotRead(*broken.file, error);
+  }
+  EXPECT_EQ(row(id)->state, ContentState::dataless);
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(extension->fetchCount(), 2U);
+}
+
+TEST_F(ContentsTest, AShortageOfDescriptorsIsNoReasonToFetchAgain) {
+  const NodeId id = oneFile();
+  EXPECT_EQ(readThrough(id), "hello");
+  const OpenAnswer answer = openFile(id);
+  engine->contents().cannotRead(*answer.file, ContentError(EMFILE, "too many open files"));
+  EXPECT_EQ(row(id)->state, ContentState::downloaded);
+}
+
+TEST_F(ContentsTest, ContentsOnTheirWayAreNoLeftOvers) {
+  const NodeId id = oneFile();
+  std::optional<IncomingContent> incoming;
+  engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
+    incoming.emplace(engine->store(), writer.reserveContent(id));
+  });
+  writeFile(engine->store().path(incoming->number()), "hello");
+  while (engine->contents().purgeStep()) {
+  }
+  EXPECT_TRUE(std::filesystem::exists(engine->store().path(incoming->number())));
+  const std::string path = engine->store().path(incoming->number());
+  incoming.reset();
+  EXPECT_TRUE(engine->contents().purgeStep());
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+// The housekeeping looks for left-overs first and removes them later.
+TEST_F(ContentsTest, ContentsThatFoundTheirNodeMeanwhileAreNotRemoved) {
+  const NodeId id = oneFile();
+  EXPECT_EQ(readThrough(id), "hello");
+  const ContentId content = row(id)->content;
+  engine->contents().removeUnused({content});
+  EXPECT_TRUE(std::filesystem::exists(engine->store().path(content)));
+  EXPECT_EQ(engine->store().used(), row(id)->blocks * 512);
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(extension->fetchCount(), 1U);
+}
+
+TEST_F(ContentsTest, WhatIsBeingWrittenIsNoLeftOver) {
+  constexpr int kFiles = 60;
+  for (int i = 0; i < kFiles; ++i)
+    extension->file("i:" + std::to_string(i), "f" + std::to_string(i), "contents");
+  ASSERT_EQ(refresh(), 0);
+  std::atomic<bool> done = false;
+  std::thread purger([&] {
+    while (!done)
+      engine->contents().purgeStep();
+  });
+  for (int i = 0; i < kFiles; ++i) {
+    const NodeId id = idOf("i:" + std::to_string(i));
+    int error = 0;
+    const auto file = engine->files().open(id, error);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->truncate(0), 0);
+    EXPECT_TRUE(std::filesystem::exists(engine->store().path(row(id)->content))) << i;
+    engine->files().released(id);
+  }
+  done = true;
+  purger.join();
+}
+
 TEST_F(ContentsTest, StoppingAnswersWhoeverWaits) {
   const NodeId id = oneFile();
   extension->holdFetches();

@@ -198,6 +198,23 @@ def a_file_that_cannot_be_opened_for_writing_is_not_fetched(box):
 
 
 @case
+def contents_that_went_missing_are_fetched_again(box):
+    box.write("a.txt", text(50_000))
+    box.start_host()
+    box.mount()
+    box.allow_errors("cannot (read|take)")
+    box.tulo("download", box.path("a.txt"))
+    expect_equal(box.state_of("a.txt"), "downloaded", "state")
+    for folder, _, names in os.walk(os.path.join(box.state, "tulo")):
+        for name in names:
+            if os.path.basename(os.path.dirname(folder)) == "contents":
+                os.unlink(os.path.join(folder, name))
+    expect(error_of(lambda: read(box.path("a.txt"))) != 0, "never a short or empty file")
+    expect(read(box.path("a.txt")) == text(50_000), "the next open has it again")
+    expect_equal(box.fetches(), 2, "fetches")
+
+
+@case
 def git_finds_nothing_changed(box):
     git = need_program("git")
     environment = dict(box.environment, GIT_CONFIG_NOSYSTEM="1", GIT_OPTIONAL_LOCKS="0")
