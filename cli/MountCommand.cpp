@@ -257,7 +257,7 @@ void addMount(CLI::App& app, int& exitStatus) {
   command
       ->add_option("--sync-timeout", arguments->syncTimeout,
                    "How many seconds --sync waits before it fails with ETIMEDOUT")
-      ->check(CLI::Range(0.001, 86400.0))
+      ->check(checkSeconds)
       ->needs(sync)
       ->type_name("SECONDS")
       ->capture_default_str();

@@ -1,20 +1,17 @@
 #include "cli/PinCommand.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "cli/MountedPaths.h"
+#include "cli/PlainText.h"
 #include "cli/ServiceClient.h"
-#include "service/ServicePaths.h"
 
 namespace tulo::cli {
 
@@ -61,40 +58,17 @@ class ProgressLine {
   bool shown_ = false;
 };
 
-// The paths' inode numbers, which are the service's own, for each account.
-std::map<std::string, std::vector<std::uint64_t>> nodesByDomain(
-    const std::vector<std::string>& paths) {
-  std::map<std::string, std::vector<std::uint64_t>> nodes;
-  for (const std::string& path : paths) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
-      throw ServiceError(path + ": " + std::strerror(errno));
-    }
-    nodes[domainOfPath(path)].push_back(status.st_ino);
-  }
-  return nodes;
-}
-
-void tellFailures(const json& answer) {
-  for (const json& failure : answer.value("failures", json::array())) {
-    std::fprintf(stderr, "tulo: %s: %s\n", failure.value("path", "").c_str(),
-                 failure.value("error", "").c_str());
-  }
-  if (answer.contains("error")) {
-    std::fprintf(stderr, "tulo: %s\n", answer.value("error", "").c_str());
-  }
-}
-
 int run(const char* operation, const std::vector<std::string>& paths) {
   bool good = true;
-  for (const auto& [domain, nodes] : nodesByDomain(paths)) {
+  for (const auto& [domain, named] : namedByDomain(paths, Deleted::isAnError)) {
     json answer;
     {
       ProgressLine line;
-      answer = askDomain(domain, {{"op", operation}, {"nodes", nodes}},
-                         [&line](const json& progress) { line.show(progress); });
+      json request = named;
+      request["op"] = operation;
+      answer = askDomain(domain, request, [&line](const json& progress) { line.show(progress); });
     }
-    tellFailures(answer);
+    printFailures(answer);
     good = answer.value("ok", false) && good;
   }
   return good ? 0 : 1;

@@ -2,11 +2,14 @@
 
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "service/Control.h"
+#include "service/Names.h"
 #include "service/ServicePaths.h"
 
 namespace tulo::cli {
@@ -17,6 +20,19 @@ std::string domainOfPath(const std::string& path) {
   if (size >= 0) return {domain.data(), static_cast<std::size_t>(size)};
   const bool elsewhere = errno == ENODATA || errno == EOPNOTSUPP;
   throw ServiceError(path + ": " + (elsewhere ? "not in a mounted account" : std::strerror(errno)));
+}
+
+std::vector<std::string> knownDomains() {
+  // Each leaves a directory of this name.
+  const std::filesystem::path one = paths::stateDirectory("x");
+  std::vector<std::string> domains;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(one.parent_path(), error)) {
+    const std::string name = entry.path().filename();
+    domains.push_back(names::filename(name).value_or(name));
+  }
+  std::sort(domains.begin(), domains.end());
+  return domains;
 }
 
 nlohmann::json askDomain(const std::string& domain, const nlohmann::json& request,

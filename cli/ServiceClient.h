@@ -4,11 +4,15 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 namespace tulo::cli {
 
 // The domain that the path belongs to. Throws ServiceError when it is in no mount.
 std::string domainOfPath(const std::string& path);
+
+// Every account that ever had a service here, running or not.
+std::vector<std::string> knownDomains();
 
 using ProgressHandler = std::function<void(const nlohmann::json& progress)>;
 

@@ -75,6 +75,16 @@ std::string checkSizeText(const std::string& text) {
   }
 }
 
+std::string checkSeconds(const std::string& text) {
+  constexpr double kShortest = 0.001;
+  constexpr double kLongest = 365.0 * 24 * 3600;
+  char* end = nullptr;
+  const double seconds = std::strtod(text.c_str(), &end);
+  const bool isNumber = end != text.c_str() && *end == '\0';
+  if (isNumber && seconds >= kShortest && seconds <= kLongest) return {};
+  return "\"" + text + "\" is not a time: a number of seconds from 0.001 to a year expected";
+}
+
 std::string checkSizeOrPercentage(const std::string& text) {
   try {
     if (text.ends_with('%')) {

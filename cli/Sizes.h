@@ -1,4 +1,4 @@
-// Sizes and percentages as they are written on a command line.
+// Sizes, percentages and times as they are written on a command line.
 #pragma once
 
 #include <cstdint>
@@ -16,5 +16,7 @@ std::string sizeText(std::int64_t bytes);
 // For CLI11: empty, or what is wrong.
 std::string checkSizeText(const std::string& text);
 std::string checkSizeOrPercentage(const std::string& text);
+// A number of seconds from a thousandth to a year.
+std::string checkSeconds(const std::string& text);
 
 }  // namespace tulo::cli

@@ -6,16 +6,15 @@
 #include <chrono>
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "cli/PlainText.h"
 #include "cli/ServiceClient.h"
 #include "cli/Sizes.h"
-#include "service/Names.h"
 #include "service/ServicePaths.h"
 
 namespace tulo::cli {
@@ -25,31 +24,20 @@ namespace {
 using nlohmann::json;
 
 constexpr const char* kHelp =
-    R"(Tells of each mounted account what is fetched, how full the cache is, and what went wrong.
+    R"(Tells of each mounted account what is fetched and sent, how full the cache is, and what went
+wrong.
 
 With a MOUNTPOINT, or any path below it, only of that account. The exit status is 1 when no service
 runs.)";
 
 constexpr std::chrono::seconds kRhythm{1};
+constexpr std::size_t kShownWaiting = 10;
 
 struct Arguments {
   std::string path;
   bool asJson = false;
   bool watch = false;
 };
-
-// Every account that ever had a service leaves a directory of this name.
-std::vector<std::string> knownDomains() {
-  const std::filesystem::path one = paths::stateDirectory("x");
-  std::vector<std::string> domains;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(one.parent_path(), error)) {
-    const std::string name = entry.path().filename();
-    domains.push_back(names::filename(name).value_or(name));
-  }
-  std::sort(domains.begin(), domains.end());
-  return domains;
-}
 
 std::vector<json> statuses(const Arguments& arguments) {
   if (!arguments.path.empty()) return {askService(arguments.path, {{"op", "status"}})};
@@ -64,15 +52,6 @@ std::vector<json> statuses(const Arguments& arguments) {
   return result;
 }
 
-// A line of text for the terminal, in which a file's name cannot do anything.
-std::string printable(const json& value) {
-  std::string text = value.is_string() ? value.get<std::string>() : value.dump();
-  std::replace_if(
-      text.begin(), text.end(),
-      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }, '?');
-  return text;
-}
-
 void printTransfers(const json& transfers) {
   for (const json& transfer : transfers) {
     const bool active = transfer.value("active", false);
@@ -82,13 +61,85 @@ void printTransfers(const json& transfers) {
   }
 }
 
+std::string hostText(const json& status) {
+  const bool running = status.value("hostPresent", false);
+  std::string text = running ? "running" : "not running";
+  if (running && status.value("paused", false)) text += ", but nobody is signed in there";
+  if (running && !status.value("hostReachable", true)) text += ", but it does not answer";
+  if (!status.value("indexPresent", false)) text += "; it has no index of this account";
+  const std::string failure = status.value("lastListingError", "");
+  if (!failure.empty()) text += "; the last listing failed: " + printable(failure);
+  return text;
+}
+
+std::string changesText(const json& status) {
+  if (!status.value("readWrite", false)) return "none can be made: mounted read-only";
+  const auto waiting = status.value("pending", std::int64_t{0});
+  const auto refused = status.value("needsAttention", std::int64_t{0});
+  std::string text = waiting > 0    ? counted(waiting, "change") + " to be sent"
+                     : refused == 0 ? "all sent"
+                                    : "";
+  if (refused > 0) {
+    text += (text.empty() ? "" : ", ") + counted(refused, "change") +
+            (refused == 1 ? " needs you" : " need you");
+  }
+  const auto conflicts = status.value("conflicts", std::int64_t{0});
+  if (conflicts > 0) text += ", " + counted(conflicts, "conflict");
+  const auto local = status.value("localItems", std::int64_t{0});
+  if (local > 0)
+    text += "; " + counted(local, "item") + (local == 1 ? " stays" : " stay") + " here";
+  return text;
+}
+
+std::string shortText(const json& change) {
+  const std::string kind = change.value("kind", "");
+  if (kind == "delete") return "to be deleted";
+  if (kind == "name") return "renamed or moved";
+  if (change.value("folder", false)) return "new folder";
+  return (kind == "new" ? "new, " : "") + sizeText(change.value("size", std::int64_t{0}));
+}
+
+void printChange(const char* what, const json& change) {
+  const std::string error = change.value("error", "");
+  std::printf("  %s  %s (%s)%s\n", what, printable(change.at("path")).c_str(),
+              shortText(change).c_str(), error.empty() ? "" : (": " + printable(error)).c_str());
+}
+
+// What is sent, what waits, and what the user has to decide on.
+void printChanges(const json& status) {
+  for (const json& change : status.value("uploads", json::array()))
+    printChange("sending ", change);
+  std::size_t waiting = 0;
+  for (const json& change : status.value("changes", json::array())) {
+    const std::string state = change.value("state", "");
+    if (state == "needs attention") {
+      printChange("refused ", change);
+      const std::string path = printable(status.at("mountPoint")) + '/' + printable(change["path"]);
+      std::printf("            tulo retry %s\n            tulo discard %s\n",
+                  shellWord(path).c_str(), shellWord(path).c_str());
+    } else if (state != "local" && state != "sending" && ++waiting <= kShownWaiting) {
+      printChange(state == "being written" ? "open    " : "waiting ", change);
+    }
+  }
+  const auto all = status.value("pending", std::int64_t{0});
+  const auto more = all - static_cast<std::int64_t>(kShownWaiting);
+  if (waiting > kShownWaiting)
+    std::printf("  waiting   and %lld more\n", static_cast<long long>(more));
+}
+
+bool isRefused(const json& status, const std::string& path) {
+  const json changes = status.value("changes", json::array());
+  return std::any_of(changes.begin(), changes.end(), [&](const json& change) {
+    return change.value("state", "") == "needs attention" && change.value("path", "") == path;
+  });
+}
+
 void printStatus(const json& status) {
   std::printf("%s\n", printable(status.at("mountPoint")).c_str());
   std::printf("  account   %s\n", printable(status.at("domain")).c_str());
-  const std::string failure = status.value("lastListingError", "");
-  const bool present = status.value("indexPresent", false);
-  std::printf("  host      %s%s\n", present ? "its index is there" : "no index",
-              failure.empty() ? "" : (", the last listing failed: " + failure).c_str());
+  std::printf("  host      %s\n", hostText(status).c_str());
+  std::printf("  changes   %s\n", changesText(status).c_str());
+  printChanges(status);
   const json& cache = status.at("cache");
   std::printf("  cache     %s of %s\n", sizeText(cache.value("used", std::int64_t{0})).c_str(),
               sizeText(cache.value("limit", std::int64_t{0})).c_str());
@@ -97,6 +148,8 @@ void printStatus(const json& status) {
               printable(status.at("evicted")).c_str());
   printTransfers(status.at("transfers"));
   for (const json& error : status.at("errors")) {
+    // Told above, with what to do.
+    if (isRefused(status, error.value("path", ""))) continue;
     std::printf("  error     %s: %s\n", printable(error.at("path")).c_str(),
                 printable(error.at("error")).c_str());
   }

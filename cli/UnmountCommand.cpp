@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "cli/PlainText.h"
 #include "cli/ServiceClient.h"
 #include "service/Mount.h"
 #include "service/ServicePaths.h"
@@ -36,6 +37,14 @@ int unmount(const std::string& mountPoint) {
   const std::string domain = domainOfPath(mountPoint);
   const nlohmann::json answer = askDomain(domain, {{"op", "unmount"}});
   if (!answer.value("ok", false)) return 1;
+  if (const auto waiting = answer.value("pending", std::int64_t{0}); waiting > 0) {
+    std::printf("%s not sent yet; kept here, and sent after the next mount\n",
+                counted(waiting, "change").c_str());
+  }
+  if (const auto refused = answer.value("needsAttention", std::int64_t{0}); refused > 0) {
+    std::printf("%s that the host refused; kept here\n", counted(refused, "change").c_str());
+  }
+  std::fflush(stdout);
   if (waitForEnd(domain)) return 0;
   std::fprintf(stderr, "tulo: the service of %s has not ended yet\n", mountPoint.c_str());
   return 1;
@@ -45,8 +54,10 @@ int unmount(const std::string& mountPoint) {
 
 void addUnmountCommand(CLI::App& app, int& exitStatus) {
   auto mountPoint = std::make_shared<std::string>();
-  CLI::App* command =
-      app.add_subcommand("unmount", "Ends the service of a mount and takes the mount away.");
+  CLI::App* command = app.add_subcommand("unmount",
+                                         "Ends the service of a mount and takes the mount away. "
+                                         "Changes that were not sent yet stay, and "
+                                         "are sent after the next mount.");
   command->add_option("MOUNTPOINT", *mountPoint, "Where the account is mounted")
       ->required()
       ->type_name("DIR");

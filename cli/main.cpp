@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 
+#include "cli/ChangesCommand.h"
 #include "cli/DemoCommand.h"
 #include "cli/HostCommand.h"
 #include "cli/MountCommand.h"
@@ -29,6 +30,7 @@ int run(int argc, char** argv) {
   tulo::cli::addPinCommands(app, exitStatus);
   tulo::cli::addProviderCommand(app, exitStatus);
   tulo::cli::addStatusCommand(app, exitStatus);
+  tulo::cli::addChangesCommands(app, exitStatus);
   tulo::cli::addUnmountCommand(app, exitStatus);
   try {
     app.parse(argc, argv);

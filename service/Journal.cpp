@@ -138,12 +138,6 @@ bool isEmpty(Connection& database) {
   return !exists(database.cached("SELECT 1 FROM pending LIMIT 1").bind());
 }
 
-bool isLocal(Connection& database, const Node& node) {
-  if (node.id == kRootNode) return false;
-  const std::optional<Change> change = find(database, node.id);
-  return change ? change->held : node.identifier.empty();
-}
-
 std::vector<NodeId> localNodes(Connection& database, std::int64_t limit) {
   Statement& statement =
       database

@@ -69,9 +69,7 @@ bool anyBasedIn(Connection& database, const std::string& parent, NodeId except);
 // The changes of nodes that are in the folder here.
 std::vector<Change> inFolder(Connection& database, NodeId folder);
 bool isEmpty(Connection& database);
-// Whether the node stays here: the host hears neither of it nor of what is done to it.
-bool isLocal(Connection& database, const Node& node);
-// Such nodes, by number.
+// The nodes that stay here, by number: the host hears neither of them nor of what is done to them.
 std::vector<NodeId> localNodes(Connection& database, std::int64_t limit);
 // Whether the node or anything below it has a change or is known here only.
 bool anyBelow(Connection& database, NodeId node);

@@ -349,10 +349,8 @@ void MountSession::getxattr(fuse_req_t request, NodeId id, const char* name, std
       return;
     }
     const auto value = parts_.replica.read([&](ReplicaReader& reader) {
-      const std::optional<Node> node = reader.node(id);
-      if (!node) return std::optional<std::string>();
-      return attributes::value(*node, name, parts_.domain,
-                               journal::isLocal(reader.connection(), *node));
+      const auto subject = attributes::subject(reader, id);
+      return subject ? attributes::value(*subject, name, parts_.domain) : std::nullopt;
     });
     if (!value) {
       fuse_reply_err(request, ENODATA);
@@ -368,10 +366,11 @@ void MountSession::getxattr(fuse_req_t request, NodeId id, const char* name, std
 
 void MountSession::listxattr(fuse_req_t request, NodeId id, std::size_t size) {
   guarded(request, [&] {
-    const auto node = parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });
+    const auto subject =
+        parts_.replica.read([&](ReplicaReader& reader) { return attributes::subject(reader, id); });
     std::string list;
-    if (node) {
-      for (const std::string& name : attributes::names(*node))
+    if (subject) {
+      for (const std::string& name : attributes::names(*subject))
         list += name + '\0';
     }
     if (size == 0) {

@@ -101,10 +101,16 @@ class MountSession {
 
 // The attributes shown for a node: user.tulo.*
 namespace attributes {
-std::vector<std::string> names(const Node& node);
-// Nothing when the node has no such attribute. `local`: the host does not hear of the node.
-std::optional<std::string> value(const Node& node, std::string_view name, std::string_view domain,
-                                 bool local = false);
+struct Subject {
+  Node node;
+  std::optional<Change> change;  // that the host has not heard of yet
+};
+std::optional<Subject> subject(ReplicaReader& reader, NodeId node);
+
+std::vector<std::string> names(const Subject& subject);
+// Nothing when there is no such attribute.
+std::optional<std::string> value(const Subject& subject, std::string_view name,
+                                 std::string_view domain);
 }  // namespace attributes
 
 }  // namespace tulo

@@ -117,11 +117,26 @@ void Service::run(const std::function<void()>& ready) {
   });
   mount_->run();
   sd_notify(0, "STOPPING=1");
+  tellUnsent();
   announcer.join();
   control_->stop();
   if (thumbnails_) thumbnails_->stop();
   mount_->abort();
   engine_->stop();
+}
+
+void Service::tellUnsent() {
+  try {
+    const journal::Counts counts = engine_->uploader().statistics().counts;
+    if (counts.pending + counts.attention == 0) return;
+    serviceLog().info(
+        "ends with %d changes that were not sent and %d that the host refused; they are kept and "
+        "go "
+        "up after the next mount",
+        {counts.pending, counts.attention});
+  } catch (const std::exception& error) {
+    serviceLog().error("cannot count the changes that were not sent: %{public}@", {error.what()});
+  }
 }
 
 void Service::stop() {

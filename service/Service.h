@@ -45,6 +45,7 @@ class Service {
  private:
   void startThumbnails();
   void listed(NodeId folder);
+  void tellUnsent();
 
   const ServiceOptions options_;
   std::unique_ptr<DomainLock> lock_;

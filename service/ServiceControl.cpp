@@ -6,6 +6,9 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "service/ControlChanges.h"
+#include "service/Pending.h"
+
 namespace tulo {
 
 namespace {
@@ -20,12 +23,8 @@ std::string text(const json& value) {
 }
 
 std::string pathOf(Engine& engine, NodeId node) {
-  const auto parts =
-      engine.replica().read([&](ReplicaReader& reader) { return reader.path(node); });
-  std::string path;
-  for (const std::string& part : parts)
-    path += (path.empty() ? "" : "/") + part;
-  return path;
+  return engine.replica().read(
+      [&](ReplicaReader& reader) { return pending::pathOf(reader, node); });
 }
 
 json transfersOf(Engine& engine, const Contents::Statistics& statistics) {
@@ -51,92 +50,35 @@ json errorsOf(Engine& engine) {
   return result;
 }
 
-json changesOf(Engine& engine) {
-  json result = json::array();
-  const auto changes = engine.replica().read(
-      [](ReplicaReader& reader) { return journal::all(reader.connection(), kShownErrors); });
-  for (const Change& change : changes) {
-    std::string path = pathOf(engine, change.node);
-    if (change.deleted) path = change.baseFilename;
-    const char* state = change.attention ? "needs attention" : change.held ? "local" : "waiting";
-    result.push_back({{"path", path},
-                      {"kind", change.deleted    ? "delete"
-                               : change.contents ? "contents"
-                                                 : "name"},
-                      {"state", state},
-                      {"attempts", change.attempts},
-                      {"error", change.reason}});
-  }
-  return result;
-}
-
-// What stays on this machine.
-json localOf(Engine& engine) {
-  json result = json::array();
-  const auto nodes = engine.replica().read(
-      [](ReplicaReader& reader) { return journal::localNodes(reader.connection(), kShownErrors); });
-  for (NodeId node : nodes) {
-    const std::string path = pathOf(engine, node);
-    if (!path.empty()) result.push_back(path);
-  }
-  return result;
-}
-
-json retry(Engine& engine) {
-  engine.uploader().retry(true);
-  return {{"ok", true}};
-}
-
-json discard(Engine& engine, const json& request) {
-  json failures = json::array();
-  for (const json& node : request.value("nodes", json::array())) {
-    const int error = engine.uploader().discard(node.get<NodeId>());
-    if (error == 0) continue;
-    const char* reason = error == ENOENT ? "nothing was changed here" : std::strerror(error);
-    failures.push_back({{"node", node}, {"error", reason}});
-  }
-  return {{"ok", failures.empty()}, {"failures", failures}};
-}
-
 json statusOf(Engine& engine, const std::string& mountPoint) {
   const Contents::Statistics contents = engine.contents().statistics();
   const Sync::Statistics sync = engine.sync().statistics();
-  const Uploader::Statistics up = engine.uploader().statistics();
-  return {{"ok", true},
-          {"domain", engine.options().domain},
-          {"mountPoint", mountPoint},
-          {"process", ::getpid()},
-          {"indexPresent", engine.source().present()},
-          {"lastListingError", sync.lastError == 0 ? "" : std::strerror(sync.lastError)},
-          {"generation", sync.generation},
-          {"anchor", sync.anchor},
-          {"listings", sync.listings},
-          {"unchangedListings", sync.unchanged},
-          {"staleFolders", sync.staleFolders},
-          {"cache",
-           {{"used", engine.store().used()},
-            {"limit", engine.store().limits().size},
-            {"incoming", engine.store().reserved()}}},
-          {"openFiles", engine.openFiles().count()},
-          {"kernelFolders", engine.folders().references()},
-          {"fetched", contents.fetched},
-          {"failedFetches", contents.failed},
-          {"deniedDownloads", contents.denied},
-          {"evicted", contents.evicted},
-          {"readWrite", engine.options().readWrite},
-          {"pending", up.counts.pending},
-          {"needsAttention", up.counts.attention},
-          {"uploading", up.active},
-          {"sent", up.sent},
-          {"failedUploads", up.failures},
-          {"conflicts", up.conflicts},
-          {"hostReachable", up.reachable},
-          {"paused", up.paused},
-          {"lastUploadError", up.lastError},
-          {"changes", changesOf(engine)},
-          {"local", localOf(engine)},
-          {"transfers", transfersOf(engine, contents)},
-          {"errors", errorsOf(engine)}};
+  json status = {{"ok", true},
+                 {"domain", engine.options().domain},
+                 {"mountPoint", mountPoint},
+                 {"process", ::getpid()},
+                 {"indexPresent", engine.source().present()},
+                 {"lastListingError", sync.lastError == 0 ? "" : std::strerror(sync.lastError)},
+                 {"generation", sync.generation},
+                 {"anchor", sync.anchor},
+                 {"listings", sync.listings},
+                 {"unchangedListings", sync.unchanged},
+                 {"staleFolders", sync.staleFolders},
+                 {"cache",
+                  {{"used", engine.store().used()},
+                   {"limit", engine.store().limits().size},
+                   {"incoming", engine.store().reserved()}}},
+                 {"openFiles", engine.openFiles().count()},
+                 {"kernelFolders", engine.folders().references()},
+                 {"fetched", contents.fetched},
+                 {"failedFetches", contents.failed},
+                 {"deniedDownloads", contents.denied},
+                 {"evicted", contents.evicted},
+                 {"readWrite", engine.options().readWrite},
+                 {"transfers", transfersOf(engine, contents)},
+                 {"errors", errorsOf(engine)}};
+  status.update(control::changesStatus(engine));
+  return status;
 }
 
 // Runs one action for each node at a limited rate and tells how far it is.
@@ -246,10 +188,13 @@ json answer(Engine& engine, const std::string& mountPoint, const json& request,
   if (operation == "unpin") return pin(engine, request, false);
   if (operation == "download") return download(engine, request, emit);
   if (operation == "evict") return evict(engine, request);
-  if (operation == "retry") return retry(engine);
-  if (operation == "discard") return discard(engine, request);
+  if (operation == "changes") return control::changes(engine, request);
+  if (operation == "flush") return control::flush(engine, request, emit);
+  if (operation == "retry") return control::retry(engine, request);
+  if (operation == "discard") return control::discard(engine, request);
   if (operation == "unmount") {
-    return {{"ok", true}, {"pending", engine.uploader().statistics().counts.pending}};
+    const journal::Counts counts = engine.uploader().statistics().counts;
+    return {{"ok", true}, {"pending", counts.pending}, {"needsAttention", counts.attention}};
   }
   return {{"ok", false}, {"error", "unknown operation: " + operation}};
 }

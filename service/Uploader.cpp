@@ -180,21 +180,10 @@ void Uploader::awaitVerdict(Verdicts::Ticket ticket, const std::vector<NodeId>& 
   for (NodeId node : nodes)
     checkAwaited(node);
   if (parts_.host().empty()) return verdicts_.cancel(ticket, EHOSTDOWN);
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    for (NodeId node : nodes)
-      journal::hurry(writer.connection(), node, now);
-  });
-  due_.again();
+  hurry(nodes);
   {
     std::lock_guard lock(mutex_);
-    // Somebody may have signed in meanwhile.
-    pausedUntil_ = std::min(pausedUntil_, now);
-    probeAt_ = std::min(probeAt_, now);
-    if (!stopping_) {
-      poked_ = true;
-      changed_.notify_all();
-      return;
-    }
+    if (!stopping_) return;
   }
   verdicts_.cancel(ticket, EIO);
 } catch (const std::exception& error) {
@@ -293,6 +282,51 @@ void Uploader::retry(bool refused) {
   changed_.notify_all();
 }
 
+void Uploader::retry(const std::vector<NodeId>& nodes) {
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (NodeId node : nodes) {
+      std::optional<Change> change = journal::find(writer.connection(), node);
+      if (!change) continue;
+      change->attention = false;
+      change->attempts = 0;
+      journal::put(writer.connection(), *change);
+      writer.setError(node, "");
+    }
+  });
+  hurry(nodes);
+}
+
+void Uploader::hurry(const std::vector<NodeId>& nodes) {
+  const std::int64_t now = parts_.files.now();
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    for (NodeId node : nodes)
+      journal::hurry(writer.connection(), node, now);
+  });
+  lookNow();
+}
+
+void Uploader::hurryAll() {
+  const std::int64_t now = parts_.files.now();
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    writer.connection()
+        .cached("UPDATE pending SET due=min(due,?) WHERE attention=0 AND held=0")
+        .bind(now)
+        .run();
+  });
+  lookNow();
+}
+
+void Uploader::lookNow() {
+  due_.again();
+  const std::int64_t now = parts_.files.now();
+  std::lock_guard lock(mutex_);
+  // Somebody may have signed in meanwhile.
+  pausedUntil_ = std::min(pausedUntil_, now);
+  probeAt_ = std::min(probeAt_, now);
+  poked_ = true;
+  changed_.notify_all();
+}
+
 void Uploader::reached() {
   {
     std::lock_guard lock(mutex_);
@@ -316,15 +350,17 @@ void Uploader::unreachable(NodeId node, std::int64_t now) {
 }
 
 Uploader::Statistics Uploader::statistics() {
-  const bool here = !parts_.host().empty();
+  const bool present = !parts_.host().empty();
   const journal::Counts counts =
       replica_.read([](ReplicaReader& reader) { return journal::counts(reader.connection()); });
   std::lock_guard lock(mutex_);
   Statistics result = statistics_;
   result.counts = counts;
+  result.present = present;
   result.active = active_.size();
+  result.activeNodes.assign(active_.begin(), active_.end());
   result.paused = pausedUntil_ != 0;
-  result.reachable = reachable_ && here;
+  result.reachable = reachable_ && present;
   return result;
 }
 
@@ -348,6 +384,7 @@ void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction r
   std::string words = descriptionOf(error);
   const std::int64_t now = parts_.files.now();
   std::uint64_t random = 0;
+  bool stopsAll = false;
   {
     std::lock_guard lock(mutex_);
     random = random_();
@@ -355,6 +392,7 @@ void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction r
     statistics_.lastError = words;
     if (reaction == Reaction::retryUnreachable) unreachable(plan.node.id, now);
     if (reaction == Reaction::pause) pausedUntil_ = now + backOff(++pauses_, reaction, random);
+    stopsAll = !reachable_ || reaction == Reaction::pause;
   }
   bool attention = false;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
@@ -379,13 +417,22 @@ void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction r
   } else {
     serviceLog().info("%{public}@ did not go up: %{public}@", {plan.node.name, words});
   }
-  const int number = errnoFor(error);
-  // What stops one stops all.
-  if (reaction == Reaction::retryUnreachable || reaction == Reaction::pause) {
-    verdicts_.failAll(number);
-  } else {
-    verdicts_.failed(plan.node.id, number);
+  tellVerdict(plan.node.id, errnoFor(error), stopsAll);
+}
+
+// What waits for a folder to go up first shares its verdict.
+void Uploader::tellVerdict(NodeId id, int number, bool all) {
+  if (all) return verdicts_.failAll(number);
+  for (NodeId awaited : verdicts_.awaited()) {
+    const bool inside = replica_.read([&](ReplicaReader& reader) {
+      std::optional<Node> node = reader.node(awaited);
+      while (node && node->id != id && node->identifier.empty())
+        node = reader.node(node->parent);
+      return node && node->id == id;
+    });
+    if (inside) verdicts_.failed(awaited, number);
   }
+  verdicts_.failed(id, number);
 }
 
 }  // namespace tulo

@@ -84,18 +84,27 @@ class Uploader {
 
   // Tries again at once; `refused`: also what waits for the user.
   void retry(bool refused);
+  // The same for the changes of these nodes, and for nothing else.
+  void retry(const std::vector<NodeId>& nodes);
+  // Has the waiting changes of these nodes, or all of them, go up without a quiet time.
+  void hurry(const std::vector<NodeId>& nodes);
+  void hurryAll();
   // Drops what was changed here of the node: the host's state is shown again. Contents that exist
-  // nowhere else are gone then. Returns 0 or an errno.
+  // nowhere else are gone then. Returns 0 or an errno: ENOENT when nothing was changed, EBUSY for
+  // what is being sent or written, ENOTEMPTY for a new folder that something is in, EEXIST for a
+  // moved one whose former name is taken here.
   int discard(NodeId node);
 
   struct Statistics {
     journal::Counts counts;
     std::size_t active = 0;
+    std::vector<NodeId> activeNodes;
     std::uint64_t sent = 0;
     std::uint64_t failures = 0;
     std::uint64_t conflicts = 0;
     bool paused = false;
     bool reachable = true;
+    bool present = true;  // there is a host to be asked
     std::string lastError;
   };
   Statistics statistics();
@@ -111,11 +120,13 @@ class Uploader {
   bool hasHeir(ReplicaReader& reader, const Change& change);
   Readiness readiness(ReplicaReader& reader, const Change& change);
   bool isActive(NodeId node);
+  void lookNow();
   void carryOut(NodeId node);
   void finished(NodeId node);
   void relistWanted();
   void scheduleLoop();
   void checkAwaited(NodeId node);
+  void tellVerdict(NodeId node, int error, bool all);
 
   Answer await(const std::function<void(std::shared_ptr<Call>)>& begin);
   Answer lookUp(const std::string& identifier);
@@ -137,6 +148,8 @@ class Uploader {
                             const platform::ItemPointer& item, ContentId& clean);
   void mergeTwin(ReplicaWriter& writer, NodeId node, const std::string& identifier);
   void forget(NodeId node);
+  int moveBack(ReplicaWriter& writer, Node node, const Change& change,
+               Invalidations& invalidations);
   void keepAtHost(const Plan& plan);
   void makeConflict(const Plan& plan, const platform::ItemPointer& item);
   void itemGone(const Plan& plan);

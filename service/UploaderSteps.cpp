@@ -564,8 +564,34 @@ void Uploader::parentGone(const Plan& plan) {
   });
 }
 
+// A folder that was only moved or renamed goes back, with all that is in it.
+int Uploader::moveBack(ReplicaWriter& writer, Node node, const Change& change,
+                       Invalidations& invalidations) {
+  const std::optional<Node> home = writer.nodeFor(change.baseParent);
+  const std::string name = names::shown(change.baseFilename);
+  if (!home || (home->parent == kNoNode && home->id != kRootNode)) return ENOTEMPTY;
+  if (writer.childNamed(home->id, name)) return EEXIST;
+  for (NodeId above = home->id; above != kRootNode;) {
+    const std::optional<Node> folder = writer.node(above);
+    // Its former folder was put into it.
+    if (!folder || folder->parent == kNoNode || above == node.id) return EINVAL;
+    above = folder->parent;
+  }
+  invalidations = {entryChanged(node.parent, node.name), entryChanged(home->id, name),
+                   dataChanged(node.parent), dataChanged(home->id)};
+  node.parent = home->id;
+  node.name = name;
+  node.filename = change.baseFilename;
+  node.kept = node.pinned || home->kept;
+  writer.update(node);
+  writer.setKeptBelow(node.id, node.kept);
+  writer.setError(node.id, "");
+  journal::erase(writer.connection(), node.id);
+  return 0;
+}
+
 int Uploader::discard(NodeId id) {
-  if (isActive(id)) return EBUSY;
+  if (isActive(id) || parts_.openFiles.isOpenForWriting(id)) return EBUSY;
   Invalidations invalidations;
   NodeId folder = kNoNode;
   int error = 0;
@@ -577,8 +603,9 @@ int Uploader::discard(NodeId id) {
       error = ENOENT;
       return;
     }
-    if (node->kind == NodeKind::folder && !writer.childNodes(id).empty()) {
-      error = ENOTEMPTY;
+    if (node->kind == NodeKind::folder && !change->deleted && !writer.childNodes(id).empty()) {
+      error = change->baseFilename.empty() ? ENOTEMPTY
+                                           : moveBack(writer, *node, *change, invalidations);
       return;
     }
     journal::erase(database, id);

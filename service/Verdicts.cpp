@@ -50,6 +50,14 @@ bool Verdicts::isAwaited(NodeId node) const {
                      [node](const auto& each) { return each.second.nodes.contains(node); });
 }
 
+std::vector<NodeId> Verdicts::awaited() const {
+  std::lock_guard lock(mutex_);
+  std::unordered_set<NodeId> nodes;
+  for (const auto& [ticket, waiter] : waiters_)
+    nodes.insert(waiter.nodes.begin(), waiter.nodes.end());
+  return {nodes.begin(), nodes.end()};
+}
+
 void Verdicts::settled(NodeId node) {
   finishWhere(
       [node](Ticket, Waiter& waiter) {

@@ -32,6 +32,7 @@ class Verdicts {
   void cancel(Ticket ticket, int error);
 
   bool isAwaited(NodeId node) const;
+  std::vector<NodeId> awaited() const;
 
   // Nothing of the node's change is left to be done.
   void settled(NodeId node);

@@ -314,5 +314,48 @@ class Process(ProviderTest):
             self.assertIn(result.lines[0]["error"]["code"], (-1004, -2005))
 
 
+class Changes(ProviderTest):
+    """The commands about changes, as far as they need no mount."""
+
+    def test_wrong_usage(self):
+        self.check_wrong_usage("flush")
+        self.check_wrong_usage("flush", self.container, self.container)
+        self.check_wrong_usage("flush", "--nonsense", self.container)
+        self.check_wrong_usage("discard")
+        self.check_wrong_usage("discard", "--yes")
+        self.check_wrong_usage("retry", "--yes")
+
+    def test_a_time_out_that_is_none(self):
+        for value in ("0", "-1", "soon", "nan"):
+            self.check_wrong_usage("flush", "--wait", "--timeout", value, self.container)
+            self.check_wrong_usage("mount", "--sync", "--sync-timeout", value, self.container)
+
+    def test_a_time_out_of_nothing(self):
+        self.check_wrong_usage("flush", "--timeout", "1", self.container)
+        self.check_wrong_usage("mount", "--sync-timeout", "1", self.container)
+
+    def test_a_path_in_no_mount(self):
+        for command in ("flush", "retry", "discard", "pin", "unpin", "download", "evict"):
+            for path, reason in (
+                (self.container, "not in a mounted account"),
+                (self.path("missing/file"), "No such file or directory"),
+            ):
+                result = self.run_command([EXECUTABLE, command, path])
+                self.assertEqual((result.status, result.output), (1, ""), command)
+                self.assertEqual(result.log, f"tulo: {path}: {reason}\n")
+
+    def test_a_deleted_file_in_no_mount(self):
+        for command in ("flush", "retry", "discard"):
+            result = self.run_command([EXECUTABLE, command, self.path("missing")])
+            self.assertEqual((result.status, result.output), (1, ""), command)
+            self.assertEqual(result.log, f"tulo: {self.container}: not in a mounted account\n")
+
+    def test_retry_of_everything_without_a_mount(self):
+        state = dict(os.environ, XDG_STATE_HOME=self.container)
+        result = self.run_command([EXECUTABLE, "retry"], env=state)
+        self.assertEqual((result.status, result.output), (1, ""))
+        self.assertEqual(result.log, "tulo: no account is mounted\n")
+
+
 if __name__ == "__main__":
     main()

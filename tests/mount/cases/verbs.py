@@ -7,7 +7,7 @@ import subprocess
 import sys
 
 from harness import case, error_of, eventually, expect, expect_equal, read
-from writing import expect_host, settled, status, writable
+from writing import difference, expect_host, settled, status, tree, writable
 
 
 def write(path, data):
@@ -146,3 +146,249 @@ def sync_lets_a_waiting_program_be_interrupted(box):
     told = program.stdout.read()
     program.stdout.close()
     expect(told in (b"interrupted\n", b"4\n"), f"the program says {told!r}")
+
+
+def text(result):
+    return (result.stdout + result.stderr).decode()
+
+
+def flush(box, *arguments, path=None, status_wanted=0):
+    result = box.tulo("flush", *arguments, path or box.path(), check=False)
+    expect_equal(result.returncode, status_wanted, f"tulo flush: {text(result)}")
+    return text(result)
+
+
+def waiting(box, count):
+    eventually(lambda: status(box)["pending"] == count, f"{count} changes wait")
+
+
+@case
+def flush_waits_for_everything(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box)
+    expect("everything is at the host" in flush(box, "--wait"), "nothing to do")
+    write(box.path("note.txt"), b"changed")
+    os.mkdir(box.path("folder"))
+    for number in range(20):
+        write(box.path(f"folder/{number}"), b"%d" % number)
+    expect("everything is at the host" in flush(box, "--wait"), "all sent")
+    wanted = {f"folder/{number}": b"%d" % number for number in range(20)}
+    found = tree(box.root)
+    expect(not difference(found, {"note.txt": b"changed", "folder": None, **wanted}), f"{found}")
+
+
+@case
+def flush_says_what_is_left(box):
+    box.write("note.txt", b"note")
+    box.write("folder/inside.txt", b"inside")
+    box.start_host()
+    writable(box)
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    expect_equal(read(box.path("folder/inside.txt")), b"inside", "before")
+    box.host.stop()
+    write(box.path("note.txt"), b"changed")
+    waiting(box, 1)
+    told = flush(box)
+    expect("1 change on the way" in told, told)
+    told = flush(box, "--wait", "--timeout", "0.3", status_wanted=1)
+    expect("1 change left" in told and "note.txt: " in told, told)
+    # Only what is under the path counts.
+    told = flush(box, "--wait", path=box.path("folder"))
+    expect("everything" in told, told)
+    os.unlink(box.path("folder/inside.txt"))
+    told = flush(box, "--wait", "--timeout", "0.3", path=box.path("folder"), status_wanted=1)
+    expect("folder/inside.txt: " in told and "note.txt" not in told, told)
+    box.start_host()
+    flush(box, "--wait")
+    expect_host(box, {"note.txt": b"changed", "folder": None})
+
+
+def refuse(box, operation, change, times=1):
+    """Has the host refuse what `change` does, for good."""
+    box.restart_host("--fault", f"{operation}=invalid_name:{times}")
+    box.allow_errors("Extension: .* failed", "is refused by the host")
+    change()
+    told = flush(box, "--wait", status_wanted=3)
+    expect("needs attention" in told, told)
+    return told
+
+
+@case
+def refused_changes_are_told_and_tried_again(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box)
+    os.listdir(box.path())
+    refuse(box, "create", lambda: write(box.path("it's new.txt"), b"new"))
+    told = text(box.tulo("status", box.path()))
+    expect("1 change needs you" in told, told)
+    expect("refused   it's new.txt" in told and "does not allow this name" in told, told)
+    # As a shell takes it.
+    word = box.path("it'\\''s new.txt")
+    expect(f"tulo retry '{word}'" in told and f"tulo discard '{word}'" in told, told)
+    now = box.status()
+    expect_equal((now["pending"], now["needsAttention"]), (0, 1), "the counts")
+    (change,) = now["changes"]
+    expect_equal((change["path"], change["state"], change["kind"], change["size"]),
+                 ("it's new.txt", "needs attention", "new", 3), "the change")
+    expect("does not allow" in box.state_of("it's new.txt", "error"), "user.tulo.error")
+    expect_equal(box.state_of("it's new.txt", "pending"), "new", "user.tulo.pending")
+    expect_equal(read(box.path("it's new.txt")), b"new", "the contents stay")
+    expect("trying 1 change again" in text(box.tulo("retry", box.path("it's new.txt"))), "retry")
+    flush(box, "--wait")
+    expect_host(box, {"note.txt": b"note", "it's new.txt": b"new"})
+    expect("user.tulo.error" not in os.listxattr(box.path("it's new.txt")), "the error is gone")
+    expect("user.tulo.pending" not in os.listxattr(box.path("it's new.txt")), "nothing is pending")
+    expect("nothing to try" in text(box.tulo("retry")), "retry of nothing")
+
+
+@case
+def retry_without_a_path_is_about_everything(box):
+    box.write("gone.txt", b"gone")
+    box.start_host()
+    writable(box)
+    os.listdir(box.path())
+    refuse(box, "any", lambda: os.unlink(box.path("gone.txt")), times=2)
+    write(box.path("new.txt"), b"new")
+    flush(box, "--wait", status_wanted=3)
+    expect("trying 2 changes again" in text(box.tulo("retry")), "retry")
+    flush(box, "--wait")
+    expect_host(box, {"new.txt": b"new"})
+
+
+@case
+def discard_asks_and_shows_the_hosts_state(box):
+    box.write("note.txt", b"note")
+    box.write("gone.txt", b"gone")
+    box.write("folder/deep/inside.txt", b"inside")
+    box.start_host()
+    writable(box)
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    os.listdir(box.path("folder/deep"))
+    box.host.stop()
+    write(box.path("note.txt"), b"changed here")
+    write(box.path("folder/new.txt"), b"only here")
+    os.unlink(box.path("gone.txt"))
+    os.rename(box.path("folder"), box.path("moved"))
+    told = box.tulo("discard", box.path("note.txt"), check=False)
+    expect_equal(told.returncode, 1, "discard without a terminal")
+    expect("note.txt: changed here (12 B); these contents will be LOST" in text(told), text(told))
+    expect("--yes" in text(told), text(told))
+    expect_equal(read(box.path("note.txt")), b"changed here", "after the refusal")
+    paths = [box.path(name) for name in ("note.txt", "gone.txt", "moved")]
+    told = text(box.tulo("discard", "--yes", *paths))
+    expect("gone.txt: deleted here; comes back" in told, told)
+    expect("moved/new.txt: a new file that is only here" in told, told)
+    expect("moved: renamed or moved here; goes back to folder" in told, told)
+    expect_equal(status(box)["pending"], 0, "changes that wait")
+    box.start_host()
+    wanted = {"note.txt": b"note", "gone.txt": b"gone", "folder": None, "folder/deep": None,
+              "folder/deep/inside.txt": b"inside"}
+    eventually(lambda: not difference(tree(box.path()), wanted), "the mount shows the host's state")
+    expect_host(box, wanted)
+    expect("nothing to discard" in text(box.tulo("discard", box.path("note.txt"))), "discard twice")
+
+
+@case
+def discard_leaves_alone_what_a_program_writes(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box)
+    with open(box.path("note.txt"), "r+b") as file:
+        file.write(b"more")
+        file.flush()
+        told = box.tulo("discard", "--yes", box.path("note.txt"), check=False)
+        expect_equal(told.returncode, 1, text(told))
+        expect("in use" in text(told), text(told))
+        told = flush(box, "--wait", "--timeout", "0.3", status_wanted=1)
+        expect("note.txt: being written" in told, told)
+    flush(box, "--wait")
+    expect_host(box, {"note.txt": b"more"})
+
+
+@case
+def discard_takes_a_yes_on_a_terminal(box):
+    box.start_host()
+    writable(box)
+    box.host.stop()
+    write(box.path("new.txt"), b"new")
+    for answer, stays in ((b"n\n", True), (b"y\n", False)):
+        ours, its = os.openpty()
+        with subprocess.Popen([box.program, "discard", box.path("new.txt")], stdin=its,
+                              stdout=subprocess.PIPE, env=box.environment) as program:
+            os.close(its)
+            os.write(ours, answer)
+            told = program.stdout.read().decode()
+        os.close(ours)
+        expect("Discard 1 change? [y/N]" in told, told)
+        expect_equal(os.path.exists(box.path("new.txt")), stays, f"after {answer!r}")
+
+
+@case
+def unmounting_tells_what_was_not_sent(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    mount = writable(box)
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    box.host.stop()
+    write(box.path("note.txt"), b"changed")
+    write(box.path("new.txt"), b"new")
+    waiting(box, 2)
+    told = text(box.tulo("unmount", box.path()))
+    expect("2 changes not sent yet" in told and "after the next mount" in told, told)
+    expect_equal(mount.wait(), 0, "exit status of the service")
+    expect("2 changes that were not sent" in mount.log(), "the service's log")
+    box.mounts.clear()
+    again = writable(box)
+    expect_equal(read(box.path("new.txt")), b"new", "after the next mount")
+    box.start_host()
+    flush(box, "--wait")
+    expect_host(box, {"note.txt": b"changed", "new.txt": b"new"})
+    told = text(box.tulo("unmount", box.path()))
+    expect_equal(told, "", "what unmounting says when all is sent")
+    again.wait()
+
+
+@case
+def attributes_tell_the_state_of_a_change(box):
+    box.write("note.txt", b"note")
+    box.write("gone/inside.txt", b"inside")
+    box.start_host()
+    writable(box)
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    expect_equal(box.state_of("note.txt"), "downloaded", "before")
+    box.host.stop()
+    write(box.path("note.txt"), b"changed")
+    os.mkdir(box.path("folder"))
+    os.rename(box.path("gone"), box.path("moved"))
+    write(box.path("note.txt~"), b"backup")
+    os.symlink("note.txt", box.path("link"))
+    found = {name: box.state_of(name, "pending") for name in ("note.txt", "folder", "moved")}
+    expect_equal(found, {"note.txt": "contents", "folder": "new", "moved": "name"}, "pending")
+    expect_equal(box.state_of("note.txt"), "modified", "user.tulo.state")
+    expect_equal(box.state_of("note.txt~"), "local", "user.tulo.state of a temporary file")
+    expect_equal(box.state_of("note.txt~", "local"), "1", "user.tulo.local of a temporary file")
+    expect("user.tulo.pending" not in os.listxattr(box.path("note.txt~")), "nothing is pending")
+    expect("user.tulo.local" not in os.listxattr(box.path("note.txt")), "the note is not local")
+    now = box.status()
+    expect_equal((now["localItems"], sorted(now["local"])), (2, ["link", "note.txt~"]), "local")
+    told = text(box.tulo("status", box.path()))
+    expect("3 changes to be sent; 2 items stay here" in told, told)
+    expect("host      not running" in told, told)
+
+
+@case
+def sync_in_a_folder_that_waits_itself(box):
+    box.start_host()
+    writable(box, "--sync")
+    os.listdir(box.path())
+    # Its socket stays, as nobody's.
+    box.host.kill()
+    expect_equal(error_of(lambda: os.mkdir(box.path("folder"))), errno.EHOSTDOWN, "the folder")
+    eventually(lambda: os.path.isdir(box.path("folder")), "the folder is shown")
+    found = error_of(lambda: write(box.path("folder/file.txt"), b"in it"))
+    expect_equal(found, errno.EHOSTDOWN, "a file in it")
+    box.start_host()
+    settled(box)
+    expect_host(box, {"folder": None, "folder/file.txt": b"in it"})

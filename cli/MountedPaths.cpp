@@ -1,0 +1,53 @@
+#include "cli/MountedPaths.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+
+#include "cli/ServiceClient.h"
+#include "service/ServicePaths.h"
+
+namespace tulo::cli {
+
+namespace {
+
+using nlohmann::json;
+
+// Nothing when there is no such file.
+std::optional<struct stat> look(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) == 0) return status;
+  if (errno == ENOENT) return std::nullopt;
+  throw ServiceError(path + ": " + std::strerror(errno));
+}
+
+std::filesystem::path whole(const std::string& path) {
+  std::filesystem::path result = std::filesystem::absolute(path).lexically_normal();
+  return result.has_filename() ? result : result.parent_path();
+}
+
+}  // namespace
+
+// Inode numbers are the service's own numbers.
+std::map<std::string, json> namedByDomain(const std::vector<std::string>& paths, Deleted deleted) {
+  std::map<std::string, json> result;
+  for (const std::string& path : paths) {
+    const std::string folder = whole(path).parent_path();
+    if (const auto status = look(path)) {
+      // Of a link the attributes would be those of what it points to.
+      const std::string domain = domainOfPath(S_ISLNK(status->st_mode) ? folder : path);
+      result[domain]["nodes"].push_back(status->st_ino);
+      continue;
+    }
+    const auto above = deleted == Deleted::isMeant ? look(folder) : std::nullopt;
+    if (!above) throw ServiceError(path + ": " + std::strerror(ENOENT));
+    result[domainOfPath(folder)]["deleted"].push_back(
+        {{"folder", above->st_ino}, {"name", whole(path).filename().string()}});
+  }
+  return result;
+}
+
+}  // namespace tulo::cli
