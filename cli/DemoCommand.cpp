@@ -19,7 +19,8 @@ const char* const demoHelp = R"(The main job in one go.
 
 Makes a sample account in a temporary folder, starts the reference host on it as a process of its
 own, and walks the account through the extension: lists it, downloads, creates, renames, moves,
-edits, locks, deletes, draws thumbnails, and shows what every call answers once the host is gone.
+edits, locks, deletes, draws thumbnails; mounts it as a folder and works in that, also while the host
+is away; and shows what every call answers once the host is gone.
 Each step is checked; the first that does not do what it says ends the demo with status 1.
 Everything that it made is removed at its end, also on Ctrl-C.)";
 

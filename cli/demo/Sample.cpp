@@ -127,11 +127,11 @@ void makeDocuments(Writer& writer) {
   // One name in two spellings: with the accented letter, and with the letter and an accent.
   writer.file("Documents/Caf\u00E9.md", "# Caf\u00E9\n\nOpen from 8 to 18.\n");
   writer.file("Documents/Cafe\u0301.md", "# Cafe\u0301\n\nClosed on Mondays.\n");
-  writer.file("Documents/Budget.csv", "item,amount\nrent,900\nfood,420\ntrain,75\n");
+  writer.file(sample::budget, "item,amount\nrent,900\nfood,420\ntrain,75\n");
   writer.file(sample::contract,
               "Both parties agree to leave this file alone while it is locked.\n");
   writer.folder("Documents/Letters");
-  writer.file("Documents/Letters/Landlord.txt", "Dear Sir or Madam,\n\nThe heating is off.\n");
+  writer.file(sample::letter, "Dear Sir or Madam,\n\nThe heating is off.\n");
 }
 
 void makePictures(Writer& writer) {
@@ -179,7 +179,7 @@ SampleCounts makeSample(const std::filesystem::path& folder, int archived,
   writer.file(sample::video, noise(videoSize));
   // A folder and a file that one folder of another system could not hold side by side.
   writer.folder("Notes");
-  writer.file("Notes/Ideas.md", "- a boat\n- a longer boat\n");
+  writer.file(sample::ideas, "- a boat\n- a longer boat\n");
   writer.file("notes", "Buy milk.\n");
   makeArchive(writer, archived);
   return writer.counts();

@@ -13,6 +13,9 @@ namespace sample {
 inline const std::string report = "Documents/Report.pdf";
 inline const std::string contract = "Documents/Contract.txt";
 inline const std::string documents = "Documents";
+inline const std::string budget = "Documents/Budget.csv";
+inline const std::string letter = "Documents/Letters/Landlord.txt";
+inline const std::string ideas = "Notes/Ideas.md";
 inline const std::string video = "Videos/Holiday.mp4";
 inline const std::string picture = "Pictures/Sunrise.png";
 inline const std::string drawing = "Pictures/Logo.svg";

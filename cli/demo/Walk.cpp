@@ -30,21 +30,6 @@ const std::string& root() {
   return platform::NSFileProviderRootContainerItemIdentifier();
 }
 
-std::string contentsOf(const std::filesystem::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) throw WalkError("cannot read " + path.string());
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-std::string secondsText(Clock::duration duration) {
-  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(duration);
-  return std::to_string(milliseconds.count()) + " ms";
-}
-
-std::string quotedName(const std::string& name) {
-  return "“" + printable(name) + "”";
-}
-
 // "PNG, 128 x 85 points" of an image's bytes; empty for what is no image.
 std::string imageText(const platform::Data& data) {
   const std::unique_ptr<GdkPixbufLoader, decltype(&g_object_unref)> loader(gdk_pixbuf_loader_new(),
@@ -70,6 +55,21 @@ Account openAccount(const std::filesystem::path& container) {
 }
 
 }  // namespace
+
+std::string contentsOf(const std::filesystem::path& path) {
+  std::ifstream stream(path, std::ios::binary);
+  if (!stream) throw WalkError("cannot read " + path.string());
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::string timeText(std::chrono::steady_clock::duration duration) {
+  const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(duration);
+  return std::to_string(milliseconds.count()) + " ms";
+}
+
+std::string quotedName(const std::string& name) {
+  return "“" + printable(name) + "”";
+}
 
 Walk::Walk(Terminal& terminal, Interruption& interruption, int archived)
     : terminal_(terminal),
@@ -179,7 +179,7 @@ void Walk::startHost() {
   terminal_.fact("command", served_.hostCommandLine());
   terminal_.fact("process", std::to_string(served_.hostProcess()));
   terminal_.fact("socket", served_.socket().string());
-  terminal_.holds("the whole account is in the index after " + secondsText(Clock::now() - start));
+  terminal_.holds("the whole account is in the index after " + timeText(Clock::now() - start));
   served_.hostCommand("lock", {sample::contract, "--user", "7"});
   terminal_.fact("lock", "tulo host lock " + sample::contract + " --user 7");
 }
@@ -203,7 +203,7 @@ void Walk::list() {
   const TreeCounts counts = countTree(tree);
   expect(counts.files == counts_.files && counts.folders == counts_.folders,
          countText(counts.files, "file") + " and " + countText(counts.folders, "folder") +
-             ", as on the disk, listed in " + secondsText(duration));
+             ", as on the disk, listed in " + timeText(duration));
   expect(counts.marked == 3,
          countText(counts.marked, "name") +
              " marked: one differs in case, one in the spelling of é, one is a folder's");
@@ -216,7 +216,7 @@ void Walk::download() {
   const auto start = Clock::now();
   const auto line = [&](std::int64_t completed, std::int64_t total) {
     return "   " + sample::video + ": " + std::to_string(completed) + " of " +
-           std::to_string(total) + " done, " + secondsText(Clock::now() - start);
+           std::to_string(total) + " done, " + timeText(Clock::now() - start);
   };
   terminal_.transient(line(0, 1));
   const Account::Download download =
@@ -320,57 +320,6 @@ void Walk::thumbnails() {
          padded(sample::contract, 24) + "none, and no error: it is no picture");
 }
 
-bool Walk::startMount() {
-  if (!MountedAccount::isPossible()) {
-    terminal_.line("   Nothing can be mounted here: this user may not use /dev/fuse.");
-    return false;
-  }
-  mounted_ = std::make_unique<MountedAccount>(served_.container(), check_);
-  interruption_.setWakeUp([this] {
-    mounted_->interrupt();
-    served_.interrupt();
-  });
-  terminal_.fact("mounted", "tulo mount " + mounted_->folder().string());
-  return true;
-}
-
-void Walk::endMount() {
-  interruption_.setWakeUp([this] { served_.interrupt(); });
-  mounted_->unmount();
-  mounted_.reset();
-}
-
-void Walk::mount() {
-  terminal_.heading("The same account as an ordinary folder");
-  if (!startMount()) return;
-  useMount(mounted_->folder());
-  endMount();
-}
-
-void Walk::useMount(const std::filesystem::path& folder) {
-  const std::filesystem::path picture = folder / sample::picture;
-  struct stat status = {};
-  expect(::stat(picture.c_str(), &status) == 0 && status.st_size > 0 && status.st_blocks == 0,
-         "before it is opened, " + sample::picture + " has its size and no blocks");
-  expect(contentsOf(picture) == contentsOf(served_.folder() / sample::picture),
-         "opened, it is the host's picture, byte for byte");
-  const std::string name = "Postcard.txt";
-  const auto isThere = [&] { return std::filesystem::exists(folder / name); };
-  expect(!isThere(), quotedName(name) + " is not there");
-  const auto timeUntil = [&](bool there) {
-    const auto begin = Clock::now();
-    while (isThere() != there && Clock::now() < begin + patience)
-      check_();
-    return secondsText(Clock::now() - begin);
-  };
-  std::ofstream(served_.folder() / name) << "Greetings from the host.\n";
-  const std::string appeared = timeUntil(true);
-  expect(isThere(), "written at the host, it is in the folder " + appeared + " later");
-  std::filesystem::remove(served_.folder() / name);
-  const std::string vanished = timeUntil(false);
-  expect(!isThere(), "removed at the host, it is gone " + vanished + " later");
-}
-
 void Walk::refusals() {
   terminal_.heading("What a host may refuse, in the system's words");
   const platform::ItemPointer item = itemAt(sample::contract);
@@ -431,9 +380,12 @@ void Walk::keep() {
   if (isMounted) {
     const std::string folder = mounted_->folder();
     terminal_.line("   And in the mounted folder:");
-    for (const std::string& command : {"ls -l " + folder, "cat " + folder + "/" + sample::contract,
-                                       "getfattr -d " + folder + "/" + sample::contract,
-                                       "env " + mounted_->environment() + " tulo status"}) {
+    for (const std::string& command :
+         {"ls -l " + folder, "cat " + folder + "/" + sample::contract,
+          "echo '- a lighthouse' >> " + folder + "/" + sample::ideas,
+          "getfattr -d " + folder + "/" + sample::ideas,
+          "env " + mounted_->environment() + " tulo status",
+          "env " + mounted_->environment() + " tulo flush --wait " + folder}) {
       terminal_.line("     " + command);
     }
   }

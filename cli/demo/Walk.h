@@ -4,6 +4,7 @@
 // Threads: one at a time.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -25,6 +26,13 @@ class WalkError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// The bytes of a file. Throws WalkError.
+std::string contentsOf(const std::filesystem::path& path);
+// "12 ms".
+std::string timeText(std::chrono::steady_clock::duration duration);
+// The name between quotation marks, fit to be printed.
+std::string quotedName(const std::string& name);
 
 class Walk {
  public:
@@ -54,6 +62,11 @@ class Walk {
   void refusals();
   void mount();
   void useMount(const std::filesystem::path& folder);
+  void changeInMount(const std::filesystem::path& folder);
+  void saveAsEditorsDo(const std::filesystem::path& folder);
+  void changeWithoutHost(const std::filesystem::path& folder);
+  void expectArrival(const std::string& path, const std::string& contents,
+                     const platform::ItemPointer& before, const std::string& what);
   void stopHost();
   void refusalsWhileStopped();
 

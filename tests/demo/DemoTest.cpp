@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -61,6 +62,15 @@ TEST_F(DemoTest, WalksTheAccountToItsEndAndLeavesNothing) {
             ContainsRegex("not authenticated \\(NSFileProviderErrorDomain -1000\\)"),
             ContainsRegex("a deletion +server unreachable \\(NSFileProviderErrorDomain -1004\\)"),
             HasSubstr("Every step did what it says.")));
+  // Elsewhere the demo says that it cannot mount.
+  if (access("/dev/fuse", R_OK | W_OK) == 0) {
+    EXPECT_THAT(
+        demo.output(),
+        AllOf(ContainsRegex("is added to Documents/Budget.csv, and [0-9]+ ms later the host has"),
+              ContainsRegex("renamed over Notes/Ideas.md, .* and [0-9]+ ms later the host has it"),
+              ContainsRegex("the change waited, and [0-9]+ ms later the host has it"),
+              HasSubstr("it is still the same item, in version 2 instead of 1")));
+  }
   expectNothingLeft(demo.output());
 }
 
