@@ -392,3 +392,26 @@ def sync_in_a_folder_that_waits_itself(box):
     box.start_host()
     settled(box)
     expect_host(box, {"folder": None, "folder/file.txt": b"in it"})
+
+
+@case
+def sync_ends_with_the_service(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    mount = writable(box, "--sync")
+    os.listdir(box.path())
+    box.restart_host("--fault", "any=silent")
+    with subprocess.Popen(
+        [sys.executable, "-c", WAITER, box.path("new.txt")], stdout=subprocess.PIPE
+    ) as program:
+        expect_equal(program.stdout.readline(), b"closing\n", "the program")
+        eventually(lambda: box.host.requests("create") > 0, "the host is asked")
+        mount.unmount()
+        told = int(program.stdout.read())
+    expect(told != 0, "closing fails when the service ends")
+    box.mounts.clear()
+    box.restart_host()
+    writable(box)
+    expect_equal(read(box.path("new.txt")), b"held up", "the contents stay")
+    settled(box)
+    expect_host(box, {"note.txt": b"note", "new.txt": b"held up"})
