@@ -39,6 +39,8 @@ def main():
         failures.append("the service does not stay in the foreground")
     if not re.search(r"^Type=notify$", text, re.MULTILINE):
         failures.append("the unit does not wait until the folder answers")
+    if not re.search(r"^TimeoutStopSec=\d+$", text, re.MULTILINE):
+        failures.append("nothing bounds how long the service may take to end")
     if not shutil.which("systemd-analyze"):
         if failures:
             finish(failures)
