@@ -179,7 +179,7 @@ ssize_t WritableFile::copyFrom(WritableFile& source, off_t from, off_t to, std::
 int WritableFile::synchronize(bool dataOnly) {
   {
     const std::shared_lock lock(mutex_);
-    if (file_ && writable_) {
+    if (file_) {
       const int result = dataOnly ? ::fdatasync(file_.get()) : ::fsync(file_.get());
       if (result != 0) return errno;
     }
@@ -278,19 +278,39 @@ void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
 int LocalFiles::settle(NodeId id, Durability durability) try {
   const std::shared_ptr<WritableFile> file = find(id);
   if (!file) return 0;
-  const std::shared_lock lock(file->mutex_);
-  const bool changed = file->changed_.exchange(false);
-  if (!changed && durability == Durability::eventual) return 0;
-  replica_.write(durability, [&](ReplicaWriter& writer) {
-    if (changed && file->writable_) updateRow(writer, *file);
-    // An empty transaction would not be forced to the disk.
-    if (durability == Durability::durable) writer.setMeta("synchronized", clock_());
-  });
+  bool changed = false;
+  {
+    const std::shared_lock lock(file->mutex_);
+    changed = file->changed_.exchange(false);
+    if (!changed && durability == Durability::eventual) return 0;
+    if (changed && file->writable_) noteChange(*file);
+  }
+  if (durability == Durability::durable) replica_.synchronize();
   faultPoint("settle.committed");
   if (changed) this->changed();
   return 0;
 } catch (const std::exception& error) {
   serviceLog().error("cannot note the change of node %d: %{public}@", {id, error.what()});
+  return errnoOf(error);
+}
+
+// The file's lock is held.
+void LocalFiles::noteChange(WritableFile& file) try {
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) { updateRow(writer, file); });
+} catch (const std::exception&) {
+  file.changed_ = true;
+  throw;
+}
+
+int LocalFiles::synchronize(NodeId id, bool dataOnly) try {
+  if (const std::shared_ptr<WritableFile> file = find(id)) return file->synchronize(dataOnly);
+  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  const bool local = node && node->state == ContentState::dirty && node->content != kNoContent;
+  if (local && !store_.makeDurable(node->content)) return EIO;
+  replica_.synchronize();
+  return 0;
+} catch (const std::exception& error) {
+  serviceLog().error("cannot force node %d to the disk: %{public}@", {id, error.what()});
   return errnoOf(error);
 }
 

@@ -81,6 +81,8 @@ class LocalFiles {
   // A handle that could write was flushed or closed: brings the row up to date; the quiet time
   // begins. Returns 0 or an errno.
   int settle(NodeId node, Durability durability);
+  // What was written to the node, and the journal, survive a power cut. Returns 0 or an errno.
+  int synchronize(NodeId node, bool dataOnly);
   // Nobody has it open any more.
   void released(NodeId node);
 
@@ -105,6 +107,7 @@ class LocalFiles {
   friend class WritableFile;
 
   void updateRow(ReplicaWriter& writer, WritableFile& file);
+  void noteChange(WritableFile& file);
 
   Replica& replica_;
   ContentStore& store_;

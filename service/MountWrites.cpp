@@ -343,18 +343,13 @@ void MountSession::flush(fuse_req_t request, NodeId node) {
 
 void MountSession::fsync(fuse_req_t request, NodeId node, bool dataOnly) {
   guarded(request, [&] {
-    const std::shared_ptr<WritableFile> file = parts_.files ? parts_.files->find(node) : nullptr;
-    fuse_reply_err(request, file ? file->synchronize(dataOnly) : 0);
+    fuse_reply_err(request, parts_.files ? parts_.files->synchronize(node, dataOnly) : 0);
   });
 }
 
 void MountSession::fsyncFolder(fuse_req_t request) {
   guarded(request, [&] {
-    if (parts_.edits) {
-      parts_.replica.write(Durability::durable, [](ReplicaWriter& writer) {
-        writer.setMeta("synchronized", std::int64_t{std::time(nullptr)});
-      });
-    }
+    if (parts_.edits) parts_.replica.synchronize();
     fuse_reply_err(request, 0);
   });
 }

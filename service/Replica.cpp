@@ -1,5 +1,8 @@
 #include "service/Replica.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <ctime>
 #include <filesystem>
 
@@ -71,7 +74,7 @@ void Replica::giveBack(std::unique_ptr<ReplicaReader> reader) {
 }
 
 void Replica::write(Durability durability, const WriteFunction& function) {
-  Pending mine{&function, durability, nullptr};
+  Pending mine{&function, nullptr};
   std::unique_lock lock(queueMutex_);
   queue_.push_back(&mine);
   queueChanged_.wait(lock, [&] { return mine.done || !leading_; });
@@ -89,40 +92,58 @@ void Replica::write(Durability durability, const WriteFunction& function) {
   }
   lock.unlock();
   if (mine.error) std::rethrow_exception(mine.error);
+  if (durability == Durability::durable) synchronize();
 }
 
-void Replica::setSynchronous(Durability durability) {
-  if (durability == synchronous_) return;
-  writer_->connection().execute(durability == Durability::durable ? "PRAGMA synchronous=FULL"
-                                                                  : "PRAGMA synchronous=NORMAL");
-  synchronous_ = durability;
+// A commit is in the log file when it returns; what is missing for a power cut is that the file is
+// on the disk. That is done outside the transaction, so nobody else's commit waits for the disk.
+void Replica::synchronize() {
+  std::unique_lock lock(syncMutex_);
+  // A turn that began before now may have missed what was committed last.
+  const std::uint64_t wanted = syncsBegun_ + 1;
+  syncChanged_.wait(lock, [&] { return !syncing_ || syncsDone_ >= wanted; });
+  const auto check = [&](bool failed) {
+    if (failed) throw DatabaseError(SQLITE_IOERR, "replica database: cannot force it to the disk");
+  };
+  if (syncsDone_ >= wanted) return check(syncFailed_ >= wanted);
+  syncing_ = true;
+  const std::uint64_t turn = ++syncsBegun_;
+  // The file stays the same one for as long as the writer's connection is open.
+  if (!log_) log_ = Descriptor(::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC));
+  lock.unlock();
+  const bool failed = !log_ || ::fdatasync(log_.get()) != 0;
+  lock.lock();
+  syncing_ = false;
+  syncsDone_ = turn;
+  // The disk says it once only, and it concerns all who share the turn.
+  if (failed) syncFailed_ = turn;
+  syncChanged_.notify_all();
+  check(failed);
 }
 
-void Replica::runOne(Pending& pending) {
-  writer_->connection().execute("SAVEPOINT one");
+void Replica::runOne(Pending& pending, bool alone) {
+  Connection& database = writer_->connection();
+  // Alone in its transaction, it can be rolled back with it.
+  if (alone) return (*pending.function)(*writer_);
+  database.cached("SAVEPOINT one").run();
   try {
     (*pending.function)(*writer_);
-    writer_->connection().execute("RELEASE one");
+    database.cached("RELEASE one").run();
   } catch (...) {
     pending.error = std::current_exception();
     // A full disk may have ended the whole transaction already.
-    if (!writer_->connection().inTransaction()) throw;
-    writer_->connection().execute("ROLLBACK TO one; RELEASE one");
+    if (!database.inTransaction()) throw;
+    database.execute("ROLLBACK TO one; RELEASE one");
     writer_->forgetReservations();
   }
 }
 
 void Replica::commitBatch(std::deque<Pending*>& batch) {
   try {
-    Durability durability = Durability::eventual;
-    for (const Pending* pending : batch) {
-      if (pending->durability == Durability::durable) durability = Durability::durable;
-    }
-    setSynchronous(durability);
-    writer_->connection().execute("BEGIN IMMEDIATE");
+    writer_->connection().cached("BEGIN IMMEDIATE").run();
     for (Pending* pending : batch)
-      runOne(*pending);
-    writer_->connection().execute("COMMIT");
+      runOne(*pending, batch.size() == 1);
+    writer_->connection().cached("COMMIT").run();
   } catch (...) {
     writer_->forgetReservations();
     for (Pending* pending : batch) {

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "service/Database.h"
+#include "service/Descriptor.h"
 #include "service/Node.h"
 
 namespace tulo {
@@ -178,6 +179,8 @@ class Replica {
 
   // Runs the function in a transaction and returns once it is committed.
   void write(Durability durability, const WriteFunction& function);
+  // Forces everything committed so far to the disk. Callers at the same time share one turn of it.
+  void synchronize();
 
   const std::string& directory() const { return directory_; }
   // Where a damaged database was set aside at opening; empty otherwise.
@@ -186,7 +189,6 @@ class Replica {
  private:
   struct Pending {
     const WriteFunction* function;
-    Durability durability;
     std::exception_ptr error;
     bool done = false;
   };
@@ -204,8 +206,7 @@ class Replica {
   void giveBack(std::unique_ptr<ReplicaReader> reader);
   void openOrSetAside();
   void commitBatch(std::deque<Pending*>& batch);
-  void runOne(Pending& pending);
-  void setSynchronous(Durability durability);
+  void runOne(Pending& pending, bool alone);
 
   std::string directory_;
   std::string path_;
@@ -221,9 +222,17 @@ class Replica {
   std::deque<Pending*> queue_;
   bool leading_ = false;
 
-  // Only the current leader touches these.
+  // Only the current leader touches it.
   std::unique_ptr<ReplicaWriter> writer_;
-  Durability synchronous_ = Durability::eventual;
+
+  // Guards the turns of forcing the log to the disk; let go of meanwhile.
+  std::mutex syncMutex_;
+  std::condition_variable syncChanged_;
+  std::uint64_t syncsBegun_ = 0;
+  std::uint64_t syncsDone_ = 0;
+  std::uint64_t syncFailed_ = 0;
+  bool syncing_ = false;
+  Descriptor log_;
 };
 
 }  // namespace tulo
