@@ -65,6 +65,10 @@ std::unique_ptr<OpenFile> Contents::openAsIs(NodeId id) {
   return std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size);
 }
 
+std::unique_ptr<OpenFile> Contents::openNew(const Entry& entry) {
+  return std::make_unique<OpenFile>(openFiles_, store_, entry.id, entry.content, entry.size);
+}
+
 Contents::Ticket Contents::beginOpen(NodeId node, OpenCompletion completion) {
   std::lock_guard lock(mutex_);
   const Ticket ticket = nextTicket_++;

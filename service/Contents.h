@@ -85,6 +85,8 @@ class Contents : public std::enable_shared_from_this<Contents> {
 
   // Opens a file whose contents are of no interest. Null when it is gone.
   std::unique_ptr<OpenFile> openAsIs(NodeId node);
+  // A file that was made just now.
+  std::unique_ptr<OpenFile> openNew(const Entry& entry);
 
   // Opening with waiting takes two steps, so that an interrupt can be armed between them: the
   // completion is not called before proceed().

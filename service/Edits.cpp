@@ -122,15 +122,18 @@ EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode) {
   node.kind = NodeKind::file;
   node.name = name;
   node.mode = (mode & 0777) | kModeSet;
-  return make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
+  Descriptor contents;
+  EditResult result = make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
     const ContentId content = writer.reserveContent(id);
-    store_.create(content, node.name);
+    contents = store_.create(content, node.name);
     writer.connection().cached("UPDATE content SET used=1 WHERE id=?").bind(content).run();
     writer.connection()
         .cached("UPDATE node SET state=2,content=? WHERE id=?")
         .bind(content, id)
         .run();
   });
+  result.contents = std::move(contents);
+  return result;
 }
 
 EditResult Edits::makeFolder(NodeId folder, std::string_view name, int mode) {

@@ -21,6 +21,7 @@ namespace tulo {
 struct EditResult {
   int error = 0;
   Entry entry;
+  Descriptor contents;  // of a new file, open for reading and writing
 };
 
 class Edits {

@@ -25,11 +25,20 @@ int errnoOf(const std::exception& error) {
   return EIO;
 }
 
-bool durableContent(ReplicaWriter& writer, ContentId content) {
-  Statement& statement = writer.connection().cached("SELECT durable FROM content WHERE id=?");
+bool durableContent(Connection& database, ContentId content) {
+  Statement& statement = database.cached("SELECT durable FROM content WHERE id=?");
   statement.bind(content);
   StatementUse use(statement);
   return statement.step() && statement.integer(0) != 0;
+}
+
+// Whether all that prepare() would note down is there already, as it is of a new file.
+bool isJournaled(Connection& database, const Node& node) {
+  if (node.state != ContentState::dirty || durableContent(database, node.content)) return false;
+  const std::optional<Change> change = journal::find(database, node.id);
+  if (!change) return node.identifier.empty();
+  return change->contents && !change->sent && !change->deleted && !change->attention &&
+         !change->held && change->attempts == 0;
 }
 
 }  // namespace
@@ -69,7 +78,8 @@ void WritableFile::prepare(bool keepContents) {
     name = node->name;
     const std::optional<Change> change = journal::find(writer.connection(), node_);
     const bool sending = change && change->sent && change->sentContent == node->content;
-    wasDurable = node->state == ContentState::downloaded && durableContent(writer, node->content);
+    wasDurable = node->state == ContentState::downloaded &&
+                 durableContent(writer.connection(), node->content);
     fresh = node->content;
     if (node->content != kNoContent && !sending) return;
     copied = keepContents ? node->content : kNoContent;
@@ -215,25 +225,36 @@ void LocalFiles::start() {
   });
 }
 
-std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error) try {
+// The map's lock is held.
+std::shared_ptr<WritableFile> LocalFiles::slot(NodeId node) {
+  std::shared_ptr<WritableFile>& slot = files_[node];
+  if (!slot) slot = std::make_shared<WritableFile>(*this, node);
+  return slot;
+}
+
+std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error, Descriptor contents) try {
   error = 0;
   std::shared_ptr<WritableFile> file;
   {
     std::lock_guard lock(mutex_);
-    std::shared_ptr<WritableFile>& slot = files_[id];
-    if (!slot) slot = std::make_shared<WritableFile>(*this, id);
-    file = slot;
+    file = slot(id);
   }
   const std::unique_lock lock(file->mutex_);
   if (file->file_) return file;
-  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  bool journaled = false;
+  const auto node = replica_.read([&](ReplicaReader& reader) {
+    std::optional<Node> row = reader.node(id);
+    journaled = row && isJournaled(reader.connection(), *row);
+    return row;
+  });
   if (!node) {
     error = ESTALE;
     return nullptr;
   }
   if (node->content != kNoContent && node->state != ContentState::dataless) {
-    file->file_ = store_.openWritable(node->content);
+    file->file_ = contents ? std::move(contents) : store_.openWritable(node->content);
     file->content_ = node->content;
+    file->writable_ = journaled;
   }
   return file;
 } catch (const std::exception& failure) {
@@ -250,8 +271,38 @@ std::shared_ptr<WritableFile> LocalFiles::find(NodeId node) const {
 
 void LocalFiles::released(NodeId node) {
   std::lock_guard lock(mutex_);
-  if (!openFiles_.isOpen(node)) files_.erase(node);
+  eraseUnused(node);
 }
+
+// The map's lock is held.
+void LocalFiles::eraseUnused(NodeId node) {
+  const auto found = files_.find(node);
+  if (found == files_.end() || openFiles_.isOpen(node) || found->second->settlers_ > 0) return;
+  files_.erase(found);
+}
+
+// Keeps the one object of a node in the map, so that whoever opens the file meanwhile gets it too.
+class LocalFiles::Settler {
+ public:
+  Settler(LocalFiles& owner, NodeId node) : owner_(owner), node_(node) {
+    std::lock_guard lock(owner_.mutex_);
+    file_ = owner_.slot(node);
+    ++file_->settlers_;
+  }
+  ~Settler() {
+    std::lock_guard lock(owner_.mutex_);
+    --file_->settlers_;
+    owner_.eraseUnused(node_);
+  }
+  Settler(const Settler&) = delete;
+  Settler& operator=(const Settler&) = delete;
+  WritableFile& file() const { return *file_; }
+
+ private:
+  LocalFiles& owner_;
+  const NodeId node_;
+  std::shared_ptr<WritableFile> file_;
+};
 
 // The file's lock is held.
 void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
@@ -264,7 +315,7 @@ void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
             static_cast<std::int64_t>(status.st_mtim.tv_sec),
             static_cast<std::int64_t>(status.st_mtim.tv_nsec), file.node_)
       .run();
-  database.cached("UPDATE content SET blocks=? WHERE id=?")
+  database.cached("UPDATE content SET blocks=?,durable=0 WHERE id=?")
       .bind(static_cast<std::int64_t>(status.st_blocks), file.content_)
       .run();
   store_.addUsed((status.st_blocks - node->blocks) * 512);
@@ -330,15 +381,15 @@ void LocalFiles::overlay(Entry& entry) const {
 
 void LocalFiles::withSettled(NodeId node, Durability durability,
                              const Replica::WriteFunction& function) {
-  const std::shared_ptr<WritableFile> file = find(node);
-  if (!file) return replica_.write(durability, function);
-  const std::unique_lock lock(file->mutex_);
+  const Settler settler(*this, node);
+  WritableFile& file = settler.file();
+  const std::unique_lock lock(file.mutex_);
   replica_.write(durability, [&](ReplicaWriter& writer) {
-    if (file->writable_ && file->changed_) updateRow(writer, *file);
+    if (file.writable_ && file.changed_) updateRow(writer, file);
     function(writer);
   });
-  file->changed_ = false;
-  file->writable_ = false;
+  file.changed_ = false;
+  file.writable_ = false;
 }
 
 void LocalFiles::contentsSent(NodeId node) {

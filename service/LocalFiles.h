@@ -63,6 +63,7 @@ class WritableFile {
   ContentId content_ = kNoContent;
   bool writable_ = false;              // the journal knows, and nobody sends it
   std::atomic<bool> changed_ = false;  // since the row was brought up to date
+  unsigned settlers_ = 0;              // guarded by the owner
 };
 
 class LocalFiles {
@@ -74,7 +75,8 @@ class LocalFiles {
   void start();
 
   // The shared contents of a node whose contents are here; null with an errno otherwise.
-  std::shared_ptr<WritableFile> open(NodeId node, int& error);
+  // `contents`: those, open for reading and writing, where the caller has them already.
+  std::shared_ptr<WritableFile> open(NodeId node, int& error, Descriptor contents = {});
   // The same if somebody has it open already.
   std::shared_ptr<WritableFile> find(NodeId node) const;
 
@@ -106,6 +108,10 @@ class LocalFiles {
  private:
   friend class WritableFile;
 
+  class Settler;
+
+  std::shared_ptr<WritableFile> slot(NodeId node);
+  void eraseUnused(NodeId node);
   void updateRow(ReplicaWriter& writer, WritableFile& file);
   void noteChange(WritableFile& file);
 

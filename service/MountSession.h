@@ -68,7 +68,8 @@ class MountSession {
   // Answers the request when no folder can hold such a name.
   static bool tooLong(fuse_req_t request, const char* name);
   // Opening.
-  bool writesThrough(const fuse_file_info& info, OpenFile& file, int& error);
+  bool writesThrough(const fuse_file_info& info, OpenFile& file, int& error,
+                     Descriptor contents = {});
   void openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info);
   bool readShared(fuse_req_t request, OpenFile& file, std::size_t size, off_t offset);
   void drop(const fuse_file_info& info);

@@ -48,9 +48,10 @@ void MountSession::afterVerdict(fuse_req_t request, const std::vector<NodeId>& n
   parts_.awaited->awaitVerdict(ticket, nodes, parts_.patience);
 }
 
-bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int& error) {
+bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int& error,
+                                 Descriptor contents) {
   if ((info.flags & O_ACCMODE) == O_RDONLY || !parts_.files) return false;
-  if (!parts_.files->open(file.node(), error)) return false;
+  if (!parts_.files->open(file.node(), error, std::move(contents))) return false;
   file.setWrites();
   return true;
 }
@@ -111,16 +112,16 @@ void MountSession::create(fuse_req_t request, NodeId folder, const char* name, m
                           const fuse_file_info& requested) {
   guarded(request, [&] {
     if (tooLong(request, name)) return;
-    const EditResult made = parts_.edits->makeFile(folder, name, static_cast<int>(mode));
+    EditResult made = parts_.edits->makeFile(folder, name, static_cast<int>(mode));
     if (made.error != 0) {
       // Somebody was faster: the kernel looks again and opens that one.
       const bool again = made.error == EEXIST && (requested.flags & O_EXCL) == 0;
       fuse_reply_err(request, again ? ESTALE : made.error);
       return;
     }
-    std::unique_ptr<OpenFile> file = parts_.contents.openAsIs(made.entry.id);
-    int error = file ? 0 : ESTALE;
-    if (file) writesThrough(requested, *file, error);
+    std::unique_ptr<OpenFile> file = parts_.contents.openNew(made.entry);
+    int error = 0;
+    writesThrough(requested, *file, error, std::move(made.contents));
     if (error != 0) {
       fuse_reply_err(request, error);
       return;
