@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 
 namespace tulo {
 
@@ -22,6 +23,9 @@ namespace {
 
 constexpr unsigned kFolders = 256;
 constexpr std::size_t kCopyPiece = 1 << 20;
+// With more files than that it is cheaper to force the whole file system once: each file by itself
+// is a wait for the disk, and holds up those who write meanwhile.
+constexpr std::size_t kForcedSingly = 8;
 constexpr const char* kNameAttribute = "user.tulo.name";
 
 std::string folderName(unsigned index) {
@@ -198,6 +202,21 @@ ContentId ContentStore::highestNumber() const {
 bool ContentStore::makeDurable(ContentId content) const {
   const Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC));
   return file && ::fsync(file.get()) == 0;
+}
+
+std::vector<ContentId> ContentStore::makeDurable(const std::vector<ContentId>& contents) const {
+  std::vector<ContentId> safe;
+  if (contents.size() <= kForcedSingly) {
+    std::copy_if(contents.begin(), contents.end(), std::back_inserter(safe),
+                 [this](ContentId content) { return makeDurable(content); });
+    return safe;
+  }
+  const Descriptor directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return safe;
+  // What is not there cannot be safe, even if it comes meanwhile.
+  std::copy_if(contents.begin(), contents.end(), std::back_inserter(safe),
+               [this](ContentId content) { return ::access(path(content).c_str(), F_OK) == 0; });
+  return ::syncfs(directory.get()) == 0 ? safe : std::vector<ContentId>();
 }
 
 std::int64_t ContentStore::diskShortage(std::int64_t wanted) const {

@@ -58,6 +58,8 @@ class ContentStore {
   void remove(ContentId content) const;
   // Forces the file to the disk. False when it is not there.
   bool makeDurable(ContentId content) const;
+  // Forces all of them; returns those that are safe now.
+  std::vector<ContentId> makeDurable(const std::vector<ContentId>& contents) const;
 
   // Contents that grow here. The file carries its name in the tree, so that it can be recovered
   // without the database. All throw ContentError.

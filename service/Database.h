@@ -1,5 +1,12 @@
 // SQLite behind owning handles.
 //
+// When a change is safe: every change is committed to the log file before the call that made it
+// returns, so it outlives the end of the process, kill -9 included. It outlives a power cut once
+// the log was forced to the disk: before fsync(2) of a file or a folder returns, and otherwise in
+// the background about a second later. POSIX promises no more of close, rename and mkdir, so none
+// of them waits for the disk. Those who wait at the same time share one turn
+// (Replica::synchronize).
+//
 // Threads: a connection and its statements belong to one thread at a time.
 // Errors: everything throws DatabaseError, except destructors.
 #pragma once

@@ -163,6 +163,7 @@ bool Engine::housekeepingStep() {
 }
 
 void Engine::housekeep() {
+  auto lastSync = std::chrono::steady_clock::now();
   std::unique_lock lock(mutex_);
   while (!stopping_) {
     poked_ = false;
@@ -170,6 +171,11 @@ void Engine::housekeep() {
     bool more = false;
     try {
       more = housekeepingStep();
+      const auto now = std::chrono::steady_clock::now();
+      if (now - lastSync >= kRhythm) {
+        replica_.synchronizeCommitted();
+        lastSync = now;
+      }
     } catch (const std::exception& error) {
       serviceLog().error("housekeeping failed: %{public}@", {error.what()});
     }

@@ -194,10 +194,7 @@ bool Contents::durableStep() {
                       kBatch);
   });
   if (fresh.empty()) return false;
-  std::vector<ContentId> safe;
-  for (ContentId content : fresh) {
-    if (store_.makeDurable(content)) safe.push_back(content);
-  }
+  const std::vector<ContentId> safe = store_.makeDurable(fresh);
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (ContentId content : safe)
       writer.setContentDurable(content);

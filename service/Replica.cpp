@@ -108,6 +108,7 @@ void Replica::synchronize() {
   if (syncsDone_ >= wanted) return check(syncFailed_ >= wanted);
   syncing_ = true;
   const std::uint64_t turn = ++syncsBegun_;
+  const std::uint64_t commits = commits_;
   // The file stays the same one for as long as the writer's connection is open.
   if (!log_) log_ = Descriptor(::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC));
   lock.unlock();
@@ -117,8 +118,13 @@ void Replica::synchronize() {
   syncsDone_ = turn;
   // The disk says it once only, and it concerns all who share the turn.
   if (failed) syncFailed_ = turn;
+  commitsSynced_ = commits;
   syncChanged_.notify_all();
   check(failed);
+}
+
+void Replica::synchronizeCommitted() {
+  if (commitsSynced_ != commits_) synchronize();
 }
 
 void Replica::runOne(Pending& pending, bool alone) {
@@ -144,6 +150,7 @@ void Replica::commitBatch(std::deque<Pending*>& batch) {
     for (Pending* pending : batch)
       runOne(*pending, batch.size() == 1);
     writer_->connection().cached("COMMIT").run();
+    ++commits_;
   } catch (...) {
     writer_->forgetReservations();
     for (Pending* pending : batch) {

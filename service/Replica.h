@@ -10,6 +10,7 @@
 // the call that passed it.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -154,7 +155,7 @@ class ReplicaWriter {
 };
 
 enum class Durability {
-  eventual,  // survives a crash of the process at once, a power cut later
+  eventual,  // survives the end of the process at once, a power cut about a second later
   durable,   // survives a power cut when the call returns
 };
 
@@ -181,6 +182,8 @@ class Replica {
   void write(Durability durability, const WriteFunction& function);
   // Forces everything committed so far to the disk. Callers at the same time share one turn of it.
   void synchronize();
+  // The same, unless that has been done since the last commit.
+  void synchronizeCommitted();
 
   const std::string& directory() const { return directory_; }
   // Where a damaged database was set aside at opening; empty otherwise.
@@ -225,12 +228,15 @@ class Replica {
   // Only the current leader touches it.
   std::unique_ptr<ReplicaWriter> writer_;
 
+  std::atomic<std::uint64_t> commits_ = 0;
+
   // Guards the turns of forcing the log to the disk; let go of meanwhile.
   std::mutex syncMutex_;
   std::condition_variable syncChanged_;
   std::uint64_t syncsBegun_ = 0;
   std::uint64_t syncsDone_ = 0;
   std::uint64_t syncFailed_ = 0;
+  std::atomic<std::uint64_t> commitsSynced_ = 0;
   bool syncing_ = false;
   Descriptor log_;
 };

@@ -28,8 +28,12 @@ def tree(root):
             path = os.path.join(folder, name)
             if os.path.islink(path):
                 continue
-            with open(path, "rb") as file:
-                result[os.path.relpath(path, root)] = file.read()
+            try:
+                with open(path, "rb") as file:
+                    result[os.path.relpath(path, root)] = file.read()
+            except FileNotFoundError:
+                # Renamed at this moment: whoever waits for the tree looks again.
+                continue
     return result
 
 
