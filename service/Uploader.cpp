@@ -226,6 +226,7 @@ void Uploader::carryOut(NodeId node) {
 }
 
 bool Uploader::step() {
+  due_.again();
   const std::optional<NodeId> node = pick(false);
   if (!node) return false;
   carryOut(*node);

@@ -56,7 +56,34 @@ struct ScriptedExtension::State {
   std::size_t fetches = 0;
   std::size_t listings = 0;
   std::size_t files = 0;
+  std::size_t created = 0;
   std::vector<std::thread> threads;
+  std::deque<MutationScript> mutationScripts;
+  std::optional<MutationScript> everyMutation;
+  std::vector<Mutation> mutations;
+  std::optional<NSError> lookUpError;
+
+  MutationScript nextScript() {
+    if (mutationScripts.empty()) return everyMutation.value_or(MutationScript());
+    MutationScript script = std::move(mutationScripts.front());
+    mutationScripts.pop_front();
+    return script;
+  }
+
+  bool hasFolder(const std::string& identifier) const {
+    return identifier == root() || items.contains(identifier);
+  }
+
+  void apply(const Mutation& mutation, ScriptedItem& item) {
+    if (mutation.contents) {
+      item.contents = *mutation.contents;
+      if (mutation.kind == Mutation::Kind::modify) ++item.version;
+    }
+    if ((mutation.fields & NSFileProviderItemFilename) != 0) item.name = mutation.name;
+    if ((mutation.fields & NSFileProviderItemParentItemIdentifier) != 0) {
+      item.parent = mutation.parent;
+    }
+  }
 
   std::string newPath() { return directory + "/fetched-" + std::to_string(++files); }
 };
@@ -207,12 +234,16 @@ std::shared_ptr<Progress> ScriptedExtension::item(const NSFileProviderItemIdenti
                                                   const NSFileProviderRequest&,
                                                   const ItemCompletion& completionHandler) {
   std::shared_ptr<Item> found;
+  std::optional<NSError> error;
   {
     const std::scoped_lock lock(state_->mutex);
+    error = state_->lookUpError;
     const auto at = state_->items.find(identifier);
     if (at != state_->items.end()) found = std::make_shared<Item>(at->second);
   }
-  if (found) {
+  if (error) {
+    completionHandler(nullptr, error);
+  } else if (found) {
     completionHandler(found, std::nullopt);
   } else {
     completionHandler(nullptr, fileProviderError(NSFileProviderErrorCode::noSuchItem));
@@ -271,33 +302,145 @@ std::shared_ptr<Progress> ScriptedExtension::fetchContents(
   return Progress::withTotalUnitCount(1);
 }
 
-std::shared_ptr<Progress> ScriptedExtension::createItem(const ItemPointer&,
-                                                        NSFileProviderItemFields,
-                                                        const std::optional<URL>&,
+void ScriptedExtension::scriptMutation(MutationScript script) {
+  const std::scoped_lock lock(state_->mutex);
+  state_->mutationScripts.push_back(std::move(script));
+}
+
+void ScriptedExtension::scriptMutations(std::optional<MutationScript> always) {
+  const std::scoped_lock lock(state_->mutex);
+  state_->everyMutation = std::move(always);
+}
+
+std::vector<ScriptedExtension::Mutation> ScriptedExtension::mutations() const {
+  const std::scoped_lock lock(state_->mutex);
+  return state_->mutations;
+}
+
+void ScriptedExtension::forgetMutations() {
+  const std::scoped_lock lock(state_->mutex);
+  state_->mutations.clear();
+}
+
+void ScriptedExtension::setLookUpError(std::optional<NSError> error) {
+  const std::scoped_lock lock(state_->mutex);
+  state_->lookUpError = std::move(error);
+}
+
+std::optional<ScriptedItem> ScriptedExtension::find(const std::string& identifier) const {
+  const std::scoped_lock lock(state_->mutex);
+  const auto at = state_->items.find(identifier);
+  return at == state_->items.end() ? std::nullopt : std::optional<ScriptedItem>(at->second);
+}
+
+std::vector<ScriptedItem> ScriptedExtension::named(const std::string& name) const {
+  const std::scoped_lock lock(state_->mutex);
+  std::vector<ScriptedItem> result;
+  for (const auto& [identifier, item] : state_->items) {
+    if (item.name == name) result.push_back(item);
+  }
+  return result;
+}
+
+namespace {
+
+std::optional<std::string> bytesOf(const std::optional<URL>& contents) {
+  if (!contents) return std::nullopt;
+  std::ifstream file(contents->path(), std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+}  // namespace
+
+std::shared_ptr<Progress> ScriptedExtension::createItem(const ItemPointer& itemTemplate,
+                                                        NSFileProviderItemFields fields,
+                                                        const std::optional<URL>& contents,
                                                         NSFileProviderCreateItemOptions,
                                                         const NSFileProviderRequest&,
                                                         MutationCompletion completionHandler) {
-  completionHandler(nullptr, 0, false,
-                    fileProviderError(NSFileProviderErrorCode::cannotSynchronize));
+  const Mutation mutation{Mutation::Kind::create,
+                          {},
+                          itemTemplate->parentItemIdentifier(),
+                          itemTemplate->filename(),
+                          bytesOf(contents),
+                          fields,
+                          {}};
+  const auto [script, item] = carryOut(mutation, [&] {
+    if (!state_->hasFolder(mutation.parent)) return std::optional<ScriptedItem>();
+    ScriptedItem made{.identifier = "new:" + std::to_string(++state_->created),
+                      .parent = mutation.parent,
+                      .name = mutation.name,
+                      .isFolder = itemTemplate->contentType() == UTType::folder()};
+    made.contents = mutation.contents.value_or("");
+    state_->items[made.identifier] = made;
+    return std::optional<ScriptedItem>(made);
+  });
+  answer(script, item, completionHandler);
   return Progress::withTotalUnitCount(1);
 }
 
 std::shared_ptr<Progress> ScriptedExtension::modifyItem(
-    const ItemPointer&, const NSFileProviderItemVersion&, NSFileProviderItemFields,
-    const std::optional<URL>&, NSFileProviderModifyItemOptions, const NSFileProviderRequest&,
+    const ItemPointer& item, const NSFileProviderItemVersion& baseVersion,
+    NSFileProviderItemFields fields, const std::optional<URL>& contents,
+    NSFileProviderModifyItemOptions, const NSFileProviderRequest&,
     MutationCompletion completionHandler) {
-  completionHandler(nullptr, 0, false,
-                    fileProviderError(NSFileProviderErrorCode::cannotSynchronize));
+  const Mutation mutation{
+      Mutation::Kind::modify,    item->itemIdentifier(), item->parentItemIdentifier(),
+      item->filename(),          bytesOf(contents),      fields,
+      baseVersion.contentVersion};
+  const auto [script, changed] = carryOut(mutation, [&] {
+    const auto at = state_->items.find(mutation.identifier);
+    if (at == state_->items.end() || !state_->hasFolder(mutation.parent)) {
+      return std::optional<ScriptedItem>();
+    }
+    state_->apply(mutation, at->second);
+    return std::optional<ScriptedItem>(at->second);
+  });
+  answer(script, changed, completionHandler);
   return Progress::withTotalUnitCount(1);
 }
 
-std::shared_ptr<Progress> ScriptedExtension::deleteItem(const NSFileProviderItemIdentifier&,
-                                                        const NSFileProviderItemVersion&,
-                                                        NSFileProviderDeleteItemOptions,
-                                                        const NSFileProviderRequest&,
-                                                        DeleteCompletion completionHandler) {
-  completionHandler(fileProviderError(NSFileProviderErrorCode::cannotSynchronize));
+std::shared_ptr<Progress> ScriptedExtension::deleteItem(
+    const NSFileProviderItemIdentifier& identifier, const NSFileProviderItemVersion& baseVersion,
+    NSFileProviderDeleteItemOptions, const NSFileProviderRequest&,
+    DeleteCompletion completionHandler) {
+  const Mutation mutation{Mutation::Kind::remove,    identifier, {}, {}, {}, 0,
+                          baseVersion.contentVersion};
+  const auto [script, removed] = carryOut(mutation, [&] {
+    const auto at = state_->items.find(identifier);
+    if (at == state_->items.end()) return std::optional<ScriptedItem>();
+    const ScriptedItem item = at->second;
+    state_->items.erase(at);
+    return std::optional<ScriptedItem>(item);
+  });
+  std::optional<NSError> error = script.error;
+  if (!error && !removed) error = fileProviderError(NSFileProviderErrorCode::noSuchItem);
+  completionHandler(error);
   return Progress::withTotalUnitCount(1);
+}
+
+// Notes the request, and does it unless the script says otherwise.
+std::pair<ScriptedExtension::MutationScript, std::optional<ScriptedItem>>
+ScriptedExtension::carryOut(const Mutation& mutation,
+                            const std::function<std::optional<ScriptedItem>()>& work) {
+  MutationScript script;
+  {
+    const std::scoped_lock lock(state_->mutex);
+    state_->mutations.push_back(mutation);
+    script = state_->nextScript();
+  }
+  if (script.before) script.before();
+  const std::scoped_lock lock(state_->mutex);
+  if (script.error && !script.done) return {script, std::nullopt};
+  return {script, work()};
+}
+
+void ScriptedExtension::answer(const MutationScript& script,
+                               const std::optional<ScriptedItem>& item,
+                               const MutationCompletion& completionHandler) {
+  if (script.error) return completionHandler(nullptr, 0, false, script.error);
+  if (item) return completionHandler(std::make_shared<Item>(*item), 0, false, std::nullopt);
+  completionHandler(nullptr, 0, false, fileProviderError(NSFileProviderErrorCode::noSuchItem));
 }
 
 }  // namespace tulo::test

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/FileProvider.h"
@@ -66,6 +67,37 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
   void releaseFetches();
   std::size_t heldFetches() const;
 
+  // What a request that changes something answers instead of doing it.
+  struct MutationScript {
+    std::optional<platform::NSError> error = std::nullopt;
+    bool done = false;                       // it is done all the same: the answer was lost
+    std::function<void()> before = nullptr;  // runs first
+  };
+  // The next create, modify or delete; scripts are used up in order. `always`: for those that come
+  // after them.
+  void scriptMutation(MutationScript script);
+  void scriptMutations(std::optional<MutationScript> always);
+
+  // A create, modify or delete as it came.
+  struct Mutation {
+    enum class Kind { create, modify, remove };
+    Kind kind = Kind::create;
+    std::string identifier;
+    std::string parent;
+    std::string name;
+    std::optional<std::string> contents;
+    std::uint64_t fields = 0;
+    std::string baseVersion;
+  };
+  std::vector<Mutation> mutations() const;
+  void forgetMutations();
+
+  // What looking up any item answers, until it is taken back.
+  void setLookUpError(std::optional<platform::NSError> error);
+  std::optional<ScriptedItem> find(const std::string& identifier) const;
+  // The items of that name, wherever they are.
+  std::vector<ScriptedItem> named(const std::string& name) const;
+
   std::size_t fetchCount() const;
   std::size_t listingCount() const;
 
@@ -104,6 +136,12 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
  private:
   struct State;
   class Enumerator;
+
+  std::pair<MutationScript, std::optional<ScriptedItem>> carryOut(
+      const Mutation& mutation, const std::function<std::optional<ScriptedItem>()>& work);
+  static void answer(const MutationScript& script, const std::optional<ScriptedItem>& item,
+                     const platform::MutationCompletion& completionHandler);
+
   std::shared_ptr<State> state_;
 };
 
