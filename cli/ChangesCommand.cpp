@@ -76,19 +76,19 @@ class LeftLine {
   bool shown_ = false;
 };
 
-// What is left, of each change a line.
-void printLeft(const json& changes) {
+// What is left, of each change a line; `refused`: only what needs attention.
+void printLeft(const json& changes, bool refused) {
   std::size_t shown = 0;
   for (const json& change : changes) {
-    if (change.value("state", "") == "local") continue;
+    const std::string state = change.value("state", "");
+    if (state == "local" || (refused && state != "needs attention")) continue;
     if (++shown > kShown) {
       std::fprintf(stderr, "  ...\n");
       return;
     }
-    const std::string error = change.value("error", "");
-    std::fprintf(stderr, "  %s: %s%s\n", printable(change.at("path")).c_str(),
-                 change.value("state", "").c_str(),
-                 error.empty() ? "" : (" (" + printable(error) + ")").c_str());
+    const std::string reason = reasonOf(change);
+    std::fprintf(stderr, "  %s: %s%s\n", printable(change.at("path")).c_str(), state.c_str(),
+                 reason.empty() ? "" : (": " + reason).c_str());
   }
 }
 
@@ -109,7 +109,7 @@ int toldFlush(const json& answer, bool waited) {
   if (waiting == 0 && refused == 0 && answer.value("ok", false)) {
     std::printf("everything is at the host\n");
   } else if (waited || refused > 0) {
-    printLeft(answer.at("changes"));
+    printLeft(answer.at("changes"), !waited);
   }
   if (!answer.value("ok", false)) return 1;
   if (!waited) return 0;

@@ -17,6 +17,11 @@ std::string printable(const json& value) {
   return text;
 }
 
+std::string reasonOf(const json& change) {
+  const std::string error = change.value("error", "");
+  return printable(error.substr(0, error.find("; ")));
+}
+
 std::string counted(std::int64_t count, const std::string& noun) {
   return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }

@@ -10,6 +10,9 @@ namespace tulo::cli {
 // In one line, in which a file's name cannot do anything to the terminal.
 std::string printable(const nlohmann::json& value);
 
+// What went wrong with a change, without the advice that may follow it; empty when nothing did.
+std::string reasonOf(const nlohmann::json& change);
+
 // "1 change", "2 changes".
 std::string counted(std::int64_t count, const std::string& noun);
 

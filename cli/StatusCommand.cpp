@@ -100,9 +100,9 @@ std::string shortText(const json& change) {
 }
 
 void printChange(const char* what, const json& change) {
-  const std::string error = change.value("error", "");
+  const std::string reason = reasonOf(change);
   std::printf("  %s  %s (%s)%s\n", what, printable(change.at("path")).c_str(),
-              shortText(change).c_str(), error.empty() ? "" : (": " + printable(error)).c_str());
+              shortText(change).c_str(), reason.empty() ? "" : (": " + reason).c_str());
 }
 
 // What is sent, what waits, and what the user has to decide on.
@@ -118,7 +118,10 @@ void printChanges(const json& status) {
       std::printf("            tulo retry %s\n            tulo discard %s\n",
                   shellWord(path).c_str(), shellWord(path).c_str());
     } else if (state != "local" && state != "sending" && ++waiting <= kShownWaiting) {
-      printChange(state == "being written" ? "open    " : "waiting ", change);
+      printChange(state == "being written"  ? "open    "
+                  : state == "trying again" ? "retrying"
+                                            : "waiting ",
+                  change);
     }
   }
   const auto all = status.value("pending", std::int64_t{0});
@@ -127,11 +130,10 @@ void printChanges(const json& status) {
     std::printf("  waiting   and %lld more\n", static_cast<long long>(more));
 }
 
-bool isRefused(const json& status, const std::string& path) {
+bool isToldAsChange(const json& status, const std::string& path) {
   const json changes = status.value("changes", json::array());
-  return std::any_of(changes.begin(), changes.end(), [&](const json& change) {
-    return change.value("state", "") == "needs attention" && change.value("path", "") == path;
-  });
+  return std::any_of(changes.begin(), changes.end(),
+                     [&](const json& change) { return change.value("path", "") == path; });
 }
 
 void printStatus(const json& status) {
@@ -148,8 +150,7 @@ void printStatus(const json& status) {
               printable(status.at("evicted")).c_str());
   printTransfers(status.at("transfers"));
   for (const json& error : status.at("errors")) {
-    // Told above, with what to do.
-    if (isRefused(status, error.value("path", ""))) continue;
+    if (isToldAsChange(status, error.value("path", ""))) continue;
     std::printf("  error     %s: %s\n", printable(error.at("path")).c_str(),
                 printable(error.at("error")).c_str());
   }
