@@ -225,20 +225,26 @@ void addMount(CLI::App& app, int& exitStatus) {
   command->add_option("MOUNTPOINT", arguments->mountPoint, "An existing, empty directory")
       ->required()
       ->type_name("DIR");
-  command->add_option("--container", arguments->container,
-                      "The shared container; default $TULO_CONTAINER, else $XDG_DATA_HOME/tulo");
+  command
+      ->add_option("--container", arguments->container,
+                   "The shared container; default $TULO_CONTAINER, else $XDG_DATA_HOME/tulo")
+      ->type_name("DIR");
   CLI::Option* account =
-      command->add_option("--account", arguments->account, "The account; default: the primary one");
+      command->add_option("--account", arguments->account, "The account; default: the primary one")
+          ->type_name("NAME");
   command
       ->add_option("--domain", arguments->domain, "The domain's identifier, instead of --account")
+      ->type_name("ID")
       ->excludes(account);
   command->add_option("--cache-size", arguments->cacheSize, "Most that downloads may take up")
       ->check(checkSizeText)
+      ->type_name("SIZE")
       ->capture_default_str();
   command
       ->add_option("--keep-free", arguments->keepFree,
                    "How much of the disk stays free, as a percentage or a size")
       ->check(checkSizeOrPercentage)
+      ->type_name("AMOUNT")
       ->capture_default_str();
   command->add_option("--log-format", arguments->logFormat, "How the log is written")
       ->check(CLI::IsMember({"text", "json"}))

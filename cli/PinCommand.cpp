@@ -26,13 +26,13 @@ struct Operation {
 
 constexpr std::array<Operation, 4> kOperations = {{
     {"pin",
-     "Keeps files here: fetches them now and in every later version, and never evicts them. A "
-     "pinned folder stands for all that is in it, now and later."},
-    {"unpin", "Takes a pin away. What was fetched stays until the cache needs the room."},
+     "Keeps files here: fetches them now and in every later version, and never evicts them.\n\n"
+     "A pinned folder stands for all that is in it, now and later."},
+    {"unpin", "Takes a pin away.\n\nWhat was fetched stays until the cache needs the room."},
     {"download", "Fetches files now; folders with all that is in them."},
     {"evict",
-     "Frees the room that downloads take up; folders with all that is in them. What is open or "
-     "pinned stays."},
+     "Frees the room that downloads take up; folders with all that is in them.\n\n"
+     "What is open, pinned, or changed here and not sent yet stays."},
 }};
 
 // A line that is written over, on a terminal only.
@@ -80,7 +80,9 @@ void addPinCommands(CLI::App& app, int& exitStatus) {
   for (const Operation& operation : kOperations) {
     auto paths = std::make_shared<std::vector<std::string>>();
     CLI::App* command = app.add_subcommand(operation.name, operation.help);
-    command->add_option("PATH", *paths, "Files and folders of mounted accounts")->required();
+    command->add_option("PATH", *paths, "Files and folders of mounted accounts")
+        ->required()
+        ->type_name("");
     command->callback(
         [name = operation.name, paths, &exitStatus] { exitStatus = run(name, *paths); });
   }

@@ -18,6 +18,12 @@ namespace tulo::cli {
 
 namespace {
 
+constexpr const char* kHelp =
+    R"(Ends the service of a mount and takes the mount away.
+
+Changes that were not sent yet stay, and are sent after the next mount. What a service that was
+killed has left behind is cleared away.)";
+
 constexpr std::chrono::seconds kPatience{30};
 
 // The service lets go of its lock when the mount is gone and everything is written down.
@@ -54,10 +60,7 @@ int unmount(const std::string& mountPoint) {
 
 void addUnmountCommand(CLI::App& app, int& exitStatus) {
   auto mountPoint = std::make_shared<std::string>();
-  CLI::App* command = app.add_subcommand("unmount",
-                                         "Ends the service of a mount and takes the mount away. "
-                                         "Changes that were not sent yet stay, and "
-                                         "are sent after the next mount.");
+  CLI::App* command = app.add_subcommand("unmount", kHelp);
   command->add_option("MOUNTPOINT", *mountPoint, "Where the account is mounted")
       ->required()
       ->type_name("DIR");

@@ -1,7 +1,10 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
+#include <sstream>
 #include <string>
 
 #include "cli/ChangesCommand.h"
@@ -18,20 +21,35 @@ namespace {
 
 constexpr int wrongUsage = 2;
 
+// Lists commands by the first sentence of what they say of themselves.
+class Formatter : public CLI::Formatter {
+ public:
+  std::string make_subcommand(const CLI::App* command) const override {
+    std::string text = command->get_description();
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    if (const std::size_t end = text.find(". "); end != std::string::npos) text.resize(end + 1);
+    std::stringstream line;
+    CLI::detail::format_help(line, command->get_name(), text, column_width_);
+    return line.str();
+  }
+};
+
 int run(int argc, char** argv) {
   CLI::App app{"Cloud files as an ordinary folder, through a file-provider extension."};
   app.name("tulo");
+  app.formatter(std::make_shared<Formatter>());
   app.set_version_flag("--version", "tulo " + std::string(tulo::deployment::version));
   app.require_subcommand(1, 1);
   int exitStatus = 0;
-  tulo::cli::addDemoCommand(app, exitStatus);
-  tulo::cli::addHostCommand(app, exitStatus);
+  // In the order of the help: what everybody needs first.
   tulo::cli::addMountCommand(app, exitStatus);
-  tulo::cli::addPinCommands(app, exitStatus);
-  tulo::cli::addProviderCommand(app, exitStatus);
+  tulo::cli::addUnmountCommand(app, exitStatus);
   tulo::cli::addStatusCommand(app, exitStatus);
   tulo::cli::addChangesCommands(app, exitStatus);
-  tulo::cli::addUnmountCommand(app, exitStatus);
+  tulo::cli::addPinCommands(app, exitStatus);
+  tulo::cli::addHostCommand(app, exitStatus);
+  tulo::cli::addProviderCommand(app, exitStatus);
+  tulo::cli::addDemoCommand(app, exitStatus);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
