@@ -129,6 +129,12 @@ bool anyBasedIn(Connection& database, const std::string& parent, NodeId except) 
                     .bind(parent, except));
 }
 
+std::vector<Change> sentTo(Connection& database, const std::string& parent,
+                           const std::string& filename) {
+  return rows(query(database, " WHERE sent=1 AND sent_parent=? AND sent_filename=?")
+                  .bind(parent, filename));
+}
+
 std::vector<Change> inFolder(Connection& database, NodeId folder) {
   return rows(
       query(database, " JOIN node ON node.id=pending.node WHERE node.parent=?").bind(folder));

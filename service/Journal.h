@@ -66,6 +66,9 @@ std::vector<Change> basedOn(Connection& database, const std::string& parent,
 std::vector<Change> basedIn(Connection& database, const std::string& parent);
 // Whether there is one but that of the node.
 bool anyBasedIn(Connection& database, const std::string& parent, NodeId except);
+// The changes of which it is not known whether they gave an item that place.
+std::vector<Change> sentTo(Connection& database, const std::string& parent,
+                           const std::string& filename);
 // The changes of nodes that are in the folder here.
 std::vector<Change> inFolder(Connection& database, NodeId folder);
 bool isEmpty(Connection& database);

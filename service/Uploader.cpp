@@ -58,65 +58,13 @@ bool Uploader::isActive(NodeId node) {
   return active_.contains(node);
 }
 
-// Whether something new has the place of what was deleted, and takes over its identity.
-bool Uploader::hasHeir(ReplicaReader& reader, const Change& change) {
-  const std::optional<Node> parent = reader.nodeFor(change.baseParent);
-  if (!parent) return false;
-  const NameLookup found = reader.lookup(parent->id, names::shown(change.baseFilename));
-  if (!found.entry || found.entry->kind != NodeKind::file) return false;
-  const std::optional<Change> other = journal::find(reader.connection(), found.entry->id);
-  return other && other->node != change.node && !other->held &&
-         (other->baseParent != change.baseParent || other->baseFilename != change.baseFilename);
-}
-
-// Whether nothing that comes before it is still to be done.
-Uploader::Readiness Uploader::readiness(ReplicaReader& reader, const Change& change) {
-  Connection& database = reader.connection();
+Turn Uploader::turnOf(ReplicaReader& reader, const Change& change) {
+  if (isActive(change.node)) return Turn::later;
   const bool beingWritten =
       parts_.openFiles.isOpenForWriting(change.node) && !verdicts_.isAwaited(change.node);
-  if (isActive(change.node) || beingWritten) {
-    return change.deleted && !isActive(change.node) ? Readiness::ready : Readiness::wait;
-  }
-  const std::optional<Node> node = reader.node(change.node);
-  if (!node) return Readiness::ready;
-  if (change.deleted) {
-    if (node->kind == NodeKind::folder) {
-      return journal::anyBasedIn(database, node->identifier, change.node) ? Readiness::wait
-                                                                          : Readiness::ready;
-    }
-    return hasHeir(reader, change) ? Readiness::wait : Readiness::ready;
-  }
-  const std::optional<Node> parent = reader.node(node->parent);
-  if (!parent || (parent->identifier.empty() && !parts_.localNames.matches(node->name))) {
-    // A folder that stays here keeps what is in it here.
-    const std::optional<Change> above = parent ? journal::find(database, parent->id) : std::nullopt;
-    return above && !above->held ? Readiness::wait : Readiness::ready;
-  }
-  const bool aside = change.baseFilename == asideName(*node);
-  for (const Change& other : journal::basedOn(database, parent->identifier, node->filename)) {
-    if (other.node == change.node || (other.sequence > change.sequence && !aside)) continue;
-    if (isActive(other.node)) return Readiness::wait;
-    const std::optional<Node> before = reader.node(other.node);
-    const bool leavesIdentity =
-        before && before->kind == NodeKind::file && node->kind == NodeKind::file &&
-        (other.deleted || other.held || parts_.localNames.matches(before->name));
-    if (!leavesIdentity && !other.attention) return Readiness::wait;
-  }
-  if (node->kind == NodeKind::folder && !change.baseParent.empty() &&
-      change.baseParent != parent->identifier) {
-    // Two folders that are moved into one another's former place must move in order.
-    Statement& statement =
-        database
-            .cached(
-                "SELECT 1 FROM pending JOIN node ON node.id=pending.node JOIN node AS above ON "
-                "above.id=node.parent WHERE node.kind=1 AND deleted=0 AND sequence<? AND "
-                "attention=0 AND held=0 AND base_parent<>'' AND "
-                "base_parent IS NOT above.identifier LIMIT 1")
-            .bind(change.sequence);
-    StatementUse use(statement);
-    if (statement.step()) return Readiness::wait;
-  }
-  return Readiness::ready;
+  if (beingWritten && !change.deleted) return Turn::later;
+  return UploadOrder(reader, parts_.localNames, [this](NodeId node) { return isActive(node); })
+      .turnOf(change);
 }
 
 // Whether one more change may be on its way to the host.
@@ -127,20 +75,20 @@ bool Uploader::hasRoom(std::int64_t now) {
   return active_.size() < (probing ? 1 : kParallel);
 }
 
-std::optional<NodeId> Uploader::pick(bool patient) {
+std::optional<Uploader::Pick> Uploader::pick(bool patient) {
   const std::int64_t now = parts_.files.now();
   if (!hasRoom(now) || parts_.host().empty()) return std::nullopt;
   while (const std::optional<NodeId> node = due_.next(now, patient)) {
-    const bool ready = replica_.read([&](ReplicaReader& reader) {
+    const Turn turn = replica_.read([&](ReplicaReader& reader) {
       const std::optional<Change> change = journal::find(reader.connection(), *node);
-      return change && change->due <= now && !change->attention && !change->held &&
-             readiness(reader, *change) == Readiness::ready;
+      const bool due = change && change->due <= now && !change->attention && !change->held;
+      return due ? turnOf(reader, *change) : Turn::later;
     });
-    if (!ready) continue;
+    if (turn == Turn::later) continue;
     due_.taken();
     std::lock_guard lock(mutex_);
     active_.insert(*node);
-    return node;
+    return Pick{*node, turn == Turn::aside};
   }
   return std::nullopt;
 }
@@ -202,9 +150,9 @@ void Uploader::relistWanted() {
   }
 }
 
-void Uploader::carryOut(NodeId node) {
+void Uploader::carryOut(NodeId node, bool aside) {
   try {
-    if (std::optional<Plan> plan = makePlan(node)) perform(*plan);
+    if (std::optional<Plan> plan = makePlan(node, aside)) perform(*plan);
   } catch (const std::exception& error) {
     serviceLog().error("cannot send the change of node %d: %{public}@", {node, error.what()});
     verdicts_.failed(node, EIO);
@@ -227,9 +175,9 @@ void Uploader::carryOut(NodeId node) {
 
 bool Uploader::step() {
   due_.again();
-  const std::optional<NodeId> node = pick(false);
-  if (!node) return false;
-  carryOut(*node);
+  const std::optional<Pick> picked = pick(false);
+  if (!picked) return false;
+  carryOut(picked->node, picked->aside);
   return true;
 }
 
@@ -246,8 +194,8 @@ void Uploader::scheduleLoop() {
       host_ = host;
       if (host.empty()) verdicts_.failAll(EHOSTDOWN);
       verdicts_.expire(parts_.files.now());
-      while (const std::optional<NodeId> node = pick(true)) {
-        workers_->async([this, id = *node] { carryOut(id); });
+      while (const std::optional<Pick> picked = pick(true)) {
+        workers_->async([this, next = *picked] { carryOut(next.node, next.aside); });
       }
       const std::int64_t now = parts_.files.now();
       const auto next = replica_.read(

@@ -36,6 +36,7 @@
 #include "service/OpenFiles.h"
 #include "service/Reaction.h"
 #include "service/Replica.h"
+#include "service/UploadOrder.h"
 #include "service/Verdicts.h"
 #include "service/WorkQueue.h"
 
@@ -113,15 +114,17 @@ class Uploader {
   struct Call;
   struct Answer;
   struct Plan;
-  enum class Readiness { ready, wait };
 
-  std::optional<NodeId> pick(bool patient);
+  struct Pick {
+    NodeId node = kNoNode;
+    bool aside = false;  // makes room for another
+  };
+  std::optional<Pick> pick(bool patient);
   bool hasRoom(std::int64_t now);
-  bool hasHeir(ReplicaReader& reader, const Change& change);
-  Readiness readiness(ReplicaReader& reader, const Change& change);
+  Turn turnOf(ReplicaReader& reader, const Change& change);
   bool isActive(NodeId node);
   void lookNow();
-  void carryOut(NodeId node);
+  void carryOut(NodeId node, bool aside);
   void finished(NodeId node);
   void relistWanted();
   void scheduleLoop();
@@ -133,13 +136,17 @@ class Uploader {
   Answer list(const std::string& identifier);
   Answer send(const Plan& plan);
 
-  std::optional<Plan> makePlan(NodeId node);
+  std::optional<Plan> makePlan(NodeId node, bool aside);
+  Plan planAside(ReplicaWriter& writer, const Node& node, const Change& change);
+  void giveEmptyContents(ReplicaWriter& writer, Node& node);
   bool takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
                     const std::string& parentIdentifier);
   void perform(Plan& plan);
   void performRemoval(Plan& plan);
   bool checkBase(Plan& plan);
-  bool settleDoubt(Plan& plan);
+  void settleDoubt(Plan& plan);
+  void endDoubt(const Plan& plan, const platform::ItemPointer& item);
+  bool hadTime(const Plan& plan);
   std::optional<platform::ItemPointer> findCreated(const Plan& plan, bool& failed);
   bool hasContents(const std::string& identifier, ContentId content, bool& failed);
   bool markSent(Plan& plan);

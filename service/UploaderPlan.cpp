@@ -143,10 +143,6 @@ bool isPlaceholder(const Node& sent, const platform::NSFileProviderItem& item) {
   return !folder || item.filename() != sent.filename;
 }
 
-std::string asideName(const Node& node) {
-  return ".exchanging-" + std::to_string(node.id);
-}
-
 std::string conflictedName(const std::string& name, const std::string& machine,
                            std::int64_t seconds, unsigned attempt) {
   const std::time_t time = seconds;

@@ -56,9 +56,6 @@ platform::ItemPointer templateFor(const Node& node, const std::string& parentIde
 // row yet.
 bool isPlaceholder(const Node& sent, const platform::NSFileProviderItem& item);
 
-// A name in between, for an item that exchanges its name with another.
-std::string asideName(const Node& node);
-
 // "name (conflicted copy of MACHINE, DATE).ext"; `attempt` counts up when that is taken.
 std::string conflictedName(const std::string& name, const std::string& machine,
                            std::int64_t seconds, unsigned attempt);

@@ -20,6 +20,8 @@ using platform::NSFileProviderItemContents;
 using platform::NSFileProviderItemFilename;
 using platform::NSFileProviderItemParentItemIdentifier;
 
+constexpr std::int64_t kPatience = 2000;
+
 void setIdentifier(ReplicaWriter& writer, NodeId node, const std::string& identifier) {
   Connection& database = writer.connection();
   if (identifier.empty()) {
@@ -55,15 +57,6 @@ std::int64_t fileSize(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 ? status.st_size : -1;
 }
 
-// Whether another item still has that place at the host, and is about to leave it.
-bool isOccupied(Connection& database, const Change& change, const std::string& parent,
-                const std::string& filename) {
-  for (const Change& other : journal::basedOn(database, parent, filename)) {
-    if (other.node != change.node && !other.deleted && !other.held && !other.attention) return true;
-  }
-  return false;
-}
-
 // What the two are at the host changes hands, and their order with it.
 void exchangeIdentities(ReplicaWriter& writer, const Node& node, Change& change, const Node& former,
                         Change& other) {
@@ -88,22 +81,27 @@ platform::NSFileProviderItemFields changedFields(bool creates, const Node& node,
 
 }  // namespace
 
+// An empty file of the host has no contents here; to be sent, it needs some.
+void Uploader::giveEmptyContents(ReplicaWriter& writer, Node& node) {
+  node.content = writer.reserveContent(node.id);
+  parts_.store.create(node.content, node.name);
+  Connection& database = writer.connection();
+  database.cached("UPDATE content SET used=1 WHERE id=?").bind(node.content).run();
+  database.cached("UPDATE node SET content=? WHERE id=?").bind(node.content, node.id).run();
+}
+
 // A new file in the place of one that was deleted or set aside as a backup is new contents of that
-// one: its identity goes over. False when the backup's contents have to be fetched first.
+// one: its identity goes over. False when that has to wait for the former one: for its contents, if
+// it is a backup, or for the end of what is being done with it.
 bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
                             const std::string& parentIdentifier) {
   Connection& database = writer.connection();
-  if (node.kind != NodeKind::file || change.sent) return true;
+  if (!mayInherit(node)) return true;
   if (change.baseParent == parentIdentifier && change.baseFilename == node.filename) return true;
-  if (!node.identifier.empty() && node.state == ContentState::dataless && node.size > 0) {
-    return true;
-  }
   for (Change& other : journal::basedOn(database, parentIdentifier, node.filename)) {
     const std::optional<Node> former = writer.node(other.node);
-    if (!former || former->id == node.id || former->kind != NodeKind::file || other.sent ||
-        isActive(former->id)) {
-      continue;
-    }
+    if (!former || former->id == node.id || former->kind != NodeKind::file) continue;
+    if (other.sent || isActive(former->id)) return false;
     const bool backup = !other.deleted && parts_.localNames.matches(former->name);
     if (!other.deleted && !backup) continue;
     if (backup && !node.identifier.empty()) continue;
@@ -131,7 +129,8 @@ bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
     database.cached("UPDATE node SET content_version=? WHERE id=?")
         .bind(change.baseVersion, node.id)
         .run();
-    database.cached("UPDATE node SET state=2 WHERE id=? AND content<>0").bind(node.id).run();
+    if (node.content == kNoContent) giveEmptyContents(writer, node);
+    database.cached("UPDATE node SET state=2 WHERE id=?").bind(node.id).run();
     node.contentVersion = change.baseVersion;
     change.contents = true;
     journal::put(database, change);
@@ -140,7 +139,21 @@ bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
   return true;
 }
 
-std::optional<Uploader::Plan> Uploader::makePlan(NodeId id) {
+// Out of the way, but no farther than it has to go: out of a folder that is to be deleted.
+Uploader::Plan Uploader::planAside(ReplicaWriter& writer, const Node& node, const Change& change) {
+  Plan plan{Plan::Kind::modify, node, change, change.baseParent, NSFileProviderItemFilename};
+  plan.node.filename = asideName(node);
+  const std::optional<Node> home = writer.nodeFor(change.baseParent);
+  const std::optional<Change> above =
+      home ? journal::find(writer.connection(), home->id) : std::nullopt;
+  if (above && above->deleted) {
+    plan.parentIdentifier = platform::NSFileProviderRootContainerItemIdentifier();
+    plan.fields |= NSFileProviderItemParentItemIdentifier;
+  }
+  return plan;
+}
+
+std::optional<Uploader::Plan> Uploader::makePlan(NodeId id, bool aside) {
   std::optional<Plan> plan;
   NodeId wanted = kNoNode;
   const auto work = [&](ReplicaWriter& writer) {
@@ -149,28 +162,41 @@ std::optional<Uploader::Plan> Uploader::makePlan(NodeId id) {
     if (!change) return;
     std::optional<Node> node = writer.node(id);
     if (!node) return journal::erase(database, id);
+    if (change->sent) {
+      // The plan that the request was made by, as far as what became of it is concerned.
+      plan = Plan{node->identifier.empty() ? Plan::Kind::create : Plan::Kind::modify, *node,
+                  *change, change->sentParent,
+                  change->sentContent != kNoContent ? NSFileProviderItemContents : 0};
+      plan->node.filename = change->sentFilename;
+      return;
+    }
     if (change->deleted) {
-      if (node->identifier.empty() && !change->sent) {
+      if (node->identifier.empty()) {
         journal::erase(database, id);
         writer.detach(id, parts_.files.now() / 1000);
         return;
       }
-      // Deleted while it is not known whether it was made: that is found out first.
-      const bool unknown = node->identifier.empty();
-      plan = Plan{unknown ? Plan::Kind::create : Plan::Kind::remove, *node, *change,
-                  change->baseParent, 0};
+      plan = Plan{Plan::Kind::remove, *node, *change, change->baseParent, 0};
       return;
     }
-    if (staysLocal(writer, parts_.localNames, node->parent, node->name) && !change->sent) {
+    if (aside && !node->identifier.empty()) {
+      plan = planAside(writer, *node, *change);
+      return;
+    }
+    if (staysLocal(writer, parts_.localNames, node->parent, node->name)) {
       if (node->identifier.empty()) return journal::erase(database, id);
       change->held = true;
       return journal::put(database, *change);
     }
     const std::optional<Node> parent = writer.node(node->parent);
     if (!parent || parent->identifier.empty()) return;
+    for (const Change& other : journal::basedOn(database, parent->identifier, node->filename)) {
+      // Somebody was faster.
+      if (occupies(other, writer.node(other.node), *node, parts_.localNames)) return;
+    }
     if (!takeIdentity(writer, *node, *change, parent->identifier)) {
       for (const Change& other : journal::basedOn(database, parent->identifier, node->filename)) {
-        wanted = other.node;
+        if (!other.deleted && !other.sent && other.node != id) wanted = other.node;
       }
       return;
     }
@@ -178,11 +204,6 @@ std::optional<Uploader::Plan> Uploader::makePlan(NodeId id) {
                 parent->identifier, 0};
     const bool creates = plan->kind == Plan::Kind::create;
     plan->fields = changedFields(creates, *node, *change, parent->identifier);
-    if (!creates && (plan->fields & NSFileProviderItemFilename) != 0 &&
-        isOccupied(database, *change, parent->identifier, node->filename)) {
-      // Two items exchange their names: this one steps aside first.
-      plan->node.filename = asideName(*node);
-    }
     if (plan->fields == 0) {
       journal::erase(database, id);
       plan.reset();
@@ -197,7 +218,7 @@ std::optional<Uploader::Plan> Uploader::makePlan(NodeId id) {
 }
 
 void Uploader::perform(Plan& plan) {
-  if (plan.change.sent && !settleDoubt(plan)) return;
+  if (plan.change.sent) return settleDoubt(plan);
   if (plan.kind == Plan::Kind::remove) return performRemoval(plan);
   if (plan.kind == Plan::Kind::modify && !checkBase(plan)) return;
   if (!markSent(plan)) return;
@@ -257,30 +278,63 @@ bool Uploader::checkBase(Plan& plan) {
   return false;
 }
 
-// Finds out what became of a request that was not answered. True when it must be made (again).
-bool Uploader::settleDoubt(Plan& plan) {
-  if (plan.kind == Plan::Kind::remove) return true;
+// Nothing of the request is left to be found out; what the host has of the item is known.
+void Uploader::endDoubt(const Plan& plan, const platform::ItemPointer& item) {
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
+    const std::optional<Node> node = writer.node(plan.node.id);
+    if (!change || !node) return;
+    dropSentContent(writer, *change, node->content);
+    change->sent = false;
+    change->sentContent = kNoContent;
+    if (item) {
+      change->baseParent = item->parentItemIdentifier();
+      change->baseFilename = item->filename();
+    }
+    journal::put(writer.connection(), *change);
+  });
+  faultPoint("doubt.ended");
+}
+
+// A host that was not waited for may still be at work. False, and the change put off, until it had
+// its time.
+bool Uploader::hadTime(const Plan& plan) {
+  if (plan.change.attempts > 0) return true;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
+    if (!change) return;
+    ++change->attempts;
+    change->due = parts_.files.now() + kPatience;
+    journal::put(writer.connection(), *change);
+  });
+  return false;
+}
+
+// Finds out what became of a request that was not answered. Had it no effect, the change waits for
+// its turn like any other.
+void Uploader::settleDoubt(Plan& plan) {
   bool failed = false;
   if (plan.kind == Plan::Kind::create) {
     const std::optional<platform::ItemPointer> ours = findCreated(plan, failed);
-    if (failed) return false;
-    if (ours) {
-      plan.node.filename = plan.change.sentFilename;
-      plan.parentIdentifier = plan.change.sentParent;
-      acknowledge(plan, *ours);
-      return false;
-    }
-    if (!plan.change.deleted) return true;
-    forget(plan.node.id);
-    return false;
+    if (failed) return;
+    if (ours) return acknowledge(plan, *ours);
+    if (!hadTime(plan)) return;
+    return plan.change.deleted ? forget(plan.node.id) : endDoubt(plan, nullptr);
   }
-  if (!plan.sendsContents()) return true;
   const Answer now = lookUp(plan.node.identifier);
-  if (now.stopped) return false;
-  if (now.error || now.item->itemVersion().contentVersion == plan.change.baseVersion) return true;
-  if (!hasContents(plan.node.identifier, plan.change.sentContent, failed)) return !failed;
-  acknowledge(plan, now.item);
-  return false;
+  if (now.stopped) return;
+  // The next attempt meets the same.
+  if (now.isGone()) return endDoubt(plan, nullptr);
+  if (now.error) return react(plan, *now.error);
+  if (plan.sendsContents()) {
+    const bool unchanged = now.item->itemVersion().contentVersion == plan.change.baseVersion;
+    if (unchanged && !hadTime(plan)) return;
+    if (!unchanged && hasContents(plan.node.identifier, plan.change.sentContent, failed)) {
+      return acknowledge(plan, now.item);
+    }
+    if (failed) return;
+  }
+  endDoubt(plan, now.item);
 }
 
 // The item that a create made although its answer was lost: new to this side, of the same kind and
