@@ -3,153 +3,64 @@
 
 What was acknowledged is kept outside, in this process: a file whose writer closed it, a rename or a
 removal that returned. After each restart the mount must show exactly that, and once the queue is
-empty the host's folder must hold the same, byte for byte and without duplicates.
+empty the host's folder must hold the same, byte for byte and without duplicates. A fault point that
+no round reaches fails the run.
 
-    crash.py --tulo PATH [--seed N] [--rounds N] [--host]
+    crash.py --tulo PATH [--seed N] [--rounds N] [--points A,B] [--host]
 
-`--host` also kills the host in every round.
+`--host` kills the host at random as well.
 """
 
 import argparse
-import hashlib
 import os
 import pathlib
 import random
 import re
+import shutil
 import sys
+import tempfile
+import threading
+import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import Box, Failure, Mount, detach  # noqa: E402
-from writing import difference, settled, tree  # noqa: E402
+from harness import Box, Failure, Mount, detach, eventually  # noqa: E402
+from load import Worker, part_of, work  # noqa: E402
+from writing import difference, settled, status, tree  # noqa: E402
 
-# What the sources name; a point that no run reaches is reported.
 SOURCES = HERE.parent.parent / "service"
+WORKERS = 3
+RESCUED = "Recovered files"
+# A request is made again that was done before the kill; the host is away.
+HAPPENS = r"Extension: \w+ failed|cannot be seen at the moment|cannot list"
 
 
 def fault_points():
+    """What the sources name."""
     names = set()
     for file in SOURCES.glob("*.cpp"):
         names |= set(re.findall(r'faultPoint\("([a-z.]+)"\)', file.read_text()))
-    return sorted(names - {"recovery.inserted"})
-
-
-class Model:
-    """What the programs were told is done; and the one operation that may have been."""
-
-    def __init__(self):
-        self.files = {}
-        self.folders = {""}
-        self.doubt = []
-
-    def expected(self):
-        result = {name: None for name in self.folders if name}
-        result.update(self.files)
-        return result
-
-    def copy(self):
-        other = Model()
-        other.files = dict(self.files)
-        other.folders = set(self.folders)
-        return other
-
-
-class Load:
-    """Random operations on the mount, each one noted when it returned."""
-
-    def __init__(self, root, model, chance):
-        self.root = root
-        self.model = model
-        self.random = chance
-        self.counter = 0
-
-    def path(self, name):
-        return os.path.join(self.root, name)
-
-    def fresh(self):
-        self.counter += 1
-        folder = self.random.choice(sorted(self.model.folders))
-        return os.path.join(folder, f"n{self.random.randrange(10**9)}-{self.counter}")
-
-    def contents(self):
-        size = self.random.choice([0, 1, 100, 5000, 70000, 300000])
-        return self.random.randbytes(size)
-
-    def step(self):
-        files = sorted(self.model.files)
-        kinds = [self.create, self.create, self.folder]
-        if files:
-            kinds += [self.overwrite, self.append, self.rename, self.replace, self.remove]
-        action = self.random.choice(kinds)
-        after = self.model.copy()
-        # Until it returns, both states are right for what it touches.
-        self.model.doubt = action(after, files)
-        self.model.files, self.model.folders = after.files, after.folders
-        self.model.doubt = []
-
-    def _put(self, after, name, data, mode):
-        self.model.doubt = [name]
-        with open(self.path(name), mode) as file:
-            file.write(data)
-            if self.random.random() < 0.3:
-                file.flush()
-                os.fsync(file.fileno())
-        before = after.files.get(name, b"") if mode == "ab" else b""
-        after.files[name] = before + data
-        return [name]
-
-    def create(self, after, _):
-        return self._put(after, self.fresh(), self.contents(), "wb")
-
-    def overwrite(self, after, files):
-        return self._put(after, self.random.choice(files), self.contents(), "wb")
-
-    def append(self, after, files):
-        return self._put(after, self.random.choice(files), self.contents(), "ab")
-
-    def folder(self, after, _):
-        name = self.fresh()
-        self.model.doubt = [name]
-        os.mkdir(self.path(name))
-        after.folders.add(name)
-        return [name]
-
-    def rename(self, after, files):
-        source, target = self.random.choice(files), self.fresh()
-        self.model.doubt = [source, target]
-        os.rename(self.path(source), self.path(target))
-        after.files[target] = after.files.pop(source)
-        return [source, target]
-
-    def replace(self, after, files):
-        source, target = self.random.choice(files), self.random.choice(files)
-        self.model.doubt = [source, target]
-        os.rename(self.path(source), self.path(target))
-        if source != target:
-            after.files[target] = after.files.pop(source)
-        return [source, target]
-
-    def remove(self, after, files):
-        name = self.random.choice(files)
-        self.model.doubt = [name]
-        os.unlink(self.path(name))
-        del after.files[name]
-        return [name]
-
-
-def short(data):
-    return "folder" if data is None else f"{len(data)} bytes, {hashlib.sha256(data).hexdigest()[:8]}"
+    return sorted(names)
 
 
 class Crash:
-    def __init__(self, program, seed):
-        self.box = Box(program)
+    def __init__(self, box, seed, kill_host):
+        self.box = box
         self.random = random.Random(seed)
-        self.model = Model()
+        self.kill_host = kill_host
+        self.point = box.file("m")
+        self.workers = [Worker(self.point, f"w{i}", seed) for i in range(WORKERS)]
+        # What the special rounds left behind, which nobody changes any more.
+        self.others = {}
         self.mounts = 0
         self.reached = set()
+        self.kills = 0
+        self.host_kills = 0
+        self.changes = 0
+
+    # One service after the other.
 
     def mount(self, fault=None):
         environment = self.box.environment
@@ -157,89 +68,241 @@ class Crash:
         if fault:
             environment["TULO_FAULT_POINT"] = fault
         self.mounts += 1
-        mount = Mount(self.box, self.box.file("m"), ["--read-write"], f"mount{self.mounts}")
+        mount = Mount(self.box, self.point, ["--read-write", "--no-thumbnails"], f"mount{self.mounts}")
         self.box.processes.append(mount)
         self.box.mounts = [mount]
         return mount
 
-    def load(self, mount, steps):
-        """Works until the service is gone."""
-        load = Load(mount.point, self.model, self.random)
-        for _ in range(steps):
-            try:
-                load.step()
-            except OSError:
-                if mount.is_running():
-                    mount.process.wait(10)
-                return
-            if not mount.is_running():
-                return
-
-    def clear(self):
-        detach(self.box.file("m"))
-
-    def check_shown(self, what):
-        """The mount shows what was acknowledged; what was under way may have been done or not."""
-        found = tree(self.box.file("m"))
-        wanted = self.model.expected()
-        doubt = set(self.model.doubt)
-        for name in doubt:
-            for state in (found, wanted):
-                state.pop(name, None)
-        wrong = difference(found, wanted)
-        if wrong:
-            detail = [
-                f"{name}: found {short(found.get(name))}, expected {short(wanted.get(name))}"
-                for name in sorted(set(found) & set(wanted))
-                if found[name] != wanted[name]
-            ]
-            raise Failure(f"{what}: the mount is wrong: {wrong[:20]} {detail[:5]}")
-        # From here on the mount's word counts for what was in doubt.
-        shown = tree(self.box.file("m"))
-        self.model.files = {name: data for name, data in shown.items() if data is not None}
-        self.model.folders = {""} | {name for name, data in shown.items() if data is None}
-        self.model.doubt = []
-
-    def check_host(self, what):
-        settled(self.box, 120)
-        wrong = difference(tree(self.box.root), self.model.expected())
-        if wrong:
-            raise Failure(f"{what}: the host differs: {wrong[:20]}")
-        wrong = difference(tree(self.box.file("m")), self.model.expected())
-        if wrong:
-            raise Failure(f"{what}: the mount differs afterwards: {wrong[:20]}")
-
-    def round(self, fault, kill_host, what):
-        mount = self.mount(fault)
-        killer = None
-        if not fault:
-            killer = self.random.uniform(0.05, 1.5)
-            self._kill_later(mount, killer)
-        self.load(mount, 400 if fault else 2000)
-        if fault and mount.is_running():
-            # Points on the way up are reached once the quiet time is over.
+    def bury(self, mount, fault=None):
+        """Makes sure that the service is dead, and notes how it died."""
+        if fault:
             try:
                 mount.process.wait(4)
             except Exception:  # pylint: disable=broad-except
                 pass
-        if fault and not mount.is_running():
-            self.reached.add(fault.split(":")[0])
+            if not mount.is_running():
+                self.reached.add(fault.split(":")[0])
         mount.kill()
-        if kill_host:
+        self.kills += 1
+        detach(self.point)
+        self.remember()
+
+    def remember(self):
+        """The replica as the dead service left it, to judge a failure by."""
+        folder = self.box.file("last")
+        shutil.rmtree(folder, ignore_errors=True)
+        os.mkdir(folder)
+        for file in self.database().parent.glob("replica.db*"):
+            shutil.copy(file, folder)
+
+    # What is expected.
+
+    def check_shown(self, what):
+        shown = tree(self.point)
+        wrong = []
+        for worker in self.workers:
+            part = part_of(shown, worker.home)
+            wrong += worker.wrong(part)
+            worker.accept(part)
+        if wrong:
+            raise Failure(f"{what}: the mount is wrong: {wrong[:20]}")
+
+    def expected(self):
+        result = dict(self.others)
+        for worker in self.workers:
+            result.update(worker.entries)
+        return result
+
+    def check_both(self, what):
+        settled(self.box, 120)
+        now = status(self.box)
+        if now["needsAttention"]:
+            raise Failure(f"{what}: changes were refused: {now}")
+        for name, found in (("host", tree(self.box.root)), ("mount", tree(self.point))):
+            wrong = difference(found, self.expected())
+            if wrong:
+                raise Failure(f"{what}: the {name} differs afterwards: {wrong[:20]}")
+
+    def check_log(self, what):
+        """Nothing of what happens here is an error to the service."""
+        errors = [line for line in self.box.mounts[0].unexpected_errors()
+                  if not re.search(HAPPENS, line)]
+        if errors:
+            raise Failure(f"{what}: the service's log tells of failures: {errors[:10]}")
+
+    # Rounds.
+
+    def trouble(self, stop):
+        """Kills the host and starts it again, at random, until told to stop."""
+        while not stop.wait(self.random.uniform(0.1, 1.2)):
             self.box.host.kill()
-        self.clear()
-        if kill_host:
+            self.host_kills += 1
+            if stop.wait(self.random.uniform(0, 0.6)):
+                return
+            self.box.start_host()
+
+    def load(self, mount, steps, seconds=None):
+        """Works until the service is gone, or the steps are done."""
+        stop = threading.Event()
+        helpers = []
+        if self.kill_host:
+            helpers.append(threading.Thread(target=self.trouble, args=(stop,)))
+        killer = threading.Timer(seconds, lambda: mount.signal(9)) if seconds else None
+        if killer:
+            killer.start()
+        for helper in helpers:
+            helper.start()
+        self.changes += work(self.workers, steps, mount.is_running)
+        if killer:
+            killer.join()
+        stop.set()
+        for helper in helpers:
+            helper.join()
+        for worker in self.workers:
+            if worker.error and mount.is_running():
+                # The reply may be faster than the end of the process.
+                try:
+                    mount.process.wait(5)
+                except Exception:  # pylint: disable=broad-except
+                    raise Failure(f"an operation failed: {worker.error}") from None
+
+    def round(self, fault, what):
+        mount = self.mount(fault)
+        seconds = None if fault else self.random.uniform(0.05, 2.5)
+        self.load(mount, 60 if fault else 2000, seconds)
+        self.bury(mount, fault)
+        self.finish(what)
+
+    def finish(self, what):
+        if not self.box.host.is_running():
             self.box.start_host()
         self.mount()
         self.check_shown(what)
-        self.check_host(what)
+        self.check_both(what)
+        self.check_log(what)
         self.box.mounts[0].unmount()
 
-    @staticmethod
-    def _kill_later(mount, seconds):
-        import threading
+    def conflict_round(self, fault, what):
+        """The host changes a file just when the one changed here is about to go up."""
+        name = f"conflict{self.mounts}"
+        self.box.write(f"{name}/doc", b"base")
+        mount = self.mount()
+        eventually(lambda: os.path.exists(self.path(f"{name}/doc")), "the file is there")
+        with open(self.path(f"{name}/doc"), "rb") as file:
+            file.read()
+        mount.unmount()
+        mount = self.mount(fault)
+        try:
+            with open(self.path(f"{name}/doc"), "wb") as file:
+                file.write(b"from here")
+            self.box.write(f"{name}/doc", b"from there!")
+            mount.process.wait(20)
+        except Exception:  # pylint: disable=broad-except
+            pass
+        self.bury(mount, fault)
+        self.mount()
+        settled(self.box)
+        found = {n: d for n, d in tree(self.box.root).items() if n.startswith(name)}
+        versions = sorted(data for data in found.values() if data is not None)
+        if versions != [b"from here", b"from there!"]:
+            raise Failure(f"{what}: of the two versions there are {found}")
+        self.others.update(found)
+        self.check_shown(what)
+        self.check_both(what)
+        self.box.mounts[0].unmount()
 
-        threading.Timer(seconds, lambda: mount.signal(9)).start()
+    def recovery_round(self, fault, what):
+        """The database is damaged while contents wait to be sent."""
+        self.box.host.kill()
+        mount = self.mount()
+        name = f"rescued{self.mounts}"
+        with open(self.path(name), "wb") as file:
+            file.write(name.encode())
+        mount.kill()
+        self.kills += 1
+        detach(self.point)
+        damage(self.database())
+        try:
+            mount = self.mount(fault)
+        except Failure:
+            mount = self.box.processes[-1]
+        self.reached.add(fault.split(":")[0])
+        detach(self.point)
+        self.box.start_host()
+        self.mount()
+        self.check_shown(what)
+        settled(self.box)
+        rescued = {n: d for n, d in tree(self.box.root).items() if n.split("/")[0] == RESCUED}
+        if rescued.get(f"{RESCUED}/{name}") != name.encode():
+            raise Failure(f"{what}: the contents are not among {sorted(rescued)}")
+        self.others.update(rescued)
+        self.check_both(what)
+        self.box.mounts[0].unmount()
+
+    def path(self, name):
+        return os.path.join(self.point, name)
+
+    def doubt_round(self, fault, what):
+        """A request was made, its answer lost: what became of it is found out next time."""
+        mount = self.mount("push.marked:1")
+        self.load(mount, 60)
+        self.bury(mount, "push.marked:1")
+        mount = self.mount(fault)
+        try:
+            mount.process.wait(20)
+        except Exception:  # pylint: disable=broad-except
+            pass
+        self.bury(mount, fault)
+        self.finish(what)
+
+    def database(self):
+        (found,) = pathlib.Path(self.box.state).glob("tulo/*/replica.db")
+        return found
+
+    def point_round(self, point):
+        rounds = {"conflict.made": self.conflict_round, "recovery.inserted": self.recovery_round,
+                  "doubt.ended": self.doubt_round}
+        count = 1 if point in rounds else self.random.choice([1, 1, 2, 5])
+        fault = f"{point}:{count}"
+        rounds.get(point, self.round)(fault, f"killed at {fault}")
+
+    def run(self, points, rounds):
+        begin = time.monotonic()
+        for point in points:
+            self.point_round(point)
+            if point not in self.reached:
+                # The count was too high for what came along.
+                self.round(f"{point}:1", f"killed at {point}:1")
+        for number in range(rounds):
+            self.round(None, f"random kill {number}")
+        missed = sorted(set(points) - self.reached)
+        print(f"{self.kills} kills of the service, {self.host_kills} of the host, "
+              f"{self.changes} changes, {len(points) - len(missed)} of {len(points)} fault points, "
+              f"{len(self.expected())} entries equal, {time.monotonic() - begin:.0f} s", flush=True)
+        if missed:
+            raise Failure(f"fault points that were not reached: {', '.join(missed)}")
+
+
+def damage(database):
+    """Overwrites pages in the middle and drops the log."""
+    with open(database, "r+b") as file:
+        file.write(b"no database any more" * 10)
+    for suffix in ("-wal", "-shm"):
+        if os.path.exists(f"{database}{suffix}"):
+            os.unlink(f"{database}{suffix}")
+
+
+def evidence(box):
+    """Keeps what a failure is judged by."""
+    kept = tempfile.mkdtemp(prefix="tulo-crash-")
+    for entry in os.listdir(box.directory):
+        if entry.endswith(".log"):
+            shutil.copy(box.file(entry), kept)
+    for file in pathlib.Path(box.state).glob("tulo/*/replica.db*"):
+        shutil.copy(file, kept)
+    if os.path.isdir(box.file("last")):
+        shutil.copytree(box.file("last"), os.path.join(kept, "at-the-kill"))
+    return kept
 
 
 def main():
@@ -254,25 +317,18 @@ def main():
         print("skipped: there is no /dev/fuse")
         return 77
     print(f"seed {arguments.seed}", flush=True)
-    crash = Crash(os.path.abspath(arguments.tulo), arguments.seed)
-    points = arguments.points.split(",") if arguments.points else fault_points()
+    box = Box(os.path.abspath(arguments.tulo))
+    points = fault_points() if arguments.points is None else arguments.points.split(",")
     try:
-        crash.box.start_host()
-        for point in points:
-            count = crash.random.choice([1, 2, 5])
-            crash.round(f"{point}:{count}", arguments.host, f"killed at {point}:{count}")
-        for number in range(arguments.rounds):
-            crash.round(None, arguments.host, f"random kill {number}")
-        missed = sorted(set(points) - crash.reached)
-        print(f"{len(points)} fault points ({len(missed)} not reached: {', '.join(missed)}), "
-              f"{arguments.rounds} random kills, {len(crash.model.files)} files")
+        box.start_host()
+        Crash(box, arguments.seed, arguments.host).run([p for p in points if p], arguments.rounds)
         return 0
-    except Failure as failure:
-        print(crash.box.logs()[-6000:], file=sys.stderr)
-        print(f"FAILED with seed {arguments.seed}: {failure}", file=sys.stderr)
+    except (Failure, OSError) as failure:
+        print(f"FAILED with seed {arguments.seed}: {failure}\nlogs and replica: {evidence(box)}",
+              file=sys.stderr)
         return 1
     finally:
-        crash.box.tear_down()
+        box.tear_down()
 
 
 if __name__ == "__main__":
