@@ -137,6 +137,9 @@ class Uploader {
   Answer send(const Plan& plan);
 
   std::optional<Plan> makePlan(NodeId node, bool aside);
+  Plan planOfSent(const Node& node, const Change& change);
+  std::optional<Plan> planRemoval(ReplicaWriter& writer, const Node& node, const Change& change);
+  std::optional<Plan> planChange(ReplicaWriter& writer, Node& node, Change& change, NodeId& wanted);
   Plan planAside(ReplicaWriter& writer, const Node& node, const Change& change);
   void giveEmptyContents(ReplicaWriter& writer, Node& node);
   bool takeIdentity(ReplicaWriter& writer, Node& node, Change& change,

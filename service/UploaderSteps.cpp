@@ -153,60 +153,70 @@ Uploader::Plan Uploader::planAside(ReplicaWriter& writer, const Node& node, cons
   return plan;
 }
 
+// The plan that a request was made by, as far as what became of it is concerned.
+Uploader::Plan Uploader::planOfSent(const Node& node, const Change& change) {
+  const bool creates = node.identifier.empty();
+  Plan plan{creates ? Plan::Kind::create : Plan::Kind::modify, node, change, change.sentParent,
+            change.sentContent != kNoContent ? NSFileProviderItemContents : 0};
+  plan.node.filename = change.sentFilename;
+  return plan;
+}
+
+std::optional<Uploader::Plan> Uploader::planRemoval(ReplicaWriter& writer, const Node& node,
+                                                    const Change& change) {
+  if (!node.identifier.empty()) {
+    return Plan{Plan::Kind::remove, node, change, change.baseParent, 0};
+  }
+  journal::erase(writer.connection(), node.id);
+  writer.detach(node.id, parts_.files.now() / 1000);
+  return std::nullopt;
+}
+
+std::optional<Uploader::Plan> Uploader::planChange(ReplicaWriter& writer, Node& node,
+                                                   Change& change, NodeId& wanted) {
+  Connection& database = writer.connection();
+  if (staysLocal(writer, parts_.localNames, node.parent, node.name)) {
+    change.held = true;
+    node.identifier.empty() ? journal::erase(database, node.id) : journal::put(database, change);
+    return std::nullopt;
+  }
+  const std::optional<Node> parent = writer.node(node.parent);
+  if (!parent || parent->identifier.empty()) return std::nullopt;
+  const auto there = journal::basedOn(database, parent->identifier, node.filename);
+  for (const Change& other : there) {
+    // Somebody was faster.
+    if (occupies(other, writer.node(other.node), node, parts_.localNames)) return std::nullopt;
+  }
+  if (!takeIdentity(writer, node, change, parent->identifier)) {
+    for (const Change& other : there) {
+      if (!other.deleted && !other.sent && other.node != node.id) wanted = other.node;
+    }
+    return std::nullopt;
+  }
+  const bool creates = node.identifier.empty();
+  Plan plan{creates ? Plan::Kind::create : Plan::Kind::modify, node, change, parent->identifier,
+            changedFields(creates, node, change, parent->identifier)};
+  if (plan.fields != 0) return plan;
+  journal::erase(database, node.id);
+  return std::nullopt;
+}
+
 std::optional<Uploader::Plan> Uploader::makePlan(NodeId id, bool aside) {
   std::optional<Plan> plan;
   NodeId wanted = kNoNode;
   const auto work = [&](ReplicaWriter& writer) {
-    Connection& database = writer.connection();
-    std::optional<Change> change = journal::find(database, id);
-    if (!change) return;
+    std::optional<Change> change = journal::find(writer.connection(), id);
     std::optional<Node> node = writer.node(id);
-    if (!node) return journal::erase(database, id);
+    if (!change) return;
+    if (!node) return journal::erase(writer.connection(), id);
     if (change->sent) {
-      // The plan that the request was made by, as far as what became of it is concerned.
-      plan = Plan{node->identifier.empty() ? Plan::Kind::create : Plan::Kind::modify, *node,
-                  *change, change->sentParent,
-                  change->sentContent != kNoContent ? NSFileProviderItemContents : 0};
-      plan->node.filename = change->sentFilename;
-      return;
-    }
-    if (change->deleted) {
-      if (node->identifier.empty()) {
-        journal::erase(database, id);
-        writer.detach(id, parts_.files.now() / 1000);
-        return;
-      }
-      plan = Plan{Plan::Kind::remove, *node, *change, change->baseParent, 0};
-      return;
-    }
-    if (aside && !node->identifier.empty()) {
+      plan = planOfSent(*node, *change);
+    } else if (change->deleted) {
+      plan = planRemoval(writer, *node, *change);
+    } else if (aside && !node->identifier.empty()) {
       plan = planAside(writer, *node, *change);
-      return;
-    }
-    if (staysLocal(writer, parts_.localNames, node->parent, node->name)) {
-      if (node->identifier.empty()) return journal::erase(database, id);
-      change->held = true;
-      return journal::put(database, *change);
-    }
-    const std::optional<Node> parent = writer.node(node->parent);
-    if (!parent || parent->identifier.empty()) return;
-    for (const Change& other : journal::basedOn(database, parent->identifier, node->filename)) {
-      // Somebody was faster.
-      if (occupies(other, writer.node(other.node), *node, parts_.localNames)) return;
-    }
-    if (!takeIdentity(writer, *node, *change, parent->identifier)) {
-      for (const Change& other : journal::basedOn(database, parent->identifier, node->filename)) {
-        if (!other.deleted && !other.sent && other.node != id) wanted = other.node;
-      }
-      return;
-    }
-    plan = Plan{node->identifier.empty() ? Plan::Kind::create : Plan::Kind::modify, *node, *change,
-                parent->identifier, 0};
-    const bool creates = plan->kind == Plan::Kind::create;
-    plan->fields = changedFields(creates, *node, *change, parent->identifier);
-    if (plan->fields == 0) {
-      journal::erase(database, id);
-      plan.reset();
+    } else {
+      plan = planChange(writer, *node, *change, wanted);
     }
   };
   parts_.files.withSettled(id, Durability::eventual, work);
