@@ -163,7 +163,7 @@ json evict(Engine& engine, const json& request) {
       const int error = engine.contents().evict(file);
       ++count;
       if (error == 0) continue;
-      const char* reason = error == EBUSY ? "open or pinned" : std::strerror(error);
+      const char* reason = error == EBUSY ? "open, pinned, or not sent yet" : std::strerror(error);
       failures.push_back({{"path", pathOf(engine, file)}, {"error", reason}});
     }
   }

@@ -1,6 +1,7 @@
 """What the user says about changes, and what is said to the user."""
 
 import errno
+import json
 import os
 import signal
 import subprocess
@@ -415,3 +416,52 @@ def sync_ends_with_the_service(box):
     expect_equal(read(box.path("new.txt")), b"held up", "the contents stay")
     settled(box)
     expect_host(box, {"note.txt": b"note", "new.txt": b"held up"})
+
+
+@case
+def status_says_that_nobody_is_signed_in(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box)
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    box.allow_errors("Extension: write failed")
+    box.tulo("host", "logout", "--container", box.container)
+    write(box.path("note.txt"), b"changed")
+    told = flush(box, "--wait", "--timeout", "1", status_wanted=1)
+    expect("1 change left; the host says that nobody is signed in" in told, told)
+    told = text(box.tulo("status", box.path()))
+    expect("running, but nobody is signed in there" in told, told)
+    expect("note.txt (7 B): not signed in" in told, told)
+    expect(box.status()["paused"], "paused")
+    box.tulo("host", "login", "--container", box.container)
+    flush(box, "--wait")
+    expect_host(box, {"note.txt": b"changed"})
+    expect(not box.status()["paused"], "no longer paused")
+
+
+@case
+def status_watches_until_nobody_reads(box):
+    box.start_host()
+    writable(box)
+    box.host.stop()
+    with subprocess.Popen([box.program, "status", "--watch", "--json", box.path()],
+                          stdout=subprocess.PIPE, env=box.environment) as program:
+        expect_equal(json.loads(program.stdout.readline())["pending"], 0, "before")
+        write(box.path("new.txt"), b"new")
+        eventually(lambda: json.loads(program.stdout.readline())["pending"] == 1, "it is told")
+        program.stdout.close()
+        expect_equal(program.wait(10), 0, "exit status when nobody reads")
+
+
+@case
+def evicting_leaves_what_was_not_sent(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box)
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    box.host.stop()
+    write(box.path("note.txt"), b"changed")
+    told = box.tulo("evict", box.path("note.txt"), check=False)
+    expect_equal(told.returncode, 1, text(told))
+    expect("note.txt: open, pinned, or not sent yet" in text(told), text(told))
+    expect_equal(read(box.path("note.txt")), b"changed", "after")
