@@ -84,8 +84,6 @@ ContentStore::ContentStore(const std::string& directory, const std::string& shar
                            CacheLimits limits)
     : directory_(directory + "/contents"), shared_(shared), limits_(limits) {
   makeDirectory(directory_);
-  for (unsigned i = 0; i < kFolders; ++i)
-    makeDirectory(directory_ + '/' + folderName(i));
 }
 
 std::string ContentStore::path(ContentId content) const {
@@ -144,7 +142,14 @@ void ContentStore::remove(ContentId content) const {
 
 Descriptor ContentStore::create(ContentId content, const std::string& name) const {
   const std::string target = path(content);
-  Descriptor file(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  const auto open = [&] {
+    return Descriptor(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  };
+  Descriptor file = open();
+  if (!file && errno == ENOENT) {
+    makeDirectory(target.substr(0, target.rfind('/')));
+    file = open();
+  }
   if (!file) fail("cannot create " + target, errno);
   setName(content, name);
   return file;

@@ -38,7 +38,7 @@ struct CacheLimits {
 
 class ContentStore {
  public:
-  // Creates the directories. `shared` is the directory that the provider's side writes to. Throws
+  // Creates the directory. `shared` is the directory that the provider's side writes to. Throws
   // ContentError.
   ContentStore(const std::string& directory, const std::string& shared, CacheLimits limits);
 

@@ -325,7 +325,7 @@ TEST_F(ContentsTest, ContentsOnTheirWayAreNoLeftOvers) {
   engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
     incoming.emplace(engine->store(), writer.reserveContent(id));
   });
-  writeFile(engine->store().path(incoming->number()), "hello");
+  engine->store().create(incoming->number(), "a.txt");
   while (engine->contents().purgeStep()) {
   }
   EXPECT_TRUE(std::filesystem::exists(engine->store().path(incoming->number())));
