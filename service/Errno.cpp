@@ -2,6 +2,9 @@
 
 #include <cerrno>
 
+#include "service/ContentStore.h"
+#include "service/Database.h"
+
 namespace tulo {
 
 namespace {
@@ -53,6 +56,16 @@ const Row* rowFor(const platform::NSError& error) {
 int errnoFor(const platform::NSError& error) {
   const Row* row = rowFor(error);
   return row ? row->number : EIO;
+}
+
+int errnoFor(const std::exception& error) {
+  if (const auto* content = dynamic_cast<const ContentError*>(&error)) {
+    return content->number() == ENOSPC || content->number() == EDQUOT ? content->number() : EIO;
+  }
+  if (const auto* database = dynamic_cast<const DatabaseError*>(&error)) {
+    return database->code() == SQLITE_FULL ? ENOSPC : EIO;
+  }
+  return EIO;
 }
 
 bool isTransient(const platform::NSError& error) {

@@ -3,6 +3,7 @@
 // Threads: pure functions.
 #pragma once
 
+#include <exception>
 #include <string>
 
 #include "platform/Error.h"
@@ -12,6 +13,10 @@ namespace tulo {
 // The errno for a provider's error. Every error has one; what is not known is an input/output
 // error.
 int errnoFor(const platform::NSError& error);
+
+// The errno for what the replica or a file of contents threw: no room is told apart, all else is an
+// input/output error.
+int errnoFor(const std::exception& error);
 
 // Whether the same request may succeed later without anybody changing it.
 bool isTransient(const platform::NSError& error);

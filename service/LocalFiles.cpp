@@ -8,22 +8,13 @@
 #include <cerrno>
 #include <chrono>
 
+#include "service/Errno.h"
 #include "service/FaultPoints.h"
 #include "service/ServiceLog.h"
 
 namespace tulo {
 
 namespace {
-
-int errnoOf(const std::exception& error) {
-  if (const auto* content = dynamic_cast<const ContentError*>(&error)) {
-    return content->number() == ENOSPC || content->number() == EDQUOT ? content->number() : EIO;
-  }
-  if (const auto* database = dynamic_cast<const DatabaseError*>(&error)) {
-    return database->code() == SQLITE_FULL ? ENOSPC : EIO;
-  }
-  return EIO;
-}
 
 bool durableContent(Connection& database, ContentId content) {
   Statement& statement = database.cached("SELECT durable FROM content WHERE id=?");
@@ -147,14 +138,14 @@ ssize_t WritableFile::write(const char* data, std::size_t size, off_t offset) tr
   });
 } catch (const std::exception& error) {
   serviceLog().error("cannot write node %d: %{public}@", {node_, error.what()});
-  return -errnoOf(error);
+  return -errnoFor(error);
 }
 
 int WritableFile::truncate(off_t size) try {
   return changing(size != 0, [&] { return ::ftruncate(file_.get(), size) == 0 ? 0 : errno; });
 } catch (const std::exception& error) {
   serviceLog().error("cannot truncate node %d: %{public}@", {node_, error.what()});
-  return errnoOf(error);
+  return errnoFor(error);
 }
 
 int WritableFile::allocate(int mode, off_t offset, off_t length) try {
@@ -162,7 +153,7 @@ int WritableFile::allocate(int mode, off_t offset, off_t length) try {
                   [&] { return ::fallocate(file_.get(), mode, offset, length) == 0 ? 0 : errno; });
 } catch (const std::exception& error) {
   serviceLog().error("cannot allocate for node %d: %{public}@", {node_, error.what()});
-  return errnoOf(error);
+  return errnoFor(error);
 }
 
 off_t WritableFile::seek(off_t offset, int whence) {
@@ -183,7 +174,7 @@ ssize_t WritableFile::copyFrom(WritableFile& source, off_t from, off_t to, std::
   });
 } catch (const std::exception& error) {
   serviceLog().error("cannot copy into node %d: %{public}@", {node_, error.what()});
-  return -errnoOf(error);
+  return -errnoFor(error);
 }
 
 int WritableFile::synchronize(bool dataOnly) {
@@ -259,7 +250,7 @@ std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error, Descriptor
   return file;
 } catch (const std::exception& failure) {
   serviceLog().error("cannot open node %d: %{public}@", {id, failure.what()});
-  error = errnoOf(failure);
+  error = errnoFor(failure);
   return nullptr;
 }
 
@@ -342,7 +333,7 @@ int LocalFiles::settle(NodeId id, Durability durability) try {
   return 0;
 } catch (const std::exception& error) {
   serviceLog().error("cannot note the change of node %d: %{public}@", {id, error.what()});
-  return errnoOf(error);
+  return errnoFor(error);
 }
 
 // The file's lock is held.
@@ -362,7 +353,7 @@ int LocalFiles::synchronize(NodeId id, bool dataOnly) try {
   return 0;
 } catch (const std::exception& error) {
   serviceLog().error("cannot force node %d to the disk: %{public}@", {id, error.what()});
-  return errnoOf(error);
+  return errnoFor(error);
 }
 
 void LocalFiles::overlay(Entry& entry) const {

@@ -1,8 +1,7 @@
 // Private to the mount.
 #pragma once
 
-#include <cerrno>
-
+#include "service/Errno.h"
 #include "service/MountSession.h"
 #include "service/ServiceLog.h"
 
@@ -13,12 +12,9 @@ template <typename Function>
 void guarded(fuse_req_t request, const Function& function) {
   try {
     function();
-  } catch (const DatabaseError& error) {
-    serviceLog().error("request failed: %{public}@", {error.what()});
-    fuse_reply_err(request, error.code() == SQLITE_FULL ? ENOSPC : EIO);
   } catch (const std::exception& error) {
     serviceLog().error("request failed: %{public}@", {error.what()});
-    fuse_reply_err(request, EIO);
+    fuse_reply_err(request, errnoFor(error));
   }
 }
 

@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <stdexcept>
+
+#include "service/ContentStore.h"
+#include "service/Database.h"
 
 namespace tulo::test {
 namespace {
@@ -39,6 +43,15 @@ INSTANTIATE_TEST_SUITE_P(
         Row{{"NSFileProviderErrorDomain", 640, {}}, EIO, false},
         Row{{"NSCocoaErrorDomain", -1005, {}}, EIO, false},
         Row{{"SomebodyElsesDomain", 1, {}}, EIO, false}));
+
+TEST(ErrnoTest, TellsAFullDiskFromOtherFailuresOfTheReplica) {
+  EXPECT_EQ(errnoFor(DatabaseError(SQLITE_FULL, "full")), ENOSPC);
+  EXPECT_EQ(errnoFor(DatabaseError(SQLITE_CORRUPT, "corrupt")), EIO);
+  EXPECT_EQ(errnoFor(ContentError(ENOSPC, "full")), ENOSPC);
+  EXPECT_EQ(errnoFor(ContentError(EDQUOT, "quota")), EDQUOT);
+  EXPECT_EQ(errnoFor(ContentError(ENOENT, "gone")), EIO);
+  EXPECT_EQ(errnoFor(std::runtime_error("anything")), EIO);
+}
 
 }  // namespace
 }  // namespace tulo::test
