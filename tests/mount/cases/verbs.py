@@ -465,3 +465,37 @@ def evicting_leaves_what_was_not_sent(box):
     expect_equal(told.returncode, 1, text(told))
     expect("note.txt: open, pinned, or not sent yet" in text(told), text(told))
     expect_equal(read(box.path("note.txt")), b"changed", "after")
+
+
+# Says so when it was interrupted while it made a folder.
+FOLDER_MAKER = """
+import os, sys
+print("making", flush=True)
+try:
+    os.mkdir(sys.argv[1])
+except (KeyboardInterrupt, InterruptedError):
+    print("interrupted", flush=True)
+"""
+
+
+@case
+def sync_shows_what_an_interrupted_program_made(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box, "--sync")
+    # The kernel remembers that there is no such name.
+    expect(not os.path.exists(box.path("folder")), "there is a folder before")
+    box.allow_errors("Extension: write failed for : .*no reply")
+    box.restart_host("--fault", "create=silent:1")
+    with subprocess.Popen(
+        [sys.executable, "-c", FOLDER_MAKER, box.path("folder")], stdout=subprocess.PIPE
+    ) as program:
+        expect_equal(program.stdout.readline(), b"making\n", "the program")
+        eventually(lambda: box.host.requests("create") > 0, "the host is asked")
+        program.send_signal(signal.SIGINT)
+        expect_equal(program.stdout.read(), b"interrupted\n", "the program")
+    eventually(lambda: os.path.isdir(box.path("folder")), "the folder is found by its name")
+    write(box.path(".folder.swp"), b"local: waits for nobody")
+    box.restart_host()
+    settled(box)
+    expect_host(box, {"note.txt": b"note", "folder": None})
