@@ -27,8 +27,7 @@ struct Scope {
 
 Scope scopeOf(Engine& engine, const json& request) {
   Scope scope;
-  for (const json& node : request.value("nodes", json::array()))
-    scope.nodes.push_back(node.get<NodeId>());
+  scope.nodes = request.value("nodes", std::vector<NodeId>());
   for (const json& each : request.value("deleted", json::array())) {
     const std::string name = each.at("name").get<std::string>();
     const NodeId found = engine.replica().read([&](ReplicaReader& reader) {

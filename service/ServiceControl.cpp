@@ -135,10 +135,7 @@ class Batch {
 };
 
 std::vector<NodeId> nodesOf(const json& request) {
-  std::vector<NodeId> nodes;
-  for (const json& node : request.value("nodes", json::array()))
-    nodes.push_back(node.get<NodeId>());
-  return nodes;
+  return request.value("nodes", std::vector<NodeId>());
 }
 
 json download(Engine& engine, const json& request, const ControlServer::Emit& emit) {
