@@ -188,7 +188,8 @@ TEST_F(ControlChangesTest, AFolderDoesNotGoBackIntoItself) {
   EXPECT_EQ(engine->uploader().discard(inner), EINVAL);
   EXPECT_EQ(named("Inner"), inner);
   EXPECT_EQ(engine->uploader().discard(outer), 0);
-  EXPECT_EQ(named("Outer"), kNoNode) << "an empty one is listed again with the host's";
+  list();
+  EXPECT_NE(named("Outer"), kNoNode);
 }
 
 TEST_F(ControlChangesTest, WhatIsBeingWrittenIsNotDiscarded) {
