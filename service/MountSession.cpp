@@ -270,14 +270,14 @@ void MountSession::readdir(fuse_req_t request, NodeId folder, std::size_t size, 
   guarded(request, [&] {
     parts_.folders.used(folder);
     if (offset == 0) {
-      const auto node =
-          parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(folder, ""); });
-      if (!node.folderExists) {
+      const auto listed =
+          parts_.replica.read([&](ReplicaReader& reader) { return reader.listed(folder); });
+      if (!listed) {
         fuse_reply_err(request, ESTALE);
         return;
       }
-      if (parts_.sync.freshness(folder, node.listed) != Freshness::current) {
-        const bool known = node.listed != 0;
+      if (parts_.sync.freshness(folder, *listed) != Freshness::current) {
+        const bool known = *listed != 0;
         parts_.sync.refresh(folder, [=, this](int error) {
           if (error != 0 && !known) {
             fuse_reply_err(request, error);

@@ -23,6 +23,9 @@ std::string escaped(std::string_view filename) {
   if (filename.empty()) return "%~";
   if (filename == ".") return "%2E";
   if (filename == "..") return "%2E%2E";
+  if (filename.find_first_of(std::string_view("/%\0", 3)) == std::string_view::npos) {
+    return std::string(filename);
+  }
   std::string result;
   result.reserve(filename.size());
   for (std::size_t i = 0; i < filename.size(); ++i) {

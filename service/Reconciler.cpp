@@ -79,7 +79,8 @@ class Pass {
  private:
   void loadChanges() {
     Connection& database = writer_.connection();
-    if (journal::isEmpty(database)) return;
+    nothingPending_ = journal::isEmpty(database);
+    if (nothingPending_) return;
     for (Change& change : journal::inFolder(database, folder_)) {
       changes_.emplace(change.node, std::move(change));
     }
@@ -140,7 +141,7 @@ class Pass {
   }
 
   bool ownedElsewhere(const ItemRecord& item) {
-    if (firstTime_ && journal::isEmpty(writer_.connection())) return false;
+    if (nothingPending_) return false;
     const std::optional<Node> known = writer_.nodeFor(item.identifier);
     if (!known || known->parent == folder_) return false;
     std::optional<Change> change = journal::find(writer_.connection(), known->id);
@@ -370,6 +371,7 @@ class Pass {
   // Something of the listing was not taken over, so the same listing is to be looked at again.
   bool incomplete_ = false;
   bool kept_ = false;
+  bool nothingPending_ = false;
   bool firstTime_ = false;
   bool listingChanged_ = false;
   std::vector<const ItemRecord*> fresh_;

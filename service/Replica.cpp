@@ -12,7 +12,8 @@ namespace tulo {
 
 namespace {
 
-constexpr std::size_t kIdleReaders = 16;
+// Each keeps a few descriptors and a cache of its own; more than a few at once are rare.
+constexpr std::size_t kIdleReaders = 6;
 
 void configure(Connection& database) {
   database.execute(

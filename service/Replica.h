@@ -57,6 +57,8 @@ class ReplicaReader {
   std::optional<OpenLookup> openLookup(NodeId id);
   std::optional<Node> nodeFor(std::string_view identifier);
   NameLookup lookup(NodeId folder, std::string_view name);
+  // The generation that the folder was listed for; nothing when it is gone.
+  std::optional<std::uint64_t> listed(NodeId folder);
   // The children after the given number, by number, until the visitor returns false.
   void children(NodeId folder, NodeId after, const EntryVisitor& visitor);
   // All children with all columns.

@@ -18,7 +18,7 @@ ReplicaReader::ReplicaReader(const std::string& path)
       childNodes_(database_.prepare(columns::selectNode() +
                                     " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
       meta_(database_.prepare("SELECT value FROM meta WHERE key=CAST(? AS TEXT)")) {
-  database_.execute("PRAGMA cache_size=-4096");
+  database_.execute("PRAGMA cache_size=-2048");
 }
 
 std::optional<Entry> ReplicaReader::entry(NodeId id) {
@@ -48,14 +48,18 @@ std::optional<Node> ReplicaReader::nodeFor(std::string_view identifier) {
   return columns::nodeFrom(byIdentifier_);
 }
 
+std::optional<std::uint64_t> ReplicaReader::listed(NodeId folder) {
+  StatementUse use(folder_);
+  if (!folder_.bind(folder).step()) return std::nullopt;
+  return static_cast<std::uint64_t>(folder_.integer(0));
+}
+
 NameLookup ReplicaReader::lookup(NodeId folder, std::string_view name) {
   NameLookup result;
-  {
-    StatementUse use(folder_);
-    if (!folder_.bind(folder).step()) return result;
-    result.folderExists = true;
-    result.listed = static_cast<std::uint64_t>(folder_.integer(0));
-  }
+  const std::optional<std::uint64_t> generation = listed(folder);
+  if (!generation) return result;
+  result.folderExists = true;
+  result.listed = *generation;
   StatementUse use(child_);
   if (child_.bind(folder, name).step()) result.entry = columns::entryFrom(child_);
   return result;

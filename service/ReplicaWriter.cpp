@@ -17,9 +17,9 @@ std::optional<std::string_view> filenameColumn(const Node& node) {
 }
 
 // A node outside the tree has no parent at all; the root's is 0.
-std::optional<std::uint64_t> parentColumn(const Node& node) {
-  if (node.parent == kNoNode && node.id != kRootNode) return std::nullopt;
-  return node.parent;
+std::optional<std::uint64_t> parentColumn(NodeId id, NodeId parent) {
+  if (parent == kNoNode && id != kRootNode) return std::nullopt;
+  return parent;
 }
 
 }  // namespace
@@ -65,9 +65,7 @@ void ReplicaWriter::forgetReservations() {
 NodeId ReplicaWriter::insert(const Node& node) {
   const NodeId id =
       node.id != kNoNode ? node.id : nextNumber("next_node", nextNode_, reservedNodes_);
-  Node placed = node;
-  placed.id = id;
-  insert_.bind(id, parentColumn(placed), node.name, filenameColumn(node),
+  insert_.bind(id, parentColumn(id, node.parent), node.name, filenameColumn(node),
                static_cast<int>(node.kind), orNull(node.identifier), node.contentVersion,
                node.metadataVersion, node.size, node.modified, node.nanoseconds, node.capabilities,
                node.mode, node.pinned, node.kept);
@@ -103,7 +101,7 @@ std::vector<Node> ReplicaWriter::childNodes(NodeId folder) {
 }
 
 void ReplicaWriter::update(const Node& node) {
-  update_.bind(parentColumn(node), node.name, filenameColumn(node), node.contentVersion,
+  update_.bind(parentColumn(node.id, node.parent), node.name, filenameColumn(node), node.contentVersion,
                node.metadataVersion, node.size, node.modified, node.capabilities, node.mode,
                node.kept, node.id);
   update_.run();

@@ -1,5 +1,7 @@
 #include "service/Sync.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -14,6 +16,7 @@ namespace tulo {
 namespace {
 
 constexpr unsigned kListingThreads = 3;
+constexpr std::size_t kLargeListing = 10'000;
 
 }  // namespace
 
@@ -99,13 +102,21 @@ bool Sync::enlist(NodeId folder, RefreshCompletion& completion) {
 
 void Sync::refresh(NodeId folder, RefreshCompletion completion) {
   if (enlist(folder, completion)) {
-    if (workers_.async([this, folder] { beginListing(folder); })) return;
+    if (startListing(folder)) return;
     const auto attempt = std::make_shared<Attempt>();
     attempt->folder.id = folder;
     finish(attempt, EINTR);
   } else if (completion) {
     completion(EINTR);
   }
+}
+
+// The allocator keeps the pieces of a large listing for later ones, which hardly ever come.
+bool Sync::startListing(NodeId folder) {
+  return workers_.async([this, folder] {
+    beginListing(folder);
+    if (large_.exchange(false)) ::malloc_trim(0);
+  });
 }
 
 void Sync::beginListing(NodeId folder) {
@@ -141,6 +152,7 @@ void Sync::listed(const std::shared_ptr<Attempt>& attempt, Listing listing) try 
   // An index that is not there shows as empty folders; that is no statement about their contents.
   if (!source_.present()) return finish(attempt, EHOSTDOWN);
   attempt->digest = listing.digest();
+  if (listing.items.size() >= kLargeListing) large_ = true;
   if (attempt->folder.listed != 0 && attempt->digest == attempt->folder.digest) {
     {
       std::lock_guard lock(runningMutex_);
@@ -220,7 +232,7 @@ void Sync::finish(const std::shared_ptr<Attempt>& attempt, int error) {
   }
   for (const RefreshCompletion& waiter : waiters)
     waiter(error);
-  if (again && !workers_.async([this, folder] { beginListing(folder); })) {
+  if (again && !startListing(folder)) {
     finish(attempt, EINTR);
   }
 }

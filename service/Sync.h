@@ -95,6 +95,7 @@ class Sync {
 
   void loadGeneration();
   bool enlist(NodeId folder, RefreshCompletion& completion);
+  bool startListing(NodeId folder);
   void beginListing(NodeId folder);
   void listed(const std::shared_ptr<Attempt>& attempt, Listing listing);
   void verifyMissing(const std::shared_ptr<Attempt>& attempt, std::vector<std::string> missing);
@@ -117,6 +118,8 @@ class Sync {
 
   std::atomic<std::uint64_t> generation_ = 1;
   std::atomic<bool> stopping_ = false;
+  // A listing was so large that what it leaves behind is worth giving back.
+  std::atomic<bool> large_ = false;
 
   // Guards the fingerprint that the generation stands for. Taken alone.
   mutable std::mutex sourceMutex_;

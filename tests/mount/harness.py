@@ -125,6 +125,11 @@ class Process:
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))
 
+    def open_files(self):
+        """What the descriptors stand for."""
+        folder = f"/proc/{self.pid}/fd"
+        return sorted(os.readlink(os.path.join(folder, name)) for name in os.listdir(folder))
+
     def resident_bytes(self):
         with open(f"/proc/{self.pid}/status", encoding="ascii", errors="replace") as status:
             for line in status:

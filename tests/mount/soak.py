@@ -287,8 +287,11 @@ class Soak:
         mount = self.box.mounts[0]
         memory = mount.resident_bytes()
         expect(memory < MOST_MEMORY, f"resident memory of the service: {memory} bytes")
-        eventually(lambda: mount.descriptors() <= descriptors + 30,
-                   f"descriptors near the {descriptors} of the beginning")
+        try:
+            eventually(lambda: mount.descriptors() <= descriptors + 30, "given back")
+        except AssertionError:
+            raise AssertionError(f"descriptors far above the {descriptors} of the beginning:\n" +
+                                 "\n".join(mount.open_files())) from None
         if os.geteuid() == 0:
             self.check_references()
         return memory
