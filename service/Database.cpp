@@ -94,6 +94,22 @@ void Connection::execute(const std::string& sql) {
   if (result != SQLITE_OK) fail(handle_.get(), result);
 }
 
+void Connection::countLogFrames(std::atomic<int>& frames) {
+  const auto count = [](void* number, sqlite3*, const char*, int inLog) {
+    static_cast<std::atomic<int>*>(number)->store(inLog);
+    return SQLITE_OK;
+  };
+  sqlite3_wal_hook(handle_.get(), count, &frames);
+}
+
+void Connection::checkpoint() {
+  // A connection that has read nothing yet does not know of the log.
+  integer("PRAGMA user_version");
+  const int result = sqlite3_wal_checkpoint_v2(handle_.get(), nullptr, SQLITE_CHECKPOINT_PASSIVE,
+                                               nullptr, nullptr);
+  if (result != SQLITE_OK && result != SQLITE_BUSY) fail(handle_.get(), result);
+}
+
 Statement& Connection::cached(std::string_view sql) {
   auto found = statements_.find(sql);
   if (found == statements_.end()) {

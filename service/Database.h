@@ -13,6 +13,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -111,6 +112,11 @@ class Connection {
   // As prepare, but kept for the next time: for statements with a fixed text.
   Statement& cached(std::string_view sql);
   std::int64_t changes() const { return sqlite3_changes(handle_.get()); }
+  // Keeps the number of frames in the write-ahead log there after each commit, instead of moving
+  // them into the database by itself. The number must outlive the connection.
+  void countLogFrames(std::atomic<int>& frames);
+  // Moves the frames into the database as far as nobody still reads them, holding up nobody.
+  void checkpoint();
   bool inTransaction() const { return sqlite3_get_autocommit(handle_.get()) == 0; }
 
  private:

@@ -154,6 +154,7 @@ bool Engine::housekeepingStep() {
   more = contents_->purgeStep() || more;
   more = contents_->durableStep() || more;
   contents_->saveUseStep();
+  replica_.checkpointStep();
   const std::uint64_t generation = sync_->generation();
   if (generation != savedGeneration_) {
     sync_->saveVerified();

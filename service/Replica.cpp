@@ -15,11 +15,13 @@ namespace {
 // Each keeps a few descriptors and a cache of its own; more than a few at once are rare.
 constexpr std::size_t kIdleReaders = 6;
 
+// Some 16 MB.
+constexpr int kManyFrames = 4000;
+
 void configure(Connection& database) {
   database.execute(
       "PRAGMA journal_mode=WAL;"
       "PRAGMA synchronous=NORMAL;"
-      "PRAGMA wal_autocheckpoint=4000;"
       "PRAGMA journal_size_limit=67108864;");
 }
 
@@ -39,6 +41,7 @@ Replica::Replica(const std::string& directory)
     : directory_(directory), path_(directory + "/replica.db") {
   openOrSetAside();
   writer_ = std::make_unique<ReplicaWriter>(path_);
+  writer_->connection().countLogFrames(logFrames_);
 }
 
 Replica::~Replica() = default;
@@ -122,6 +125,16 @@ void Replica::synchronize() {
   commitsSynced_ = commits;
   syncChanged_.notify_all();
   check(failed);
+}
+
+bool Replica::checkpointStep() {
+  if (logFrames_ < kManyFrames) return false;
+  std::lock_guard lock(checkpointMutex_);
+  if (!checkpointer_) checkpointer_ = std::make_unique<Connection>(path_, Connection::Mode::create);
+  // Counted anew by the next commit, which begins the log again if nobody reads it any more.
+  logFrames_ = 0;
+  checkpointer_->checkpoint();
+  return true;
 }
 
 void Replica::synchronizeCommitted() {

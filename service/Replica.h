@@ -187,6 +187,10 @@ class Replica {
   // The same, unless that has been done since the last commit.
   void synchronizeCommitted();
 
+  // Moves what was committed from the log into the database file, if it is much: that waits for the
+  // disk, which no writer shall. A step of the housekeeping; true when there was something to do.
+  bool checkpointStep();
+
   const std::string& directory() const { return directory_; }
   // Where a damaged database was set aside at opening; empty otherwise.
   const std::string& setAside() const { return setAside_; }
@@ -226,6 +230,11 @@ class Replica {
   std::condition_variable queueChanged_;
   std::deque<Pending*> queue_;
   bool leading_ = false;
+
+  std::atomic<int> logFrames_ = 0;
+  // Guards the connection for checkpoints; held during one, taken alone.
+  std::mutex checkpointMutex_;
+  std::unique_ptr<Connection> checkpointer_;
 
   // Only the current leader touches it.
   std::unique_ptr<ReplicaWriter> writer_;

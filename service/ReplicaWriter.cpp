@@ -39,8 +39,7 @@ ReplicaWriter::ReplicaWriter(const std::string& path)
           "UPDATE node SET parent=?,name=?,filename=?,content_version=?,metadata_version=?,size=?,"
           "modified=?7,nanoseconds=nanoseconds*(modified=?7),capabilities=?,mode=?,kept=?,"
           "detached=NULL WHERE id=?")) {
-  database_.execute(
-      "PRAGMA synchronous=NORMAL;PRAGMA wal_autocheckpoint=4000;PRAGMA cache_size=-16384");
+  database_.execute("PRAGMA synchronous=NORMAL;PRAGMA cache_size=-16384");
 }
 
 NodeId ReplicaWriter::nextNumber(std::string_view key, std::uint64_t& next,
@@ -101,9 +100,9 @@ std::vector<Node> ReplicaWriter::childNodes(NodeId folder) {
 }
 
 void ReplicaWriter::update(const Node& node) {
-  update_.bind(parentColumn(node.id, node.parent), node.name, filenameColumn(node), node.contentVersion,
-               node.metadataVersion, node.size, node.modified, node.capabilities, node.mode,
-               node.kept, node.id);
+  update_.bind(parentColumn(node.id, node.parent), node.name, filenameColumn(node),
+               node.contentVersion, node.metadataVersion, node.size, node.modified,
+               node.capabilities, node.mode, node.kept, node.id);
   update_.run();
 }
 

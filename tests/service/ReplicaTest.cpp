@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "service/Schema.h"
@@ -117,6 +118,24 @@ TEST_F(ReplicaTest, ListsByNumberFromACursor) {
     });
   });
   EXPECT_EQ(seen, (std::vector<NodeId>{ids[1], ids[2]}));
+}
+
+TEST_F(ReplicaTest, ALongLogIsMovedIntoTheDatabaseByAStepOfItsOwn) {
+  Replica replica(directory.path());
+  EXPECT_FALSE(replica.checkpointStep());
+  const auto databaseSize = [&] {
+    return std::filesystem::file_size(directory.file("replica.db"));
+  };
+  const auto before = databaseSize();
+  for (int round = 0; round < 2; ++round) {
+    replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+      for (int i = 0; i < 5000; ++i)
+        writer.setMeta(std::to_string(round) + "." + std::to_string(i), std::string(4000, 'x'));
+    });
+    EXPECT_TRUE(replica.checkpointStep());
+    EXPECT_FALSE(replica.checkpointStep());
+  }
+  EXPECT_GT(databaseSize(), before + 10'000'000);
 }
 
 }  // namespace
