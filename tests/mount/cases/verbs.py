@@ -499,3 +499,24 @@ def sync_shows_what_an_interrupted_program_made(box):
     box.restart_host()
     settled(box)
     expect_host(box, {"note.txt": b"note", "folder": None})
+
+
+@case
+def sync_keeps_the_identity_of_a_saved_file(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box, "--sync")
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    identifier = box.state_of("note.txt", "identifier")
+    for temporary in (".goutputstream-ABC", "note.txt.new"):
+        write(box.path(temporary), temporary.encode())
+        os.rename(box.path(temporary), box.path("note.txt"))
+        expect_equal(read(os.path.join(box.root, "note.txt")), temporary.encode(), temporary)
+        expect_equal(box.state_of("note.txt", "identifier"), identifier, temporary)
+    # A backup first, then a new file under the old name.
+    os.rename(box.path("note.txt"), box.path("note.txt~"))
+    write(box.path("note.txt"), b"third")
+    expect_equal(read(os.path.join(box.root, "note.txt")), b"third", "after a backup")
+    expect_equal(box.state_of("note.txt", "identifier"), identifier, "after a backup")
+    settled(box)
+    expect_host(box, {"note.txt": b"third"})
