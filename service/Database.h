@@ -30,6 +30,8 @@ class DatabaseError : public std::runtime_error {
 
   // SQLite's primary result code.
   int code() const { return code_ & 0xff; }
+  // The file is no database, or not a whole one.
+  bool meansDamage() const { return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB; }
 
  private:
   int code_;

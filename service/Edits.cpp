@@ -300,8 +300,23 @@ int Edits::rename(ReplicaWriter& writer, NodeId folder, std::string_view name, N
   return 0;
 }
 
+// What takes the place of another file must not be lost in a power cut together with that one: the
+// row may reach the disk before the bytes do, and then the host would get what is left of them.
+void Edits::forceReplacement(NodeId folder, std::string_view name, NodeId newFolder,
+                             std::string_view newName) {
+  const ContentId content = replica_.read([&](ReplicaReader& reader) {
+    const NameLookup target = reader.lookup(newFolder, newName);
+    if (!target.entry || target.entry->kind != NodeKind::file) return kNoContent;
+    const NameLookup source = reader.lookup(folder, name);
+    const auto node = source.entry ? reader.node(source.entry->id) : std::nullopt;
+    return node && node->state == ContentState::dirty ? node->content : kNoContent;
+  });
+  if (content != kNoContent) store_.makeDurable(content);
+}
+
 int Edits::rename(NodeId folder, std::string_view name, NodeId newFolder, std::string_view newName,
                   unsigned flags) {
+  forceReplacement(folder, name, newFolder, newName);
   int error = 0;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     error = rename(writer, folder, name, newFolder, newName, flags);

@@ -44,7 +44,7 @@ MillisecondClock systemClock() {
 
 ssize_t WritableFile::read(char* data, std::size_t size, off_t offset) {
   const std::shared_lock lock(mutex_);
-  if (!file_) return 0;
+  if (!file_) return -ENODATA;
   const ssize_t count = ::pread(file_.get(), data, size, offset);
   return count < 0 ? -errno : count;
 }

@@ -35,7 +35,8 @@ class WritableFile {
  public:
   WritableFile(LocalFiles& owner, NodeId node) : owner_(owner), node_(node) {}
 
-  // The number of bytes, or an errno as a negative number.
+  // The number of bytes, or an errno as a negative number; -ENODATA: as long as nobody has opened
+  // the contents here, they are read elsewhere.
   ssize_t read(char* data, std::size_t size, off_t offset);
   ssize_t write(const char* data, std::size_t size, off_t offset);
   int truncate(off_t size);

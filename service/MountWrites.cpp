@@ -77,6 +77,8 @@ bool MountSession::readShared(fuse_req_t request, OpenFile& file, std::size_t si
   if (!shared) return false;
   std::vector<char> buffer(size);
   const ssize_t count = shared->read(buffer.data(), size, offset);
+  // Nobody has it open for writing; the object is there for somebody who settles the file.
+  if (count == -ENODATA) return false;
   if (count < 0) {
     fuse_reply_err(request, static_cast<int>(-count));
   } else {

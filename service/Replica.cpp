@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 
 #include "service/Schema.h"
 
@@ -31,8 +32,29 @@ void create(const std::string& path) {
   schema::bringUpToDate(database);
 }
 
-bool meansDamage(const DatabaseError& error) {
-  return error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB;
+// Beside the database as long as it is not known whether it is whole.
+std::string suspicion(const std::string& directory) {
+  return directory + "/replica.db.suspect";
+}
+
+bool isSuspect(const std::string& directory) {
+  std::error_code error;
+  return std::filesystem::exists(suspicion(directory), error);
+}
+
+// Reads all of it, so it is done only where there is reason to.
+void checkWhole(const std::string& path) {
+  Connection database(path, Connection::Mode::create);
+  Statement check = database.prepare("PRAGMA quick_check(1)");
+  if (!check.step() || check.text(0) != "ok") {
+    throw DatabaseError(SQLITE_CORRUPT, "the replica database is damaged");
+  }
+}
+
+// What is there and is no file cannot be a database either.
+bool isNoFile(const std::string& path) {
+  std::error_code error;
+  return std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error);
 }
 
 }  // namespace
@@ -49,8 +71,9 @@ Replica::~Replica() = default;
 void Replica::openOrSetAside() {
   try {
     create(path_);
+    if (isSuspect(directory_)) checkWhole(path_);
   } catch (const DatabaseError& error) {
-    if (!meansDamage(error)) throw;
+    if (!error.meansDamage() && !isNoFile(path_)) throw;
     setAside_ = path_ + ".damaged-" + std::to_string(std::time(nullptr));
     for (const char* suffix : {"", "-wal", "-shm"}) {
       std::error_code ignored;
@@ -58,6 +81,8 @@ void Replica::openOrSetAside() {
     }
     create(path_);
   }
+  std::error_code ignored;
+  std::filesystem::remove(suspicion(directory_), ignored);
 }
 
 std::unique_ptr<ReplicaReader> Replica::takeReader() {
@@ -75,6 +100,19 @@ std::unique_ptr<ReplicaReader> Replica::takeReader() {
 void Replica::giveBack(std::unique_ptr<ReplicaReader> reader) {
   std::lock_guard lock(readersMutex_);
   if (idleReaders_.size() < kIdleReaders) idleReaders_.push_back(std::move(reader));
+}
+
+void Replica::suspect(const DatabaseError& error) const {
+  if (error.meansDamage()) std::ofstream(suspicion(directory_));
+}
+
+void Replica::rethrow(const std::exception_ptr& failure) const {
+  try {
+    std::rethrow_exception(failure);
+  } catch (const DatabaseError& error) {
+    suspect(error);
+    throw;
+  }
 }
 
 void Replica::write(Durability durability, const WriteFunction& function) {
@@ -95,7 +133,7 @@ void Replica::write(Durability durability, const WriteFunction& function) {
     queueChanged_.notify_all();
   }
   lock.unlock();
-  if (mine.error) std::rethrow_exception(mine.error);
+  if (mine.error) rethrow(mine.error);
   if (durability == Durability::durable) synchronize();
 }
 

@@ -175,9 +175,12 @@ class Replica {
 
   // Runs the function on a reader of its own.
   template <typename Function>
-  auto read(Function&& function) {
+  auto read(Function&& function) try {
     ReaderLease lease(*this);
     return function(*lease.reader);
+  } catch (const DatabaseError& error) {
+    suspect(error);
+    throw;
   }
 
   // Runs the function in a transaction and returns once it is committed.
@@ -214,6 +217,9 @@ class Replica {
   std::unique_ptr<ReplicaReader> takeReader();
   void giveBack(std::unique_ptr<ReplicaReader> reader);
   void openOrSetAside();
+  // The next start looks whether the database is whole.
+  void suspect(const DatabaseError& error) const;
+  [[noreturn]] void rethrow(const std::exception_ptr& failure) const;
   void commitBatch(std::deque<Pending*>& batch);
   void runOne(Pending& pending, bool alone);
 

@@ -24,7 +24,13 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   engineOptions.noDownloadList = DownloadPolicy::userListPath();
   engineOptions.readWrite = options.readWrite;
   engineOptions.quietMilliseconds = options.quietMilliseconds;
-  engine_ = std::make_unique<Engine>(engineOptions, factory);
+  try {
+    engine_ = std::make_unique<Engine>(engineOptions, factory);
+  } catch (const DatabaseError& error) {
+    if (!error.meansDamage()) throw;
+    // It left word of that, so now it is set aside.
+    engine_ = std::make_unique<Engine>(engineOptions, factory);
+  }
   MountParts parts{engine_->replica(),
                    engine_->sync(),
                    engine_->contents(),
