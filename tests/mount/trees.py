@@ -27,7 +27,8 @@ from shrinking import shrink  # noqa: E402
 from writing import difference, settled, tree, writable  # noqa: E402
 
 NAMES = ["a", "b", "c", "ä b"]
-ODD = ["", ".", "..", "a/", "b/.", "n" * 255, "n" * 256, "a/../b", "./c", "b//c"]
+# Never the folder itself or what is above it.
+ODD = ["a/", "b/.", "n" * 255, "n" * 256, "a/../b", "./c", "b//c"]
 
 
 def some_path(rng):

@@ -23,6 +23,8 @@ def tree(root):
         if HOSTS_OWN in folders:
             folders.remove(HOSTS_OWN)
         for name in folders:
+            if os.path.islink(os.path.join(folder, name)):
+                continue
             result[os.path.relpath(os.path.join(folder, name), root)] = None
         for name in files:
             path = os.path.join(folder, name)

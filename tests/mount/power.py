@@ -1,0 +1,287 @@
+#!/usr/bin/env python3
+"""Power cuts: the replica's disk is put back to what had reached it.
+
+    power.py --tulo PATH [--seed N] [--rounds N]
+
+The replica lies on a file system of its own, in an image that a loop device shows. The image is
+copied while everything runs: the copy has what was written to the device by then, and nothing that
+was still in memory. That is what a disk has after a power cut, and the service starts from it.
+What was forced to the disk before must be there, whole, and the host must have the same once the
+queue is empty. Needs root, and mkfs.ext4.
+"""
+
+import argparse
+import contextlib
+import os
+import pathlib
+import random
+import sqlite3
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE))
+sys.dont_write_bytecode = True
+
+from harness import (  # noqa: E402
+    LIBC, MNT_DETACH, Box, Failure, Mount, Skip, detach, expect, is_mounted, need_program)
+from load import short  # noqa: E402
+from writing import difference, settled, status, tree  # noqa: E402
+
+IMAGE = 96 << 20
+# Nothing goes to the disk by itself: only what is forced to it.
+OPTIONS = "loop,commit=600,noatime"
+
+
+class Disk:
+    """A file system in an image."""
+
+    def __init__(self, box, point):
+        self.box = box
+        self.point = point
+        self.number = 0
+        self.image = box.file("disk0")
+        with open(self.image, "wb") as file:
+            file.truncate(IMAGE)
+        subprocess.run([need_program("mkfs.ext4"), "-q", "-F", "-m", "0", "-E",
+                        "lazy_itable_init=0,lazy_journal_init=0", self.image], check=True)
+        self.mount()
+
+    def mount(self):
+        done = subprocess.run(["mount", "-t", "ext4", "-o", OPTIONS, self.image, self.point],
+                              capture_output=True, text=True, check=False)
+        if done.returncode != 0:
+            raise Skip(f"no loop device: {done.stderr.strip()}")
+
+    def cut(self):
+        """What the disk has at this moment becomes the next image."""
+        self.number += 1
+        after = self.box.file(f"disk{self.number}")
+        subprocess.run(["cp", "--sparse=always", self.image, after], check=True)
+        return after
+
+    def replace(self, image):
+        """The users of the file system have ended."""
+        self.release()
+        os.unlink(self.image)
+        self.image = image
+        self.mount()
+
+    def release(self):
+        if is_mounted(self.point):
+            subprocess.run(["umount", self.point], check=False)
+        if is_mounted(self.point):
+            LIBC.umount2(os.fsencode(self.point), MNT_DETACH)
+
+
+class Book:
+    """Which contents each name may have after a power cut."""
+
+    def __init__(self):
+        self.may = {}
+
+    def put(self, name, data, durable):
+        """`data` None: no such name. What is durable leaves nothing else possible."""
+        if durable:
+            self.may[name] = [data]
+        else:
+            self.may.setdefault(name, [None]).append(data)
+
+    def everything_durable(self):
+        for name, states in self.may.items():
+            self.may[name] = [states[-1]]
+
+    def wrong(self, found):
+        parts = []
+        for name, states in self.may.items():
+            data = found.get(name)
+            if data not in states:
+                parts.append(f"{name}: {short(data) if name in found else 'missing'}, may be "
+                             + " or ".join("missing" if s is None else short(s) for s in states))
+        return parts + [f"unexpected {name}" for name in found if name not in self.may]
+
+
+class Power:
+    def __init__(self, box, seed):
+        self.box = box
+        self.random = random.Random(seed)
+        self.point = box.file("m")
+        self.disk = Disk(box, box.state)
+        self.book = Book()
+        self.mounts = 0
+        self.counter = 0
+        self.checked = 0
+        self.loose = []
+
+    def mount(self):
+        self.mounts += 1
+        mount = Mount(self.box, self.point, ["--read-write", "--no-thumbnails"],
+                      f"mount{self.mounts}")
+        self.box.processes.append(mount)
+        self.box.mounts = [mount]
+        return mount
+
+    def path(self, name):
+        return os.path.join(self.point, name)
+
+    def write(self, name, force):
+        data = self.random.randbytes(self.random.choice([0, 10, 5000, 70000]))
+        with open(self.path(name), "wb") as file:
+            file.write(data)
+            if force:
+                file.flush()
+                os.fsync(file.fileno())
+        return data
+
+    def new(self):
+        self.counter += 1
+        return f"f{self.counter}"
+
+    def existing(self):
+        names = [name for name, states in self.book.may.items()
+                 if states[-1] is not None and not name.startswith("loose")]
+        return self.random.choice(names) if names else None
+
+    def forced_file(self):
+        name = self.new()
+        self.book.put(name, self.write(name, True), True)
+
+    def loose_file(self):
+        """Nothing was promised for it, but what is there of it must not be wrong elsewhere."""
+        self.counter += 1
+        name = f"loose{self.counter}"
+        self.write(name, False)
+        self.loose.append(name)
+
+    def save(self):
+        """A new file, forced to the disk, over the old one: the old one or the new one."""
+        name = self.existing()
+        if not name:
+            return
+        draft = f"draft{self.counter}"
+        self.counter += 1
+        data = self.write(draft, True)
+        self.book.put(draft, data, True)
+        os.rename(self.path(draft), self.path(name))
+        self.book.put(draft, None, False)
+        self.book.put(name, data, False)
+
+    def loose_save(self):
+        """The same by a program that forces nothing: still the old one or the new one, whole."""
+        name = self.existing()
+        if not name:
+            return
+        self.counter += 1
+        draft = f"loose{self.counter}"
+        data = self.write(draft, False)
+        os.rename(self.path(draft), self.path(name))
+        self.book.put(name, data, False)
+
+    def remove(self):
+        name = self.existing()
+        if name:
+            os.unlink(self.path(name))
+            self.book.put(name, None, False)
+
+    def force_folder(self):
+        descriptor = os.open(self.point, os.O_RDONLY | os.O_DIRECTORY)
+        try:
+            os.fsync(descriptor)
+        finally:
+            os.close(descriptor)
+        self.book.everything_durable()
+
+    def work(self, steps):
+        for _ in range(steps):
+            self.random.choice([self.forced_file, self.forced_file, self.save, self.loose_save,
+                                self.loose_file, self.remove, self.force_folder])()
+
+    def round(self, what):
+        """Works, cuts the power, and looks what is there."""
+        self.loose = []
+        with_host = self.random.random() < 0.5
+        if with_host:
+            self.box.start_host()
+        mount = self.mount()
+        self.work(self.random.randrange(5, 60))
+        after = self.disk.cut()
+        mount.kill()
+        detach(self.point)
+        if with_host:
+            self.box.host.stop()
+        self.disk.replace(after)
+        if self.random.random() < 0.5:
+            self.forget_boot()
+        mount = self.mount()
+        shown = tree(self.point)
+        wrong = self.book.wrong({name: data for name, data in shown.items()
+                                 if not name.startswith("loose")})
+        expect(not wrong, f"{what}: {wrong[:10]}")
+        self.checked += len(self.book.may)
+        self.box.start_host()
+        settled(self.box, 120)
+        expect(status(self.box)["needsAttention"] == 0, f"{what}: {status(self.box)['changes']}")
+        wrong = difference(tree(self.box.root), tree(self.point))
+        expect(not wrong, f"{what}: host and mount differ: {wrong[:10]}")
+        for name in tree(self.point):
+            if name.startswith("loose"):
+                os.unlink(self.path(name))
+        settled(self.box, 120)
+        mount.unmount()
+        self.box.host.stop()
+        self.book = Book()
+        for name, data in tree(self.box.root).items():
+            self.book.put(name, data, True)
+
+    def forget_boot(self):
+        """As after the machine was started again: what was not forced is not trusted."""
+        (database,) = pathlib.Path(self.box.state).glob("tulo/*/replica.db")
+        with contextlib.closing(sqlite3.connect(database)) as connection, connection:
+            connection.execute("UPDATE meta SET value='another' WHERE key='boot'")
+
+    def run(self, rounds):
+        try:
+            for number in range(rounds):
+                self.round(f"power cut {number}")
+        finally:
+            for process in self.box.processes:
+                process.signal(9)
+                process.process.wait()
+            detach(self.point)
+            self.disk.release()
+        return self.checked
+
+
+def check(box, seed, rounds):
+    if os.geteuid() != 0:
+        raise Skip("mounting an image needs root")
+    return Power(box, seed).run(rounds)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--tulo", required=True)
+    parser.add_argument("--seed", type=int, default=random.randrange(10**6))
+    parser.add_argument("--rounds", type=int, default=20)
+    arguments = parser.parse_args()
+    if not os.path.exists("/dev/fuse"):
+        print("skipped: there is no /dev/fuse")
+        return 77
+    print(f"seed {arguments.seed}", flush=True)
+    box = Box(os.path.abspath(arguments.tulo))
+    try:
+        checked = check(box, arguments.seed, arguments.rounds)
+        print(f"{arguments.rounds} power cuts, {checked} names looked at")
+        return 0
+    except Skip as reason:
+        print(f"skipped: {reason}")
+        return 77
+    except (Failure, OSError) as failure:
+        print(f"{box.logs()[-3000:]}\nFAILED with seed {arguments.seed}: {failure}", file=sys.stderr)
+        return 1
+    finally:
+        box.tear_down()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
