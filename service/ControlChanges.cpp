@@ -6,6 +6,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <thread>
+#include <unordered_set>
 
 #include "service/Pending.h"
 
@@ -17,6 +18,9 @@ using nlohmann::json;
 
 constexpr std::size_t kShown = 100;
 constexpr std::chrono::milliseconds kLook{100};
+constexpr int kLooksRarely = 10;
+constexpr std::chrono::milliseconds kEndless{0};
+constexpr std::int64_t kLongestTimeout = std::int64_t{365} * 24 * 3600 * 1000;
 
 // What a request is about.
 struct Scope {
@@ -49,9 +53,10 @@ std::vector<NodeId> changedIn(Engine& engine, const Scope& scope) {
   return engine.replica().read([&](ReplicaReader& reader) {
     if (scope.everything) return pending::within(reader, kRootNode);
     std::vector<NodeId> result;
+    std::unordered_set<NodeId> seen;
     for (NodeId node : scope.nodes) {
       for (NodeId each : pending::within(reader, node)) {
-        if (std::find(result.begin(), result.end(), each) == result.end()) result.push_back(each);
+        if (seen.insert(each).second) result.push_back(each);
       }
     }
     return result;
@@ -82,37 +87,42 @@ json shown(Engine& engine, ReplicaReader& reader, NodeId node) {
   return change ? shown(engine, pending::describe(reader, *change)) : json();
 }
 
-// What is left of the changes: how many wait, how many need the user, and some of them.
-json left(Engine& engine, const Scope& scope) {
-  std::int64_t waiting = 0;
-  std::int64_t attention = 0;
-  json some = json::array();
+journal::Counts countsIn(Engine& engine, const Scope& scope) {
+  journal::Counts counts;
+  if (scope.everything) {
+    return engine.replica().read(
+        [](ReplicaReader& reader) { return journal::counts(reader.connection()); });
+  }
+  const std::vector<NodeId> nodes = changedIn(engine, scope);
   engine.replica().read([&](ReplicaReader& reader) {
-    const auto look = [&](const Change& change) {
-      if (change.held) return;
-      ++(change.attention ? attention : waiting);
-      if (some.size() < kShown) some.push_back(shown(engine, pending::describe(reader, change)));
-    };
-    if (scope.everything) {
-      const journal::Counts counts = journal::counts(reader.connection());
-      for (const Change& change : journal::all(reader.connection(), kShown))
-        look(change);
-      waiting = counts.pending;
-      attention = counts.attention;
-      return;
-    }
-    std::vector<NodeId> nodes;
-    for (NodeId node : scope.nodes) {
-      for (NodeId each : pending::within(reader, node))
-        nodes.push_back(each);
-    }
-    std::sort(nodes.begin(), nodes.end());
-    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
     for (NodeId node : nodes) {
-      if (const auto change = journal::find(reader.connection(), node)) look(*change);
+      const std::optional<Change> change = journal::find(reader.connection(), node);
+      if (!change || change->held) continue;
+      ++(change->attention ? counts.attention : counts.pending);
     }
   });
-  return {{"pending", waiting}, {"needsAttention", attention}, {"changes", some}};
+  return counts;
+}
+
+// Some of what is left, what needs attention first.
+json someIn(Engine& engine, const Scope& scope) {
+  std::vector<Change> changes;
+  const std::vector<NodeId> nodes =
+      scope.everything ? std::vector<NodeId>() : changedIn(engine, scope);
+  json result = json::array();
+  engine.replica().read([&](ReplicaReader& reader) {
+    if (scope.everything) changes = journal::all(reader.connection(), kShown);
+    for (NodeId node : nodes) {
+      if (const auto change = journal::find(reader.connection(), node)) changes.push_back(*change);
+    }
+    std::stable_partition(changes.begin(), changes.end(),
+                          [](const Change& change) { return change.attention; });
+    for (const Change& change : changes) {
+      if (change.held || result.size() >= kShown) continue;
+      result.push_back(shown(engine, pending::describe(reader, change)));
+    }
+  });
+  return result;
 }
 
 // What stays on this machine.
@@ -135,6 +145,24 @@ void hurry(Engine& engine, const Scope& scope) {
     engine.uploader().hurryAll();
   } else {
     engine.uploader().hurry(changedIn(engine, scope));
+  }
+}
+
+// How many changes are left when nothing waits any more, the time is over, or nobody listens.
+journal::Counts awaitNone(Engine& engine, const Scope& scope, std::chrono::milliseconds timeout,
+                          const ControlServer::Emit& emit) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  for (;;) {
+    const Clock::time_point begin = Clock::now();
+    const journal::Counts counts = countsIn(engine, scope);
+    json told = connection(engine.uploader().statistics());
+    told["left"] = counts.pending;
+    const bool over = timeout != kEndless && Clock::now() - start >= timeout;
+    if (counts.pending == 0 || over || !emit(json{{"progress", told}}.dump())) return counts;
+    // Looking through a long queue must not hold up those who see to it.
+    const auto cost = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    std::this_thread::sleep_for(std::max(kLook, kLooksRarely * cost));
   }
 }
 
@@ -185,29 +213,21 @@ json changes(Engine& engine, const json& request) {
 
 json flush(Engine& engine, const json& request, const ControlServer::Emit& emit) {
   const Scope scope = scopeOf(engine, request);
-  json result = left(engine, scope);
-  result["failures"] = scope.unknown;
-  if (!engine.options().readWrite) {
-    const bool nothing = result.value("pending", 0) == 0;
-    result["ok"] = nothing;
-    if (!nothing) result["error"] = "the account is mounted read-only, so nothing goes up";
-    return result;
+  const std::chrono::milliseconds timeout(
+      std::clamp(request.value("timeout", std::int64_t{0}), std::int64_t{0}, kLongestTimeout));
+  journal::Counts counts = countsIn(engine, scope);
+  json result = {{"ok", scope.unknown.empty()}, {"failures", scope.unknown}};
+  if (engine.options().readWrite) {
+    hurry(engine, scope);
+    if (request.value("wait", false)) counts = awaitNone(engine, scope, timeout, emit);
+  } else if (counts.pending > 0) {
+    result["ok"] = false;
+    result["error"] = "the account is mounted read-only, so nothing goes up";
   }
-  hurry(engine, scope);
-  const auto end = std::chrono::steady_clock::now() +
-                   std::chrono::milliseconds(request.value("timeout", std::int64_t{0}));
-  const bool endless = request.value("timeout", std::int64_t{0}) == 0;
-  bool listening = request.value("wait", false);
-  while (listening && result.value("pending", 0) > 0 &&
-         (endless || std::chrono::steady_clock::now() < end)) {
-    std::this_thread::sleep_for(kLook);
-    result.update(left(engine, scope));
-    json told = connection(engine.uploader().statistics());
-    told["left"] = result["pending"];
-    listening = emit(json{{"progress", told}}.dump());
-  }
+  result["pending"] = counts.pending;
+  result["needsAttention"] = counts.attention;
+  result["changes"] = someIn(engine, scope);
   result.update(connection(engine.uploader().statistics()));
-  result["ok"] = scope.unknown.empty();
   return result;
 }
 
