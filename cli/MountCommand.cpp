@@ -267,7 +267,12 @@ void addMount(CLI::App& app, int& exitStatus) {
       ->needs(sync)
       ->type_name("SECONDS")
       ->capture_default_str();
-  command->callback([arguments, &exitStatus] { exitStatus = mount(*arguments); });
+  command->callback([arguments, &exitStatus] {
+    if (arguments->sync && !arguments->readWrite) {
+      throw CLI::ValidationError("--sync", "nothing can be changed in a mount that is read-only");
+    }
+    exitStatus = mount(*arguments);
+  });
 }
 
 }  // namespace

@@ -148,6 +148,21 @@ void hurry(Engine& engine, const Scope& scope) {
   }
 }
 
+const char* whyNot(int error) {
+  switch (error) {
+    case EBUSY:
+      return "in use: being sent, or open in a program";
+    case ENOTEMPTY:
+      return "something is in it that stays on this machine";
+    case EEXIST:
+      return "its former name is taken here";
+    case EINVAL:
+      return "its former folder is inside it";
+    default:
+      return std::strerror(error);
+  }
+}
+
 // How many changes are left when nothing waits any more, the time is over, or nobody listens.
 journal::Counts awaitNone(Engine& engine, const Scope& scope, std::chrono::milliseconds timeout,
                           const ControlServer::Emit& emit) {
@@ -256,9 +271,7 @@ json discard(Engine& engine, const json& request) {
     if (error == 0) {
       ++dropped;
     } else if (error != ENOENT) {  // else it went up meanwhile
-      const char* reason =
-          error == EBUSY ? "in use: being sent, or open in a program" : std::strerror(error);
-      failures.push_back({{"path", path}, {"error", reason}});
+      failures.push_back({{"path", path}, {"error", whyNot(error)}});
     }
   }
   return {{"ok", failures.empty()}, {"discarded", dropped}, {"failures", failures}};
