@@ -1,6 +1,6 @@
 #include "service/DueChanges.h"
 
-#include <algorithm>
+#include <utility>
 
 #include "service/Journal.h"
 
@@ -25,11 +25,17 @@ bool DueChanges::fill(std::int64_t now) {
   return true;
 }
 
+// Only what the pass itself took counts, not the rest after it.
+void DueChanges::endPass() {
+  const Clock::time_point now = Clock::now();
+  notBefore_ = now + (inVain_ ? kPause * (now - began_) : Clock::duration::zero());
+}
+
 bool DueChanges::beginPass(bool patient) {
   const Clock::time_point now = Clock::now();
   if (patient && now < notBefore_) return false;
   if (!wanted_.exchange(false)) return false;
-  notBefore_ = now + (inVain_ ? kPause * (now - began_) : Clock::duration::zero());
+  passing_ = true;
   began_ = now;
   inVain_ = true;
   lastDue_ = -1;
@@ -38,7 +44,11 @@ bool DueChanges::beginPass(bool patient) {
 }
 
 std::optional<NodeId> DueChanges::next(std::int64_t now, bool patient) {
-  if (batch_.empty() && !fill(now) && !(beginPass(patient) && fill(now))) return std::nullopt;
+  while (batch_.empty()) {
+    if (fill(now)) break;
+    if (std::exchange(passing_, false)) endPass();
+    if (!beginPass(patient)) return std::nullopt;
+  }
   const NodeId node = batch_.front();
   batch_.pop_front();
   return node;

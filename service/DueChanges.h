@@ -34,12 +34,14 @@ class DueChanges {
 
   bool fill(std::int64_t now);
   bool beginPass(bool patient);
+  void endPass();
 
   Replica& replica_;
   std::atomic<bool> wanted_ = true;
   std::deque<NodeId> batch_;
   std::int64_t lastDue_ = -1;
   NodeId lastNode_ = kNoNode;
+  bool passing_ = false;
   bool inVain_ = true;
   Clock::time_point began_ = Clock::now();
   Clock::time_point notBefore_ = Clock::now();
