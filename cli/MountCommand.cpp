@@ -45,7 +45,7 @@ struct Arguments {
   bool allowOther = false;
   bool noThumbnails = false;
   bool debug = false;
-  bool readWrite = false;
+  bool readOnly = false;
   bool sync = false;
   double syncTimeout = 60;
 };
@@ -81,7 +81,7 @@ ServiceOptions optionsOf(const Arguments& arguments) {
   options.allowOther = arguments.allowOther;
   options.thumbnails = !arguments.noThumbnails;
   options.debug = arguments.debug;
-  options.readWrite = arguments.readWrite;
+  options.readWrite = !arguments.readOnly;
   if (arguments.sync) {
     options.syncMilliseconds = static_cast<std::int64_t>(arguments.syncTimeout * 1000);
   }
@@ -255,11 +255,12 @@ void addMount(CLI::App& app, int& exitStatus) {
   command->add_flag("--no-thumbnails", arguments->noThumbnails,
                     "Leave the desktop's thumbnail cache alone");
   command->add_flag("--debug", arguments->debug, "Log every request of the kernel");
-  command->add_flag("--read-write", arguments->readWrite,
-                    "Let programs change files; unfinished, keep a copy: see tulo-mount(1)");
+  CLI::Option* readOnly = command->add_flag("--read-only", arguments->readOnly,
+                                            "Let nothing be changed, and send nothing");
   CLI::Option* sync = command->add_flag(
       "--sync", arguments->sync,
       "Have closing a changed file, renaming, making folders and removing wait for the host");
+  sync->excludes(readOnly);
   command
       ->add_option("--sync-timeout", arguments->syncTimeout,
                    "How many seconds --sync waits before it fails with ETIMEDOUT")
@@ -267,12 +268,7 @@ void addMount(CLI::App& app, int& exitStatus) {
       ->needs(sync)
       ->type_name("SECONDS")
       ->capture_default_str();
-  command->callback([arguments, &exitStatus] {
-    if (arguments->sync && !arguments->readWrite) {
-      throw CLI::ValidationError("--sync", "nothing can be changed in a mount that is read-only");
-    }
-    exitStatus = mount(*arguments);
-  });
+  command->callback([arguments, &exitStatus] { exitStatus = mount(*arguments); });
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ class RcloneSide(Rclone):
 
 class TuloSide(Tulo):
     def __init__(self, box):
-        super().__init__(box, ["--read-write"])
+        super().__init__(box, [])
 
     def handed_on(self, name):
         def drained():

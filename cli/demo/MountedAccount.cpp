@@ -45,10 +45,9 @@ MountedAccount::MountedAccount(const std::filesystem::path& container,
   const std::string base = temporary_.path();
   service_ = std::make_unique<ChildProcess>(
       "/usr/bin/env",
-      std::vector<std::string>{"XDG_STATE_HOME=" + base + "/state",
-                               "XDG_RUNTIME_DIR=" + base + "/run", ownExecutable(), "mount",
-                               "--read-write", "--foreground", "--no-thumbnails", "--container",
-                               container, folder_},
+      std::vector<std::string>{
+          "XDG_STATE_HOME=" + base + "/state", "XDG_RUNTIME_DIR=" + base + "/run", ownExecutable(),
+          "mount", "--foreground", "--no-thumbnails", "--container", container, folder_},
       log_);
   const auto end = std::chrono::steady_clock::now() + startPatience;
   while (!isMounted(folder_)) {

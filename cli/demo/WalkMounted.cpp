@@ -35,7 +35,7 @@ bool Walk::startMount() {
     mounted_->interrupt();
     served_.interrupt();
   });
-  terminal_.fact("mounted", "tulo mount --read-write " + mounted_->folder().string());
+  terminal_.fact("mounted", "tulo mount " + mounted_->folder().string());
   return true;
 }
 

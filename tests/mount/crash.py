@@ -68,7 +68,7 @@ class Crash:
         if fault:
             environment["TULO_FAULT_POINT"] = fault
         self.mounts += 1
-        mount = Mount(self.box, self.point, ["--read-write", "--no-thumbnails"], f"mount{self.mounts}")
+        mount = Mount(self.box, self.point, ["--no-thumbnails"], f"mount{self.mounts}")
         self.box.processes.append(mount)
         self.box.mounts = [mount]
         return mount

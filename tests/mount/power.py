@@ -115,7 +115,7 @@ class Power:
 
     def mount(self):
         self.mounts += 1
-        mount = Mount(self.box, self.point, ["--read-write", "--no-thumbnails"],
+        mount = Mount(self.box, self.point, ["--no-thumbnails"],
                       f"mount{self.mounts}")
         self.box.processes.append(mount)
         self.box.mounts = [mount]

@@ -12,7 +12,7 @@ HOSTS_OWN = ".tulo-host"
 
 
 def writable(box, *arguments):
-    mount = box.mount("--read-write", *arguments)
+    mount = box.mount(*arguments)
     return mount
 
 

@@ -14,7 +14,7 @@ def edit_while_apart(box, here, there):
     old = box.mounts.pop(0)
     there()
     box.start_host()
-    mount = box.mount("--read-write", point=old.point, name="joined")
+    mount = box.mount(point=old.point, name="joined")
     box.mounts.remove(mount)
     box.mounts.insert(0, mount)
 

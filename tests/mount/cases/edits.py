@@ -218,7 +218,7 @@ def everything_works_without_a_host(box):
     write(box.path("doc"), b"edited")
     os.mkdir(box.path("folder"))
     write(box.path("folder/new"), b"new")
-    box.remount("--read-write")
+    box.remount()
     expect_equal(read(box.path("doc")), b"edited", "after a restart")
     expect_equal(read(box.path("folder/new")), b"new", "after a restart")
     box.start_host()

@@ -85,7 +85,7 @@ def a_host_that_never_answers(box):
     mount.unmount()
     proxy.end()
     box.mounts.pop()
-    box.mount("--read-write", "--no-thumbnails", name="later")
+    box.mount("--no-thumbnails", name="later")
     wrong = difference(tree(box.path()), wanted)
     expect(not wrong, f"the mount: {wrong}")
     settled(box)
@@ -136,7 +136,7 @@ def a_full_disk(box):
         LIBC.umount2(os.fsencode(mount.point), MNT_DETACH)
         os.unlink(filler)
         box.start_host()
-        mount = box.mount("--read-write", "--no-thumbnails", name="again")
+        mount = box.mount("--no-thumbnails", name="again")
         mount.allowed_errors.append("cannot|failed|full|space")
         expect_equal(missing(), [], "what was acknowledged and is not there after a restart")
         for name in [name for name in tree(box.path()) if name not in done]:
@@ -210,7 +210,7 @@ def damaged(box, how):
         checkpoint(database)
     how(database)
     box.start_host()
-    mount = box.mount("--read-write", "--no-thumbnails", name="again")
+    mount = box.mount("--no-thumbnails", name="again")
     mount.allowed_errors.append("damaged|not sent|replica database")
     rescued = {name: data for name, data in tree(box.path("Recovered files")).items()}
     wanted = {"letter.txt": b"never sent", "other.txt": b"never sent either",
@@ -274,12 +274,12 @@ def a_database_of_a_newer_version(box):
         version = connection.execute("PRAGMA user_version").fetchone()[0]
         connection.execute("PRAGMA user_version=1000")
     result = box.tulo("mount", mount.point, "--foreground", "--container", box.container,
-                      "--read-write", check=False)
+                      check=False)
     expect(result.returncode != 0, "refused")
     expect(b"version" in result.stderr, f"and says why: {result.stderr!r}")
     expect(database.exists() and not list(database.parent.glob("*damaged*")), "left as it is")
     with contextlib.closing(sqlite3.connect(database)) as connection, connection:
         connection.execute(f"PRAGMA user_version={version}")
-    box.mount("--read-write", name="again")
+    box.mount(name="again")
     expect_equal(read(box.path("letter.txt")), b"perhaps sent", "and goes on with the right program")
     settled(box)

@@ -60,7 +60,7 @@ def writes_anywhere(box):
         os.pwrite(file.fileno(), b"xy", 1)
     expect_host(box, {"f": b"0xy"})
     settled(box)
-    box.remount("--read-write")
+    box.remount()
     expect_equal(read(box.path("f")), b"0xy", "after a restart")
 
 
@@ -365,7 +365,7 @@ def modes_and_times_outlive_a_restart(box):
     check("at once")
     settled(box)
     check("after the upload")
-    box.remount("--read-write")
+    box.remount()
     check("after a restart")
     os.listdir(box.path())
     check("after a listing")
@@ -402,7 +402,7 @@ def links_and_temporary_files_are_local(box):
         expect_equal(local, wanted, "status")
 
     check()
-    box.remount("--read-write")
+    box.remount()
     check()
     os.rename(box.path("folder/link"), box.path("other"))
     expect_equal(os.readlink(box.path("other")), "../target", "renamed")
