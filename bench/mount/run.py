@@ -291,11 +291,11 @@ def million(program, probe, count):
         box.tear_down()
 
 
-def measured(program, probe, part, quick, results):
+def measured(program, probe, part, arguments, results):
     """One part of the benchmark on an account of its own."""
     box = Box(program)
     try:
-        sizes = Sizes(quick)
+        sizes = Sizes(arguments.quick)
         if part == "reading":
             build_tree(box, sizes)
         box.start_host()
@@ -303,7 +303,7 @@ def measured(program, probe, part, quick, results):
         if part == "reading":
             bench.run()
         else:
-            writing = writes.Writes(bench, writes.Sizes(quick))
+            writing = writes.Writes(bench, writes.Sizes(arguments.quick, arguments.rounds))
             writing.run()
             bench.times = writing.times
         results[part] = {"times": bench.times, "single": bench.single}
@@ -321,6 +321,7 @@ def main():
     parser.add_argument("--part", choices=("reading", "writing"), action="append",
                         help="this part only; may be repeated")
     parser.add_argument("--quick", action="store_true", help="small sizes and few rounds")
+    parser.add_argument("--rounds", type=int, help="rounds of writing (default: 2 quick, 3 full)")
     parser.add_argument("--million", action="store_true", help="also an account of 1,000,000 files")
     parser.add_argument("--count", type=int, default=1_000_000, help="files of that account")
     parser.add_argument("--json", metavar="FILE", help="write all times there")
@@ -334,7 +335,7 @@ def main():
         parser.error("there is no /dev/fuse")
     results = {}
     for part in arguments.part or ("reading", "writing"):
-        measured(program, probe, part, arguments.quick, results)
+        measured(program, probe, part, arguments, results)
     if arguments.json:
         with open(arguments.json, "w", encoding="utf-8") as file:
             json.dump(results, file, indent=1)

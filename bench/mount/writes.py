@@ -25,8 +25,8 @@ CONNECTIONS = 6
 
 
 class Sizes:
-    def __init__(self, quick):
-        self.rounds = 2 if quick else 3
+    def __init__(self, quick, rounds=None):
+        self.rounds = rounds or (2 if quick else 3)
         self.files = 300 if quick else 1_000
         self.mebibytes = 64 if quick else 512
         self.archive = 1_000 if quick else 5_000
