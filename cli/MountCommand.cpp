@@ -30,7 +30,8 @@ constexpr const char* kMountHelp =
     R"(Shows an account as an ordinary folder.
 
 The command returns when the mount answers and leaves the service running; `tulo unmount` ends it.
-Files are downloaded when they are opened and kept in $XDG_STATE_HOME/tulo up to --cache-size.
+Files are downloaded when they are opened and kept in $XDG_STATE_HOME/tulo up to --cache-size. What is
+changed is kept here first and sent to the host about a second later, or when the host is back.
 The log goes to the journal with --foreground under systemd, else to service.log beside the cache.)";
 
 struct Arguments {

@@ -73,9 +73,12 @@ std::string hostText(const json& status) {
 }
 
 std::string changesText(const json& status) {
-  if (!status.value("readWrite", false)) return "none can be made: mounted read-only";
   const auto waiting = status.value("pending", std::int64_t{0});
   const auto refused = status.value("needsAttention", std::int64_t{0});
+  if (!status.value("readWrite", false)) {
+    const std::string kept = "; " + counted(waiting + refused, "change") + " kept for later";
+    return "none can be made: mounted read-only" + (waiting + refused > 0 ? kept : "");
+  }
   std::string text = waiting > 0    ? counted(waiting, "change") + " to be sent"
                      : refused == 0 ? "all sent"
                                     : "";

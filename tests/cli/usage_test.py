@@ -330,6 +330,9 @@ class Changes(ProviderTest):
             self.check_wrong_usage("flush", "--wait", "--timeout", value, self.container)
             self.check_wrong_usage("mount", "--sync", "--sync-timeout", value, self.container)
 
+    def test_waiting_for_the_host_where_nothing_can_be_changed(self):
+        self.check_wrong_usage("mount", "--sync", "--read-only", self.container)
+
     def test_a_time_out_of_nothing(self):
         self.check_wrong_usage("flush", "--timeout", "1", self.container)
         self.check_wrong_usage("mount", "--sync-timeout", "1", self.container)

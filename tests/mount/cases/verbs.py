@@ -520,3 +520,24 @@ def sync_keeps_the_identity_of_a_saved_file(box):
     expect_equal(box.state_of("note.txt", "identifier"), identifier, "after a backup")
     settled(box)
     expect_host(box, {"note.txt": b"third"})
+
+
+@case
+def a_read_only_mount_says_what_it_does_not_send(box):
+    box.write("note.txt", b"note")
+    box.start_host()
+    writable(box)
+    expect_equal(read(box.path("note.txt")), b"note", "before")
+    box.host.stop()
+    write(box.path("note.txt"), b"changed")
+    waiting(box, 1)
+    box.remount("--read-only")
+    expect_equal(read(box.path("note.txt")), b"changed", "what was changed is shown")
+    told = flush(box, "--wait", status_wanted=1)
+    expect("mounted read-only, so nothing goes up" in told, told)
+    told = text(box.tulo("status", box.path()))
+    expect("changes   none can be made: mounted read-only; 1 change kept" in told, told)
+    box.remount()
+    box.start_host()
+    flush(box, "--wait")
+    expect_host(box, {"note.txt": b"changed"})
