@@ -9,6 +9,12 @@
 
 namespace tulo {
 
+namespace {
+
+constexpr unsigned kOpenAttempts = 8;
+
+}  // namespace
+
 OpenFile::OpenFile(OpenFiles& openFiles, const ContentStore& store, NodeId node, ContentId content,
                    std::int64_t size)
     : openFiles_(openFiles), store_(store), node_(node), content_(content), size_(size) {
@@ -112,12 +118,12 @@ void Contents::proceed(Ticket ticket, NodeId node, int process) try {
   const auto row = replica_.read([&](ReplicaReader& reader) { return reader.node(node); });
   if (!row) return answer(ticket, {ESTALE, nullptr});
   if (row->parent == kNoNode || sync_.freshness(row->parent, 0) == Freshness::current) {
-    return openFresh(ticket, node, process, true);
+    return openFresh(ticket, node, process, true, 0);
   }
   sync_.refresh(row->parent, [self = shared_from_this(), ticket, node, process](int error) {
     // The kernel must know the size of a new version before the file is open.
     self->notifier_.afterDelivery([self, ticket, node, process, verified = error == 0] {
-      self->openFresh(ticket, node, process, verified);
+      self->openFresh(ticket, node, process, verified, 0);
     });
   });
 } catch (const std::exception& error) {
@@ -125,7 +131,8 @@ void Contents::proceed(Ticket ticket, NodeId node, int process) try {
   answer(ticket, {EIO, nullptr});
 }
 
-void Contents::openFresh(Ticket ticket, NodeId node, int process, bool verified) try {
+void Contents::openFresh(Ticket ticket, NodeId node, int process, bool verified,
+                         unsigned attempt) try {
   if (std::optional<OpenAnswer> now = openNow(node, verified)) {
     return answer(ticket, std::move(*now));
   }
@@ -136,20 +143,23 @@ void Contents::openFresh(Ticket ticket, NodeId node, int process, bool verified)
     }
     return answer(ticket, {EACCES, nullptr});
   }
-  fetch(node, Priority::opened, [self = shared_from_this(), ticket, node, verified](int error) {
-    self->openAfterFetch(ticket, node, error, verified);
-  });
+  fetch(node, Priority::opened,
+        [self = shared_from_this(), ticket, node, process, attempt](int error) {
+          self->openAfterFetch(ticket, node, process, error, attempt + 1);
+        });
 } catch (const std::exception& error) {
   serviceLog().error("cannot open node %d: %{public}@", {node, error.what()});
   answer(ticket, {EIO, nullptr});
 }
 
-void Contents::openAfterFetch(Ticket ticket, NodeId node, int error, bool verified) try {
+void Contents::openAfterFetch(Ticket ticket, NodeId node, int process, int error,
+                              unsigned attempt) try {
   if (error != 0) return answer(ticket, {error, nullptr});
-  std::optional<OpenAnswer> now = openNow(node, verified);
-  // Moved on or evicted in this very moment: the caller looks again, with the name.
-  if (!now) return answer(ticket, {ESTALE, nullptr});
-  answer(ticket, std::move(*now));
+  // What was just fetched is as fresh as an open has to be.
+  if (std::optional<OpenAnswer> now = openNow(node, true)) return answer(ticket, std::move(*now));
+  // Evicted for the next one in this very moment, or replaced at the host.
+  if (attempt >= kOpenAttempts) return answer(ticket, {ESTALE, nullptr});
+  openFresh(ticket, node, process, true, attempt);
 } catch (const std::exception& failure) {
   serviceLog().error("cannot open node %d: %{public}@", {node, failure.what()});
   answer(ticket, {EIO, nullptr});

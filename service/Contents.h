@@ -143,8 +143,8 @@ class Contents : public std::enable_shared_from_this<Contents> {
 
   static Transfer transferOf(const Fetch& fetch);
   void answer(Ticket ticket, OpenAnswer answer);
-  void openFresh(Ticket ticket, NodeId node, int process, bool verified);
-  void openAfterFetch(Ticket ticket, NodeId node, int error, bool verified);
+  void openFresh(Ticket ticket, NodeId node, int process, bool verified, unsigned attempt);
+  void openAfterFetch(Ticket ticket, NodeId node, int process, int error, unsigned attempt);
 
   void enlist(NodeId node, bool ahead, FetchCompletion& completion);
   FetchPointer nextFetch();

@@ -174,6 +174,7 @@ bool Contents::purgeStep() {
     return reader.ids("SELECT id FROM node WHERE detached<=? LIMIT ?",
                       std::time(nullptr) - kDetachedSeconds, kBatch);
   });
+  if (detached.empty()) return removed;
   const std::unique_lock gate(openFiles_.gate());
   bool any = false;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {

@@ -311,6 +311,22 @@ TEST_F(ContentsTest, ContentsThatCannotBeReadAreFetchedByTheNextOpen) {
   EXPECT_EQ(extension->fetchCount(), 2U);
 }
 
+TEST_F(ContentsTest, WhatIsEvictedBetweenItsFetchAndItsOpenIsFetchedAgain) {
+  const NodeId id = oneFile();
+  extension->holdFetches();
+  // Whoever waits is called in order of arrival.
+  engine->contents().fetch(id, Contents::Priority::opened,
+                           [&](int) { EXPECT_EQ(engine->contents().evict(id), 0); });
+  ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
+  std::promise<int> opened;
+  const auto ticket =
+      engine->contents().beginOpen(id, [&](OpenAnswer answer) { opened.set_value(answer.error); });
+  engine->contents().proceed(ticket, id, 0);
+  extension->releaseFetches();
+  EXPECT_EQ(opened.get_future().get(), 0);
+  EXPECT_EQ(extension->fetchCount(), 2U);
+}
+
 TEST_F(ContentsTest, AShortageOfDescriptorsIsNoReasonToFetchAgain) {
   const NodeId id = oneFile();
   EXPECT_EQ(readThrough(id), "hello");
