@@ -53,6 +53,7 @@ void MountSession::initialize(fuse_conn_info& connection) {
   want(FUSE_CAP_EXPLICIT_INVAL_DATA);
   // Truncating is part of opening, so that a file that is about to be replaced is not fetched.
   if (parts_.edits) want(FUSE_CAP_ATOMIC_O_TRUNC);
+  if (!parts_.edits) passthrough_.negotiate(connection);
   connection.max_background = 256;
   connection.congestion_threshold = 192;
   connection.max_readahead = 1 << 20;
@@ -180,14 +181,15 @@ void MountSession::replyOpen(fuse_req_t request, fuse_file_info info, OpenAnswer
     fuse_reply_err(request, error);
     return;
   }
-  info.fh = reinterpret_cast<std::uint64_t>(answer.file.release());
   // One number stands for one version, so the pages are good as long as the number is; changes
   // are invalidated.
   info.keep_cache = 1;
   info.noflush = writes ? 0 : 1;
+  passthrough_.opened(request, *answer.file, info);
+  info.fh = reinterpret_cast<std::uint64_t>(answer.file.release());
   // The kernel must have heard of a new version before somebody reads it.
   parts_.notifier.afterDelivery([this, request, info] {
-    if (fuse_reply_open(request, &info) != 0) drop(info);
+    if (fuse_reply_open(request, &info) != 0) drop(nullptr, info);
   });
 }
 

@@ -1,14 +1,13 @@
 // What the FUSE handlers share. Private to the mount.
 #pragma once
 
-#define FUSE_USE_VERSION 312
-#include <fuse3/fuse_lowlevel.h>
-
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "service/Fuse.h"
 #include "service/Mount.h"
+#include "service/Passthrough.h"
 #include "service/WorkQueue.h"
 
 namespace tulo {
@@ -72,7 +71,8 @@ class MountSession {
                      Descriptor contents = {});
   void openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info);
   bool readShared(fuse_req_t request, OpenFile& file, std::size_t size, off_t offset);
-  void drop(const fuse_file_info& info);
+  // Without a request when the answer to the open did not arrive.
+  void drop(fuse_req_t request, const fuse_file_info& info);
   // The contents of a node that is open; answers the request and gives null when there are none.
   std::shared_ptr<WritableFile> shared(fuse_req_t request, NodeId node);
   void resize(fuse_req_t request, NodeId node, const struct stat& wanted, int fields);
@@ -96,6 +96,7 @@ class MountSession {
   MountParts parts_;
   const uid_t user_;
   const gid_t group_;
+  Passthrough passthrough_;
   // Interrupts arrive on threads that must not answer the request that they are about.
   WorkQueue interrupts_;
 };

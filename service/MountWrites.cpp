@@ -87,8 +87,9 @@ bool MountSession::readShared(fuse_req_t request, OpenFile& file, std::size_t si
   return true;
 }
 
-void MountSession::drop(const fuse_file_info& info) {
+void MountSession::drop(fuse_req_t request, const fuse_file_info& info) {
   std::unique_ptr<OpenFile> file(reinterpret_cast<OpenFile*>(info.fh));
+  passthrough_.closed(request, file->node());
   if (!parts_.files) return;
   const NodeId node = file->node();
   if (file->writes()) parts_.files->settle(node, Durability::eventual);
@@ -98,7 +99,7 @@ void MountSession::drop(const fuse_file_info& info) {
 
 void MountSession::release(fuse_req_t request, const fuse_file_info& info) {
   guarded(request, [&] {
-    drop(info);
+    drop(request, info);
     fuse_reply_err(request, 0);
   });
 }
@@ -133,7 +134,7 @@ void MountSession::create(fuse_req_t request, NodeId folder, const char* name, m
     info.noflush = file->writes() ? 0 : 1;
     info.fh = reinterpret_cast<std::uint64_t>(file.release());
     const fuse_entry_param answer = parameters(made.entry);
-    if (fuse_reply_create(request, &answer, &info) != 0) drop(info);
+    if (fuse_reply_create(request, &answer, &info) != 0) drop(nullptr, info);
   });
 }
 

@@ -199,6 +199,8 @@ def an_open_directory_sees_changes(box):
         os.close(folder)
 
 
+IN_CREATE = 0x100
+IN_DELETE = 0x200
 IN_DELETE_SELF = 0x400
 
 
@@ -233,6 +235,29 @@ def watchers_are_told_of_deletions(box):
             return told == {"folder/goes", "empty"}
 
         eventually(read_events, "events of both deletions")
+    finally:
+        os.close(watcher)
+
+
+@case
+def watchers_of_a_folder_are_told_of_changes_through_the_mount(box):
+    box.write("folder/goes", b"")
+    box.start_host()
+    box.mount()
+    watcher = LIBC.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
+    expect(watcher >= 0, os.strerror(ctypes.get_errno()))
+    try:
+        LIBC.inotify_add_watch(watcher, os.fsencode(box.path("folder")), IN_CREATE | IN_DELETE)
+        os.unlink(box.path("folder/goes"))
+        os.mkdir(box.path("folder/comes"))
+        expect(select.select([watcher], [], [], 10)[0], "there are events")
+        data = os.read(watcher, 4096)
+        told = []
+        while data:
+            _, mask, _, length = struct.unpack_from("iIII", data)
+            told.append((mask & (IN_CREATE | IN_DELETE), data[16 : 16 + length].rstrip(b"\0")))
+            data = data[16 + length :]
+        expect_equal(told, [(IN_DELETE, b"goes"), (IN_CREATE, b"comes")], "events")
     finally:
         os.close(watcher)
 
