@@ -19,6 +19,8 @@ constexpr NSFileProviderItemCapabilities kEverything =
     NSFileProviderItemCapabilitiesAllowsReparenting | NSFileProviderItemCapabilitiesAllowsRenaming |
     NSFileProviderItemCapabilitiesAllowsDeleting;
 constexpr std::size_t kDeepest = 4096;
+// Milliseconds.
+constexpr std::int64_t kFolderTick = 10;
 
 bool allows(const Node& node, NSFileProviderItemCapabilities capability) {
   return (node.capabilities & capability) == capability;
@@ -75,8 +77,14 @@ bool Edits::staysHere(ReplicaWriter& writer, NodeId folder, std::string_view nam
 }
 
 void Edits::touchFolder(ReplicaWriter& writer, NodeId folder) {
-  const std::int64_t now = files_.now();
-  writer.setModified(folder, now / 1000, now % 1000 * 1000000);
+  // No finer than this, so that a storm of changes writes the folder's row now and then only.
+  const std::int64_t now = files_.now() / kFolderTick * kFolderTick;
+  writer.connection()
+      .cached(
+          "UPDATE node SET modified=?1,nanoseconds=?2 WHERE id=?3 AND NOT (modified=?1 AND "
+          "nanoseconds=?2)")
+      .bind(now / 1000, now % 1000 * 1000000, folder)
+      .run();
 }
 
 EditResult Edits::make(NodeId folder, Node node,
@@ -124,9 +132,8 @@ EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode) {
   node.mode = (mode & 0777) | kModeSet;
   Descriptor contents;
   EditResult result = make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
-    const ContentId content = writer.reserveContent(id);
+    const ContentId content = writer.reserveContent(id, true);
     contents = store_.create(content, node.name);
-    writer.connection().cached("UPDATE content SET used=1 WHERE id=?").bind(content).run();
     writer.connection()
         .cached("UPDATE node SET state=2,content=? WHERE id=?")
         .bind(content, id)
@@ -237,11 +244,23 @@ void Edits::makeKnown(ReplicaWriter& writer, NodeId id) {
     makeKnown(writer, child.id);
 }
 
+// False for what the host does not know and is not to know.
+bool Edits::noteChange(ReplicaWriter& writer, const Node& node) {
+  if (journal::again(writer, node.id, due())) return true;
+  if (node.identifier.empty()) return false;
+  journal::put(writer.connection(), journal::begin(writer, node, due()));
+  return true;
+}
+
 void Edits::place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name) {
-  const bool known =
-      !node.identifier.empty() || journal::find(writer.connection(), node.id).has_value();
-  Change change;
-  if (known) change = journal::begin(writer, node, due());
+  // Before the row says something else: a change that is new takes its base from it.
+  const bool known = noteChange(writer, node);
+  if (node.state == ContentState::dirty) files_.nameLater(node.content, std::string(name));
+  if (node.parent == folder) {
+    writer.setName(node.id, std::string(name), filenameFor(name));
+    if (!known && !staysHere(writer, folder, name)) makeKnown(writer, node.id);
+    return;
+  }
   node.parent = folder;
   node.name = name;
   node.filename = filenameFor(name);
@@ -249,12 +268,7 @@ void Edits::place(ReplicaWriter& writer, Node node, NodeId folder, std::string_v
   node.kept = node.pinned || (parent && parent->kept);
   writer.update(node);
   if (node.kind == NodeKind::folder) writer.setKeptBelow(node.id, node.kept);
-  if (node.state == ContentState::dirty) store_.setName(node.content, node.name);
-  if (known) {
-    journal::put(writer.connection(), change);
-  } else if (!staysHere(writer, folder, name)) {
-    makeKnown(writer, node.id);
-  }
+  if (!known && !staysHere(writer, folder, name)) makeKnown(writer, node.id);
 }
 
 int Edits::rename(ReplicaWriter& writer, NodeId folder, std::string_view name, NodeId newFolder,
@@ -335,17 +349,6 @@ int Edits::setMode(NodeId node, int mode) {
         .cached("UPDATE node SET mode=? WHERE id=?")
         .bind((mode & 0777) | kModeSet, node)
         .run();
-  });
-  return 0;
-}
-
-int Edits::setModified(NodeId node, const timespec& modified) {
-  // The times of what was written last are in before those that a program sets.
-  const int error = files_.settle(node, Durability::eventual);
-  if (error != 0) return error;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    writer.setModified(node, modified.tv_sec, modified.tv_nsec);
-    writer.connection().cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(node).run();
   });
   return 0;
 }

@@ -45,8 +45,6 @@ class Edits {
 
   // Kept here; the host knows no such thing.
   int setMode(NodeId node, int mode);
-  // Kept until the host reports other contents.
-  int setModified(NodeId node, const timespec& modified);
   // 0 when a program may write to the file.
   int mayWrite(NodeId node);
 
@@ -58,6 +56,7 @@ class Edits {
   EditResult make(NodeId folder, Node node,
                   const std::function<void(ReplicaWriter&, NodeId)>& added);
   int removeOne(ReplicaWriter& writer, const Node& node);
+  bool noteChange(ReplicaWriter& writer, const Node& node);
   void place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name);
   void makeKnown(ReplicaWriter& writer, NodeId node);
   bool staysHere(ReplicaWriter& writer, NodeId folder, std::string_view name);

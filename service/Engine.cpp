@@ -130,6 +130,7 @@ void Engine::stop() {
   }
   if (housekeeper_.joinable()) housekeeper_.join();
   contents_->stop();
+  files_.stop();
   uploader_->stop();
   sync_->stop();
   notifier_.stop();

@@ -83,18 +83,28 @@ Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
       change.baseVersion = node.contentVersion;
     }
   }
-  change.sequence = 1;
-  Statement& last = database.cached("SELECT max(sequence) FROM pending");
-  {
-    StatementUse use(last);
-    if (last.step()) change.sequence = last.integer(0) + 1;
-  }
+  change.sequence = writer.nextSequence();
   change.due = due;
   change.attempts = 0;
   change.attention = false;
   change.held = false;
   change.reason.clear();
   return change;
+}
+
+bool again(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+  Connection& database = writer.connection();
+  database
+      .cached("UPDATE pending SET sequence=?,attempts=0,attention=0,held=0,reason=x'' WHERE node=?")
+      .bind(writer.nextSequence(), node)
+      .run();
+  if (database.changes() == 0) return false;
+  postpone(database, node, due);
+  return true;
+}
+
+void postpone(Connection& database, NodeId node, std::int64_t due) {
+  database.cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1").bind(due, node).run();
 }
 
 std::vector<Due> due(Connection& database, std::int64_t now, std::int64_t afterDue,
@@ -117,16 +127,20 @@ std::vector<Change> all(Connection& database, std::int64_t limit) {
 
 std::vector<Change> basedOn(Connection& database, const std::string& parent,
                             const std::string& filename) {
-  return rows(query(database, " WHERE base_parent=? AND base_filename=?").bind(parent, filename));
+  return rows(query(database, " WHERE base_parent=? AND base_filename=? AND base_parent<>x''")
+                  .bind(parent, filename));
 }
 
 std::vector<Change> basedIn(Connection& database, const std::string& parent) {
-  return rows(query(database, " WHERE base_parent=?").bind(parent));
+  return rows(query(database, " WHERE base_parent=? AND base_parent<>x''").bind(parent));
 }
 
 bool anyBasedIn(Connection& database, const std::string& parent, NodeId except) {
-  return exists(database.cached("SELECT 1 FROM pending WHERE base_parent=? AND node<>? LIMIT 1")
-                    .bind(parent, except));
+  return exists(
+      database
+          .cached(
+              "SELECT 1 FROM pending WHERE base_parent=? AND base_parent<>x'' AND node<>? LIMIT 1")
+          .bind(parent, except));
 }
 
 std::vector<Change> sentTo(Connection& database, const std::string& parent,

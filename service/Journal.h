@@ -51,6 +51,11 @@ void erase(Connection& database, NodeId node);
 // node is now. Neither waiting nor refused any more, and due at `due`. To be put() afterwards.
 Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due);
 
+// begin() and put() for a change that is there already; false when there is none.
+bool again(ReplicaWriter& writer, NodeId node, std::int64_t due);
+// Nothing else of the change is different.
+void postpone(Connection& database, NodeId node, std::int64_t due);
+
 struct Due {
   std::int64_t due = 0;
   NodeId node = kNoNode;

@@ -16,6 +16,10 @@ namespace tulo {
 
 namespace {
 
+// How long changes are gathered before their rows are brought up to date, and how many at most.
+constexpr std::chrono::milliseconds kGather{50};
+constexpr std::size_t kMostUnsettled = 128;
+
 bool durableContent(Connection& database, ContentId content) {
   Statement& statement = database.cached("SELECT durable FROM content WHERE id=?");
   statement.bind(content);
@@ -30,6 +34,15 @@ bool isJournaled(Connection& database, const Node& node) {
   if (!change) return node.identifier.empty();
   return change->contents && !change->sent && !change->deleted && !change->attention &&
          !change->held && change->attempts == 0;
+}
+
+void noteFile(ReplicaWriter& writer, NodeId node, const struct stat& status) {
+  writer.connection()
+      .cached("UPDATE node SET size=?,blocks=?,modified=?,nanoseconds=? WHERE id=?")
+      .bind(static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_blocks),
+            static_cast<std::int64_t>(status.st_mtim.tv_sec),
+            static_cast<std::int64_t>(status.st_mtim.tv_nsec), node)
+      .run();
 }
 
 }  // namespace
@@ -197,23 +210,39 @@ LocalFiles::LocalFiles(Replica& replica, ContentStore& store, OpenFiles& openFil
       clock_(std::move(clock)),
       quiet_(quietMilliseconds) {}
 
+LocalFiles::~LocalFiles() {
+  stop();
+}
+
 void LocalFiles::start() {
   const auto dirty = replica_.read([](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM node WHERE state=2 AND id>? LIMIT ?", 0, -1);
+    return reader.ids(
+        "SELECT node FROM pending WHERE contents=1 AND node>?1 UNION SELECT id FROM node INDEXED "
+        "BY node_unknown WHERE identifier IS NULL AND state=2 AND id>?1 LIMIT ?2",
+        0, -1);
   });
   if (dirty.empty()) return;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (NodeId id : dirty) {
       const std::optional<Node> node = writer.node(id);
       struct stat status = {};
-      if (!node || ::stat(store_.path(node->content).c_str(), &status) != 0) continue;
-      writer.connection()
-          .cached("UPDATE node SET size=?,blocks=? WHERE id=?")
-          .bind(static_cast<std::int64_t>(status.st_size),
-                static_cast<std::int64_t>(status.st_blocks), id)
-          .run();
+      if (!node || node->state != ContentState::dirty ||
+          ::stat(store_.path(node->content).c_str(), &status) != 0) {
+        continue;
+      }
+      noteFile(writer, id, status);
     }
   });
+}
+
+void LocalFiles::stop() {
+  {
+    std::lock_guard lock(laterMutex_);
+    stopping_ = true;
+    laterChanged_.notify_all();
+  }
+  if (keeper_.joinable()) keeper_.join();
+  catchUp();
 }
 
 // The map's lock is held.
@@ -229,6 +258,10 @@ std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error, Descriptor
   {
     std::lock_guard lock(mutex_);
     file = slot(id);
+  }
+  {
+    const std::shared_lock lock(file->mutex_);
+    if (file->file_) return file;
   }
   const std::unique_lock lock(file->mutex_);
   if (file->file_) return file;
@@ -269,7 +302,8 @@ void LocalFiles::released(NodeId node) {
 void LocalFiles::eraseUnused(NodeId node) {
   const auto found = files_.find(node);
   if (found == files_.end() || openFiles_.isOpen(node) || found->second->settlers_ > 0) return;
-  files_.erase(found);
+  // What is not in its row yet is still to be shown.
+  if (!found->second->changed_) files_.erase(found);
 }
 
 // Keeps the one object of a node in the map, so that whoever opens the file meanwhile gets it too.
@@ -300,21 +334,133 @@ void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
   const std::optional<Node> node = writer.node(file.node_);
   struct stat status = {};
   if (!node || node->content != file.content_ || ::fstat(file.file_.get(), &status) != 0) return;
+  noteFile(writer, file.node_, status);
   Connection& database = writer.connection();
-  database.cached("UPDATE node SET size=?,blocks=?,modified=?,nanoseconds=? WHERE id=?")
-      .bind(static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_blocks),
-            static_cast<std::int64_t>(status.st_mtim.tv_sec),
-            static_cast<std::int64_t>(status.st_mtim.tv_nsec), file.node_)
-      .run();
-  database.cached("UPDATE content SET blocks=?,durable=0 WHERE id=?")
+  database
+      .cached(
+          "UPDATE content SET blocks=?1,durable=0 WHERE id=?2 AND NOT (blocks=?1 AND durable=0)")
       .bind(static_cast<std::int64_t>(status.st_blocks), file.content_)
       .run();
   store_.addUsed((status.st_blocks - node->blocks) * 512);
   database.cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(file.node_).run();
-  if (std::optional<Change> change = journal::find(database, file.node_)) {
-    change->due = clock_() + quiet_;
-    journal::put(database, *change);
+  journal::postpone(database, file.node_, clock_() + quiet_);
+}
+
+void LocalFiles::wakeKeeper() {
+  if (!keeper_.joinable() && !stopping_) keeper_ = std::thread([this] { keepUp(); });
+  laterChanged_.notify_all();
+}
+
+void LocalFiles::settleLater(NodeId node) {
+  const std::shared_ptr<WritableFile> file = find(node);
+  if (!file || !file->changed_) return;
+  bool many = false;
+  {
+    std::lock_guard lock(laterMutex_);
+    unsettled_.insert(node);
+    many = unsettled_.size() >= kMostUnsettled;
+    wakeKeeper();
   }
+  if (many) catchUp();
+}
+
+void LocalFiles::nameLater(ContentId content, std::string name) {
+  std::lock_guard lock(laterMutex_);
+  names_[content] = std::move(name);
+  wakeKeeper();
+}
+
+void LocalFiles::forgetName(ContentId content) {
+  {
+    std::lock_guard lock(laterMutex_);
+    names_.erase(content);
+  }
+  store_.forgetName(content);
+}
+
+void LocalFiles::keepUp() {
+  std::unique_lock lock(laterMutex_);
+  while (!stopping_) {
+    laterChanged_.wait(lock,
+                       [this] { return stopping_ || !unsettled_.empty() || !names_.empty(); });
+    // Changes come in storms; a pause lets them share a transaction.
+    laterChanged_.wait_for(lock, kGather, [this] { return stopping_; });
+    lock.unlock();
+    catchUp();
+    lock.lock();
+  }
+}
+
+void LocalFiles::catchUp() {
+  std::unordered_set<NodeId> nodes;
+  std::unordered_map<ContentId, std::string> names;
+  {
+    std::lock_guard lock(laterMutex_);
+    nodes.swap(unsettled_);
+    names.swap(names_);
+  }
+  for (const auto& [content, name] : names) {
+    try {
+      store_.setName(content, name);
+    } catch (const ContentError&) {
+      // The contents are gone already.
+    }
+  }
+  std::vector<std::shared_ptr<WritableFile>> files;
+  for (NodeId node : nodes) {
+    if (const auto file = find(node)) files.push_back(file);
+  }
+  if (files.empty()) return;
+  settleAll(files);
+  for (NodeId node : nodes)
+    released(node);
+  changed();
+}
+
+void LocalFiles::settleAll(const std::vector<std::shared_ptr<WritableFile>>& files) {
+  std::vector<std::shared_lock<std::shared_mutex>> locks;
+  std::vector<WritableFile*> changedFiles;
+  for (const auto& file : files) {
+    locks.emplace_back(file->mutex_);
+    if (file->writable_ && file->changed_.exchange(false)) changedFiles.push_back(file.get());
+  }
+  if (changedFiles.empty()) return;
+  try {
+    replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+      for (WritableFile* file : changedFiles)
+        updateRow(writer, *file);
+    });
+  } catch (const std::exception& error) {
+    serviceLog().error("cannot note the changes of %d files: %{public}@",
+                       {changedFiles.size(), error.what()});
+    for (WritableFile* file : changedFiles)
+      file->changed_ = true;
+  }
+}
+
+int LocalFiles::setModified(NodeId id, const timespec& modified) try {
+  const std::shared_ptr<WritableFile> file = find(id);
+  std::shared_lock<std::shared_mutex> lock;
+  if (file) lock = std::shared_lock(file->mutex_);
+  const bool changed = file && file->writable_ && file->changed_.exchange(false);
+  ContentId dirty = kNoContent;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    // The times of what was written last are in before those that a program sets.
+    if (changed) updateRow(writer, *file);
+    writer.setModified(id, modified.tv_sec, modified.tv_nsec);
+    writer.connection().cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(id).run();
+    const std::optional<Node> node = writer.node(id);
+    if (node && node->state == ContentState::dirty) dirty = node->content;
+  });
+  // Where a start after a crash looks for it.
+  const std::array<timespec, 2> times = {modified, modified};
+  if (dirty != kNoContent) {
+    ::utimensat(AT_FDCWD, store_.path(dirty).c_str(), times.data(), AT_SYMLINK_NOFOLLOW);
+  }
+  return 0;
+} catch (const std::exception& error) {
+  serviceLog().error("cannot set the time of node %d: %{public}@", {id, error.what()});
+  return errnoFor(error);
 }
 
 int LocalFiles::settle(NodeId id, Durability durability) try {

@@ -9,13 +9,17 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
 #include <string>
+#include <thread>
 #include <unordered_map>
+#include <unordered_set>
+#include <vector>
 
 #include "service/ContentStore.h"
 #include "service/Journal.h"
@@ -71,9 +75,12 @@ class LocalFiles {
  public:
   LocalFiles(Replica& replica, ContentStore& store, OpenFiles& openFiles, MillisecondClock clock,
              std::int64_t quietMilliseconds);
+  ~LocalFiles();
 
-  // After a restart: sizes of dirty contents are what their files say.
+  // After a restart: sizes and times of dirty contents are what their files say.
   void start();
+  // Brings every row up to date and ends the thread that does so in the background.
+  void stop();
 
   // The shared contents of a node whose contents are here; null with an errno otherwise.
   // `contents`: those, open for reading and writing, where the caller has them already.
@@ -86,6 +93,15 @@ class LocalFiles {
   int settle(NodeId node, Durability durability);
   // What was written to the node, and the journal, survive a power cut. Returns 0 or an errno.
   int synchronize(NodeId node, bool dataOnly);
+  // The same, soon: the bytes are safe where they are, and a start after a crash finds them, so
+  // that closing a file need not wait for its row.
+  void settleLater(NodeId node);
+  // Kept until the host reports other contents.
+  int setModified(NodeId node, const timespec& modified);
+  // Notes the name that unsent contents are recovered under, soon.
+  void nameLater(ContentId content, std::string name);
+  // The contents are the host's.
+  void forgetName(ContentId content);
   // Nobody has it open any more.
   void released(NodeId node);
 
@@ -115,6 +131,10 @@ class LocalFiles {
   void eraseUnused(NodeId node);
   void updateRow(ReplicaWriter& writer, WritableFile& file);
   void noteChange(WritableFile& file);
+  void wakeKeeper();
+  void keepUp();
+  void catchUp();
+  void settleAll(const std::vector<std::shared_ptr<WritableFile>>& files);
 
   Replica& replica_;
   ContentStore& store_;
@@ -126,6 +146,14 @@ class LocalFiles {
   // Guards the map; a leaf.
   mutable std::mutex mutex_;
   std::unordered_map<NodeId, std::shared_ptr<WritableFile>> files_;
+
+  // Guards what is put off; a leaf.
+  std::mutex laterMutex_;
+  std::condition_variable laterChanged_;
+  std::unordered_set<NodeId> unsettled_;
+  std::unordered_map<ContentId, std::string> names_;
+  bool stopping_ = false;
+  std::thread keeper_;
 };
 
 }  // namespace tulo

@@ -92,7 +92,7 @@ void MountSession::drop(fuse_req_t request, const fuse_file_info& info) {
   passthrough_.closed(request, file->node());
   if (!parts_.files) return;
   const NodeId node = file->node();
-  if (file->writes()) parts_.files->settle(node, Durability::eventual);
+  if (file->writes()) parts_.files->settleLater(node);
   file.reset();
   parts_.files->released(node);
 }
@@ -280,7 +280,7 @@ void MountSession::applyAttributes(fuse_req_t request, NodeId node, const struct
   if (error == 0 && (fields & FUSE_SET_ATTR_MTIME) != 0) {
     timespec modified = wanted.st_mtim;
     if ((fields & FUSE_SET_ATTR_MTIME_NOW) != 0) ::clock_gettime(CLOCK_REALTIME, &modified);
-    error = parts_.edits->setModified(node, modified);
+    error = parts_.files->setModified(node, modified);
   }
   if (error != 0) {
     fuse_reply_err(request, error);
@@ -336,7 +336,8 @@ void MountSession::write(fuse_req_t request, NodeId node, const char* data, std:
 
 void MountSession::flush(fuse_req_t request, NodeId node) {
   guarded(request, [&] {
-    const int error = parts_.files ? parts_.files->settle(node, Durability::eventual) : 0;
+    if (parts_.files && !parts_.awaited) parts_.files->settleLater(node);
+    const int error = parts_.awaited ? parts_.files->settle(node, Durability::eventual) : 0;
     if (error != 0 || !parts_.awaited || !isUnsent(node)) {
       fuse_reply_err(request, error);
       return;

@@ -106,6 +106,8 @@ class ReplicaWriter {
   void detach(NodeId id, std::int64_t now);
   // Takes everything directly inside a folder out of the tree.
   void detachChildren(NodeId folder, std::int64_t now);
+  // Another name in the same folder.
+  void setName(NodeId id, const std::string& name, const std::string& filename);
   // Gives a free name for a moment, so that names can be exchanged.
   void parkName(NodeId id);
   // Moves the row to a fresh number, which is returned; the old one is not used again.
@@ -121,8 +123,11 @@ class ReplicaWriter {
   void setKeptBelow(NodeId folder, bool kept);
   void remove(NodeId id);
 
+  // Numbers changes in the order in which they were made.
+  std::int64_t nextSequence();
+
   // A number for contents that are about to come; unused until adopted.
-  ContentId reserveContent(NodeId node);
+  ContentId reserveContent(NodeId node, bool used = false);
   // Numbers below `first` are not given out.
   void skipContents(ContentId first);
   // Makes the contents those of the node, whose former ones become unused.
@@ -150,6 +155,7 @@ class ReplicaWriter {
   Statement childNodes_;
   Statement insert_;
   Statement update_;
+  std::int64_t lastSequence_ = 0;
   std::uint64_t nextNode_ = 0;
   std::uint64_t reservedNodes_ = 0;
   std::uint64_t nextContent_ = 0;

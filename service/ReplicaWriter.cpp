@@ -114,6 +114,12 @@ void ReplicaWriter::detachChildren(NodeId folder, std::int64_t now) {
   database_.cached("UPDATE node SET parent=NULL,detached=? WHERE parent=?").bind(now, folder).run();
 }
 
+void ReplicaWriter::setName(NodeId id, const std::string& name, const std::string& filename) {
+  database_.cached("UPDATE node SET name=?,filename=? WHERE id=?")
+      .bind(name, filename == name ? std::nullopt : std::optional<std::string_view>(filename), id)
+      .run();
+}
+
 void ReplicaWriter::parkName(NodeId id) {
   // No shown name has a NUL in it.
   const std::string parked = std::string(1, '\0') + std::to_string(id);
@@ -186,9 +192,16 @@ void ReplicaWriter::remove(NodeId id) {
   database_.cached("DELETE FROM node WHERE id=?").bind(id).run();
 }
 
-ContentId ReplicaWriter::reserveContent(NodeId node) {
+std::int64_t ReplicaWriter::nextSequence() {
+  if (lastSequence_ == 0) {
+    lastSequence_ = database_.integer("SELECT coalesce(max(sequence),0) FROM pending");
+  }
+  return ++lastSequence_;
+}
+
+ContentId ReplicaWriter::reserveContent(NodeId node, bool used) {
   const ContentId id = nextNumber("next_content", nextContent_, reservedContents_);
-  database_.cached("INSERT INTO content (id,node) VALUES (?,?)").bind(id, node).run();
+  database_.cached("INSERT INTO content (id,node,used) VALUES (?,?,?)").bind(id, node, used).run();
   return id;
 }
 

@@ -83,6 +83,9 @@ CREATE TABLE local_time (node INTEGER PRIMARY KEY);
 ALTER TABLE node ADD COLUMN nanoseconds INTEGER NOT NULL DEFAULT 0;
 CREATE INDEX node_unknown ON node (id) WHERE identifier IS NULL;
 CREATE INDEX pending_due ON pending (due) WHERE attention = 0 AND held = 0;
+DROP INDEX pending_sequence;
+DROP INDEX pending_base;
+CREATE INDEX pending_base ON pending (base_parent, base_filename) WHERE base_parent <> x'';
 CREATE INDEX pending_held ON pending (node) WHERE held = 1;
 )",
 };

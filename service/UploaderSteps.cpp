@@ -209,6 +209,8 @@ std::optional<Uploader::Plan> Uploader::makePlan(NodeId id, bool aside) {
     std::optional<Node> node = writer.node(id);
     if (!change) return;
     if (!node) return journal::erase(writer.connection(), id);
+    // Written to just now.
+    if (change->due > parts_.files.now() && !aside) return;
     if (change->sent) {
       plan = planOfSent(*node, *change);
     } else if (change->deleted) {
@@ -492,7 +494,7 @@ void Uploader::acknowledge(const Plan& plan, const platform::ItemPointer& item) 
   parts_.files.withSettled(plan.node.id, Durability::eventual, [&](ReplicaWriter& writer) {
     applyAcknowledgement(writer, plan, item, clean);
   });
-  if (clean != kNoContent) parts_.store.forgetName(clean);
+  if (clean != kNoContent) parts_.files.forgetName(clean);
   parts_.notifier.queue({attributesChanged(plan.node.id)});
 }
 
