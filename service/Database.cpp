@@ -77,18 +77,18 @@ void Statement::bindOne(int index, std::string_view value) {
 
 Connection::Connection(const std::string& path, Mode mode) {
   sqlite3* handle = nullptr;
-  const int flags =
-      SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_READWRITE | (mode == Mode::create ? SQLITE_OPEN_CREATE : 0);
-  // One process has the database for itself, so its connections need no locks of the kernel's and
-  // no shared memory file.
-  const int result = sqlite3_open_v2(path.c_str(), &handle, flags, "unix-excl");
+  const bool alone = mode == Mode::createAlone || mode == Mode::readAlone;
+  int flags = SQLITE_OPEN_NOMUTEX;
+  flags |= mode == Mode::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
+  if (mode == Mode::create || mode == Mode::createAlone) flags |= SQLITE_OPEN_CREATE;
+  const int result = sqlite3_open_v2(path.c_str(), &handle, flags, alone ? "unix-excl" : nullptr);
   handle_.reset(handle);
   if (result != SQLITE_OK) {
     throw DatabaseError(result, "cannot open " + path + ": " +
                                     (handle ? sqlite3_errmsg(handle) : sqlite3_errstr(result)));
   }
   sqlite3_busy_timeout(handle, kBusyMilliseconds);
-  if (mode == Mode::readOnly) execute("PRAGMA query_only=1");
+  if (mode == Mode::readAlone) execute("PRAGMA query_only=1");
 }
 
 void Connection::execute(const std::string& sql) {

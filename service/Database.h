@@ -104,7 +104,9 @@ class StatementUse {
 
 class Connection {
  public:
-  enum class Mode { create, readOnly };
+  // `alone`: for writing and for reading a database that no other process opens meanwhile. Its
+  // connections need no locks of the kernel's and no shared memory file.
+  enum class Mode { create, readOnly, createAlone, readAlone };
 
   Connection(const std::string& path, Mode mode);
 

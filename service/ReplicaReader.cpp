@@ -6,7 +6,7 @@
 namespace tulo {
 
 ReplicaReader::ReplicaReader(const std::string& path)
-    : database_(path, Connection::Mode::readOnly),
+    : database_(path, Connection::Mode::readAlone),
       entry_(database_.prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
       node_(database_.prepare(columns::selectNode() + " WHERE id=?")),
       open_(database_.prepare("SELECT kind,state,parent,content,size FROM node WHERE id=?")),

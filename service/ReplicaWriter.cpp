@@ -25,7 +25,7 @@ std::optional<std::uint64_t> parentColumn(NodeId id, NodeId parent) {
 }  // namespace
 
 ReplicaWriter::ReplicaWriter(const std::string& path)
-    : database_(path, Connection::Mode::create),
+    : database_(path, Connection::Mode::createAlone),
       node_(database_.prepare(columns::selectNode() + " WHERE id=?")),
       byIdentifier_(database_.prepare(columns::selectNode() + " WHERE identifier=?")),
       childNamed_(database_.prepare("SELECT id FROM node WHERE parent=? AND name=?")),
