@@ -430,6 +430,7 @@ void LocalFiles::settleAll(const std::vector<std::shared_ptr<WritableFile>>& fil
       for (WritableFile* file : changedFiles)
         updateRow(writer, *file);
     });
+    faultPoint("settle.committed");
   } catch (const std::exception& error) {
     serviceLog().error("cannot note the changes of %d files: %{public}@",
                        {changedFiles.size(), error.what()});
