@@ -98,6 +98,8 @@ class LocalFiles {
   void settleLater(NodeId node);
   // Kept until the host reports other contents.
   int setModified(NodeId node, const timespec& modified);
+  // Does what was put off.
+  void catchUp();
   // Notes the name that unsent contents are recovered under, soon.
   void nameLater(ContentId content, std::string name);
   // The contents are the host's.
@@ -133,7 +135,6 @@ class LocalFiles {
   void noteChange(WritableFile& file);
   void wakeKeeper();
   void keepUp();
-  void catchUp();
   void settleAll(const std::vector<std::shared_ptr<WritableFile>>& files);
 
   Replica& replica_;

@@ -204,6 +204,7 @@ bool answerControl(Engine& engine, const std::string& mountPoint, const std::str
   json result;
   try {
     const json parsed = json::parse(request);
+    engine.files().catchUp();
     result = answer(engine, mountPoint, parsed, emit);
     end = parsed.value("op", "") == "unmount";
   } catch (const json::exception& error) {
