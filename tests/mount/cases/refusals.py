@@ -21,7 +21,7 @@ def error_of(box, name):
 
 def expect_attention(box, name, data, words):
     """The file needs the user's attention, and nothing of it is lost."""
-    eventually(lambda: status(box)["needsAttention"] == 1, "it needs attention")
+    eventually(lambda: status(box)["needsAttention"] == 1, "it needs attention", 90)
     error = error_of(box, name)
     expect(words in error and "tulo retry" in error, f"user.tulo.error: {error!r}")
     (change,) = status(box)["changes"]
