@@ -168,7 +168,8 @@ void Replica::synchronize() {
 bool Replica::checkpointStep() {
   if (logFrames_ < kManyFrames) return false;
   std::lock_guard lock(checkpointMutex_);
-  if (!checkpointer_) checkpointer_ = std::make_unique<Connection>(path_, Connection::Mode::createAlone);
+  if (!checkpointer_)
+    checkpointer_ = std::make_unique<Connection>(path_, Connection::Mode::createAlone);
   // Counted anew by the next commit, which begins the log again if nobody reads it any more.
   logFrames_ = 0;
   checkpointer_->checkpoint();
