@@ -41,7 +41,7 @@ def a_name_that_the_host_refuses(box):
     box.allow_errors("refused by the host", "invalid_name")
     put(box.path("bad"), b"bytes")
     expect_attention(box, "bad", b"bytes", "does not allow this name")
-    box.remount("--read-write")
+    box.remount()
     box.allow_errors("refused by the host", "invalid_name")
     expect_equal(read(box.path("bad")), b"bytes", "after a restart")
     expect_equal(status(box)["needsAttention"], 1, "after a restart")
