@@ -50,6 +50,15 @@ std::optional<Node> childOf(ReplicaWriter& writer, NodeId folder, std::string_vi
   return id ? writer.node(*id) : std::nullopt;
 }
 
+// 0 when one may take the other's place, which it then leaves.
+int errorOfReplacing(ReplicaWriter& writer, const Node& node, const Node& target) {
+  const bool isFolder = node.kind == NodeKind::folder;
+  if (target.kind != NodeKind::folder) return isFolder ? ENOTDIR : 0;
+  if (!isFolder) return EISDIR;
+  if (!target.identifier.empty() && target.listed == 0) return EAGAIN;
+  return writer.childNodes(target.id).empty() ? 0 : ENOTEMPTY;
+}
+
 }  // namespace
 
 bool staysLocal(ReplicaWriter& writer, const LocalNames& names, NodeId folder,
@@ -299,15 +308,8 @@ int Edits::rename(ReplicaWriter& writer, NodeId folder, std::string_view name, N
     return 0;
   }
   if (target) {
-    const bool folders = node->kind == NodeKind::folder;
-    if (target->kind == NodeKind::folder) {
-      if (!folders) return EISDIR;
-      if (!target->identifier.empty() && target->listed == 0) return EAGAIN;
-      if (!writer.childNodes(target->id).empty()) return ENOTEMPTY;
-    } else if (folders) {
-      return ENOTDIR;
-    }
-    const int error = removeOne(writer, *target);
+    int error = errorOfReplacing(writer, *node, *target);
+    if (error == 0) error = removeOne(writer, *target);
     if (error != 0) return error;
   }
   place(writer, *node, newFolder, newName);

@@ -32,8 +32,10 @@ double seconds(const Function& function) {
 }
 
 std::vector<std::string> paths(const Arguments& arguments, const std::string& prefix) {
+  const int count = std::stoi(arguments[1]);
   std::vector<std::string> result;
-  for (int i = 0; i < std::stoi(arguments[1]); ++i) {
+  result.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
     result.push_back(arguments[0] + '/' + prefix + std::to_string(i));
   }
   return result;
@@ -139,9 +141,9 @@ double sendCreates(const Arguments& arguments) {
     }
   };
   return seconds([&] {
-    std::vector<std::future<void>> senders;
-    for (int i = 0; i < std::stoi(arguments[3]); ++i)
-      senders.push_back(std::async(std::launch::async, work));
+    std::vector<std::future<void>> senders(std::stoul(arguments[3]));
+    for (std::future<void>& sender : senders)
+      sender = std::async(std::launch::async, work);
     for (std::future<void>& sender : senders)
       sender.get();
   });
