@@ -392,7 +392,8 @@ void LocalFiles::keepUp() {
 }
 
 void LocalFiles::catchUp() {
-  std::unordered_set<NodeId> nodes;
+  // In the order of their numbers: whoever locks several files locks them in the same order.
+  std::set<NodeId> nodes;
   std::unordered_map<ContentId, std::string> names;
   {
     std::lock_guard lock(laterMutex_);

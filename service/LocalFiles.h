@@ -14,11 +14,11 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <shared_mutex>
 #include <string>
 #include <thread>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "service/ContentStore.h"
@@ -62,7 +62,7 @@ class WritableFile {
   LocalFiles& owner_;
   const NodeId node_;
   // Shared for reading and writing bytes, exclusive for exchanging the file. Taken before the
-  // replica's own locks.
+  // replica's own locks; those of several files in the order of their nodes.
   std::shared_mutex mutex_;
   Descriptor file_;
   ContentId content_ = kNoContent;
@@ -151,7 +151,7 @@ class LocalFiles {
   // Guards what is put off; a leaf.
   std::mutex laterMutex_;
   std::condition_variable laterChanged_;
-  std::unordered_set<NodeId> unsettled_;
+  std::set<NodeId> unsettled_;
   std::unordered_map<ContentId, std::string> names_;
   bool stopping_ = false;
   std::thread keeper_;
