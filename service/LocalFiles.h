@@ -91,11 +91,11 @@ class LocalFiles {
   // A handle that could write was flushed or closed: brings the row up to date; the quiet time
   // begins. Returns 0 or an errno.
   int settle(NodeId node, Durability durability);
-  // What was written to the node, and the journal, survive a power cut. Returns 0 or an errno.
-  int synchronize(NodeId node, bool dataOnly);
-  // The same, soon: the bytes are safe where they are, and a start after a crash finds them, so
+  // Settles soon: the bytes are safe where they are, and a start after a crash finds them, so
   // that closing a file need not wait for its row.
   void settleLater(NodeId node);
+  // What was written to the node, and the journal, survive a power cut. Returns 0 or an errno.
+  int synchronize(NodeId node, bool dataOnly);
   // Kept until the host reports other contents.
   int setModified(NodeId node, const timespec& modified);
   // Does what was put off.
