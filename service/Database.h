@@ -30,6 +30,7 @@ class DatabaseError : public std::runtime_error {
 
   // SQLite's primary result code.
   int code() const { return code_ & 0xff; }
+  bool meansFullDisk() const { return code() == SQLITE_FULL; }
   // The file is no database, or not a whole one.
   bool meansDamage() const { return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB; }
 

@@ -204,7 +204,7 @@ int Edits::removeOne(ReplicaWriter& writer, const Node& node) {
 
 int Edits::removeFile(NodeId folder, std::string_view name) {
   int error = 0;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  const auto remove = [&](ReplicaWriter& writer) {
     const std::optional<Node> node = childOf(writer, folder, name);
     if (!node) {
       error = ENOENT;
@@ -212,7 +212,8 @@ int Edits::removeFile(NodeId folder, std::string_view name) {
     }
     error = node->kind == NodeKind::folder ? EISDIR : removeOne(writer, *node);
     if (error == 0) touchFolder(writer, folder);
-  });
+  };
+  replica_.write(Durability::eventual, remove, Room::fromReserve);
   faultPoint("unlink.journaled");
   if (error == 0) files_.changed();
   return error;
@@ -220,7 +221,7 @@ int Edits::removeFile(NodeId folder, std::string_view name) {
 
 int Edits::removeFolder(NodeId folder, std::string_view name) {
   int error = 0;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  const auto remove = [&](ReplicaWriter& writer) {
     const std::optional<Node> node = childOf(writer, folder, name);
     if (!node || node->kind != NodeKind::folder) {
       error = node ? ENOTDIR : ENOENT;
@@ -232,7 +233,8 @@ int Edits::removeFolder(NodeId folder, std::string_view name) {
       error = removeOne(writer, *node);
     }
     if (error == 0) touchFolder(writer, folder);
-  });
+  };
+  replica_.write(Durability::eventual, remove, Room::fromReserve);
   faultPoint("rmdir.journaled");
   if (error == 0) files_.changed();
   return error;

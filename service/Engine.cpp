@@ -156,6 +156,7 @@ bool Engine::housekeepingStep() {
   more = contents_->durableStep() || more;
   contents_->saveUseStep();
   replica_.checkpointStep();
+  replica_.refillReserveStep();
   const std::uint64_t generation = sync_->generation();
   if (generation != savedGeneration_) {
     sync_->saveVerified();

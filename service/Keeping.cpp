@@ -33,7 +33,7 @@ void Contents::start() {
   const std::string boot = bootIdentifier();
   const std::string last =
       replica_.read([](ReplicaReader& reader) { return reader.metaText("boot"); });
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  const auto note = [&](ReplicaWriter& writer) {
     if (last != boot) {
       writer.connection().execute(
           "UPDATE node SET state=0,content=0,blocks=0 WHERE state=1 AND id IN "
@@ -43,7 +43,8 @@ void Contents::start() {
           "id NOT IN (SELECT sent_content FROM pending);");
       writer.setMeta("boot", std::string_view(boot));
     }
-  });
+  };
+  replica_.write(Durability::eventual, note, Room::fromReserve);
   store_.setUsed(kBlock * replica_.read([](ReplicaReader& reader) {
     return reader.integer("SELECT coalesce(sum(blocks),0) FROM content");
   }));
@@ -53,10 +54,11 @@ int Contents::evict(NodeId id) {
   const std::unique_lock gate(openFiles_.gate());
   if (openFiles_.isOpen(id)) return EBUSY;
   std::optional<Node> node;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  const auto drop = [&](ReplicaWriter& writer) {
     node = writer.node(id);
     if (node && node->state == ContentState::downloaded && !node->kept) writer.dropContent(id);
-  });
+  };
+  replica_.write(Durability::eventual, drop, Room::fromReserve);
   if (!node) return ESTALE;
   if (node->kind == NodeKind::folder || node->state == ContentState::dataless) return 0;
   if (node->state == ContentState::dirty || node->kept) return EBUSY;
@@ -87,15 +89,19 @@ void Contents::cannotRead(const OpenFile& file, const ContentError& error) {
 // have got them. The file goes before the commit: a row without a file is removed again, a file
 // without a row never would be.
 void Contents::removeUnused(const std::vector<ContentId>& contents) {
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  std::int64_t freed = 0;
+  const auto remove = [&](ReplicaWriter& writer) {
+    freed = 0;
     for (ContentId content : contents) {
       if (store_.isIncoming(content)) continue;
       const std::optional<std::int64_t> blocks = writer.removeContent(content);
       if (!blocks) continue;
       store_.remove(content);
-      store_.addUsed(-kBlock * *blocks);
+      freed += *blocks;
     }
-  });
+  };
+  replica_.write(Durability::eventual, remove, Room::fromReserve);
+  store_.addUsed(-kBlock * freed);
 }
 
 bool Contents::evictSome(std::int64_t bytes) {
@@ -170,14 +176,19 @@ bool Contents::purgeContents() {
 
 bool Contents::purgeStep() {
   const bool removed = purgeContents();
-  const auto detached = replica_.read([](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM node WHERE detached<=? LIMIT ?",
-                      std::time(nullptr) - kDetachedSeconds, kBatch);
+  const bool isFull = store_.diskShortage(0) > 0;
+  const auto detached = replica_.read([&](ReplicaReader& reader) {
+    auto found = reader.ids("SELECT id FROM node WHERE detached<=? LIMIT ?",
+                            std::time(nullptr) - kDetachedSeconds, kBatch);
+    if (!found.empty() || !isFull) return found;
+    // What no item of the host's is cannot come back; whoever empties a full disk wants room now.
+    return reader.ids("SELECT id FROM node WHERE detached>? AND identifier IS NULL LIMIT ?", 0,
+                      kBatch);
   });
   if (detached.empty()) return removed;
   const std::unique_lock gate(openFiles_.gate());
   bool any = false;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  const auto purge = [&](ReplicaWriter& writer) {
     for (NodeId id : detached) {
       if (openFiles_.isOpen(id)) continue;
       rescueChanged(writer, id);
@@ -185,7 +196,8 @@ bool Contents::purgeStep() {
       writer.remove(id);
       any = true;
     }
-  });
+  };
+  replica_.write(Durability::eventual, purge, Room::fromReserve);
   return removed || any;
 }
 

@@ -36,6 +36,11 @@ bool isJournaled(Connection& database, const Node& node) {
          !change->held && change->attempts == 0;
 }
 
+bool isNoted(const Node& node, const struct stat& status) {
+  return node.size == status.st_size && node.blocks == status.st_blocks &&
+         node.modified == status.st_mtim.tv_sec && node.nanoseconds == status.st_mtim.tv_nsec;
+}
+
 void noteFile(ReplicaWriter& writer, NodeId node, const struct stat& status) {
   writer.connection()
       .cached("UPDATE node SET size=?,blocks=?,modified=?,nanoseconds=? WHERE id=?")
@@ -76,7 +81,7 @@ void WritableFile::prepare(bool keepContents) {
   // Were the row lost in a power cut, the changed bytes would pass for the host's.
   bool wasDurable = false;
   std::string name;
-  replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  const auto reserve = [&](ReplicaWriter& writer) {
     const std::optional<Node> node = writer.node(node_);
     if (!node) throw ContentError(ESTALE, "the file is gone");
     name = node->name;
@@ -89,7 +94,10 @@ void WritableFile::prepare(bool keepContents) {
     copied = keepContents ? node->content : kNoContent;
     fresh = writer.reserveContent(node_);
     incoming.emplace(owner_.store_, fresh);
-  });
+  };
+  // Emptying a file is one of the ways to make room.
+  const Room room = keepContents ? Room::ordinary : Room::fromReserve;
+  replica.write(Durability::eventual, reserve, room);
   faultPoint("write.reserved");
   if (fresh != content_ || !file_) {
     Descriptor file = copied != kNoContent ? owner_.store_.duplicate(copied, fresh, name)
@@ -101,7 +109,7 @@ void WritableFile::prepare(bool keepContents) {
   }
   const Durability durability = wasDurable ? Durability::durable : Durability::eventual;
   const std::int64_t due = owner_.now() + owner_.quiet_;
-  replica.write(durability, [&](ReplicaWriter& writer) {
+  const auto note = [&](ReplicaWriter& writer) {
     const std::optional<Node> node = writer.node(node_);
     if (!node) throw ContentError(ESTALE, "the file is gone");
     Connection& database = writer.connection();
@@ -115,7 +123,8 @@ void WritableFile::prepare(bool keepContents) {
     Change change = journal::begin(writer, *node, due);
     change.contents = true;
     journal::put(database, change);
-  });
+  };
+  replica.write(durability, note, room);
   content_ = fresh;
   writable_ = true;
   faultPoint("write.journaled");
@@ -222,17 +231,18 @@ void LocalFiles::start() {
         0, -1);
   });
   if (dirty.empty()) return;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+  const auto note = [&](ReplicaWriter& writer) {
     for (NodeId id : dirty) {
       const std::optional<Node> node = writer.node(id);
       struct stat status = {};
       if (!node || node->state != ContentState::dirty ||
-          ::stat(store_.path(node->content).c_str(), &status) != 0) {
+          ::stat(store_.path(node->content).c_str(), &status) != 0 || isNoted(*node, status)) {
         continue;
       }
       noteFile(writer, id, status);
     }
-  });
+  };
+  replica_.write(Durability::eventual, note, Room::fromReserve);
 }
 
 void LocalFiles::stop() {
@@ -523,10 +533,12 @@ void LocalFiles::withSettled(NodeId node, Durability durability,
   const Settler settler(*this, node);
   WritableFile& file = settler.file();
   const std::unique_lock lock(file.mutex_);
-  replica_.write(durability, [&](ReplicaWriter& writer) {
+  const auto settled = [&](ReplicaWriter& writer) {
     if (file.writable_ && file.changed_) updateRow(writer, file);
     function(writer);
-  });
+  };
+  // What the host has can be dropped here.
+  replica_.write(durability, settled, Room::fromReserve);
   file.changed_ = false;
   file.writable_ = false;
 }

@@ -60,7 +60,8 @@ bool isNoFile(const std::string& path) {
 }  // namespace
 
 Replica::Replica(const std::string& directory)
-    : directory_(directory), path_(directory + "/replica.db") {
+    : directory_(directory), path_(directory + "/replica.db"), reserve_(directory + "/reserve") {
+  reserve_.giveBackIfFull();
   openOrSetAside();
   writer_ = std::make_unique<ReplicaWriter>(path_);
   writer_->connection().countLogFrames(logFrames_);
@@ -115,7 +116,35 @@ void Replica::rethrow(const std::exception_ptr& failure) const {
   }
 }
 
-void Replica::write(Durability durability, const WriteFunction& function) {
+void Replica::write(Durability durability, const WriteFunction& function, Room room) {
+  for (bool first = true;; first = false) {
+    try {
+      commit(function);
+      break;
+    } catch (const DatabaseError& error) {
+      if (!error.meansFullDisk()) throw;
+      // Once all that is in the log is in the database too, the log begins anew in the same room.
+      logFrames_ = kManyFrames;
+      if (room == Room::ordinary || !(first ? emptyLog() : makeRoom())) throw;
+    }
+  }
+  if (durability == Durability::durable) synchronize();
+}
+
+bool Replica::emptyLog() {
+  try {
+    checkpointStep();
+  } catch (const DatabaseError&) {
+    // The database may have to grow, for which there is no room either.
+  }
+  return true;
+}
+
+bool Replica::makeRoom() {
+  return reserve_.giveBack();
+}
+
+void Replica::commit(const WriteFunction& function) {
   Pending mine{&function, nullptr};
   std::unique_lock lock(queueMutex_);
   queue_.push_back(&mine);
@@ -134,7 +163,6 @@ void Replica::write(Durability durability, const WriteFunction& function) {
   }
   lock.unlock();
   if (mine.error) rethrow(mine.error);
-  if (durability == Durability::durable) synchronize();
 }
 
 // A commit is in the log file when it returns; what is missing for a power cut is that the file is

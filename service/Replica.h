@@ -25,6 +25,7 @@
 #include "service/Database.h"
 #include "service/Descriptor.h"
 #include "service/Node.h"
+#include "service/Reserve.h"
 
 namespace tulo {
 
@@ -167,6 +168,12 @@ enum class Durability {
   durable,   // survives a power cut when the call returns
 };
 
+// What becomes of a change for which the disk has no room.
+enum class Room {
+  ordinary,     // it fails
+  fromReserve,  // it is made once more with what was kept for that: it leads to more room
+};
+
 class Replica {
  public:
   using ReadFunction = std::function<void(ReplicaReader&)>;
@@ -189,8 +196,13 @@ class Replica {
     throw;
   }
 
-  // Runs the function in a transaction and returns once it is committed.
-  void write(Durability durability, const WriteFunction& function);
+  // Runs the function in a transaction and returns once it is committed. With Room::fromReserve the
+  // function may run several times, of which only the last counts.
+  void write(Durability durability, const WriteFunction& function, Room room = Room::ordinary);
+  // Gives back some of what is kept for a full disk. False when nothing is left of it.
+  bool makeRoom();
+  // A step of the housekeeping; true when there was something to do.
+  bool refillReserveStep() { return reserve_.refillStep(); }
   // Forces everything committed so far to the disk. Callers at the same time share one turn of it.
   void synchronize();
   // The same, unless that has been done since the last commit.
@@ -226,12 +238,16 @@ class Replica {
   // The next start looks whether the database is whole.
   void suspect(const DatabaseError& error) const;
   [[noreturn]] void rethrow(const std::exception_ptr& failure) const;
+  void commit(const WriteFunction& function);
+  // As far as the disk has room for it; always true.
+  bool emptyLog();
   void commitBatch(std::deque<Pending*>& batch);
   void runOne(Pending& pending, bool alone);
 
   std::string directory_;
   std::string path_;
   std::string setAside_;
+  Reserve reserve_;
 
   // Guards the idle readers only; never held during a query.
   std::mutex readersMutex_;

@@ -68,11 +68,11 @@ DomainLock::DomainLock(const std::string& stateDirectory) {
     const std::string process = length > 0 ? owner.data() : "unknown";
     throw ServiceError("this account is mounted already, by process " + process);
   }
+  // The number is there to be told only: a disk without room for it must not keep the service from
+  // starting.
   const std::string process = std::to_string(::getpid());
-  if (::ftruncate(file_.get(), 0) != 0 ||
-      ::pwrite(file_.get(), process.data(), process.size(), 0) < 0) {
-    throw ServiceError("cannot write " + path + ": " + std::strerror(errno));
-  }
+  const bool written = ::pwrite(file_.get(), process.data(), process.size(), 0) >= 0;
+  static_cast<void>(::ftruncate(file_.get(), written ? static_cast<off_t>(process.size()) : 0));
 }
 
 }  // namespace tulo

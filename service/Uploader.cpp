@@ -157,12 +157,14 @@ void Uploader::carryOut(NodeId node, bool aside) {
     serviceLog().error("cannot send the change of node %d: %{public}@", {node, error.what()});
     verdicts_.failed(node, EIO);
     try {
-      replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+      const auto putOff = [&](ReplicaWriter& writer) {
         std::optional<Change> change = journal::find(writer.connection(), node);
         if (!change) return;
         change->due = parts_.files.now() + backOff(++change->attempts, Reaction::retry, 0);
         journal::put(writer.connection(), *change);
-      });
+      };
+      // Nothing else makes room on a full disk as long as nobody deletes anything.
+      replica_.write(Durability::eventual, putOff, Room::fromReserve);
     } catch (const std::exception& failure) {
       serviceLog().error("cannot put off the change of node %d: %{public}@",
                          {node, failure.what()});

@@ -7,7 +7,8 @@ import random
 import subprocess
 import time
 
-from harness import LIBC, MNT_DETACH, Skip, case, error_of, eventually, expect, expect_equal, read
+from harness import (
+    LIBC, MNT_DETACH, Skip, case, error_of, eventually, expect, expect_equal, need_program, read)
 from load import Worker, work
 from proxy import FAILURES, Proxy
 from writing import difference, expect_host, host_tree, settled, status, tree, writable
@@ -153,6 +154,121 @@ def a_full_disk(box):
             process.process.wait()
         LIBC.umount2(os.fsencode(box.file("m")), MNT_DETACH)
         LIBC.umount2(os.fsencode(box.state), MNT_DETACH)
+
+
+def small_image(box, size):
+    """The same on ext4, which keeps its own account of what is free."""
+    if os.geteuid() != 0:
+        raise Skip("mounting an image needs root")
+    image = box.file("image")
+    with open(image, "wb") as file:
+        file.truncate(size)
+    subprocess.run([need_program("mkfs.ext4"), "-q", "-F", "-m", "0", image], check=True)
+    done = subprocess.run(["mount", "-t", "ext4", "-o", "loop", image, box.state],
+                          capture_output=True, text=True, check=False)
+    if done.returncode != 0:
+        raise Skip(f"no loop device: {done.stderr.strip()}")
+
+
+def fill(path):
+    """Takes every byte that is left."""
+    with open(path, "ab", buffering=0) as file:
+        for size in (1 << 20, 4096, 1):
+            while error_of(lambda size=size: file.write(bytes(size))) == 0:
+                pass
+
+
+def reserve_of(box):
+    paths = list(pathlib.Path(box.state).glob("tulo/*/reserve"))
+    return paths[0].stat().st_size if paths else 0
+
+
+def emptied_when_full(box):
+    """Deleting and starting need a little room, which the service has kept."""
+    filler = os.path.join(box.state, "filler")
+    box.start_host()
+    box.host.stop()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append(FULL)
+    left = {f"f{i}": bytes([i]) * 1_000_000 for i in range(12)}
+    for name, data in left.items():
+        put(box.path(name), data)
+    eventually(lambda: reserve_of(box) > 0, "there is a reserve")
+    eventually(lambda: status(box)["pending"] == len(left), "all is noted")
+
+    def is_refused():
+        fill(filler)
+        return error_of(lambda: put(box.path("more"), bytes(500_000))) == errno.ENOSPC
+
+    def remove(names):
+        for name in names:
+            expect_equal(error_of(lambda name=name: os.unlink(box.path(name))), 0, f"rm {name}")
+            left.pop(name, None)
+
+    def has_room():
+        return error_of(lambda: put(box.path("more"), bytes(500_000))) == 0
+
+    for name in ("f0", "f1"):
+        eventually(is_refused, "the disk is full")
+        remove([name])
+        eventually(has_room, "room for what comes instead")
+    eventually(is_refused, "the disk is full")
+    os.truncate(box.path("f2"), 0)
+    left["f2"] = b""
+    eventually(has_room, "room after a file was emptied")
+    eventually(is_refused, "the disk is full")
+    mount.kill()
+    box.mounts.pop()
+    LIBC.umount2(os.fsencode(mount.point), MNT_DETACH)
+    fill(filler)
+    mount = box.mount("--no-thumbnails", name="killed")
+    mount.allowed_errors.append(FULL)
+    shown = tree(box.path())
+    shown.pop("more", None)
+    expect_equal(difference(shown, left), [], "what is missing after the service was killed")
+    remove(["f3"])
+    eventually(is_refused, "the disk is full")
+    mount.unmount()
+    fill(filler)
+    box.mounts.pop()
+    mount = box.mount("--no-thumbnails", name="stopped")
+    mount.allowed_errors.append(FULL)
+    remove(["f4"])
+    if os.path.exists(box.path("more")):
+        remove(["more"])
+    os.unlink(filler)
+    eventually(lambda: reserve_of(box) == 8 << 20, "the reserve is made again")
+    box.start_host()
+    retried(box)
+    expect_host(box, left)
+    expect_equal(difference(tree(box.path()), left), [], "the mount")
+    mount.unmount()
+    box.mounts.pop()
+
+
+FULL = "cannot|failed|full|space"
+
+
+def on_small_disk(box, prepare):
+    try:
+        prepare()
+        emptied_when_full(box)
+    finally:
+        for process in box.processes:
+            process.signal(9)
+            process.process.wait()
+        for path in (box.file("m"), box.state):
+            LIBC.umount2(os.fsencode(path), MNT_DETACH)
+
+
+@case
+def a_disk_full_to_the_last_byte(box):
+    on_small_disk(box, lambda: small_disk(box, "100m"))
+
+
+@case
+def an_ext4_full_to_the_last_byte(box):
+    on_small_disk(box, lambda: small_image(box, 100 << 20))
 
 
 def replica(box):
