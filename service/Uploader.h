@@ -147,6 +147,7 @@ class Uploader {
   void perform(Plan& plan);
   void performRemoval(Plan& plan);
   bool checkBase(Plan& plan);
+  bool checkSame(Plan& plan, const platform::ItemPointer& item);
   void settleDoubt(Plan& plan);
   void endDoubt(const Plan& plan, const platform::ItemPointer& item);
   bool hadTime(const Plan& plan);

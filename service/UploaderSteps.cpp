@@ -286,7 +286,29 @@ bool Uploader::checkBase(Plan& plan) {
       version == plan.change.baseVersion || isPlaceholder(plan.node, *now.item)) {
     return true;
   }
+  if (fileSize(parts_.store.path(plan.node.content)) == recordOf(*now.item).size) {
+    return checkSame(plan, now.item);
+  }
   makeConflict(plan, now.item);
+  return false;
+}
+
+// The host has another version of the same size, which may be this very one: sent before a power
+// cut that took the note of it along, or made there as well. False when the change is done with.
+bool Uploader::checkSame(Plan& plan, const platform::ItemPointer& item) {
+  // From now on the contents here stay as they are.
+  if (!markSent(plan)) return false;
+  bool failed = false;
+  const bool same =
+      plan.node.size == 0 || hasContents(plan.node.identifier, plan.change.sentContent, failed);
+  if (failed) return false;
+  if (!same) {
+    makeConflict(plan, item);
+    return false;
+  }
+  plan.parentIdentifier = item->parentItemIdentifier();
+  plan.node.filename = item->filename();
+  acknowledge(plan, item);
   return false;
 }
 
@@ -423,8 +445,11 @@ bool Uploader::markSent(Plan& plan) {
     journal::put(writer.connection(), *change);
     plan.change = *change;
   });
-  if (valid) faultPoint("push.marked");
-  return valid;
+  if (!valid) return false;
+  // Without the mark it would be made a second time after a power cut.
+  if (plan.kind == Plan::Kind::create) replica_.synchronize();
+  faultPoint("push.marked");
+  return true;
 }
 
 // Another row may have come to have the identifier, from a listing that was faster.
@@ -548,7 +573,9 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
     change->baseParent.clear();
     change->baseFilename.clear();
     change->baseVersion.clear();
+    dropSentContent(writer, *change, node->content);
     change->sent = false;
+    change->sentContent = kNoContent;
     change->attempts = 0;
     change->due = parts_.files.now();
     journal::put(database, *change);

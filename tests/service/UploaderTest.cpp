@@ -220,6 +220,54 @@ TEST_F(UploaderTest, BothVersionsStayWhenBothSidesEdited) {
   EXPECT_EQ(engine->uploader().statistics().conflicts, 1U);
 }
 
+TEST_F(UploaderTest, OtherContentsOfTheSameSizeAreAConflict) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "here!!");
+  extension->edit("i:1", "there!");
+  push();
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->contents, "there!");
+  EXPECT_EQ(hostContents(row(id)->name), "here!!");
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 1U);
+}
+
+TEST_F(UploaderTest, TheSameBytesOnBothSidesAreNoConflict) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "the same");
+  extension->edit("i:1", "the same");
+  push();
+  pushAll();
+  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(names().size(), 1U);
+  EXPECT_EQ(row(id)->state, ContentState::downloaded);
+  EXPECT_FALSE(change(id));
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
+}
+
+TEST_F(UploaderTest, ARenameGoesUpThoughBothSidesHaveTheSameBytes) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "the same");
+  EXPECT_EQ(rename("a.txt", "b.txt"), 0);
+  extension->edit("i:1", "the same");
+  push();
+  pushAll();
+  EXPECT_EQ(hostContents("b.txt"), "the same");
+  EXPECT_EQ(row(id)->identifier, "i:1");
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
+}
+
+TEST_F(UploaderTest, AWriteAfterTheSameBytesOnBothSidesGoesUp) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "the same");
+  extension->edit("i:1", "the same");
+  push();
+  write(id, "once more");
+  push();
+  pushAll();
+  EXPECT_EQ(hostContents("a.txt"), "once more");
+  EXPECT_EQ(names().size(), 1U);
+}
+
 TEST_F(UploaderTest, EditedHereAndDeletedThereIsMadeAgain) {
   const NodeId id = downloaded("i:1", "a.txt", "base");
   write(id, "mine");
