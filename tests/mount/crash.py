@@ -68,7 +68,8 @@ class Crash:
         if fault:
             environment["TULO_FAULT_POINT"] = fault
         self.mounts += 1
-        mount = Mount(self.box, self.point, ["--no-thumbnails"], f"mount{self.mounts}")
+        mount = Mount(self.box, self.point, ["--no-thumbnails"], f"mount{self.mounts}",
+                      doomed=fault is not None)
         self.box.processes.append(mount)
         self.box.mounts = [mount]
         return mount
@@ -169,7 +170,8 @@ class Crash:
     def round(self, fault, what):
         mount = self.mount(fault)
         seconds = None if fault else self.random.uniform(0.05, 2.5)
-        self.load(mount, 60 if fault else 2000, seconds)
+        if mount.is_running():
+            self.load(mount, 60 if fault else 2000, seconds)
         self.bury(mount, fault)
         self.finish(what)
 
@@ -222,12 +224,7 @@ class Crash:
         self.kills += 1
         detach(self.point)
         damage(self.database())
-        try:
-            mount = self.mount(fault)
-        except Failure:
-            mount = self.box.processes[-1]
-        self.reached.add(fault.split(":")[0])
-        detach(self.point)
+        self.bury(self.mount(fault), fault)
         self.box.start_host()
         self.mount()
         self.check_shown(what)

@@ -171,9 +171,12 @@ class Host(Process):
 
 
 class Mount(Process):
-    """`tulo mount --foreground`; started when the service says that it is ready."""
+    """`tulo mount --foreground`; started when the service says that it is ready.
 
-    def __init__(self, box, point, arguments, name="mount"):
+    `doomed`: it was told to kill itself somewhere, which may be before it is ready.
+    """
+
+    def __init__(self, box, point, arguments, name="mount", doomed=False):
         self.point = point
         self.allowed_errors = []
         os.makedirs(point, exist_ok=True)
@@ -185,9 +188,9 @@ class Mount(Process):
             environment = dict(box.environment, NOTIFY_SOCKET=notify)
             command = [box.program, "mount", point, "--foreground", "--container", box.container]
             super().__init__(command + list(arguments), environment, box.file(f"{name}.log"))
-            self._wait_until_ready(ready)
+            self._wait_until_ready(ready, doomed)
 
-    def _wait_until_ready(self, ready):
+    def _wait_until_ready(self, ready, doomed):
         ready.settimeout(0.05)
         end = time.monotonic() + PATIENCE
         while time.monotonic() < end:
@@ -196,8 +199,10 @@ class Mount(Process):
                     return
             except socket.timeout:
                 if not self.is_running():
-                    break
-        raise Failure(f"the mount does not get ready\n{self.log()}")
+                    if doomed:
+                        return
+                    raise Failure(f"the service ended before it was ready\n{self.log()}") from None
+        raise Failure(f"the mount does not get ready within {PATIENCE:.0f} s\n{self.log()}")
 
     def path(self, name=""):
         return os.path.join(self.point, name) if name else self.point

@@ -15,6 +15,7 @@ import contextlib
 import os
 import pathlib
 import random
+import signal
 import sqlite3
 import subprocess
 import sys
@@ -24,7 +25,7 @@ sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
 from harness import (  # noqa: E402
-    LIBC, MNT_DETACH, Box, Failure, Mount, Skip, detach, expect, is_mounted, need_program)
+    LIBC, MNT_DETACH, Box, Failure, Mount, Skip, detach, eventually, expect, is_mounted, need_program)
 from load import short  # noqa: E402
 from writing import difference, settled, status, tree  # noqa: E402
 
@@ -53,8 +54,14 @@ class Disk:
         if done.returncode != 0:
             raise Skip(f"no loop device: {done.stderr.strip()}")
 
-    def cut(self):
-        """What the disk has at this moment becomes the next image."""
+    def cut(self, service):
+        """What the disk has at this moment becomes the next image.
+
+        Whatever was on its way to the disk is waited for: a copy is no instant, and one in which
+        the beginning is older than the end is no state that a disk was ever in.
+        """
+        service.signal(signal.SIGSTOP)
+        eventually(lambda: stopped(service.pid), "the service stands still")
         self.number += 1
         after = self.box.file(f"disk{self.number}")
         subprocess.run(["cp", "--sparse=always", self.image, after], check=True)
@@ -72,6 +79,16 @@ class Disk:
             subprocess.run(["umount", self.point], check=False)
         if is_mounted(self.point):
             LIBC.umount2(os.fsencode(self.point), MNT_DETACH)
+
+
+def stopped(pid):
+    """Whether no thread of the process runs, or waits for the disk."""
+    try:
+        states = [(thread / "stat").read_text().rpartition(")")[2].split()[0]
+                  for thread in pathlib.Path(f"/proc/{pid}/task").iterdir()]
+    except FileNotFoundError:
+        return False  # a thread that has just ended
+    return all(state == "T" for state in states)
 
 
 class Book:
@@ -199,12 +216,13 @@ class Power:
     def round(self, what):
         """Works, cuts the power, and looks what is there."""
         self.loose = []
-        with_host = self.random.random() < 0.5
+        # What a folder holds that was never listed is not known, so nothing can be put into it.
+        with_host = self.mounts == 0 or self.random.random() < 0.5
         if with_host:
             self.box.start_host()
         mount = self.mount()
         self.work(self.random.randrange(5, 60))
-        after = self.disk.cut()
+        after = self.disk.cut(mount)
         mount.kill()
         detach(self.point)
         if with_host:
@@ -213,12 +231,17 @@ class Power:
         if self.random.random() < 0.5:
             self.forget_boot()
         mount = self.mount()
-        shown = tree(self.point)
+        # What the host has already may have to be fetched again.
+        elsewhere = []
+        shown = tree(self.point, elsewhere)
+        self.box.start_host()
+        for name in elsewhere:
+            with open(self.path(name), "rb") as file:
+                shown[name] = file.read()
         wrong = self.book.wrong({name: data for name, data in shown.items()
                                  if not name.startswith("loose")})
         expect(not wrong, f"{what}: {wrong[:10]}")
         self.checked += len(self.book.may)
-        self.box.start_host()
         settled(self.box, 120)
         expect(status(self.box)["needsAttention"] == 0, f"{what}: {status(self.box)['changes']}")
         wrong = difference(tree(self.box.root), tree(self.point))

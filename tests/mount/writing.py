@@ -1,5 +1,6 @@
 """What the cases about changes share: a mount that can be changed, and waiting for the host."""
 
+import errno
 import glob
 import json
 import os
@@ -16,8 +17,11 @@ def writable(box, *arguments):
     return mount
 
 
-def tree(root):
-    """Every folder (None) and file (its bytes) below root."""
+def tree(root, elsewhere=None):
+    """Every folder (None) and file (its bytes) below root.
+
+    `elsewhere`: a list for the names of files whose bytes only the host has, which is not there.
+    """
     result = {}
     for folder, folders, files in os.walk(root):
         if HOSTS_OWN in folders:
@@ -36,6 +40,10 @@ def tree(root):
             except FileNotFoundError:
                 # Renamed at this moment: whoever waits for the tree looks again.
                 continue
+            except OSError as error:
+                if elsewhere is None or error.errno != errno.EHOSTDOWN:
+                    raise
+                elsewhere.append(os.path.relpath(path, root))
     return result
 
 
