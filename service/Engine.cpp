@@ -51,7 +51,8 @@ Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
   }
   addRoot();
   recover();
-  sync_ = std::make_unique<Sync>(replica_, extension_, notifier_, folders_, openFiles_, source_);
+  sync_ = std::make_unique<Sync>(replica_, extension_, notifier_, folders_, openFiles_, source_,
+                                 acknowledged_);
   contents_ = std::make_shared<Contents>(replica_, extension_, *sync_, notifier_, openFiles_,
                                          store_, policy_);
   contents_->start();
@@ -81,6 +82,7 @@ UploaderParts Engine::uploaderParts() {
                       store_,
                       openFiles_,
                       notifier_,
+                      acknowledged_,
                       edits_.localNames(),
                       {},
                       [] { return std::string("host"); },

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "service/Acknowledged.h"
 #include "service/Contents.h"
 #include "service/Edits.h"
 #include "service/Folders.h"
@@ -91,6 +92,7 @@ class Engine {
   Notifier notifier_;
   SourceWatch source_;
   ContentStore store_;
+  Acknowledged acknowledged_;
   DownloadPolicy policy_;
   std::unique_ptr<Sync> sync_;
   std::shared_ptr<Contents> contents_;

@@ -46,12 +46,13 @@ struct NeedsGate : std::exception {};
 class Pass {
  public:
   Pass(ReplicaWriter& writer, OpenFiles& openFiles, bool gateHeld, NodeId folder,
-       const Listing& listing, std::vector<Node> children)
+       const Listing& listing, std::unordered_set<std::string> newer, std::vector<Node> children)
       : writer_(writer),
         openFiles_(openFiles),
         gateHeld_(gateHeld),
         folder_(folder),
         listing_(listing),
+        newer_(std::move(newer)),
         children_(std::move(children)) {}
 
   // False when the folder is gone.
@@ -74,6 +75,7 @@ class Pass {
   }
 
   Invalidations take() { return std::move(invalidations_); }
+  bool isOutdated() const { return outdated_; }
   const std::vector<Entry>& leftBehind() const { return leftBehind_; }
 
  private:
@@ -124,6 +126,14 @@ class Pass {
       incomplete_ = true;
     }
     keep(node, merged);
+  }
+
+  // Whether what is here of the item is newer than the listing.
+  bool isNewerHere(const std::string& identifier) {
+    if (newer_.empty() || !newer_.contains(identifier)) return false;
+    incomplete_ = true;
+    outdated_ = true;
+    return true;
   }
 
   // Whether the item is one that this side already has elsewhere, or may be making just now.
@@ -194,6 +204,10 @@ class Pass {
     std::unordered_set<std::string_view> seen;
     if (!children_.empty()) seen.reserve(listing_.items.size());
     for (const ItemRecord& item : listing_.items) {
+      if (isNewerHere(item.identifier)) {
+        seen.insert(item.identifier);
+        continue;
+      }
       const auto found = known.find(item.identifier);
       if (found == known.end() || found->second->kind != item.kind) {
         if (!isOurs(item)) fresh_.push_back(&item);
@@ -209,7 +223,8 @@ class Pass {
       }
     }
     for (const Node& child : children_) {
-      if (!child.identifier.empty() && !seen.contains(child.identifier)) missing_.push_back(&child);
+      if (child.identifier.empty() || seen.contains(child.identifier)) continue;
+      if (!isNewerHere(child.identifier)) missing_.push_back(&child);
     }
   }
 
@@ -364,12 +379,14 @@ class Pass {
   const bool gateHeld_;
   const NodeId folder_;
   const Listing& listing_;
+  const std::unordered_set<std::string> newer_;
   const std::vector<Node> children_;
   std::string identifier_;
   std::unordered_map<NodeId, Change> changes_;
   std::deque<ItemRecord> merged_;
   // Something of the listing was not taken over, so the same listing is to be looked at again.
   bool incomplete_ = false;
+  bool outdated_ = false;
   bool kept_ = false;
   bool nothingPending_ = false;
   bool firstTime_ = false;
@@ -383,33 +400,37 @@ class Pass {
 
 }  // namespace
 
-Invalidations Reconciler::reconcile(NodeId folder, const Listing& listing,
-                                    const std::string& digest, const ListingStamp& stamp) {
+Reconciler::Result Reconciler::reconcile(NodeId folder, const Listing& listing,
+                                         const std::string& digest, const ListingStamp& stamp,
+                                         const Acknowledged::Watch& watch) {
   // Most listings change no contents; holding the gate for a long one would hold up every open.
   try {
-    return attempt(folder, listing, digest, stamp, false);
+    return attempt(folder, listing, digest, stamp, watch, false);
   } catch (const NeedsGate&) {
     const std::unique_lock gate(openFiles_.gate());
-    return attempt(folder, listing, digest, stamp, true);
+    return attempt(folder, listing, digest, stamp, watch, true);
   }
 }
 
-Invalidations Reconciler::attempt(NodeId folder, const Listing& listing, const std::string& digest,
-                                  const ListingStamp& stamp, bool gateHeld) {
-  Invalidations invalidations;
+Reconciler::Result Reconciler::attempt(NodeId folder, const Listing& listing,
+                                       const std::string& digest, const ListingStamp& stamp,
+                                       const Acknowledged::Watch& watch, bool gateHeld) {
+  Result result;
   std::vector<Entry> leftBehind;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    Pass pass(writer, openFiles_, gateHeld, folder, listing, writer.childNodes(folder));
+    Pass pass(writer, openFiles_, gateHeld, folder, listing, watch.newer(),
+              writer.childNodes(folder));
     if (!pass.run(digest, stamp)) return;
-    invalidations = pass.take();
+    result = {pass.take(), pass.isOutdated()};
     leftBehind = pass.leftBehind();
   });
   for (const Entry& entry : leftBehind)
     openFiles_.leaveBehind(entry);
-  return invalidations;
+  return result;
 }
 
-std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing) {
+std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing,
+                                         const std::unordered_set<std::string>& newer) {
   std::unordered_set<std::string_view> listed;
   for (const ItemRecord& item : listing.items)
     listed.insert(item.identifier);
@@ -418,7 +439,8 @@ std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const 
   std::vector<std::string> sample;
   for (const NodeKind kind : {NodeKind::folder, NodeKind::file}) {
     for (const Node& child : children) {
-      if (child.kind != kind || child.identifier.empty() || listed.contains(child.identifier)) {
+      if (child.kind != kind || child.identifier.empty() || listed.contains(child.identifier) ||
+          newer.contains(child.identifier)) {
         continue;
       }
       sample.push_back(child.identifier);

@@ -3,8 +3,10 @@
 
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
+#include "service/Acknowledged.h"
 #include "service/Listing.h"
 #include "service/Notifier.h"
 #include "service/OpenFiles.h"
@@ -23,19 +25,25 @@ class Reconciler {
  public:
   Reconciler(Replica& replica, OpenFiles& openFiles) : replica_(replica), openFiles_(openFiles) {}
 
-  // One transaction; returns what the kernel must be told. The listing must be complete.
-  Invalidations reconcile(NodeId folder, const Listing& listing, const std::string& digest,
-                          const ListingStamp& stamp);
+  struct Result {
+    Invalidations invalidations;  // what the kernel must be told
+    bool outdated = false;        // some of it was newer here, so the folder is to be listed again
+  };
+  // One transaction. The listing must be complete; `watch` began before it did.
+  Result reconcile(NodeId folder, const Listing& listing, const std::string& digest,
+                   const ListingStamp& stamp, const Acknowledged::Watch& watch);
 
  private:
-  Invalidations attempt(NodeId folder, const Listing& listing, const std::string& digest,
-                        const ListingStamp& stamp, bool gateHeld);
+  Result attempt(NodeId folder, const Listing& listing, const std::string& digest,
+                 const ListingStamp& stamp, const Acknowledged::Watch& watch, bool gateHeld);
 
   Replica& replica_;
   OpenFiles& openFiles_;
 };
 
-// Of the folder's known children, up to two (a folder and a file) that the listing lacks.
-std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing);
+// Of the folder's known children, up to two (a folder and a file) that the listing lacks and that
+// are not newer.
+std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing,
+                                         const std::unordered_set<std::string>& newer);
 
 }  // namespace tulo

@@ -22,6 +22,9 @@ constexpr std::size_t kLargeListing = 10'000;
 
 // One listing of one folder on its way through the steps.
 struct Sync::Attempt {
+  explicit Attempt(Acknowledged& acknowledged) : watch(acknowledged) {}
+
+  const Acknowledged::Watch watch;
   Node folder;
   ListingStamp stamp;
   Listing listing;
@@ -29,12 +32,13 @@ struct Sync::Attempt {
 };
 
 Sync::Sync(Replica& replica, ExtensionPointer extension, Notifier& notifier, Folders& folders,
-           OpenFiles& openFiles, SourceWatch& source)
+           OpenFiles& openFiles, SourceWatch& source, Acknowledged& acknowledged)
     : replica_(replica),
       extension_(std::move(extension)),
       notifier_(notifier),
       folders_(folders),
       source_(source),
+      acknowledged_(acknowledged),
       reconciler_(replica, openFiles),
       workers_(kListingThreads) {
   loadGeneration();
@@ -103,7 +107,7 @@ bool Sync::enlist(NodeId folder, RefreshCompletion& completion) {
 void Sync::refresh(NodeId folder, RefreshCompletion completion) {
   if (enlist(folder, completion)) {
     if (startListing(folder)) return;
-    const auto attempt = std::make_shared<Attempt>();
+    const auto attempt = std::make_shared<Attempt>(acknowledged_);
     attempt->folder.id = folder;
     finish(attempt, EINTR);
   } else if (completion) {
@@ -120,7 +124,7 @@ bool Sync::startListing(NodeId folder) {
 }
 
 void Sync::beginListing(NodeId folder) {
-  const auto attempt = std::make_shared<Attempt>();
+  const auto attempt = std::make_shared<Attempt>(acknowledged_);
   attempt->folder.id = folder;
   try {
     checkSource();
@@ -163,7 +167,8 @@ void Sync::listed(const std::shared_ptr<Attempt>& attempt, Listing listing) try 
   attempt->listing = std::move(listing);
   std::vector<std::string> missing;
   if (attempt->folder.listed != 0) {
-    missing = sampleOfMissing(replica_, attempt->folder.id, attempt->listing);
+    missing =
+        sampleOfMissing(replica_, attempt->folder.id, attempt->listing, attempt->watch.newer());
   }
   verifyMissing(attempt, std::move(missing));
 } catch (const std::exception& error) {
@@ -189,14 +194,18 @@ void Sync::verifyMissing(const std::shared_ptr<Attempt>& attempt,
 }
 
 void Sync::apply(const std::shared_ptr<Attempt>& attempt) try {
-  Invalidations invalidations =
-      reconciler_.reconcile(attempt->folder.id, attempt->listing, attempt->digest, attempt->stamp);
+  auto [invalidations, outdated] = reconciler_.reconcile(
+      attempt->folder.id, attempt->listing, attempt->digest, attempt->stamp, attempt->watch);
   for (const Invalidation& invalidation : invalidations) {
     if (invalidation.kind == Invalidation::Kind::entryDeleted) folders_.remove(invalidation.node);
   }
   const bool changed = !invalidations.empty();
   notifier_.queue(std::move(invalidations));
   if (changed && reconciled_) reconciled_(attempt->folder.id);
+  if (outdated) {
+    std::lock_guard lock(sweepMutex_);
+    retry_.insert(attempt->folder.id);
+  }
   finish(attempt, 0);
 } catch (const std::exception& error) {
   serviceLog().error("cannot reconcile folder %d: %{public}@", {attempt->folder.id, error.what()});

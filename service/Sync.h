@@ -46,7 +46,7 @@ class Sync {
   using RefreshCompletion = std::function<void(int error)>;
 
   Sync(Replica& replica, ExtensionPointer extension, Notifier& notifier, Folders& folders,
-       OpenFiles& openFiles, SourceWatch& source);
+       OpenFiles& openFiles, SourceWatch& source, Acknowledged& acknowledged);
   ~Sync();
 
   // `reconciled` is called, on some thread, for each folder whose files or names turned out to be
@@ -112,6 +112,7 @@ class Sync {
   Notifier& notifier_;
   Folders& folders_;
   SourceWatch& source_;
+  Acknowledged& acknowledged_;
   Reconciler reconciler_;
   std::function<void(NodeId)> reconciled_;
   WorkQueue workers_;

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "platform/FileProvider.h"
+#include "service/Acknowledged.h"
 #include "service/ContentStore.h"
 #include "service/DueChanges.h"
 #include "service/Journal.h"
@@ -49,6 +50,7 @@ struct UploaderParts {
   ContentStore& store;
   OpenFiles& openFiles;
   Notifier& notifier;
+  Acknowledged& acknowledged;
   LocalNames localNames;
   // Has the contents of a node here; returns 0 or an errno.
   std::function<int(NodeId)> fetch;

@@ -478,6 +478,7 @@ void Uploader::applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
       plan.kind == Plan::Kind::create ? item->itemIdentifier() : node->identifier;
   mergeTwin(writer, node->id, identifier);
   setIdentifier(writer, node->id, identifier);
+  parts_.acknowledged.note(identifier);
   const bool placeholder = isPlaceholder(plan.node, *item);
   const platform::NSFileProviderItemVersion version =
       placeholder ? platform::NSFileProviderItemVersion() : item->itemVersion();
@@ -526,6 +527,9 @@ void Uploader::acknowledge(const Plan& plan, const platform::ItemPointer& item) 
 // The host does not have the item any more, as was wanted.
 void Uploader::forget(NodeId id) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    if (const std::optional<Node> node = writer.node(id)) {
+      parts_.acknowledged.note(node->identifier);
+    }
     journal::erase(writer.connection(), id);
     setIdentifier(writer, id, "");
     writer.detach(id, parts_.files.now() / 1000);
@@ -568,6 +572,7 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
     node->filename = node->name;
     node->contentVersion.clear();
     writer.update(*node);
+    parts_.acknowledged.note(record.identifier);
     setIdentifier(writer, node->id, "");
     parts_.store.setName(node->content, node->name);
     change->baseParent.clear();
@@ -616,6 +621,7 @@ void Uploader::itemGone(const Plan& plan) {
     const std::optional<Node> node = writer.node(plan.node.id);
     std::optional<Change> change = journal::find(database, plan.node.id);
     if (!node || !change) return;
+    parts_.acknowledged.note(node->identifier);
     setIdentifier(writer, node->id, "");
     bool wanted = change->contents;
     for (const Node& child : writer.childNodes(node->id)) {

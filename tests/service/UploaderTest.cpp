@@ -19,6 +19,14 @@ class UploaderTest : public WritingFixture {
   void failOnce(const platform::NSError& error, bool done = false) {
     extension->scriptMutation({.error = error, .done = done});
   }
+
+  // What is due goes up between the reading of a listing and its arrival. The host has news
+  // besides: a listing without any is not looked at.
+  void listDuringPush() {
+    extension->file("i:news", "news.txt", "news");
+    extension->afterNextListing([this] { push(); });
+    list();
+  }
 };
 
 TEST_F(UploaderTest, ANewFileGoesUpOnceWithItsContentsAfterTheQuietTime) {
@@ -203,6 +211,67 @@ TEST_F(UploaderTest, WhatIsInAFolderIsDeletedBeforeTheFolder) {
   ASSERT_EQ(sent().size(), 2U);
   EXPECT_EQ(sent()[0].identifier, "i:1");
   EXPECT_EQ(sent()[1].identifier, "f:1");
+}
+
+TEST_F(UploaderTest, AListingThatIsOlderThanADeleteDoesNotBringTheItemBack) {
+  extension->file("i:1", "a.txt", "hello");
+  list();
+  EXPECT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  listDuringPush();
+  EXPECT_FALSE(extension->find("i:1"));
+  EXPECT_EQ(named("a.txt"), kNoNode);
+}
+
+TEST_F(UploaderTest, AListingThatIsOlderThanACreateDoesNotTakeTheItemAway) {
+  for (const char* name : {"1.txt", "2.txt", "3.txt"})
+    makeFile(name, "hello");
+  const NodeId folder = makeFolder("Docs");
+  listDuringPush();
+  EXPECT_EQ(names().size(), 5U);
+  EXPECT_EQ(named("Docs"), folder);
+  EXPECT_EQ(hostContents("3.txt"), "hello");
+}
+
+TEST_F(UploaderTest, AListingThatIsOlderThanARenameDoesNotUndoIt) {
+  extension->file("i:1", "a.txt", "hello");
+  list();
+  EXPECT_EQ(rename("a.txt", "b.txt"), 0);
+  listDuringPush();
+  EXPECT_EQ(extension->find("i:1")->name, "b.txt");
+  EXPECT_EQ(named("a.txt"), kNoNode);
+  EXPECT_EQ(named("b.txt"), idOf("i:1"));
+}
+
+TEST_F(UploaderTest, AListingThatIsOlderThanAMoveDoesNotTakeTheItemBack) {
+  extension->folder("f:1", "Docs");
+  extension->file("i:1", "a.txt", "hello");
+  list();
+  const NodeId folder = idOf("f:1");
+  EXPECT_EQ(refresh(folder), 0);
+  EXPECT_EQ(engine->edits().rename(kRootNode, "a.txt", folder, "a.txt", 0), 0);
+  listDuringPush();
+  EXPECT_EQ(extension->find("i:1")->parent, "f:1");
+  EXPECT_EQ(named("a.txt"), kNoNode);
+  EXPECT_NE(named("a.txt", folder), kNoNode);
+}
+
+TEST_F(UploaderTest, AListingThatIsOlderThanAnEditDoesNotTakeTheContentsAway) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "from here");
+  listDuringPush();
+  EXPECT_EQ(hostContents("a.txt"), "from here");
+  EXPECT_EQ(row(id)->state, ContentState::downloaded);
+  EXPECT_EQ(contentsOf(id), "from here");
+  EXPECT_EQ(row(id)->contentVersion, std::to_string(extension->find("i:1")->version));
+}
+
+TEST_F(UploaderTest, WhatAnOutdatedListingToldOfOthersIsTaken) {
+  extension->file("i:1", "a.txt", "hello");
+  list();
+  EXPECT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  listDuringPush();
+  EXPECT_EQ(named("a.txt"), kNoNode);
+  EXPECT_NE(named("news.txt"), kNoNode);
 }
 
 TEST_F(UploaderTest, BothVersionsStayWhenBothSidesEdited) {

@@ -49,6 +49,7 @@ struct ScriptedExtension::State {
   std::condition_variable changed;
   std::map<std::string, ScriptedItem> items;
   std::optional<NSError> listingError;
+  std::function<void()> afterListing;
   std::function<bool(const ScriptedItem&)> filter;
   std::deque<FetchScript> scripts;
   bool hold = false;
@@ -99,6 +100,7 @@ class ScriptedExtension::Enumerator final : public NSFileProviderEnumerator {
                       const NSFileProviderPage&) override {
     std::vector<ItemPointer> found;
     std::optional<NSError> error;
+    std::function<void()> afterwards;
     {
       const std::scoped_lock lock(state_->mutex);
       ++state_->listings;
@@ -107,7 +109,9 @@ class ScriptedExtension::Enumerator final : public NSFileProviderEnumerator {
         const bool shown = !state_->filter || state_->filter(item);
         if (item.parent == container_ && shown) found.push_back(std::make_shared<Item>(item));
       }
+      afterwards.swap(state_->afterListing);
     }
+    if (afterwards) afterwards();
     if (error) return observer->finishEnumeratingWithError(*error);
     observer->didEnumerateItems(std::move(found));
     observer->finishEnumeratingUpToPage(std::nullopt);
@@ -197,6 +201,11 @@ void ScriptedExtension::setListingError(std::optional<NSError> error) {
 void ScriptedExtension::setListingFilter(std::function<bool(const ScriptedItem&)> filter) {
   const std::scoped_lock lock(state_->mutex);
   state_->filter = std::move(filter);
+}
+
+void ScriptedExtension::afterNextListing(std::function<void()> action) {
+  const std::scoped_lock lock(state_->mutex);
+  state_->afterListing = std::move(action);
 }
 
 void ScriptedExtension::scriptFetch(FetchScript script) {

@@ -60,6 +60,9 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
   void setListingError(std::optional<platform::NSError> error);
   void setListingFilter(std::function<bool(const ScriptedItem&)> filter);
 
+  // Runs once, when the next listing has been read and is on its way.
+  void afterNextListing(std::function<void()> action);
+
   // The next fetch of anything; scripts are used up in order.
   void scriptFetch(FetchScript script);
   // Fetches wait until released.
