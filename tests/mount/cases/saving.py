@@ -72,6 +72,23 @@ def backup_rename(box):
 
 
 @case
+def copied_backup(box):
+    """As vim does it with backupcopy=yes."""
+    identifier = opened(box)
+    put(box.path(".doc.txt.swp"), b"swap")
+    put(box.path("doc.txt~"), read(box.path("doc.txt")))
+    with open(os.open(box.path("doc.txt"), os.O_WRONLY | os.O_CREAT), "wb") as file:
+        file.truncate(0)
+        file.write(b"new contents")
+        file.flush()
+        os.fsync(file.fileno())
+    os.chmod(box.path("doc.txt"), 0o644)
+    os.unlink(box.path("doc.txt~"))
+    os.unlink(box.path(".doc.txt.swp"))
+    expect_saved(box, identifier)
+
+
+@case
 def backup_kept(box):
     """The same with a backup that stays."""
     identifier = opened(box)
