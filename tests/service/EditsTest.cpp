@@ -86,6 +86,32 @@ TEST_F(EditsTest, NothingIsMadeInAFolderThatAllowsNoAdding) {
   EXPECT_EQ(edits().rename(kRootNode, "a.txt", folder, "a.txt", 0), EACCES);
 }
 
+TEST_F(EditsTest, WhatAFolderAllowsFollowsTheHost) {
+  extension->folder("f:1", "Docs");
+  list();
+  const NodeId folder = idOf("f:1");
+  EXPECT_NE(makeFolder("before", folder), kNoNode);
+  makeFile("outside", "x");
+  const auto allow = [&](std::uint64_t capabilities) {
+    extension->change("f:1", [&](ScriptedItem& item) {
+      item.capabilities = capabilities;
+      ++item.version;
+    });
+    list();
+  };
+  allow(platform::NSFileProviderItemCapabilitiesAllowsReading);
+  EXPECT_EQ(make("new", folder).error, EACCES);
+  EXPECT_EQ(engine->edits().makeFolder(folder, "new").error, EACCES);
+  EXPECT_EQ(engine->edits().makeLink(folder, "new", "target").error, EACCES);
+  EXPECT_EQ(engine->edits().rename(kRootNode, "outside", folder, "outside", 0), EACCES);
+  EXPECT_EQ(engine->edits().rename(folder, "before", folder, "renamed", 0), 0);
+  EXPECT_EQ(names(folder).size(), 1U);
+  allow(platform::NSFileProviderItemCapabilitiesAllowsReading |
+        platform::NSFileProviderItemCapabilitiesAllowsAddingSubItems);
+  EXPECT_EQ(make("new", folder).error, 0);
+  EXPECT_EQ(engine->edits().rename(kRootNode, "outside", folder, "outside", 0), 0);
+}
+
 TEST_F(EditsTest, ALinkStaysHereAndTellsItsTarget) {
   const EditResult made = edits().makeLink(kRootNode, "link", "some/where");
   ASSERT_EQ(made.error, 0);

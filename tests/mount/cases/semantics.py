@@ -377,6 +377,35 @@ def modes_and_times_outlive_a_restart(box):
 
 
 @case
+def access_times_are_those_of_the_last_change(box):
+    """Nobody is told when something was read, so setting that changes nothing and sends nothing."""
+    box.write("doc.txt", b"text")
+    box.start_host()
+    writable(box)
+    path = box.path("doc.txt")
+
+    def times():
+        status = os.stat(path)
+        return status.st_atime, status.st_mtime
+
+    os.utime(path, (1_200_000_000, 1_100_000_000))
+    expect_equal(times(), (1_100_000_000, 1_100_000_000), "after setting both")
+    expect_equal(read(path), b"text", "contents")
+    expect_equal(times(), (1_100_000_000, 1_100_000_000), "after reading")
+    subprocess.run(["touch", "-a", path], check=True)
+    expect_equal(times(), (1_100_000_000, 1_100_000_000), "after touch -a")
+    subprocess.run(["touch", "-a", "-d", "2001-02-03", path], check=True)
+    expect_equal(times(), (1_100_000_000, 1_100_000_000), "after touch -a -d")
+    subprocess.run(["touch", "-m", "-d", "2001-02-03 UTC", path], check=True)
+    expect_equal(times(), (981_158_400, 981_158_400), "after touch -m")
+    os.mkdir(box.path("folder"))
+    folder = os.stat(box.path("folder"))
+    expect_equal(folder.st_atime, folder.st_mtime, "a folder's")
+    settled(box)
+    expect_equal(box.host.requests("modify"), 0, "uploads")
+
+
+@case
 def links_and_temporary_files_are_local(box):
     box.start_host()
     writable(box)
