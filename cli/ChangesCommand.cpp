@@ -43,6 +43,7 @@ what that is and asks first. The path of something that was deleted brings it ba
 constexpr int kStillWaiting = 1;
 constexpr int kNeedsAttention = 3;
 constexpr std::size_t kShown = 10;
+constexpr std::size_t kNamed = 3;
 
 struct FlushArguments {
   std::string path;
@@ -168,13 +169,24 @@ int retry(const std::vector<std::string>& paths) {
   return status;
 }
 
+// A new folder goes only with all that is in it.
+std::string whatKeeps(const json& change) {
+  const auto names = change.value("keeps", std::vector<std::string>());
+  if (names.empty()) return "will be gone";
+  std::string list;
+  for (std::size_t i = 0; i < names.size() && i < kNamed; ++i)
+    list += (i == 0 ? "" : ", ") + printable(names[i]);
+  if (names.size() > kNamed) list += ", ...";
+  return "cannot go: it holds " + list + ", which only this machine has; move or delete that first";
+}
+
 // What becomes of one change that is given up.
 std::string loss(const json& change) {
   const std::string kind = change.value("kind", "");
   const bool folder = change.value("folder", false);
   const std::string size = sizeText(change.value("size", std::int64_t{0}));
   if (kind == "delete") return "deleted here; comes back";
-  if (kind == "new" && folder) return "a new folder; will be gone";
+  if (kind == "new" && folder) return "a new folder; " + whatKeeps(change);
   if (kind == "new") return "a new file that is only here (" + size + "); will be LOST";
   const std::string moved =
       change.contains("from") ? "; goes back to " + printable(change["from"]) : "";

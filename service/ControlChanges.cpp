@@ -17,6 +17,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t kShown = 100;
+constexpr std::int64_t kNamed = 4;
 constexpr std::chrono::milliseconds kLook{100};
 constexpr int kLooksRarely = 10;
 constexpr std::chrono::milliseconds kEndless{0};
@@ -84,7 +85,14 @@ json shown(Engine& engine, const pending::Item& item) {
 
 json shown(Engine& engine, ReplicaReader& reader, NodeId node) {
   const std::optional<Change> change = journal::find(reader.connection(), node);
-  return change ? shown(engine, pending::describe(reader, *change)) : json();
+  if (!change) return {};
+  const pending::Item item = pending::describe(reader, *change);
+  json result = shown(engine, item);
+  if (item.kind == NodeKind::folder && item.isNew && !change->deleted) {
+    const auto local = pending::localIn(reader, node, kNamed);
+    if (!local.empty()) result["keeps"] = local;
+  }
+  return result;
 }
 
 journal::Counts countsIn(Engine& engine, const Scope& scope) {
@@ -153,11 +161,13 @@ const char* whyNot(int error) {
     case EBUSY:
       return "in use: being sent, or open in a program";
     case ENOTEMPTY:
-      return "something is in it that stays on this machine";
+      return "something is in it that the host does not have; move or delete that first";
     case EEXIST:
-      return "its former name is taken here";
+      return "its former name is taken";
     case EINVAL:
       return "its former folder is inside it";
+    case ESTALE:
+      return "its former folder is gone";
     default:
       return std::strerror(error);
   }

@@ -79,6 +79,20 @@ NodeId deletedFrom(ReplicaReader& reader, NodeId folder, std::string_view name) 
   return kNoNode;
 }
 
+std::vector<std::string> localIn(ReplicaReader& reader, NodeId folder, std::int64_t limit) {
+  Statement& statement = reader.connection().cached(
+      "WITH RECURSIVE below(id,path) AS (SELECT id,name FROM node WHERE parent=?1 UNION ALL "
+      "SELECT node.id,below.path||'/'||node.name FROM node JOIN below ON node.parent=below.id) "
+      "SELECT path FROM below JOIN node USING (id) WHERE identifier IS NULL AND NOT EXISTS "
+      "(SELECT 1 FROM pending WHERE pending.node=id) LIMIT ?2");
+  statement.bind(folder, limit);
+  StatementUse use(statement);
+  std::vector<std::string> result;
+  while (statement.step())
+    result.emplace_back(statement.text(0));
+  return result;
+}
+
 std::int64_t localItems(ReplicaReader& reader) {
   return reader.integer(
       "SELECT (SELECT count(*) FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND "

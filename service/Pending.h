@@ -37,6 +37,9 @@ std::vector<NodeId> within(ReplicaReader& reader, NodeId node);
 // The item deleted here that had the name in the folder; kNoNode when there is none.
 NodeId deletedFrom(ReplicaReader& reader, NodeId folder, std::string_view name);
 
+// The paths, from the folder down, of what is in it and stays on this machine: some of them.
+std::vector<std::string> localIn(ReplicaReader& reader, NodeId folder, std::int64_t limit);
+
 // How many items are known here only and not about to go up.
 std::int64_t localItems(ReplicaReader& reader);
 

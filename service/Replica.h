@@ -141,6 +141,7 @@ class ReplicaWriter {
 
   void setMeta(std::string_view key, std::int64_t value);
   void setMeta(std::string_view key, std::string_view value);
+  void removeMeta(std::string_view key);
   Connection& connection() { return database_; }
 
  private:

@@ -246,4 +246,8 @@ void ReplicaWriter::setMeta(std::string_view key, std::string_view value) {
   database_.cached("INSERT OR REPLACE INTO meta VALUES (CAST(? AS TEXT),?)").bind(key, value).run();
 }
 
+void ReplicaWriter::removeMeta(std::string_view key) {
+  database_.cached("DELETE FROM meta WHERE key=CAST(? AS TEXT)").bind(key).run();
+}
+
 }  // namespace tulo

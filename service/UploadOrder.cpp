@@ -7,6 +7,7 @@ namespace tulo {
 namespace {
 
 constexpr std::size_t kDeepest = 4096;
+const std::string kAside = ".exchanging-";
 
 bool isAt(const Change& change, const std::string& parent, const std::string& filename) {
   return change.baseParent == parent && change.baseFilename == filename;
@@ -19,7 +20,15 @@ bool waitsForUser(const Change& change) {
 }  // namespace
 
 std::string asideName(const Node& node) {
-  return ".exchanging-" + std::to_string(node.id);
+  return kAside + std::to_string(node.id);
+}
+
+bool isAsideName(const std::string& name) {
+  return name.starts_with(kAside);
+}
+
+std::string asideKey(const std::string& name) {
+  return "place before " + name;
 }
 
 bool mayInherit(const Node& node) {

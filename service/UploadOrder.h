@@ -47,6 +47,9 @@ class UploadOrder {
 
 // A name in between, for an item that makes room for another.
 std::string asideName(const Node& node);
+bool isAsideName(const std::string& name);
+// Under which the replica remembers where an item of such a name was before.
+std::string asideKey(const std::string& name);
 
 // Whether the node can take over the identity of a file whose place it takes: its contents have to
 // be here.

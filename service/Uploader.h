@@ -43,6 +43,8 @@
 
 namespace tulo {
 
+struct Place;
+
 struct UploaderParts {
   Replica& replica;
   std::shared_ptr<platform::NSFileProviderReplicatedExtension> extension;
@@ -94,8 +96,9 @@ class Uploader {
   void hurryAll();
   // Drops what was changed here of the node: the host's state is shown again. Contents that exist
   // nowhere else are gone then. Returns 0 or an errno: ENOENT when nothing was changed, EBUSY for
-  // what is being sent or written, ENOTEMPTY for a new folder that something is in, EEXIST for a
-  // moved one whose former name is taken here.
+  // what is being sent or written, ENOTEMPTY for a new folder that something is in, EEXIST for what
+  // has to go back to a place that is taken, ESTALE for a folder whose former one is gone. An item
+  // that made room for another at the host is renamed there first, whose error that can be, too.
   int discard(NodeId node);
 
   struct Statistics {
@@ -161,6 +164,8 @@ class Uploader {
                             const platform::ItemPointer& item, ContentId& clean);
   void mergeTwin(ReplicaWriter& writer, NodeId node, const std::string& identifier);
   void forget(NodeId node);
+  int comeBack(NodeId node);
+  int putBack(Plan& plan, const Place& place);
   int moveBack(ReplicaWriter& writer, Node node, const Change& change,
                Invalidations& invalidations);
   void keepAtHost(const Plan& plan);

@@ -49,6 +49,12 @@ struct Uploader::Plan {
   bool sendsContents() const { return (fields & platform::NSFileProviderItemContents) != 0; }
 };
 
+// At the host: a folder's identifier and a name in it.
+struct Place {
+  std::string parent;
+  std::string filename;
+};
+
 // The item that is sent: the node as it shall be.
 platform::ItemPointer templateFor(const Node& node, const std::string& parentIdentifier);
 

@@ -143,6 +143,9 @@ bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
 Uploader::Plan Uploader::planAside(ReplicaWriter& writer, const Node& node, const Change& change) {
   Plan plan{Plan::Kind::modify, node, change, change.baseParent, NSFileProviderItemFilename};
   plan.node.filename = asideName(node);
+  if (!isAsideName(change.baseFilename)) {
+    writer.setMeta(asideKey(plan.node.filename), change.baseParent + '\n' + change.baseFilename);
+  }
   const std::optional<Node> home = writer.nodeFor(change.baseParent);
   const std::optional<Change> above =
       home ? journal::find(writer.connection(), home->id) : std::nullopt;
@@ -488,6 +491,9 @@ void Uploader::applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
         .bind(version.contentVersion, version.metadataVersion, node->id)
         .run();
   }
+  if (isAsideName(change->baseFilename) && !isAsideName(plan.node.filename)) {
+    writer.removeMeta(asideKey(change->baseFilename));
+  }
   change->baseParent = plan.parentIdentifier;
   change->baseFilename = placeholder ? plan.node.filename : item->filename();
   const bool sameContent = node->content == change->sentContent;
@@ -661,67 +667,6 @@ void Uploader::parentGone(const Plan& plan) {
     journal::put(database, change);
     setIdentifier(writer, parent->id, "");
   });
-}
-
-// A folder that was only moved or renamed goes back, with all that is in it.
-int Uploader::moveBack(ReplicaWriter& writer, Node node, const Change& change,
-                       Invalidations& invalidations) {
-  const std::optional<Node> home = writer.nodeFor(change.baseParent);
-  const std::string name = names::shown(change.baseFilename);
-  if (!home || (home->parent == kNoNode && home->id != kRootNode)) return ENOTEMPTY;
-  if (writer.childNamed(home->id, name)) return EEXIST;
-  for (NodeId above = home->id; above != kRootNode;) {
-    const std::optional<Node> folder = writer.node(above);
-    // Its former folder was put into it.
-    if (!folder || folder->parent == kNoNode || above == node.id) return EINVAL;
-    above = folder->parent;
-  }
-  invalidations = {entryChanged(node.parent, node.name), entryChanged(home->id, name),
-                   dataChanged(node.parent), dataChanged(home->id)};
-  node.parent = home->id;
-  node.name = name;
-  node.filename = change.baseFilename;
-  node.kept = node.pinned || home->kept;
-  writer.update(node);
-  writer.setKeptBelow(node.id, node.kept);
-  writer.setError(node.id, "");
-  journal::erase(writer.connection(), node.id);
-  return 0;
-}
-
-int Uploader::discard(NodeId id) {
-  if (isActive(id) || parts_.openFiles.isOpenForWriting(id)) return EBUSY;
-  Invalidations invalidations;
-  NodeId folder = kNoNode;
-  int error = 0;
-  parts_.files.withSettled(id, Durability::eventual, [&](ReplicaWriter& writer) {
-    Connection& database = writer.connection();
-    const std::optional<Node> node = writer.node(id);
-    const std::optional<Change> change = journal::find(database, id);
-    if (!node || !change) {
-      error = ENOENT;
-      return;
-    }
-    if (node->kind == NodeKind::folder && !change->deleted && !writer.childNodes(id).empty()) {
-      error = change->baseFilename.empty() ? ENOTEMPTY
-                                           : moveBack(writer, *node, *change, invalidations);
-      return;
-    }
-    journal::erase(database, id);
-    setIdentifier(writer, id, "");
-    writer.detach(id, parts_.files.now() / 1000);
-    invalidations = {entryDeleted(node->parent, id, node->name), dataChanged(node->parent)};
-    const std::optional<Node> home = writer.nodeFor(change->baseParent);
-    folder = home ? home->id : node->parent;
-    if (folder != kNoNode) writer.setListed(folder, 1, "");
-  });
-  parts_.notifier.queue(std::move(invalidations));
-  {
-    std::lock_guard lock(mutex_);
-    if (folder != kNoNode) relist_.push_back(folder);
-  }
-  relistWanted();
-  return error;
 }
 
 }  // namespace tulo

@@ -145,6 +145,29 @@ TEST_F(ControlChangesTest, DiscardOfAFolderIsAboutAllThatIsInIt) {
   EXPECT_TRUE(sent().empty());
 }
 
+TEST_F(ControlChangesTest, AFolderSaysWhatKeepsItFromBeingDiscarded) {
+  const NodeId folder = makeFolder("Docs");
+  const NodeId below = makeFolder("Below", folder);
+  makeFile("a.txt", "x", folder);
+  makeFile("b.txt~", "a backup", below);
+  const json request{{"op", "changes"}, {"nodes", {folder}}};
+  std::map<std::string, json> keeps;
+  const json told = ask(request);
+  for (const json& change : told["changes"])
+    keeps[change["path"]] = change.value("keeps", json());
+  EXPECT_EQ(keeps["Docs"], json::array({"Below/b.txt~"}));
+  EXPECT_EQ(keeps["Docs/Below"], json::array({"b.txt~"}));
+  EXPECT_TRUE(keeps["Docs/a.txt"].is_null());
+  const json answer = ask(json{{"op", "discard"}, {"nodes", {folder}}});
+  EXPECT_FALSE(answer["ok"]);
+  EXPECT_EQ(answer["discarded"], 1);
+  EXPECT_EQ(answer["failures"].size(), 2U);
+  EXPECT_EQ(names(below).count("b.txt~"), 1U);
+  EXPECT_EQ(engine->edits().removeFile(below, "b.txt~"), 0);
+  EXPECT_TRUE(ask(json{{"op", "discard"}, {"nodes", {folder}}})["ok"]);
+  EXPECT_EQ(named("Docs"), kNoNode);
+}
+
 TEST_F(ControlChangesTest, AFolderThatWasMovedGoesBackWithWhatIsInIt) {
   extension->folder("f:1", "Docs");
   extension->folder("f:2", "Other");

@@ -593,6 +593,73 @@ TEST_F(UploaderTest, DiscardShowsTheHostsStateAgain) {
   EXPECT_EQ(engine->uploader().discard(named("a.txt")), ENOENT);
 }
 
+// Two files that exchange their names, stopped when one of them has made room for the other.
+class AsideTest : public UploaderTest {
+ protected:
+  AsideTest() {
+    downloaded("i:1", "a", "A");
+    downloaded("i:2", "b", "B");
+    EXPECT_EQ(rename("a", "b", RENAME_EXCHANGE), 0);
+    clock += kQuiet;
+    EXPECT_TRUE(engine->uploader().step());
+    aside = sent().front().identifier;
+    EXPECT_TRUE(isAsideName(extension->find(aside)->name)) << extension->find(aside)->name;
+  }
+
+  std::string formerName() const { return aside == "i:1" ? "a" : "b"; }
+  std::string nameHere() const { return aside == "i:1" ? "b" : "a"; }
+  std::string contents() const { return aside == "i:1" ? "A" : "B"; }
+
+  std::string aside;
+};
+
+TEST_F(AsideTest, DiscardGivesTheFormerNameBack) {
+  EXPECT_EQ(engine->uploader().discard(idOf(aside)), 0);
+  EXPECT_EQ(extension->find(aside)->name, formerName());
+  list();
+  EXPECT_FALSE(change(idOf(aside)));
+  EXPECT_EQ(readThrough(idOf(aside)), contents());
+}
+
+TEST_F(AsideTest, DiscardGivesTheNewNameIfTheFormerOneIsTaken) {
+  EXPECT_TRUE(engine->uploader().step());
+  EXPECT_EQ(extension->named(formerName()).size(), 1U);
+  EXPECT_EQ(engine->uploader().discard(idOf(aside)), 0);
+  EXPECT_EQ(extension->find(aside)->name, nameHere());
+  EXPECT_EQ(extension->named(formerName()).size(), 1U);
+}
+
+TEST_F(AsideTest, DiscardIsRefusedWhereBothAreTaken) {
+  EXPECT_TRUE(engine->uploader().step());
+  extension->file("i:3", nameHere(), "somebody else's");
+  const NodeId id = idOf(aside);
+  EXPECT_EQ(engine->uploader().discard(id), EEXIST);
+  EXPECT_TRUE(change(id));
+  extension->remove("i:3");
+  pushAll();
+  EXPECT_EQ(hostContents(nameHere()), contents());
+}
+
+TEST_F(AsideTest, DiscardNeedsTheHost) {
+  extension->setListingError(
+      platform::fileProviderError(platform::NSFileProviderErrorCode::serverUnreachable));
+  const NodeId id = idOf(aside);
+  EXPECT_EQ(engine->uploader().discard(id), EHOSTDOWN);
+  EXPECT_TRUE(change(id));
+  extension->setListingError(std::nullopt);
+  pushAll();
+  EXPECT_EQ(hostContents(nameHere()), contents());
+}
+
+TEST_F(AsideTest, NothingIsRememberedOnceEachHasItsName) {
+  pushAll();
+  EXPECT_EQ(hostContents(nameHere()), contents());
+  EXPECT_EQ(engine->replica().read([](ReplicaReader& reader) {
+    return reader.integer("SELECT count(*) FROM meta WHERE key LIKE 'place before%'");
+  }),
+            0);
+}
+
 TEST_F(UploaderTest, DiscardRefusesANewFolderWithSomethingInIt) {
   const NodeId folder = makeFolder("Docs");
   makeFile("a.txt", "x", folder);

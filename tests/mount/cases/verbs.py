@@ -292,6 +292,30 @@ def discard_asks_and_shows_the_hosts_state(box):
 
 
 @case
+def discard_of_a_folder_says_what_it_holds(box):
+    box.start_host()
+    writable(box)
+    box.host.stop()
+    os.makedirs(box.path("new/below"))
+    write(box.path("new/a.txt"), b"only here")
+    write(box.path("new/below/b.txt~"), b"a backup")
+    os.symlink("a.txt", box.path("new/link"))
+    told = text(box.tulo("discard", box.path("new"), check=False))
+    expect("new: a new folder; cannot go: it holds link, below/b.txt~, which only this machine has"
+           in told, told)
+    told = box.tulo("discard", "--yes", box.path("new"), check=False)
+    expect_equal(told.returncode, 1, "discard of a folder that holds something")
+    expect("new: something is in it that the host does not have" in text(told), text(told))
+    expect_equal(sorted(os.listdir(box.path("new"))), ["below", "link"], "what is left")
+    expect_equal(read(box.path("new/below/b.txt~")), b"a backup", "what only this machine has")
+    os.unlink(box.path("new/below/b.txt~"))
+    os.unlink(box.path("new/link"))
+    expect("new: a new folder; will be gone"
+           in text(box.tulo("discard", "--yes", box.path("new"))), "discard of the empty folder")
+    expect_equal(os.listdir(box.path()), [], "names")
+
+
+@case
 def discard_leaves_alone_what_a_program_writes(box):
     box.write("note.txt", b"note")
     box.start_host()
