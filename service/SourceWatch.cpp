@@ -75,12 +75,26 @@ std::string SourceWatch::headerFrames() {
   return {header.data() + kFrames, kFramesEnd - kFrames};
 }
 
+// Closing a descriptor of a file ends all locks that the process has on it. The provider reads the
+// same database under such locks, so one file is opened once and closed when another one has taken
+// its place: nobody removes it while it is in use.
+void SourceWatch::openPublished() {
+  struct stat open = {};
+  struct stat found = {};
+  const std::string file = path("-shm");
+  const bool present = ::stat(file.c_str(), &found) == 0;
+  if (present && published_ && ::fstat(published_.get(), &open) == 0 &&
+      open.st_dev == found.st_dev && open.st_ino == found.st_ino) {
+    return;
+  }
+  published_ = Descriptor(present ? ::open(file.c_str(), O_RDONLY | O_CLOEXEC) : -1);
+}
+
 // Without a process that has the database open there is no such file, or one that is being
 // rebuilt; the commits are then still those that were seen last.
 std::string SourceWatch::committedFrames() {
-  Descriptor file(::open(path("-shm").c_str(), O_RDONLY | O_CLOEXEC));
   std::lock_guard lock(mutex_);
-  published_ = std::move(file);
+  openPublished();
   std::string frames = headerFrames();
   if (!frames.empty()) lastFrames_ = std::move(frames);
   return lastFrames_;

@@ -50,12 +50,12 @@ class SourceWatch {
 
  private:
   std::string path(const char* suffix) const;
+  void openPublished();
+  std::string headerFrames();
   std::string committedFrames();
   void run(const std::function<void()>& changed);
 
   SourceFiles files_;
-  std::string headerFrames();
-
   // Guards the next two; a leaf.
   std::mutex mutex_;
   std::string lastFrames_;

@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "service/SourceWatch.h"
@@ -10,6 +14,22 @@
 
 namespace tulo::test {
 namespace {
+
+// Whether this process has a lock on the file; only another process is told of it.
+bool holdsLocks(const std::string& path) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    const int file = ::open(path.c_str(), O_RDWR);
+    const bool asked = file >= 0 && ::fcntl(file, F_GETLK, &lock) == 0;
+    ::_exit(!asked ? 2 : lock.l_type == F_UNLCK ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << path;
+  return WEXITSTATUS(status) == 1;
+}
 
 class SourceWatchTest : public ::testing::Test {
  protected:
@@ -53,6 +73,29 @@ TEST_F(SourceWatchTest, ReadingChangesNothing) {
   }
   EXPECT_EQ(watch.fingerprint(), before);
   EXPECT_FALSE(watch.publishedSince());
+}
+
+TEST_F(SourceWatchTest, LookingLeavesTheReadersLocksAlone) {
+  const auto host = openHost();
+  host->execute("INSERT INTO t VALUES (1)");
+  watch.fingerprint();
+  Connection reader(directory.file("state.db"), Connection::Mode::readOnly);
+  reader.execute("BEGIN; SELECT * FROM t");
+  ASSERT_TRUE(holdsLocks(directory.file("state.db-shm")));
+  for (int i = 0; i < 3; ++i)
+    watch.fingerprint();
+  EXPECT_TRUE(holdsLocks(directory.file("state.db-shm")));
+}
+
+TEST_F(SourceWatchTest, CommitsToADatabaseThatWasReplacedAreSeen) {
+  for (int i = 0; i < 3; ++i) {
+    const auto host = openHost();
+    host->execute("INSERT INTO t VALUES (1)");
+    watch.fingerprint();
+    host->execute("INSERT INTO t VALUES (2)");
+    EXPECT_TRUE(watch.publishedSince());
+    // The last one that closes it takes the shared memory file away.
+  }
 }
 
 TEST_F(SourceWatchTest, APublishedCommitIsSeenAtAGlance) {
