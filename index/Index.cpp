@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "index/Collisions.h"
-#include "index/Statement.h"
+#include "index/IndexStatement.h"
 #include "platform/Deployment.h"
 #include "platform/FileManager.h"
 #include "platform/Log.h"
@@ -59,9 +59,9 @@ const char* errorMessage(sqlite3* db) {
 
 // A prepared statement with the ULID bound where there is one; nothing when it cannot be prepared,
 // which is logged, or when there is no database.
-Statement prepared(sqlite3* db, const char* sql, const std::optional<std::string>& ulid) {
+IndexStatement prepared(sqlite3* db, const char* sql, const std::optional<std::string>& ulid) {
   if (!db) return {};
-  Statement statement(db, sql);
+  IndexStatement statement(db, sql);
   if (!statement) {
     indexLog().error("prepare failed: %{public}s", {errorMessage(db)});
   } else if (ulid) {
@@ -70,7 +70,7 @@ Statement prepared(sqlite3* db, const char* sql, const std::optional<std::string
   return statement;
 }
 
-IndexEntry folderRow(const Statement& row) {
+IndexEntry folderRow(const IndexStatement& row) {
   return {.ulid = row.text(0),
           .name = row.text(1),
           .parentUlid = row.optionalText(2),
@@ -82,7 +82,7 @@ IndexEntry folderRow(const Statement& row) {
           .displayName = row.text(1)};
 }
 
-IndexEntry fileRow(const Statement& row) {
+IndexEntry fileRow(const IndexStatement& row) {
   const std::string_view name = row.view(1);
   return {.ulid = row.text(0),
           .name = std::string(name),
@@ -96,7 +96,7 @@ IndexEntry fileRow(const Statement& row) {
 }
 
 template <typename Reader>
-std::vector<IndexEntry> allRows(Statement statement, Reader read) {
+std::vector<IndexEntry> allRows(IndexStatement statement, Reader read) {
   std::vector<IndexEntry> rows;
   while (statement.step())
     rows.push_back(read(statement));
@@ -104,7 +104,7 @@ std::vector<IndexEntry> allRows(Statement statement, Reader read) {
 }
 
 template <typename Reader>
-std::optional<IndexEntry> firstRow(Statement statement, Reader read) {
+std::optional<IndexEntry> firstRow(IndexStatement statement, Reader read) {
   if (!statement.step()) return std::nullopt;
   return read(statement);
 }
@@ -112,7 +112,7 @@ std::optional<IndexEntry> firstRow(Statement statement, Reader read) {
 // Names and ULIDs of a folder's rows in one block of memory: what a lookup needs of the siblings.
 class Siblings {
  public:
-  explicit Siblings(Statement rows) {
+  explicit Siblings(IndexStatement rows) {
     while (rows.step()) {
       const std::string_view ulid = rows.view(0);
       ends_.push_back({text_.size() + ulid.size(), 0});
@@ -244,7 +244,7 @@ std::optional<IndexEntry> Index::entryForFile(const std::string& ulid) const {
 
 std::int64_t Index::dataVersion() const {
   if (!db_) return 0;
-  Statement statement(db_.get(), "PRAGMA data_version");
+  IndexStatement statement(db_.get(), "PRAGMA data_version");
   if (!statement || !statement.step()) return 0;
   return statement.integer(0);
 }

@@ -13,13 +13,13 @@
 
 namespace tulo {
 
-class Statement {
+class IndexStatement {
  public:
   // Holds nothing; step() gives no row.
-  Statement() = default;
+  IndexStatement() = default;
 
   // Holds nothing when SQLite cannot prepare the text.
-  Statement(sqlite3* db, const char* sql) {
+  IndexStatement(sqlite3* db, const char* sql) {
     sqlite3_stmt* prepared = nullptr;
     sqlite3_prepare_v2(db, sql, -1, &prepared, nullptr);
     handle_.reset(prepared);
