@@ -9,6 +9,7 @@ import faulthandler
 import importlib
 import os
 import pathlib
+import signal
 import sys
 import threading
 import time
@@ -107,6 +108,9 @@ def main():
     program = os.path.abspath(arguments.tulo)
     if not os.access(program, os.X_OK):
         parser.error(f"--tulo {arguments.tulo}: not an executable")
+    # Whoever runs this in the background of a shell has it ignore interrupts, and so would the
+    # programs that a case interrupts.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     results = [run(name, cases[name], program) for name in arguments.cases or cases]
     failed = sum(result == 1 for result in results)
     skipped = sum(result == SKIPPED for result in results)
