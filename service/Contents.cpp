@@ -12,6 +12,8 @@ namespace tulo {
 namespace {
 
 constexpr unsigned kOpenAttempts = 8;
+// Beginning a fetch may have to make room first, and nobody says how soon the provider returns.
+constexpr unsigned kStarters = 4;
 
 }  // namespace
 
@@ -45,7 +47,8 @@ Contents::Contents(Replica& replica, ExtensionPointer extension, Sync& sync, Not
       notifier_(notifier),
       openFiles_(openFiles),
       store_(store),
-      policy_(policy) {}
+      policy_(policy),
+      starters_(kStarters) {}
 
 std::optional<OpenAnswer> Contents::openNow(NodeId id, bool verified) {
   sync_.glanceAtSource();
@@ -177,6 +180,7 @@ void Contents::stop() {
     waitingAhead_.clear();
     idle_.wait(lock, [this] { return insideCallback_ == 0; });
   }
+  starters_.stop();
   for (auto& [ticket, waiter] : waiters)
     waiter.completion({EINTR, nullptr});
   for (auto& [node, fetch] : fetches)

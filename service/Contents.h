@@ -25,6 +25,7 @@
 #include "service/OpenFiles.h"
 #include "service/Replica.h"
 #include "service/Sync.h"
+#include "service/WorkQueue.h"
 
 namespace tulo {
 
@@ -191,6 +192,10 @@ class Contents : public std::enable_shared_from_this<Contents> {
   std::size_t insideCallback_ = 0;
   std::unordered_map<NodeId, std::int64_t> used_;
   Statistics statistics_;
+
+  // Begins fetches, so that those who ask for one (the kernel's requests, the deliveries to it)
+  // never wait for the provider.
+  WorkQueue starters_;
 };
 
 }  // namespace tulo

@@ -79,7 +79,11 @@ void Contents::startNext() {
       next = nextFetch();
     }
     if (!next) return;
-    begin(next);
+    starters_.async([this, next] {
+      if (!enterCallback()) return;
+      begin(next);
+      leaveCallback();
+    });
   }
 }
 

@@ -61,6 +61,20 @@ TEST_F(ContentsTest, ManyOpenersShareOneFetch) {
   EXPECT_EQ(extension->fetchCount(), 1U);
 }
 
+TEST_F(ContentsTest, NobodyElseWaitsForTheProviderToTakeARequest) {
+  const NodeId id = oneFile();
+  std::promise<void> take;
+  extension->whenFetching([taken = take.get_future().share()] { taken.wait(); });
+  std::promise<int> answered;
+  const auto ticket = engine->contents().beginOpen(
+      id, [&](OpenAnswer answer) { answered.set_value(answer.error); });
+  const auto asked =
+      std::async(std::launch::async, [&] { engine->contents().proceed(ticket, id, 0); });
+  EXPECT_EQ(asked.wait_for(patience), std::future_status::ready);
+  take.set_value();
+  EXPECT_EQ(answered.get_future().get(), 0);
+}
+
 TEST_F(ContentsTest, AWaitingOpenerMayGiveUpWhileTheFetchRunsOn) {
   const NodeId id = oneFile();
   extension->holdFetches();

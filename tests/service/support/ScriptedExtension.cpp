@@ -53,6 +53,7 @@ struct ScriptedExtension::State {
   std::function<bool(const ScriptedItem&)> filter;
   std::deque<FetchScript> scripts;
   bool hold = false;
+  std::function<void()> whenFetching;
   std::size_t held = 0;
   std::size_t fetches = 0;
   std::size_t listings = 0;
@@ -229,6 +230,11 @@ std::size_t ScriptedExtension::heldFetches() const {
   return state_->held;
 }
 
+void ScriptedExtension::whenFetching(std::function<void()> asked) {
+  const std::scoped_lock lock(state_->mutex);
+  state_->whenFetching = std::move(asked);
+}
+
 std::size_t ScriptedExtension::fetchCount() const {
   const std::scoped_lock lock(state_->mutex);
   return state_->fetches;
@@ -269,6 +275,12 @@ std::shared_ptr<Progress> ScriptedExtension::fetchContents(
     const NSFileProviderItemIdentifier& itemIdentifier,
     const std::optional<NSFileProviderItemVersion>&, const NSFileProviderRequest&,
     FetchCompletion completionHandler) {
+  std::function<void()> asked;
+  {
+    const std::scoped_lock lock(state_->mutex);
+    asked = state_->whenFetching;
+  }
+  if (asked) asked();
   const auto work = [state = state_, itemIdentifier, completionHandler] {
     FetchScript script;
     {

@@ -69,6 +69,8 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
   void holdFetches();
   void releaseFetches();
   std::size_t heldFetches() const;
+  // Called on the thread that asks for a fetch, before the request returns.
+  void whenFetching(std::function<void()> asked);
 
   // What a request that changes something answers instead of doing it.
   struct MutationScript {
