@@ -18,11 +18,7 @@ constexpr std::size_t kHotFolders = 16;
 // one of them asks here first.
 constexpr std::size_t kQuickFolders = 64;
 
-// The sweep runs freely so long, then rests as long as it works.
-constexpr std::chrono::milliseconds kFreeRun{300};
 constexpr std::chrono::milliseconds kRetryInterval{500};
-
-using Clock = std::chrono::steady_clock;
 
 class ChangeObserver final : public platform::NSFileProviderChangeObserver {
  public:
@@ -45,6 +41,18 @@ std::vector<NodeId> Sync::planPass(std::uint64_t generation) {
                    [](const auto& a, const auto& b) { return a.first < b.first; });
   for (std::size_t i = 0; i < rest.size(); ++i)
     plan[kHotFolders + i] = rest[i].second;
+  return plan;
+}
+
+// A pass that the next commit cuts short after its first folder begins with the one that was used
+// last and the one that has waited longest, in turns.
+std::vector<NodeId> Sync::planShortPass(std::uint64_t generation) {
+  std::vector<NodeId> plan = folders_.olderThan(generation);
+  oldestFirst_ = !oldestFirst_;
+  if (!oldestFirst_ || plan.empty()) return plan;
+  const auto age = [this](NodeId folder) { return folders_.verified(folder).value_or(0); };
+  std::swap(plan.front(), *std::min_element(plan.begin(), plan.end(),
+                                            [&](NodeId a, NodeId b) { return age(a) < age(b); }));
   return plan;
 }
 
@@ -84,7 +92,8 @@ bool Sync::sweepStep() {
   {
     std::lock_guard lock(sweepMutex_);
     if (passGeneration_ != now) {
-      const std::vector<NodeId> plan = planPass(now);
+      const bool isShort = pace_.isPouring(SweepPace::Clock::now());
+      const std::vector<NodeId> plan = isShort ? planShortPass(now) : planPass(now);
       pass_.assign(plan.begin(), plan.end());
       passGeneration_ = now;
       sweptInPass_ = 0;
@@ -115,22 +124,28 @@ bool Sync::waitForWork(std::unique_lock<std::mutex>& lock) {
   return !stopping_;
 }
 
+// False when the sweep is to end.
+bool Sync::rest(std::unique_lock<std::mutex>& lock) {
+  for (;;) {
+    if (stopping_) return false;
+    const auto now = SweepPace::Clock::now();
+    const auto due = pace_.due(now);
+    if (due <= now) return true;
+    sweepWanted_.wait_until(lock, due);
+  }
+}
+
 void Sync::sweepLoop() {
   std::unique_lock lock(sweepMutex_);
   while (waitForWork(lock)) {
-    lock.unlock();
-    const auto begin = Clock::now();
-    auto stepBegin = begin;
-    while (!stopping_ && sweepStep()) {
-      const auto stepEnd = Clock::now();
-      if (stepEnd - begin > kFreeRun) {
-        lock.lock();
-        sweepWanted_.wait_for(lock, stepEnd - stepBegin, [this] { return stopping_.load(); });
-        lock.unlock();
-      }
-      stepBegin = Clock::now();
+    pace_.beganRun(SweepPace::Clock::now());
+    for (bool more = true; more && rest(lock);) {
+      lock.unlock();
+      const auto began = SweepPace::Clock::now();
+      more = sweepStep();
+      lock.lock();
+      pace_.listed(began, SweepPace::Clock::now());
     }
-    lock.lock();
   }
 }
 

@@ -70,6 +70,7 @@ bool Sync::checkSource() {
     ++generation_;
   }
   std::lock_guard lock(sweepMutex_);
+  pace_.committed(SweepPace::Clock::now());
   sweepWanted_.notify_all();
   return true;
 }

@@ -3,7 +3,7 @@
 // A generation counts the commits that were noticed. A folder is fresh while the generation that
 // it was listed for is the current one. Stale folders are listed again when somebody asks, and
 // those that the kernel knows in the background (the sweep), a hand's breadth of the most recently
-// used ones first.
+// used ones first; at what pace, SweepPace knows.
 //
 // Threads: every member may be called on any thread.
 // Lifetime: stop() before anything that was handed in goes.
@@ -27,6 +27,7 @@
 #include "service/Reconciler.h"
 #include "service/Replica.h"
 #include "service/SourceWatch.h"
+#include "service/SweepPace.h"
 #include "service/WorkQueue.h"
 
 namespace tulo {
@@ -103,9 +104,11 @@ class Sync {
   void finish(const std::shared_ptr<Attempt>& attempt, int error);
   void askAnchor();
   std::vector<NodeId> planPass(std::uint64_t generation);
+  std::vector<NodeId> planShortPass(std::uint64_t generation);
   void dropListings();
   void sweepLoop();
   bool waitForWork(std::unique_lock<std::mutex>& lock);
+  bool rest(std::unique_lock<std::mutex>& lock);
 
   Replica& replica_;
   ExtensionPointer extension_;
@@ -132,12 +135,14 @@ class Sync {
   std::unordered_map<NodeId, Running> running_;
   Statistics statistics_;
 
-  // Guards the sweep's plan; a leaf.
+  // Guards the sweep's plan and pace; a leaf.
   std::mutex sweepMutex_;
   std::condition_variable sweepWanted_;
   std::deque<NodeId> pass_;
   std::uint64_t passGeneration_ = 0;
   std::size_t sweptInPass_ = 0;
+  bool oldestFirst_ = false;
+  SweepPace pace_;
   std::unordered_set<NodeId> retry_;
   std::thread sweeper_;
 };
