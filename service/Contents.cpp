@@ -123,7 +123,7 @@ void Contents::proceed(Ticket ticket, NodeId node, int process) try {
   if (row->parent == kNoNode || sync_.freshness(row->parent, 0) == Freshness::current) {
     return openFresh(ticket, node, process, true, 0);
   }
-  sync_.refresh(row->parent, [self = shared_from_this(), ticket, node, process](int error) {
+  sync_.verifyFile(*row, [self = shared_from_this(), ticket, node, process](int error) {
     // The kernel must know the size of a new version before the file is open.
     self->notifier_.afterDelivery([self, ticket, node, process, verified = error == 0] {
       self->openFresh(ticket, node, process, verified, 0);

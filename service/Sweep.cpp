@@ -164,9 +164,9 @@ void Sync::stop() {
   }
   if (sweeper_.joinable()) sweeper_.join();
   workers_.stop();
-  // Listings that the provider has not answered hold references to this object.
+  // Listings and look-ups that the provider has not answered hold references to this object.
   std::unique_lock lock(runningMutex_);
-  runningChanged_.wait(lock, [this] { return running_.empty(); });
+  runningChanged_.wait(lock, [this] { return running_.empty() && lookUps_ == 0; });
 }
 
 }  // namespace tulo

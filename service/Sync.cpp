@@ -17,6 +17,15 @@ namespace {
 
 constexpr unsigned kListingThreads = 3;
 constexpr std::size_t kLargeListing = 10'000;
+constexpr std::int64_t kLargeFolder = 256;
+
+bool isSameFile(const platform::NSFileProviderItem& item, const Node& file,
+                const std::string& folder) {
+  const ItemRecord found = recordOf(item);
+  return found.parentIdentifier == folder && found.filename == file.filename &&
+         found.kind == file.kind && found.size == file.size &&
+         found.contentVersion == file.contentVersion;
+}
 
 }  // namespace
 
@@ -114,6 +123,50 @@ void Sync::refresh(NodeId folder, RefreshCompletion completion) {
   } else if (completion) {
     completion(EINTR);
   }
+}
+
+std::optional<std::string> Sync::largeFolder(NodeId folder) {
+  return replica_.read([&](ReplicaReader& reader) -> std::optional<std::string> {
+    Statement& count = reader.connection().cached(
+        "SELECT count(*) FROM (SELECT 1 FROM node WHERE parent=? LIMIT ?)");
+    {
+      StatementUse use(count);
+      if (!count.bind(folder, kLargeFolder).step() || count.integer(0) < kLargeFolder) return {};
+    }
+    const std::optional<Node> node = reader.node(folder);
+    if (!node || node->identifier.empty()) return std::nullopt;
+    return node->identifier;
+  });
+}
+
+bool Sync::beginLookUp() {
+  std::lock_guard lock(runningMutex_);
+  if (stopping_) return false;
+  ++lookUps_;
+  ++statistics_.lookUps;
+  return true;
+}
+
+void Sync::endLookUp() {
+  std::lock_guard lock(runningMutex_);
+  --lookUps_;
+  runningChanged_.notify_all();
+}
+
+void Sync::verifyFile(const Node& file, RefreshCompletion completion) {
+  const std::optional<std::string> folder = largeFolder(file.parent);
+  if (!folder || file.identifier.empty()) return refresh(file.parent, std::move(completion));
+  if (!beginLookUp()) return completion(EINTR);
+  extension_->item(file.identifier, {},
+                   [this, file, folder = *folder, completion = std::move(completion)](
+                       const platform::ItemPointer& item, const std::optional<platform::NSError>&) {
+                     if (item && isSameFile(*item, file, folder)) {
+                       completion(0);
+                     } else {
+                       refresh(file.parent, completion);
+                     }
+                     endLookUp();
+                   });
 }
 
 // The allocator keeps the pieces of a large listing for later ones, which hardly ever come.

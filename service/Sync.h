@@ -70,6 +70,10 @@ class Sync {
   // the current generation waits for the next one.
   void refresh(NodeId folder, RefreshCompletion completion);
 
+  // Makes sure that the file is what the host has. In a large folder that takes one look-up as long
+  // as nothing is different; else the folder is refreshed.
+  void verifyFile(const Node& file, RefreshCompletion completion);
+
   // Refreshes one stale folder that the kernel knows and waits for it; false when there is none.
   bool sweepStep();
 
@@ -80,6 +84,7 @@ class Sync {
     std::uint64_t generation = 0;
     std::uint64_t listings = 0;
     std::uint64_t unchanged = 0;
+    std::uint64_t lookUps = 0;
     std::size_t staleFolders = 0;
     int lastError = 0;
     std::string anchor;
@@ -97,6 +102,10 @@ class Sync {
   void loadGeneration();
   bool enlist(NodeId folder, RefreshCompletion& completion);
   bool startListing(NodeId folder);
+  // The identifier of the folder, if listing it is much more work than looking one item up.
+  std::optional<std::string> largeFolder(NodeId folder);
+  bool beginLookUp();
+  void endLookUp();
   void beginListing(NodeId folder);
   void listed(const std::shared_ptr<Attempt>& attempt, Listing listing);
   void verifyMissing(const std::shared_ptr<Attempt>& attempt, std::vector<std::string> missing);
@@ -129,10 +138,12 @@ class Sync {
   mutable std::mutex sourceMutex_;
   std::string fingerprint_;
 
-  // Guards the listings under way and the statistics; a leaf, never held while calling out.
+  // Guards the listings and look-ups under way and the statistics; a leaf, never held while calling
+  // out.
   mutable std::mutex runningMutex_;
   std::condition_variable runningChanged_;
   std::unordered_map<NodeId, Running> running_;
+  std::size_t lookUps_ = 0;
   Statistics statistics_;
 
   // Guards the sweep's plan and pace; a leaf.

@@ -41,6 +41,59 @@ TEST_F(ContentsTest, AFileIsFetchedOnceAndThenHere) {
   EXPECT_TRUE(delivered().has(attributesChanged(id)));
 }
 
+class LargeFolderTest : public ContentsTest {
+ protected:
+  LargeFolderTest() {
+    for (int i = 0; i < 300; ++i)
+      extension->file("i:" + std::to_string(i), "file" + std::to_string(i), "hello");
+    refresh();
+    id = idOf("i:7");
+    EXPECT_EQ(readThrough(id), "hello");
+    listings = extension->listingCount();
+  }
+
+  NodeId id = kNoNode;
+  std::size_t listings = 0;
+};
+
+TEST_F(LargeFolderTest, OpeningLooksTheFileUpInsteadOfListingItsFolder) {
+  extension->file("i:new", "new", "");
+  commit();
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(extension->listingCount(), listings);
+  EXPECT_EQ(engine->sync().statistics().lookUps, 1U);
+  // A file that is not here yet is as fresh as the look-up.
+  EXPECT_EQ(readThrough(idOf("i:8")), "hello");
+  EXPECT_EQ(extension->listingCount(), listings);
+}
+
+TEST_F(LargeFolderTest, AFileThatChangedIsFoundByListing) {
+  extension->edit("i:7", "changed");
+  commit();
+  EXPECT_EQ(readThrough(id), "changed");
+  EXPECT_GT(extension->listingCount(), listings);
+}
+
+TEST_F(LargeFolderTest, AFileThatIsGoneOrElsewhereIsFoundByListing) {
+  extension->folder("f:1", "folder");
+  refresh();
+  extension->change("i:7", [](ScriptedItem& item) { item.parent = "f:1"; });
+  extension->remove("i:8");
+  commit();
+  const NodeId gone = idOf("i:8");
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(names().count("file7"), 0U);
+  EXPECT_EQ(names().count("file8"), 0U);
+  EXPECT_NE(gone, kNoNode);
+}
+
+TEST_F(LargeFolderTest, ALookUpThatFailsLeavesItToTheListing) {
+  extension->setLookUpError(fileProviderError(NSFileProviderErrorCode::cannotSynchronize));
+  commit();
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(extension->listingCount(), listings + 1);
+}
+
 TEST_F(ContentsTest, AnEmptyFileIsNeverFetched) {
   const NodeId id = oneFile("");
   EXPECT_EQ(readThrough(id), "");
