@@ -206,8 +206,10 @@ IN_DELETE_SELF = 0x400
 
 @case
 def watchers_are_told_of_deletions(box):
-    """Of what the host does, the kernel lets a file system tell the watchers of a deleted file or
-    folder; those of the folder that it was in hear of changes that come through the mount only."""
+    """Whoever watches a file or folder is told of its end: that event comes from the inode when its
+    last name is gone, whoever took it. Whoever watches the folder that it was in is told by the
+    system calls that delete, create and move, and what a file system reports passes none of them;
+    so nothing is expected of such a watch here (the next case has it for changes in the mount)."""
     box.write("folder/goes", b"")
     box.write("folder/stays", b"")
     os.makedirs(os.path.join(box.root, "empty"))
