@@ -2,6 +2,7 @@
 
 import random
 
+import backlog
 import crash
 import fsx
 import power
@@ -51,3 +52,8 @@ def many_processes_over_a_few_names(box):
 def power_cuts(box):
     power.check(box, SEED, 3)
     box.mounts.clear()
+
+
+@case
+def a_long_queue_without_a_host(box):
+    backlog.Backlog(box, 2000).run()
