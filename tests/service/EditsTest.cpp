@@ -286,6 +286,15 @@ TEST_F(EditsTest, WhatIsInALocalFolderStaysHereUntilTheFolderIsProper) {
   EXPECT_TRUE(change(leaf));
 }
 
+TEST_F(EditsTest, WhatIsInAFolderOfTheHostsGoesUpWhateverItsName) {
+  const NodeId folder = folderOfHost("old~");
+  const NodeId below = makeFolder("below", folder);
+  EXPECT_TRUE(change(below));
+  EXPECT_TRUE(change(makeFile("a.txt", "x", folder)));
+  EXPECT_TRUE(change(makeFile("b.txt", "x", below)));
+  EXPECT_FALSE(change(makeFile("c.txt~", "x", folder)));
+}
+
 TEST_F(EditsTest, EscapedNamesAreTheHostsOwn) {
   const NodeId id = makeFile("a%2Fb", "x");
   EXPECT_EQ(row(id)->filename, "a/b");

@@ -130,6 +130,50 @@ TEST_F(JournalTest, ANewChangeFreesWhatWasRefusedOrHeld) {
   EXPECT_TRUE(again.reason.empty());
 }
 
+TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
+  const NodeId id = add("a.txt", "i:1");
+  const Change before = begin(id, 0, [](Change& change) {
+    change.attention = change.held = true;
+    change.attempts = 7;
+    change.reason = "why";
+  });
+  replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    EXPECT_TRUE(journal::again(writer, id, 5));
+    EXPECT_FALSE(journal::again(writer, id + 1, 5));
+  });
+  const auto after = read([&](Connection& database) { return journal::find(database, id); });
+  ASSERT_TRUE(after);
+  EXPECT_FALSE(after->attention);
+  EXPECT_FALSE(after->held);
+  EXPECT_EQ(after->attempts, 0);
+  EXPECT_TRUE(after->reason.empty());
+  EXPECT_EQ(after->due, 5);
+  EXPECT_GT(after->sequence, before.sequence);
+}
+
+TEST_F(JournalTest, WhatIsDueAtTheSameTimeComesUpOnceInEachPass) {
+  std::vector<NodeId> wanted;
+  for (int i = 0; i < 5; ++i) {
+    wanted.push_back(add("a" + std::to_string(i), "i:" + std::to_string(i)));
+    begin(wanted.back(), 100);
+  }
+  const NodeId last = add("last", "i:last");
+  begin(last, 101);
+  wanted.push_back(last);
+  std::vector<NodeId> found;
+  journal::Due after{-1, kNoNode};
+  for (bool more = true; more;) {
+    const auto batch = read([&](Connection& database) {
+      return journal::due(database, 200, after.due, after.node, 2);
+    });
+    for (const journal::Due& each : batch)
+      found.push_back(each.node);
+    more = !batch.empty();
+    if (more) after = batch.back();
+  }
+  EXPECT_EQ(found, wanted);
+}
+
 TEST_F(JournalTest, ANewChangeDoesNotForgetThatARequestIsOpen) {
   const NodeId id = add("a.txt", "");
   begin(id, 0, [](Change& change) {

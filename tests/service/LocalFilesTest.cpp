@@ -215,6 +215,17 @@ TEST_F(LocalFilesTest, ADeletedFileCanStillBeWritten) {
   EXPECT_FALSE(change(id));
 }
 
+TEST_F(LocalFilesTest, WhatIsWrittenAfterTheDeletionIsNotForTheHost) {
+  const NodeId id = downloaded("i:1", "a", "hello");
+  const auto file = open(id);
+  EXPECT_EQ(engine->edits().removeFile(kRootNode, "a"), 0);
+  EXPECT_EQ(put(*file, "J", 0), 1);
+  EXPECT_EQ(bytesOf(*file), "Jello");
+  ASSERT_TRUE(change(id));
+  EXPECT_TRUE(change(id)->deleted);
+  EXPECT_FALSE(change(id)->contents);
+}
+
 TEST_F(LocalFilesTest, SizesAreWhatTheFilesSayAfterACrash) {
   const NodeId id = makeFile("a", "hello");
   // Written, and not noted in the row before the service was killed.
