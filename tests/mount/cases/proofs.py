@@ -56,4 +56,4 @@ def power_cuts(box):
 
 @case
 def a_long_queue_without_a_host(box):
-    backlog.Backlog(box, 2000).run()
+    backlog.Backlog(box, 1000).run()
