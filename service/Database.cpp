@@ -1,5 +1,7 @@
 #include "service/Database.h"
 
+#include "service/GatheringLog.h"
+
 namespace tulo {
 
 namespace {
@@ -81,7 +83,8 @@ Connection::Connection(const std::string& path, Mode mode) {
   int flags = SQLITE_OPEN_NOMUTEX;
   flags |= mode == Mode::readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE;
   if (mode == Mode::create || mode == Mode::createAlone) flags |= SQLITE_OPEN_CREATE;
-  const int result = sqlite3_open_v2(path.c_str(), &handle, flags, alone ? "unix-excl" : nullptr);
+  const int result =
+      sqlite3_open_v2(path.c_str(), &handle, flags, alone ? gatheringVfs() : nullptr);
   handle_.reset(handle);
   if (result != SQLITE_OK) {
     throw DatabaseError(result, "cannot open " + path + ": " +

@@ -138,5 +138,85 @@ TEST_F(ReplicaTest, ALongLogIsMovedIntoTheDatabaseByAStepOfItsOwn) {
   EXPECT_GT(databaseSize(), before + 10'000'000);
 }
 
+// What the end of the process would leave of the replica at this moment.
+class ReplicaCopy {
+ public:
+  explicit ReplicaCopy(const std::string& from) {
+    for (const char* name : {"replica.db", "replica.db-wal"})
+      std::filesystem::copy_file(from + "/" + name, directory.file(name));
+  }
+
+  std::int64_t number(const std::string& key) const {
+    Replica replica(directory.path());
+    return replica.read([&](ReplicaReader& reader) { return reader.metaInteger(key); });
+  }
+
+  TemporaryDirectory directory;
+};
+
+void setNumber(Replica& replica, const std::string& key, std::int64_t number) {
+  replica.write(Durability::eventual, [&](ReplicaWriter& writer) { writer.setMeta(key, number); });
+}
+
+// More than the writer keeps in memory, so that a part of it goes to the log before the rest.
+void setMuch(ReplicaWriter& writer, const std::string& prefix) {
+  for (int i = 0; i < 6000; ++i)
+    writer.setMeta(prefix + std::to_string(i), std::string(4000, 'x'));
+}
+
+TEST_F(ReplicaTest, ACommitIsInTheLogFileWhenItReturns) {
+  Replica replica(directory.path());
+  for (int i = 1; i <= 3; ++i) {
+    setNumber(replica, "small", i);
+    EXPECT_EQ(ReplicaCopy(directory.path()).number("small"), i);
+    replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+      setMuch(writer, std::to_string(i) + ".");
+      writer.setMeta("large", i);
+    });
+    EXPECT_EQ(ReplicaCopy(directory.path()).number("large"), i);
+    // The log begins anew.
+    EXPECT_TRUE(replica.checkpointStep());
+  }
+}
+
+TEST_F(ReplicaTest, WhatWasRolledBackLeavesNothingInTheLog) {
+  Replica replica(directory.path());
+  setNumber(replica, "before", 1);
+  const auto fail = [](ReplicaWriter& writer) {
+    setMuch(writer, "x.");
+    writer.setMeta("failed", 1);
+    throw std::runtime_error("no");
+  };
+  EXPECT_THROW(replica.write(Durability::eventual, fail), std::runtime_error);
+  EXPECT_EQ(ReplicaCopy(directory.path()).number("before"), 1);
+  setNumber(replica, "after", 2);
+  const ReplicaCopy copy(directory.path());
+  EXPECT_EQ(copy.number("before"), 1);
+  EXPECT_EQ(copy.number("after"), 2);
+  EXPECT_EQ(copy.number("failed"), 0);
+}
+
+TEST_F(ReplicaTest, ATransactionThatReachedTheLogInPartDoesNotCount) {
+  Replica replica(directory.path());
+  setNumber(replica, "first", 1);
+  const std::string log = directory.file("replica.db-wal");
+  const auto before = std::filesystem::file_size(log);
+  replica.write(Durability::eventual, [](ReplicaWriter& writer) {
+    for (int i = 0; i < 20; ++i)
+      writer.setMeta(std::to_string(i), std::string(4000, 'x'));
+    writer.setMeta("second", 2);
+  });
+  const auto after = std::filesystem::file_size(log);
+  ASSERT_GT(after, before + 20 * 4096);
+  for (const auto size :
+       {before + 1, before + 24, before + 4120, (before + after) / 2, after - 1}) {
+    const ReplicaCopy copy(directory.path());
+    std::filesystem::resize_file(copy.directory.file("replica.db-wal"), size);
+    EXPECT_EQ(copy.number("first"), 1) << size;
+    EXPECT_EQ(copy.number("second"), 0) << size;
+  }
+  EXPECT_EQ(ReplicaCopy(directory.path()).number("second"), 2);
+}
+
 }  // namespace
 }  // namespace tulo::test
