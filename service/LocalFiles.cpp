@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <utility>
 
 #include "service/Errno.h"
 #include "service/FaultPoints.h"
@@ -358,7 +359,8 @@ void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
 
 void LocalFiles::wakeKeeper() {
   if (!keeper_.joinable() && !stopping_) keeper_ = std::thread([this] { keepUp(); });
-  laterChanged_.notify_all();
+  // While it gathers it need not hear of each.
+  if (std::exchange(keeperRests_, false)) laterChanged_.notify_all();
 }
 
 void LocalFiles::settleLater(NodeId node) {
@@ -391,8 +393,10 @@ void LocalFiles::forgetName(ContentId content) {
 void LocalFiles::keepUp() {
   std::unique_lock lock(laterMutex_);
   while (!stopping_) {
+    keeperRests_ = true;
     laterChanged_.wait(lock,
                        [this] { return stopping_ || !unsettled_.empty() || !names_.empty(); });
+    keeperRests_ = false;
     // Changes come in storms; a pause lets them share a transaction.
     laterChanged_.wait_for(lock, kGather, [this] { return stopping_; });
     lock.unlock();

@@ -153,6 +153,7 @@ class LocalFiles {
   std::condition_variable laterChanged_;
   std::set<NodeId> unsettled_;
   std::unordered_map<ContentId, std::string> names_;
+  bool keeperRests_ = false;
   bool stopping_ = false;
   std::thread keeper_;
 };

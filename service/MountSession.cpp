@@ -184,7 +184,7 @@ void MountSession::replyOpen(fuse_req_t request, fuse_file_info info, OpenAnswer
   // One number stands for one version, so the pages are good as long as the number is; changes
   // are invalidated.
   info.keep_cache = 1;
-  info.noflush = writes ? 0 : 1;
+  info.noflush = asksWhenClosing(writes) ? 0 : 1;
   passthrough_.opened(request, *answer.file, info);
   info.fh = reinterpret_cast<std::uint64_t>(answer.file.release());
   // The kernel must have heard of a new version before somebody reads it.

@@ -69,6 +69,8 @@ class MountSession {
   // Opening.
   bool writesThrough(const fuse_file_info& info, OpenFile& file, int& error,
                      Descriptor contents = {});
+  // Whether close(2) has something to wait for; otherwise the release does all.
+  bool asksWhenClosing(bool writes) const { return writes && parts_.awaited; }
   void openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info);
   bool readShared(fuse_req_t request, OpenFile& file, std::size_t size, off_t offset);
   // Without a request when the answer to the open did not arrive.

@@ -131,7 +131,7 @@ void MountSession::create(fuse_req_t request, NodeId folder, const char* name, m
     }
     fuse_file_info info = requested;
     info.keep_cache = 1;
-    info.noflush = file->writes() ? 0 : 1;
+    info.noflush = asksWhenClosing(file->writes()) ? 0 : 1;
     info.fh = reinterpret_cast<std::uint64_t>(file.release());
     const fuse_entry_param answer = parameters(made.entry);
     if (fuse_reply_create(request, &answer, &info) != 0) drop(nullptr, info);
@@ -336,9 +336,9 @@ void MountSession::write(fuse_req_t request, NodeId node, const char* data, std:
 
 void MountSession::flush(fuse_req_t request, NodeId node) {
   guarded(request, [&] {
-    if (parts_.files && !parts_.awaited) parts_.files->settleLater(node);
-    const int error = parts_.awaited ? parts_.files->settle(node, Durability::eventual) : 0;
-    if (error != 0 || !parts_.awaited || !isUnsent(node)) {
+    const bool waits = parts_.files && parts_.awaited;
+    const int error = waits ? parts_.files->settle(node, Durability::eventual) : 0;
+    if (error != 0 || !waits || !isUnsent(node)) {
       fuse_reply_err(request, error);
       return;
     }
