@@ -322,7 +322,7 @@ int Edits::rename(ReplicaWriter& writer, NodeId folder, std::string_view name, N
 // row may reach the disk before the bytes do, and then the host would get what is left of them.
 void Edits::forceReplacement(NodeId folder, std::string_view name, NodeId newFolder,
                              std::string_view newName) {
-  const ContentId content = replica_.read([&](ReplicaReader& reader) {
+  const ContentId content = replica_.readBriefly([&](ReplicaReader& reader) {
     const NameLookup target = reader.lookup(newFolder, newName);
     if (!target.entry || target.entry->kind != NodeKind::file) return kNoContent;
     const NameLookup source = reader.lookup(folder, name);
@@ -358,7 +358,7 @@ int Edits::setMode(NodeId node, int mode) {
 }
 
 int Edits::mayWrite(NodeId id) {
-  const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
+  const auto node = replica_.readBriefly([&](ReplicaReader& reader) { return reader.node(id); });
   if (!node) return ESTALE;
   if (node->kind != NodeKind::file) return node->kind == NodeKind::folder ? EISDIR : ELOOP;
   return allows(*node, NSFileProviderItemCapabilitiesAllowsWriting) ? 0 : EACCES;

@@ -277,7 +277,7 @@ std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error, Descriptor
   const std::unique_lock lock(file->mutex_);
   if (file->file_) return file;
   bool journaled = false;
-  const auto node = replica_.read([&](ReplicaReader& reader) {
+  const auto node = replica_.readBriefly([&](ReplicaReader& reader) {
     std::optional<Node> row = reader.node(id);
     journaled = row && isJournaled(reader.connection(), *row);
     return row;

@@ -113,8 +113,8 @@ void MountSession::replyEntry(fuse_req_t request, const Entry& entry) {
 
 bool MountSession::answerLookup(fuse_req_t request, NodeId folder, const std::string& name,
                                 bool refreshed, int error) {
-  const NameLookup found =
-      parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(folder, name); });
+  const NameLookup found = parts_.replica.readBriefly(
+      [&](ReplicaReader& reader) { return reader.lookup(folder, name); });
   if (!found.folderExists) {
     fuse_reply_err(request, ESTALE);
     return true;
@@ -152,7 +152,7 @@ void MountSession::getattr(fuse_req_t request, NodeId node) {
   guarded(request, [&] {
     auto entry = parts_.openFiles.leftBehind(node);
     if (!entry) {
-      entry = parts_.replica.read([&](ReplicaReader& reader) { return reader.entry(node); });
+      entry = parts_.replica.readBriefly([&](ReplicaReader& reader) { return reader.entry(node); });
     }
     bool unlinked = false;
     if (!entry && parts_.openFiles.isOpen(node)) {

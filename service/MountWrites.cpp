@@ -207,8 +207,8 @@ void MountSession::unlink(fuse_req_t request, NodeId folder, const char* name) {
 
 void MountSession::whenListed(fuse_req_t request, NodeId folder, const std::string& name,
                               std::function<void()> then) {
-  const NameLookup found =
-      parts_.replica.read([&](ReplicaReader& reader) { return reader.lookup(folder, name); });
+  const NameLookup found = parts_.replica.readBriefly(
+      [&](ReplicaReader& reader) { return reader.lookup(folder, name); });
   if (!found.entry || found.entry->kind != NodeKind::folder) return then();
   const NodeId child = found.entry->id;
   const NameLookup inside =

@@ -65,6 +65,7 @@ Replica::Replica(const std::string& directory)
   openOrSetAside();
   writer_ = std::make_unique<ReplicaWriter>(path_);
   writer_->connection().countLogFrames(logFrames_);
+  briefReader_ = std::make_unique<ReplicaReader>(writer_->connection());
 }
 
 Replica::~Replica() = default;
@@ -101,6 +102,19 @@ std::unique_ptr<ReplicaReader> Replica::takeReader() {
 void Replica::giveBack(std::unique_ptr<ReplicaReader> reader) {
   std::lock_guard lock(readersMutex_);
   if (idleReaders_.size() < kIdleReaders) idleReaders_.push_back(std::move(reader));
+}
+
+bool Replica::tryLead() {
+  std::lock_guard lock(queueMutex_);
+  if (leading_) return false;
+  leading_ = true;
+  return true;
+}
+
+void Replica::endLead() {
+  std::lock_guard lock(queueMutex_);
+  leading_ = false;
+  queueChanged_.notify_all();
 }
 
 void Replica::suspect(const DatabaseError& error) const {

@@ -1,8 +1,8 @@
 // The truth of the local side: one SQLite database for each domain (docs/replica.md).
 //
 // Reading takes a session with a connection of its own, so readers never wait for one another or
-// for the writer. Writing goes through one connection; the writers that come while a transaction
-// runs share the next one (group commit).
+// for the writer. (A brief one may borrow the writer's while nobody writes.) Writing goes through
+// one connection; the writers that come while a transaction runs share the next one (group commit).
 //
 // Threads: every member may be called on any thread.
 // Lifetime: sessions end before the replica does.
@@ -20,6 +20,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "service/Database.h"
@@ -52,6 +53,8 @@ struct OpenLookup {
 class ReplicaReader {
  public:
   explicit ReplicaReader(const std::string& path);
+  // Reads on a connection that somebody else has, and that outlives this.
+  explicit ReplicaReader(Connection& database);
 
   std::optional<Entry> entry(NodeId id);
   std::optional<Node> node(NodeId id);
@@ -75,7 +78,10 @@ class ReplicaReader {
   Connection& connection() { return database_; }
 
  private:
-  Connection database_;
+  explicit ReplicaReader(std::unique_ptr<Connection> own);
+
+  std::unique_ptr<Connection> own_;
+  Connection& database_;
   Statement entry_;
   Statement node_;
   Statement open_;
@@ -197,6 +203,18 @@ class Replica {
     throw;
   }
 
+  // The same for a few rows at most: on the writer's connection, whose pages are in memory, as long
+  // as nobody writes. The function must not write, nor wait for anything.
+  template <typename Function>
+  auto readBriefly(Function&& function) try {
+    const WriterLease lease(*this);
+    if (!lease.held) return read(std::forward<Function>(function));
+    return function(*briefReader_);
+  } catch (const DatabaseError& error) {
+    suspect(error);
+    throw;
+  }
+
   // Runs the function in a transaction and returns once it is committed. With Room::fromReserve the
   // function may run several times, of which only the last counts.
   void write(Durability durability, const WriteFunction& function, Room room = Room::ordinary);
@@ -233,6 +251,20 @@ class Replica {
     std::unique_ptr<ReplicaReader> reader;
   };
 
+  // The writer's connection, if nobody has it.
+  struct WriterLease {
+    explicit WriterLease(Replica& owner) : replica(owner), held(owner.tryLead()) {}
+    ~WriterLease() {
+      if (held) replica.endLead();
+    }
+    WriterLease(const WriterLease&) = delete;
+    WriterLease& operator=(const WriterLease&) = delete;
+    Replica& replica;
+    const bool held;
+  };
+
+  bool tryLead();
+  void endLead();
   std::unique_ptr<ReplicaReader> takeReader();
   void giveBack(std::unique_ptr<ReplicaReader> reader);
   void openOrSetAside();
@@ -265,8 +297,9 @@ class Replica {
   std::mutex checkpointMutex_;
   std::unique_ptr<Connection> checkpointer_;
 
-  // Only the current leader touches it.
+  // Only the current leader touches them; the reader has the writer's connection.
   std::unique_ptr<ReplicaWriter> writer_;
+  std::unique_ptr<ReplicaReader> briefReader_;
 
   std::atomic<std::uint64_t> commits_ = 0;
 

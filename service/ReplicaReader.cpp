@@ -6,7 +6,16 @@
 namespace tulo {
 
 ReplicaReader::ReplicaReader(const std::string& path)
-    : database_(path, Connection::Mode::readAlone),
+    : ReplicaReader(std::make_unique<Connection>(path, Connection::Mode::readAlone)) {
+  database_.execute("PRAGMA cache_size=-2048");
+}
+
+ReplicaReader::ReplicaReader(std::unique_ptr<Connection> own) : ReplicaReader(*own) {
+  own_ = std::move(own);
+}
+
+ReplicaReader::ReplicaReader(Connection& database)
+    : database_(database),
       entry_(database_.prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
       node_(database_.prepare(columns::selectNode() + " WHERE id=?")),
       open_(database_.prepare("SELECT kind,state,parent,content,size FROM node WHERE id=?")),
@@ -17,9 +26,7 @@ ReplicaReader::ReplicaReader(const std::string& path)
                                   " INDEXED BY node_parent WHERE parent=? AND id>? ORDER BY id")),
       childNodes_(database_.prepare(columns::selectNode() +
                                     " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
-      meta_(database_.prepare("SELECT value FROM meta WHERE key=CAST(? AS TEXT)")) {
-  database_.execute("PRAGMA cache_size=-2048");
-}
+      meta_(database_.prepare("SELECT value FROM meta WHERE key=CAST(? AS TEXT)")) {}
 
 std::optional<Entry> ReplicaReader::entry(NodeId id) {
   StatementUse use(entry_);

@@ -218,5 +218,47 @@ TEST_F(ReplicaTest, ATransactionThatReachedTheLogInPartDoesNotCount) {
   EXPECT_EQ(ReplicaCopy(directory.path()).number("second"), 2);
 }
 
+TEST_F(ReplicaTest, ABriefReadSeesWhatWasCommittedBefore) {
+  Replica replica(directory.path());
+  const auto number = [&] {
+    return replica.readBriefly([](ReplicaReader& reader) { return reader.metaInteger("n"); });
+  };
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 2; ++thread) {
+    threads.emplace_back([&] {
+      std::int64_t last = 0;
+      for (int i = 0; i < 300; ++i) {
+        const std::int64_t now = number();
+        EXPECT_GE(now, last);
+        last = now;
+      }
+    });
+  }
+  for (int i = 1; i <= 300; ++i) {
+    setNumber(replica, "n", i);
+    EXPECT_EQ(number(), i);
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+}
+
+TEST_F(ReplicaTest, ABriefReadDoesNotWaitForAWriter) {
+  Replica replica(directory.path());
+  setNumber(replica, "n", 1);
+  replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    writer.setMeta("n", 2);
+    EXPECT_EQ(replica.readBriefly([](ReplicaReader& reader) { return reader.metaInteger("n"); }),
+              1);
+  });
+}
+
+TEST_F(ReplicaTest, ABriefReadThatFailsLetsTheNextOneIn) {
+  Replica replica(directory.path());
+  const auto fail = [](ReplicaReader&) -> int { throw std::runtime_error("no"); };
+  EXPECT_THROW(replica.readBriefly(fail), std::runtime_error);
+  setNumber(replica, "n", 1);
+  EXPECT_EQ(replica.readBriefly([](ReplicaReader& reader) { return reader.metaInteger("n"); }), 1);
+}
+
 }  // namespace
 }  // namespace tulo::test
