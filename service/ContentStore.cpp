@@ -151,7 +151,9 @@ Descriptor ContentStore::create(ContentId content, const std::string& name) cons
     file = open();
   }
   if (!file) fail("cannot create " + target, errno);
-  setName(content, name);
+  if (::fsetxattr(file.get(), kNameAttribute, name.data(), name.size(), 0) != 0) {
+    fail("cannot note the name of " + target, errno);
+  }
   return file;
 }
 

@@ -200,16 +200,11 @@ ssize_t WritableFile::copyFrom(WritableFile& source, off_t from, off_t to, std::
   return -errnoFor(error);
 }
 
-int WritableFile::synchronize(bool dataOnly) {
-  {
-    const std::shared_lock lock(mutex_);
-    if (file_) {
-      const int result = dataOnly ? ::fdatasync(file_.get()) : ::fsync(file_.get());
-      if (result != 0) return errno;
-    }
-  }
-  faultPoint("fsync.data");
-  return owner_.settle(node_, Durability::durable);
+int WritableFile::force(bool dataOnly) {
+  const std::shared_lock lock(mutex_);
+  if (!file_) return 0;
+  const int result = dataOnly ? ::fdatasync(file_.get()) : ::fsync(file_.get());
+  return result == 0 ? 0 : errno;
 }
 
 LocalFiles::LocalFiles(Replica& replica, ContentStore& store, OpenFiles& openFiles,
@@ -479,19 +474,18 @@ int LocalFiles::setModified(NodeId id, const timespec& modified) try {
   return errnoFor(error);
 }
 
-int LocalFiles::settle(NodeId id, Durability durability) try {
+int LocalFiles::settle(NodeId id) try {
   const std::shared_ptr<WritableFile> file = find(id);
   if (!file) return 0;
   bool changed = false;
   {
     const std::shared_lock lock(file->mutex_);
     changed = file->changed_.exchange(false);
-    if (!changed && durability == Durability::eventual) return 0;
-    if (changed && file->writable_) noteChange(*file);
+    if (!changed) return 0;
+    if (file->writable_) noteChange(*file);
   }
-  if (durability == Durability::durable) replica_.synchronize();
   faultPoint("settle.committed");
-  if (changed) this->changed();
+  this->changed();
   return 0;
 } catch (const std::exception& error) {
   serviceLog().error("cannot note the change of node %d: %{public}@", {id, error.what()});
@@ -506,12 +500,22 @@ void LocalFiles::noteChange(WritableFile& file) try {
   throw;
 }
 
-int LocalFiles::synchronize(NodeId id, bool dataOnly) try {
-  if (const std::shared_ptr<WritableFile> file = find(id)) return file->synchronize(dataOnly);
+int LocalFiles::forceContents(NodeId id, bool dataOnly) {
+  if (const std::shared_ptr<WritableFile> file = find(id)) return file->force(dataOnly);
   const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
   const bool local = node && node->state == ContentState::dirty && node->content != kNoContent;
-  if (local && !store_.makeDurable(node->content)) return EIO;
-  replica_.synchronize();
+  return local && !store_.makeDurable(node->content) ? EIO : 0;
+}
+
+// The bytes and the log go to the disk side by side. The log has the file's name and that its bytes
+// are not the host's; how many they are, a start after a power cut sees from their file.
+int LocalFiles::synchronize(NodeId id, bool dataOnly) try {
+  const std::uint64_t turn = replica_.beginSynchronize();
+  const int error = forceContents(id, dataOnly);
+  if (error != 0) return error;
+  faultPoint("fsync.data");
+  replica_.endSynchronize(turn);
+  settleLater(id);
   return 0;
 } catch (const std::exception& error) {
   serviceLog().error("cannot force node %d to the disk: %{public}@", {id, error.what()});

@@ -47,7 +47,8 @@ class WritableFile {
   int allocate(int mode, off_t offset, off_t length);
   off_t seek(off_t offset, int whence);
   ssize_t copyFrom(WritableFile& source, off_t from, off_t to, std::size_t size);
-  int synchronize(bool dataOnly);
+  // Forces the bytes to the disk.
+  int force(bool dataOnly);
   // The descriptor to read from; nothing when there are no contents yet.
   std::optional<Descriptor> duplicateDescriptor();
 
@@ -90,7 +91,7 @@ class LocalFiles {
 
   // A handle that could write was flushed or closed: brings the row up to date; the quiet time
   // begins. Returns 0 or an errno.
-  int settle(NodeId node, Durability durability);
+  int settle(NodeId node);
   // Settles soon: the bytes are safe where they are, and a start after a crash finds them, so
   // that closing a file need not wait for its row.
   void settleLater(NodeId node);
@@ -133,6 +134,7 @@ class LocalFiles {
   void eraseUnused(NodeId node);
   void updateRow(ReplicaWriter& writer, WritableFile& file);
   void noteChange(WritableFile& file);
+  int forceContents(NodeId node, bool dataOnly);
   void wakeKeeper();
   void keepUp();
   void settleAll(const std::vector<std::shared_ptr<WritableFile>>& files);

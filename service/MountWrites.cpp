@@ -263,7 +263,7 @@ int MountSession::truncate(NodeId node, off_t size) {
   const std::shared_ptr<WritableFile> file = parts_.files->open(node, error);
   if (!file) return error;
   error = file->truncate(size);
-  const int settled = parts_.files->settle(node, Durability::eventual);
+  const int settled = parts_.files->settle(node);
   parts_.files->released(node);
   return error != 0 ? error : settled;
 }
@@ -337,7 +337,7 @@ void MountSession::write(fuse_req_t request, NodeId node, const char* data, std:
 void MountSession::flush(fuse_req_t request, NodeId node) {
   guarded(request, [&] {
     const bool waits = parts_.files && parts_.awaited;
-    const int error = waits ? parts_.files->settle(node, Durability::eventual) : 0;
+    const int error = waits ? parts_.files->settle(node) : 0;
     if (error != 0 || !waits || !isUnsent(node)) {
       fuse_reply_err(request, error);
       return;

@@ -68,7 +68,14 @@ Replica::Replica(const std::string& directory)
   briefReader_ = std::make_unique<ReplicaReader>(writer_->connection());
 }
 
-Replica::~Replica() = default;
+Replica::~Replica() {
+  {
+    std::lock_guard lock(syncMutex_);
+    ending_ = true;
+    forcerWanted_.notify_all();
+  }
+  if (forcer_.joinable()) forcer_.join();
+}
 
 void Replica::openOrSetAside() {
   try {
@@ -184,12 +191,31 @@ void Replica::commit(const WriteFunction& function) {
 void Replica::synchronize() {
   std::unique_lock lock(syncMutex_);
   // A turn that began before now may have missed what was committed last.
-  const std::uint64_t wanted = syncsBegun_ + 1;
+  awaitTurn(lock, syncsBegun_ + 1);
+}
+
+std::uint64_t Replica::beginSynchronize() {
+  std::lock_guard lock(syncMutex_);
+  turnWanted_ = syncsBegun_ + 1;
+  if (!forcer_.joinable()) forcer_ = std::thread([this] { forceLoop(); });
+  forcerWanted_.notify_one();
+  return turnWanted_;
+}
+
+void Replica::endSynchronize(std::uint64_t turn) {
+  std::unique_lock lock(syncMutex_);
+  awaitTurn(lock, turn);
+}
+
+// Whoever finds nobody at it takes the turn.
+void Replica::awaitTurn(std::unique_lock<std::mutex>& lock, std::uint64_t wanted) {
   syncChanged_.wait(lock, [&] { return !syncing_ || syncsDone_ >= wanted; });
-  const auto check = [&](bool failed) {
-    if (failed) throw DatabaseError(SQLITE_IOERR, "replica database: cannot force it to the disk");
-  };
-  if (syncsDone_ >= wanted) return check(syncFailed_ >= wanted);
+  if (syncsDone_ < wanted) takeTurn(lock);
+  if (syncFailed_ < wanted) return;
+  throw DatabaseError(SQLITE_IOERR, "replica database: cannot force it to the disk");
+}
+
+void Replica::takeTurn(std::unique_lock<std::mutex>& lock) {
   syncing_ = true;
   const std::uint64_t turn = ++syncsBegun_;
   const std::uint64_t commits = commits_;
@@ -204,7 +230,17 @@ void Replica::synchronize() {
   if (failed) syncFailed_ = turn;
   commitsSynced_ = commits;
   syncChanged_.notify_all();
-  check(failed);
+  if (turnWanted_ > syncsBegun_) forcerWanted_.notify_one();
+}
+
+void Replica::forceLoop() {
+  std::unique_lock lock(syncMutex_);
+  for (;;) {
+    forcerWanted_.wait(lock,
+                       [this] { return ending_ || (turnWanted_ > syncsBegun_ && !syncing_); });
+    if (ending_) return;
+    takeTurn(lock);
+  }
 }
 
 bool Replica::checkpointStep() {

@@ -20,6 +20,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -224,6 +225,10 @@ class Replica {
   bool refillReserveStep() { return reserve_.refillStep(); }
   // Forces everything committed so far to the disk. Callers at the same time share one turn of it.
   void synchronize();
+  // The same in two steps: the first has another thread begin, so that the caller can wait for
+  // something else on the disk meanwhile; the second waits for the end.
+  std::uint64_t beginSynchronize();
+  void endSynchronize(std::uint64_t turn);
   // The same, unless that has been done since the last commit.
   void synchronizeCommitted();
 
@@ -263,6 +268,10 @@ class Replica {
     const bool held;
   };
 
+  // The lock is the one of the turns.
+  void awaitTurn(std::unique_lock<std::mutex>& lock, std::uint64_t wanted);
+  void takeTurn(std::unique_lock<std::mutex>& lock);
+  void forceLoop();
   bool tryLead();
   void endLead();
   std::unique_ptr<ReplicaReader> takeReader();
@@ -306,6 +315,10 @@ class Replica {
   // Guards the turns of forcing the log to the disk; let go of meanwhile.
   std::mutex syncMutex_;
   std::condition_variable syncChanged_;
+  std::condition_variable forcerWanted_;
+  std::uint64_t turnWanted_ = 0;
+  bool ending_ = false;
+  std::thread forcer_;
   std::uint64_t syncsBegun_ = 0;
   std::uint64_t syncsDone_ = 0;
   std::uint64_t syncFailed_ = 0;

@@ -342,7 +342,7 @@ TEST_F(ContentsTest, WhatWasChangedHereSurvivesAnotherBootWithoutHavingBeenSynce
   const auto file = engine->files().open(made.entry.id, error);
   ASSERT_NE(file, nullptr);
   ASSERT_EQ(file->write("unsent", 6, 0), 6);
-  ASSERT_EQ(engine->files().settle(made.entry.id, Durability::eventual), 0);
+  ASSERT_EQ(engine->files().settle(made.entry.id), 0);
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
     writer.setMeta("boot", std::string_view("an earlier one"));
   });

@@ -154,6 +154,7 @@ TEST_F(LocalFilesTest, FsyncMakesContentsAndJournalDurable) {
   const auto file = open(id);
   put(*file, "hello", 0);
   EXPECT_EQ(files().synchronize(id, false), 0);
+  files().catchUp();
   EXPECT_EQ(row(id)->size, 5);
   engine->files().released(id);
   EXPECT_EQ(files().synchronize(id, true), 0);

@@ -252,6 +252,30 @@ TEST_F(ReplicaTest, ABriefReadDoesNotWaitForAWriter) {
   });
 }
 
+TEST_F(ReplicaTest, ForcesTheLogOnTheOtherThreadForAllWhoWait) {
+  Replica replica(directory.path());
+  const std::uint64_t unused = replica.beginSynchronize();
+  EXPECT_GT(unused, 0U);
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 3; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int i = 0; i < 50; ++i) {
+        setNumber(replica, std::to_string(thread), i);
+        const std::uint64_t turn = replica.beginSynchronize();
+        if (thread == 2) replica.synchronize();
+        replica.endSynchronize(turn);
+        // Done with already.
+        replica.endSynchronize(turn);
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  const ReplicaCopy copy(directory.path());
+  for (int thread = 0; thread < 3; ++thread)
+    EXPECT_EQ(copy.number(std::to_string(thread)), 49);
+}
+
 TEST_F(ReplicaTest, ABriefReadThatFailsLetsTheNextOneIn) {
   Replica replica(directory.path());
   const auto fail = [](ReplicaReader&) -> int { throw std::runtime_error("no"); };

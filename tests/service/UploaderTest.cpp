@@ -61,7 +61,7 @@ TEST_F(UploaderTest, AFileThatIsBeingWrittenIsNoPlaceholderAtTheHost) {
     push();
     EXPECT_TRUE(sent().empty());
     EXPECT_EQ(file->write("late", 4, 0), 4);
-    EXPECT_EQ(engine->files().settle(id, Durability::eventual), 0);
+    EXPECT_EQ(engine->files().settle(id), 0);
   }
   engine->files().released(id);
   push();

@@ -67,7 +67,7 @@ class WritingFixture : public EngineFixture {
   }
 
   void close(NodeId id) {
-    EXPECT_EQ(engine->files().settle(id, Durability::eventual), 0);
+    EXPECT_EQ(engine->files().settle(id), 0);
     engine->files().released(id);
   }
 
