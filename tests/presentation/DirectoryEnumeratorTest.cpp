@@ -192,7 +192,7 @@ TEST_F(DirectoryEnumeratorTest, HoldsNothingOpenBetweenCalls) {
   enumerator.enumerateItems(std::make_shared<RecordingObserver>(), "");
   enumerator.enumerateChanges(std::make_shared<RecordingChangeObserver>(), "");
   enumerator.currentSyncAnchor([](const auto&) {});
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_LE(openDescriptors(), before);
 }
 
 TEST_F(DirectoryEnumeratorTest, CallsItsObserverOnTheCallingThread) {

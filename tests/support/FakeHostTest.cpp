@@ -207,7 +207,7 @@ TEST_F(FakeHostTest, ReleasesEverythingAtItsEndWhateverItsScriptsWaitFor) {
     const Peer third(path_);
     EXPECT_TRUE(eventually([&] { return host.connections() == 3; }));
   }
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_LE(openDescriptors(), before);
   EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
@@ -221,7 +221,7 @@ TEST_F(FakeHostTest, HasNoDescriptorOfAConnectionThatIsOver) {
     peer.read();
   }
   ASSERT_TRUE(host.waitUntilClosed(1));
-  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_LE(openDescriptors(), before);
 }
 
 TEST_F(FakeHostTest, ADeafHostLetsPeersConnectAndSaysNothing) {
