@@ -1,8 +1,11 @@
 #include "service/Service.h"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <systemd/sd-daemon.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <thread>
 
 #include "service/Control.h"
@@ -10,6 +13,27 @@
 #include "service/ServiceLog.h"
 
 namespace tulo {
+
+namespace {
+
+// Whether the mount answers. Asked by a process that has nothing of this one's open: were this one
+// killed while a thread of its own waits for its answer, that thread would wait for ever, and keep
+// open what ends the waiting.
+bool answers(const std::string& mountPoint) {
+  const char* path = mountPoint.c_str();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    struct stat status = {};
+    ::close_range(0, ~0U, 0);
+    ::_exit(::stat(path, &status) == 0 ? 0 : 1);
+  }
+  int status = 1;
+  while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  return status == 0;
+}
+
+}  // namespace
 
 Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
     : options_(options) {
@@ -114,8 +138,7 @@ void Service::run(const std::function<void()>& ready) {
   std::thread announcer([&] {
     // The kernel queues requests from the moment of mounting on, so the first look waits for the
     // loop, not for a clock.
-    struct stat status = {};
-    if (::stat(options_.mountPoint.c_str(), &status) != 0) {
+    if (!answers(options_.mountPoint)) {
       serviceLog().error("the mount at %{public}@ does not answer", {options_.mountPoint});
     }
     sd_notify(0, "READY=1");
