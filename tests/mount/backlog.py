@@ -5,7 +5,6 @@ The service goes on answering, starts again with all of them, stays small, and b
 once the host is back. Prints how long each part took, which proves nothing but is worth looking at.
 """
 
-import argparse
 import os
 import pathlib
 import sys
@@ -15,7 +14,8 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import LIBC, MNT_DETACH, Box, Failure, expect, expect_equal, read  # noqa: E402
+from harness import LIBC, MNT_DETACH, expect, expect_equal, read  # noqa: E402
+from proof import arguments_of, prove  # noqa: E402
 from writing import difference, settled, status, tree  # noqa: E402
 
 PER_FOLDER = 500
@@ -127,27 +127,19 @@ class Backlog:
         for root in (self.box.root, self.box.path()):
             wrong = difference(tree(root), wanted)
             expect(not wrong, f"{root} afterwards: {wrong[:10]}")
-        print(f"at most {self.most >> 20} MB resident", flush=True)
+
+
+def run(box, arguments):
+    backlog = Backlog(box, arguments.files)
+    backlog.run()
+    box.finish()
+    return f"at most {backlog.most >> 20} MB resident"
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tulo", required=True)
+    parser = arguments_of(__doc__, random_one=False)
     parser.add_argument("--files", type=int, default=100_000)
-    arguments = parser.parse_args()
-    if not os.path.exists("/dev/fuse"):
-        print("skipped: there is no /dev/fuse")
-        return 77
-    box = Box(os.path.abspath(arguments.tulo))
-    try:
-        Backlog(box, arguments.files).run()
-        box.finish()
-        return 0
-    except (Failure, OSError) as failure:
-        print(f"{box.logs()[-3000:]}\nFAILED: {failure}", file=sys.stderr)
-        return 1
-    finally:
-        box.tear_down()
+    return prove(parser, run)
 
 
 if __name__ == "__main__":

@@ -11,7 +11,6 @@ no round reaches fails the run.
 `--host` kills the host at random as well.
 """
 
-import argparse
 import os
 import pathlib
 import random
@@ -26,8 +25,9 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import Box, Failure, Mount, detach, eventually  # noqa: E402
+from harness import Failure, Mount, detach, eventually  # noqa: E402
 from load import Worker, part_of, work  # noqa: E402
+from proof import arguments_of, prove  # noqa: E402
 from writing import difference, settled, status, tree  # noqa: E402
 
 SOURCES = HERE.parent.parent / "service"
@@ -273,11 +273,11 @@ class Crash:
         for number in range(rounds):
             self.round(None, f"random kill {number}")
         missed = sorted(set(points) - self.reached)
-        print(f"{self.kills} kills of the service, {self.host_kills} of the host, "
-              f"{self.changes} changes, {len(points) - len(missed)} of {len(points)} fault points, "
-              f"{len(self.expected())} entries equal, {time.monotonic() - begin:.0f} s", flush=True)
         if missed:
             raise Failure(f"fault points that were not reached: {', '.join(missed)}")
+        return (f"{self.kills} kills of the service, {self.host_kills} of the host, "
+                f"{self.changes} changes, {len(points)} fault points, "
+                f"{len(self.expected())} entries equal, {time.monotonic() - begin:.0f} s")
 
 
 def damage(database):
@@ -299,33 +299,22 @@ def evidence(box):
         shutil.copy(file, kept)
     if os.path.isdir(box.file("last")):
         shutil.copytree(box.file("last"), os.path.join(kept, "at-the-kill"))
-    return kept
+    return f"logs and replica: {kept}"
+
+
+def run(box, arguments):
+    points = fault_points() if arguments.points is None else arguments.points.split(",")
+    box.start_host()
+    return Crash(box, arguments.seed, arguments.host).run([p for p in points if p],
+                                                          arguments.rounds)
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tulo", required=True)
-    parser.add_argument("--seed", type=int, default=random.randrange(10**6))
+    parser = arguments_of(__doc__)
     parser.add_argument("--rounds", type=int, default=10, help="kills at random times")
     parser.add_argument("--points", help="only these fault points, separated by commas")
     parser.add_argument("--host", action="store_true", help="kill the host as well")
-    arguments = parser.parse_args()
-    if not os.path.exists("/dev/fuse"):
-        print("skipped: there is no /dev/fuse")
-        return 77
-    print(f"seed {arguments.seed}", flush=True)
-    box = Box(os.path.abspath(arguments.tulo))
-    points = fault_points() if arguments.points is None else arguments.points.split(",")
-    try:
-        box.start_host()
-        Crash(box, arguments.seed, arguments.host).run([p for p in points if p], arguments.rounds)
-        return 0
-    except (Failure, OSError) as failure:
-        print(f"FAILED with seed {arguments.seed}: {failure}\nlogs and replica: {evidence(box)}",
-              file=sys.stderr)
-        return 1
-    finally:
-        box.tear_down()
+    return prove(parser, run, evidence)
 
 
 if __name__ == "__main__":

@@ -8,7 +8,6 @@ again, forcing to the disk. What is read must be the model's bytes at every step
 them at the end. A failure is replayed with fewer and fewer operations; the shortest is printed.
 """
 
-import argparse
 import ctypes
 import errno
 import mmap
@@ -21,7 +20,8 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import LIBC, Box, Failure, expect_equal  # noqa: E402
+from harness import LIBC, Failure, expect_equal  # noqa: E402
+from proof import arguments_of, prove  # noqa: E402
 from shrinking import shrink  # noqa: E402
 from writing import settled, writable  # noqa: E402
 
@@ -222,30 +222,19 @@ def check(box, seed, steps, files):
             expect_equal(file.read() == data, True, f"the host has the bytes of {name}")
 
 
+def run(box, arguments):
+    box.start_host()
+    writable(box)
+    check(box, arguments.seed, arguments.steps, arguments.files)
+    box.finish()
+    return f"{arguments.files} files of {arguments.steps} operations each"
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tulo", required=True)
-    parser.add_argument("--seed", type=int, default=random.randrange(10**6))
+    parser = arguments_of(__doc__)
     parser.add_argument("--steps", type=int, default=2000)
     parser.add_argument("--files", type=int, default=10)
-    arguments = parser.parse_args()
-    if not os.path.exists("/dev/fuse"):
-        print("skipped: there is no /dev/fuse")
-        return 77
-    print(f"seed {arguments.seed}", flush=True)
-    box = Box(os.path.abspath(arguments.tulo))
-    try:
-        box.start_host()
-        writable(box)
-        check(box, arguments.seed, arguments.steps, arguments.files)
-        box.finish()
-        print(f"{arguments.files} files of {arguments.steps} operations each")
-        return 0
-    except AssertionError as failure:
-        print(f"{box.logs()}\nFAILED with seed {arguments.seed}: {failure}", file=sys.stderr)
-        return 1
-    finally:
-        box.tear_down()
+    return prove(parser, run)
 
 
 if __name__ == "__main__":

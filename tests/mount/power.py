@@ -10,7 +10,6 @@ What was forced to the disk before must be there, whole, and the host must have 
 queue is empty. Needs root, and mkfs.ext4.
 """
 
-import argparse
 import contextlib
 import os
 import pathlib
@@ -25,8 +24,9 @@ sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
 from harness import (  # noqa: E402
-    LIBC, MNT_DETACH, Box, Failure, Mount, Skip, detach, eventually, expect, is_mounted, need_program)
+    LIBC, MNT_DETACH, Mount, Skip, detach, eventually, expect, is_mounted, need_program)
 from load import short  # noqa: E402
+from proof import arguments_of, prove  # noqa: E402
 from writing import difference, settled, status, tree  # noqa: E402
 
 IMAGE = 96 << 20
@@ -281,29 +281,15 @@ def check(box, seed, rounds):
     return Power(box, seed).run(rounds)
 
 
+def run(box, arguments):
+    checked = check(box, arguments.seed, arguments.rounds)
+    return f"{arguments.rounds} power cuts, {checked} names looked at"
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tulo", required=True)
-    parser.add_argument("--seed", type=int, default=random.randrange(10**6))
+    parser = arguments_of(__doc__)
     parser.add_argument("--rounds", type=int, default=20)
-    arguments = parser.parse_args()
-    if not os.path.exists("/dev/fuse"):
-        print("skipped: there is no /dev/fuse")
-        return 77
-    print(f"seed {arguments.seed}", flush=True)
-    box = Box(os.path.abspath(arguments.tulo))
-    try:
-        checked = check(box, arguments.seed, arguments.rounds)
-        print(f"{arguments.rounds} power cuts, {checked} names looked at")
-        return 0
-    except Skip as reason:
-        print(f"skipped: {reason}")
-        return 77
-    except (Failure, OSError) as failure:
-        print(f"{box.logs()[-3000:]}\nFAILED with seed {arguments.seed}: {failure}", file=sys.stderr)
-        return 1
-    finally:
-        box.tear_down()
+    return prove(parser, run)
 
 
 if __name__ == "__main__":

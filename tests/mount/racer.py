@@ -6,7 +6,6 @@
 `--kill` kills the host now and then meanwhile.
 """
 
-import argparse
 import errno
 import mmap
 import multiprocessing
@@ -21,8 +20,9 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import Box, Failure, expect  # noqa: E402
+from harness import Failure, expect  # noqa: E402
 from load import RENAME_EXCHANGE, RENAME_NOREPLACE, rename2  # noqa: E402
+from proof import arguments_of, prove  # noqa: E402
 from writing import difference, settled, status, tree, writable  # noqa: E402
 
 NAMES = ["a", "b", "c"]
@@ -149,32 +149,21 @@ def check_once(box, seed, seconds, processes, kill):
     return sum(done for done, _ in told)
 
 
+def run(box, arguments):
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append("failed|cannot be seen")
+    done = check(box, arguments.seed, arguments.seconds, arguments.processes, arguments.kill)
+    box.finish()
+    return f"{done} operations by {arguments.processes} processes, host and mount equal"
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tulo", required=True)
-    parser.add_argument("--seed", type=int, default=random.randrange(10**6))
+    parser = arguments_of(__doc__)
     parser.add_argument("--seconds", type=float, default=30)
     parser.add_argument("--processes", type=int, default=8)
     parser.add_argument("--kill", action="store_true", help="kill the host meanwhile")
-    arguments = parser.parse_args()
-    if not os.path.exists("/dev/fuse"):
-        print("skipped: there is no /dev/fuse")
-        return 77
-    print(f"seed {arguments.seed}", flush=True)
-    box = Box(os.path.abspath(arguments.tulo))
-    try:
-        box.start_host()
-        mount = writable(box, "--no-thumbnails")
-        mount.allowed_errors.append("failed|cannot be seen")
-        done = check(box, arguments.seed, arguments.seconds, arguments.processes, arguments.kill)
-        box.finish()
-        print(f"{done} operations by {arguments.processes} processes, host and mount equal")
-        return 0
-    except AssertionError as failure:
-        print(f"{box.logs()[-3000:]}\nFAILED with seed {arguments.seed}: {failure}", file=sys.stderr)
-        return 1
-    finally:
-        box.tear_down()
+    return prove(parser, run)
 
 
 if __name__ == "__main__":

@@ -8,7 +8,6 @@ afterwards, and the host must have the same once the queue is empty. A failure i
 and fewer operations; the shortest sequence is printed.
 """
 
-import argparse
 import errno
 import os
 import pathlib
@@ -21,8 +20,9 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import Box, Failure  # noqa: E402
+from harness import Failure  # noqa: E402
 from load import RENAME_EXCHANGE, RENAME_NOREPLACE, rename2  # noqa: E402
+from proof import arguments_of, prove  # noqa: E402
 from shrinking import shrink  # noqa: E402
 from writing import difference, settled, tree, writable  # noqa: E402
 
@@ -217,30 +217,19 @@ def check(box, seed, steps, rounds):
             raise Failure(f"{name} (seed {seed}): the host differs: {wrong[:20]}")
 
 
+def run(box, arguments):
+    box.start_host()
+    writable(box, "--no-thumbnails")
+    check(box, arguments.seed, arguments.steps, arguments.rounds)
+    box.finish()
+    return f"{arguments.rounds} rounds of {arguments.steps} operations, all answers equal"
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--tulo", required=True)
-    parser.add_argument("--seed", type=int, default=random.randrange(10**6))
+    parser = arguments_of(__doc__)
     parser.add_argument("--steps", type=int, default=1000)
     parser.add_argument("--rounds", type=int, default=20)
-    arguments = parser.parse_args()
-    if not os.path.exists("/dev/fuse"):
-        print("skipped: there is no /dev/fuse")
-        return 77
-    print(f"seed {arguments.seed}", flush=True)
-    box = Box(os.path.abspath(arguments.tulo))
-    try:
-        box.start_host()
-        writable(box, "--no-thumbnails")
-        check(box, arguments.seed, arguments.steps, arguments.rounds)
-        box.finish()
-        print(f"{arguments.rounds} rounds of {arguments.steps} operations, all answers equal")
-        return 0
-    except AssertionError as failure:
-        print(f"{box.logs()[-3000:]}\nFAILED with seed {arguments.seed}: {failure}", file=sys.stderr)
-        return 1
-    finally:
-        box.tear_down()
+    return prove(parser, run)
 
 
 if __name__ == "__main__":
