@@ -136,6 +136,12 @@ Descriptor ContentStore::open(ContentId content, std::int64_t size) const {
   return openChecked(path(content), size, status);
 }
 
+Descriptor ContentStore::openAsIs(ContentId content) const {
+  Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!file) fail("cannot open " + path(content), errno);
+  return file;
+}
+
 void ContentStore::remove(ContentId content) const {
   ::unlink(path(content).c_str());
 }

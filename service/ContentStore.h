@@ -55,6 +55,8 @@ class ContentStore {
 
   // An open file of contents, for reading. Throws ContentError when it is not there or is short.
   Descriptor open(ContentId content, std::int64_t size) const;
+  // The same whatever size it has.
+  Descriptor openAsIs(ContentId content) const;
   void remove(ContentId content) const;
   // Forces the file to the disk. False when it is not there.
   bool makeDurable(ContentId content) const;

@@ -17,10 +17,16 @@ constexpr unsigned kStarters = 4;
 
 }  // namespace
 
-OpenFile::OpenFile(OpenFiles& openFiles, const ContentStore& store, NodeId node, ContentId content,
-                   std::int64_t size)
-    : openFiles_(openFiles), store_(store), node_(node), content_(content), size_(size) {
+OpenFile::OpenFile(Replica& replica, OpenFiles& openFiles, const ContentStore& store, NodeId node,
+                   ContentId content, std::optional<std::int64_t> size)
+    : replica_(replica),
+      openFiles_(openFiles),
+      store_(store),
+      node_(node),
+      content_(content),
+      size_(size) {
   openFiles_.opened(node_, content_);
+  changes_ = openFiles_.contentsChanges(node_);
 }
 
 OpenFile::~OpenFile() {
@@ -33,10 +39,44 @@ void OpenFile::setWrites() {
   writes_ = true;
 }
 
-int OpenFile::descriptor() {
+ContentId OpenFile::content() const {
   std::lock_guard lock(mutex_);
-  if (!descriptor_) descriptor_ = store_.open(content_, size_);
-  return descriptor_.get();
+  return content_;
+}
+
+void OpenFile::follow() {
+  const std::uint64_t changes = openFiles_.contentsChanges(node_);
+  {
+    std::lock_guard lock(mutex_);
+    if (changes == changes_) return;
+  }
+  const std::shared_lock gate(openFiles_.gate());
+  const auto row = replica_.read([&](ReplicaReader& reader) { return reader.openLookup(node_); });
+  std::lock_guard lock(mutex_);
+  changes_ = changes;
+  // A number that was left behind has no row any more, and keeps what it has.
+  if (!row) return;
+  size_.reset();
+  if (row->content == content_) return;
+  openFiles_.exchanged(content_, row->content);
+  content_ = row->content;
+  descriptor_.reset();
+}
+
+bool OpenFile::endsBefore(std::int64_t offset) {
+  follow();
+  std::lock_guard lock(mutex_);
+  return content_ == kNoContent || (size_ && offset >= *size_);
+}
+
+std::shared_ptr<const Descriptor> OpenFile::descriptor() {
+  follow();
+  std::lock_guard lock(mutex_);
+  if (!descriptor_) {
+    descriptor_ = std::make_shared<const Descriptor>(size_ ? store_.open(content_, *size_)
+                                                           : store_.openAsIs(content_));
+  }
+  return descriptor_;
 }
 
 Contents::Contents(Replica& replica, ExtensionPointer extension, Sync& sync, Notifier& notifier,
@@ -64,18 +104,25 @@ std::optional<OpenAnswer> Contents::openNow(NodeId id, bool verified) {
     std::lock_guard lock(mutex_);
     used_[id] = std::time(nullptr);
   }
-  return OpenAnswer{0,
-                    std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size)};
+  return OpenAnswer{0, handle(id, node->content, node->state, node->size)};
 }
 
 std::unique_ptr<OpenFile> Contents::openAsIs(NodeId id) {
   const auto node = replica_.read([&](ReplicaReader& reader) { return reader.node(id); });
   if (!node || node->kind != NodeKind::file) return nullptr;
-  return std::make_unique<OpenFile>(openFiles_, store_, id, node->content, node->size);
+  return handle(id, node->content, node->state, node->size);
 }
 
 std::unique_ptr<OpenFile> Contents::openNew(const Entry& entry) {
-  return std::make_unique<OpenFile>(openFiles_, store_, entry.id, entry.content, entry.size);
+  return handle(entry.id, entry.content, entry.state, entry.size);
+}
+
+// The row of what was changed here follows its bytes.
+std::unique_ptr<OpenFile> Contents::handle(NodeId node, ContentId content, ContentState state,
+                                           std::int64_t size) {
+  std::optional<std::int64_t> expected;
+  if (state != ContentState::dirty) expected = size;
+  return std::make_unique<OpenFile>(replica_, openFiles_, store_, node, content, expected);
 }
 
 Contents::Ticket Contents::beginOpen(NodeId node, OpenCompletion completion) {

@@ -32,32 +32,39 @@ namespace tulo {
 // One open of one file. It keeps its version, whatever happens to the name.
 class OpenFile {
  public:
-  OpenFile(OpenFiles& openFiles, const ContentStore& store, NodeId node, ContentId content,
-           std::int64_t size);
+  // `size`: what the file of contents must have; nothing where it may change.
+  OpenFile(Replica& replica, OpenFiles& openFiles, const ContentStore& store, NodeId node,
+           ContentId content, std::optional<std::int64_t> size);
   ~OpenFile();
   OpenFile(const OpenFile&) = delete;
   OpenFile& operator=(const OpenFile&) = delete;
 
   NodeId node() const { return node_; }
-  ContentId content() const { return content_; }
-  std::int64_t size() const { return size_; }
+  ContentId content() const;
   // The handle may write; known to others from now on.
   void setWrites();
   bool writes() const { return writes_; }
+  // Whether there is nothing from that offset on; may be false at the end of what was changed here.
+  bool endsBefore(std::int64_t offset);
   // The file of contents, opened at the first read: a file whose pages the kernel still has is
   // never opened at all. Throws ContentError.
-  int descriptor();
+  std::shared_ptr<const Descriptor> descriptor();
 
  private:
+  // Goes on with what the node has now, if that was changed here since.
+  void follow();
+
+  Replica& replica_;
   OpenFiles& openFiles_;
   const ContentStore& store_;
   const NodeId node_;
-  const ContentId content_;
-  const std::int64_t size_;
   bool writes_ = false;
-  // Guards the descriptor until it is there.
-  std::mutex mutex_;
-  Descriptor descriptor_;
+  // Guards all below; a leaf.
+  mutable std::mutex mutex_;
+  ContentId content_;
+  std::optional<std::int64_t> size_;
+  std::uint64_t changes_ = 0;
+  std::shared_ptr<const Descriptor> descriptor_;
 };
 
 struct OpenAnswer {
@@ -133,6 +140,8 @@ class Contents : public std::enable_shared_from_this<Contents> {
   Statistics statistics() const;
 
  private:
+  std::unique_ptr<OpenFile> handle(NodeId node, ContentId content, ContentState state,
+                                   std::int64_t size);
   struct Fetch;
   struct Waiter {
     OpenCompletion completion;

@@ -128,6 +128,7 @@ void WritableFile::prepare(bool keepContents) {
   replica.write(durability, note, room);
   content_ = fresh;
   writable_ = true;
+  owner_.openFiles_.contentsChanged(node_);
   faultPoint("write.journaled");
 }
 

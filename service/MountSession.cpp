@@ -237,15 +237,15 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
   guarded(request, [&] {
     auto& file = *reinterpret_cast<OpenFile*>(info.fh);
     if (readShared(request, file, size, offset)) return;
-    if (offset >= file.size()) {
+    if (file.endsBefore(offset)) {
       fuse_reply_buf(request, nullptr, 0);
       return;
     }
     try {
-      const int descriptor = file.descriptor();
+      const std::shared_ptr<const Descriptor> descriptor = file.descriptor();
       if (size <= kSmallRead) {
         std::array<char, kSmallRead> buffer;
-        const ssize_t count = ::pread(descriptor, buffer.data(), size, offset);
+        const ssize_t count = ::pread(descriptor->get(), buffer.data(), size, offset);
         if (count < 0) {
           fuse_reply_err(request, errno);
         } else {
@@ -257,7 +257,7 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
       buffers.count = 1;
       buffers.buf[0].size = size;
       buffers.buf[0].flags = static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK);
-      buffers.buf[0].fd = descriptor;
+      buffers.buf[0].fd = descriptor->get();
       buffers.buf[0].pos = offset;
       fuse_reply_data(request, &buffers, FUSE_BUF_SPLICE_MOVE);
     } catch (const ContentError& error) {

@@ -12,8 +12,30 @@ void OpenFiles::closed(NodeId node, ContentId content) {
   std::lock_guard lock(mutex_);
   const auto found = nodes_.find(node);
   if (found != nodes_.end() && --found->second.handles == 0) nodes_.erase(found);
-  const auto contents = contents_.find(content);
-  if (contents != contents_.end() && --contents->second == 0) contents_.erase(contents);
+  forgetContent(content);
+}
+
+void OpenFiles::forgetContent(ContentId content) {
+  const auto found = contents_.find(content);
+  if (found != contents_.end() && --found->second == 0) contents_.erase(found);
+}
+
+void OpenFiles::contentsChanged(NodeId node) {
+  std::lock_guard lock(mutex_);
+  const auto found = nodes_.find(node);
+  if (found != nodes_.end()) ++found->second.changes;
+}
+
+std::uint64_t OpenFiles::contentsChanges(NodeId node) const {
+  std::lock_guard lock(mutex_);
+  const auto found = nodes_.find(node);
+  return found == nodes_.end() ? 0 : found->second.changes;
+}
+
+void OpenFiles::exchanged(ContentId before, ContentId now) {
+  std::lock_guard lock(mutex_);
+  if (now != kNoContent) ++contents_[now];
+  forgetContent(before);
 }
 
 bool OpenFiles::isOpen(NodeId node) const {

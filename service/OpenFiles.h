@@ -34,6 +34,13 @@ class OpenFiles {
   bool isOpenForWriting(NodeId node) const;
   bool isOpen(NodeId node) const;
   bool isContentOpen(ContentId content) const;
+  // The contents of the node are no longer those that its handles were opened with, but it is still
+  // the same file.
+  void contentsChanged(NodeId node);
+  // How often that happened since the first handle was opened.
+  std::uint64_t contentsChanges(NodeId node) const;
+  // An open handle reads from other contents now.
+  void exchanged(ContentId before, ContentId now);
   std::size_t count() const;
 
   // The node's number belongs to its open files alone from now on.
@@ -45,8 +52,11 @@ class OpenFiles {
   struct State {
     std::uint64_t handles = 0;
     std::uint64_t writers = 0;
+    std::uint64_t changes = 0;
     std::optional<Entry> leftBehind;
   };
+
+  void forgetContent(ContentId content);
 
   std::shared_mutex gate_;
   // Guards the maps; a leaf.

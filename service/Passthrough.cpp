@@ -20,9 +20,9 @@ void Passthrough::negotiate(fuse_conn_info& connection) {
 }
 
 int Passthrough::begin(fuse_req_t request, OpenFile& file) {
-  if (refused_ || file.size() < kSmallestFile) return 0;
+  if (refused_ || file.endsBefore(kSmallestFile - 1)) return 0;
   try {
-    const int backing = fuse_passthrough_open(request, file.descriptor());
+    const int backing = fuse_passthrough_open(request, file.descriptor()->get());
     if (backing > 0) return backing;
     refused_ = true;
     serviceLog().info("the kernel lets this process not pass reads through", {});

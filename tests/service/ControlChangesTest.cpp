@@ -217,7 +217,7 @@ TEST_F(ControlChangesTest, AFolderDoesNotGoBackIntoItself) {
 
 TEST_F(ControlChangesTest, WhatIsBeingWrittenIsNotDiscarded) {
   const NodeId id = makeFile("a.txt", "mine");
-  OpenFile handle(engine->openFiles(), engine->store(), id, row(id)->content, 4);
+  OpenFile handle(engine->replica(), engine->openFiles(), engine->store(), id, row(id)->content, 4);
   handle.setWrites();
   const json answer = ask(json{{"op", "discard"}, {"nodes", {id}}});
   EXPECT_FALSE(answer["ok"]);
@@ -285,7 +285,7 @@ TEST_F(ControlChangesTest, TheHostsVerdictComesByTheTableOfErrors) {
 
 TEST_F(ControlChangesTest, AFileGoesUpAlthoughItIsStillOpenWhenSomebodyWaits) {
   const NodeId id = makeFile("a.txt", "first");
-  OpenFile handle(engine->openFiles(), engine->store(), id, row(id)->content, 5);
+  OpenFile handle(engine->replica(), engine->openFiles(), engine->store(), id, row(id)->content, 5);
   handle.setWrites();
   push();
   EXPECT_TRUE(sent().empty());

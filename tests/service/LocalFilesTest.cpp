@@ -22,6 +22,12 @@ class LocalFilesTest : public WritingFixture {
     return file.write(bytes.data(), bytes.size(), offset);
   }
 
+  std::unique_ptr<OpenFile> openForReading(NodeId id) {
+    auto answer = engine->contents().openNow(id, true);
+    EXPECT_TRUE(answer && answer->error == 0);
+    return answer ? std::move(answer->file) : nullptr;
+  }
+
   // The change is on its way: sent, and not answered.
   void markSent(NodeId id) {
     files().withSettled(id, Durability::eventual, [&](ReplicaWriter& writer) {
@@ -191,6 +197,54 @@ TEST_F(LocalFilesTest, CopyingRangesBetweenFiles) {
   const auto target = open(to);
   EXPECT_EQ(target->copyFrom(*source, 2, 1, 3), 3);
   EXPECT_EQ(bytesOf(*target), "a234ef");
+}
+
+TEST_F(LocalFilesTest, AReaderSeesWhatWasWrittenAndClosedBeforeItsFirstRead) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  const auto reader = openForReading(id);
+  write(id, "longer than before");
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "longer than before");
+  EXPECT_FALSE(reader->endsBefore(10));
+}
+
+TEST_F(LocalFilesTest, AReaderSeesWhatWasWrittenAndClosedAfterItsFirstRead) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  const auto reader = openForReading(id);
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "base");
+  write(id, "new");
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "new");
+  push();
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "new");
+}
+
+TEST_F(LocalFilesTest, AReaderFollowsToTheCopyThatIsWrittenWhileTheContentsAreOnTheirWay) {
+  const NodeId id = makeFile("a.txt", "first");
+  const auto reader = openForReading(id);
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "first");
+  markSent(id);
+  const ContentId before = row(id)->content;
+  write(id, "second");
+  ASSERT_NE(row(id)->content, before);
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "second");
+  EXPECT_TRUE(engine->openFiles().isContentOpen(row(id)->content));
+  EXPECT_FALSE(engine->openFiles().isContentOpen(before));
+}
+
+TEST_F(LocalFilesTest, AReaderOfAnEmptyFileSeesWhatIsWrittenLater) {
+  const NodeId id = downloaded("i:1", "a.txt", "");
+  const auto reader = openForReading(id);
+  EXPECT_TRUE(reader->endsBefore(0));
+  write(id, "something");
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "something");
+}
+
+TEST_F(LocalFilesTest, AReaderWhoComesBeforeTheRowFollowsTheBytesReadsAll) {
+  const NodeId id = makeFile("a.txt", "first");
+  const auto file = open(id);
+  EXPECT_EQ(put(*file, " and more", 5), 9);
+  const auto reader = openForReading(id);
+  EXPECT_EQ(EngineFixture::contentsOf(*reader), "first and more");
+  close(id);
 }
 
 TEST_F(LocalFilesTest, AFileThatIsGoneIsNotOpened) {

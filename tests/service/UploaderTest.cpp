@@ -55,7 +55,8 @@ TEST_F(UploaderTest, AnEmptyFileGoesUpBecauseItIsEmpty) {
 TEST_F(UploaderTest, AFileThatIsBeingWrittenIsNoPlaceholderAtTheHost) {
   const NodeId id = make("a.txt").entry.id;
   {
-    OpenFile handle(engine->openFiles(), engine->store(), id, row(id)->content, 0);
+    OpenFile handle(engine->replica(), engine->openFiles(), engine->store(), id, row(id)->content,
+                    0);
     handle.setWrites();
     const auto file = open(id);
     push();

@@ -109,10 +109,11 @@ class EngineFixture : public ::testing::Test {
   }
 
   static std::string contentsOf(OpenFile& file) {
-    if (file.size() == 0) return {};
-    std::string bytes(static_cast<std::size_t>(file.size()), '\0');
-    const ssize_t count = ::pread(file.descriptor(), bytes.data(), bytes.size(), 0);
-    bytes.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    if (file.endsBefore(0)) return {};
+    const auto descriptor = file.descriptor();
+    std::string bytes(static_cast<std::size_t>(::lseek(descriptor->get(), 0, SEEK_END)), '\0');
+    const ssize_t count = ::pread(descriptor->get(), bytes.data(), bytes.size(), 0);
+    EXPECT_EQ(count, static_cast<ssize_t>(bytes.size()));
     return bytes;
   }
 
