@@ -96,8 +96,7 @@ void Edits::touchFolder(ReplicaWriter& writer, NodeId folder) {
       .run();
 }
 
-EditResult Edits::make(NodeId folder, Node node,
-                       const std::function<void(ReplicaWriter&, NodeId)>& added) {
+EditResult Edits::make(NodeId folder, Node node, const Step& added) {
   EditResult result;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     const std::optional<Node> parent = writer.node(folder);
@@ -115,19 +114,20 @@ EditResult Edits::make(NodeId folder, Node node,
     node.modified = files_.now() / 1000;
     node.nanoseconds = files_.now() % 1000 * 1000000;
     node.kept = parent->kept;
+    if (node.state == ContentState::dirty) node.content = writer.nextContent();
     node.id = writer.insert(node);
     if (node.id == kNoNode) {
       result.error = EEXIST;
       return;
     }
     touchFolder(writer, folder);
-    added(writer, node.id);
+    added(writer, node);
     if (node.kind != NodeKind::link && !staysHere(writer, folder, node.name)) {
       Change change = journal::begin(writer, node, due());
       change.contents = node.kind == NodeKind::file;
       journal::put(writer.connection(), change);
     }
-    result.entry = *writer.node(node.id);
+    result.entry = node;
   });
   faultPoint("create.journaled");
   if (result.error == 0) files_.changed();
@@ -135,21 +135,33 @@ EditResult Edits::make(NodeId folder, Node node,
 }
 
 EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode) {
+  return makeFile(folder, name, mode, false);
+}
+
+EditResult Edits::makeOpenFile(NodeId folder, std::string_view name, int mode) {
+  return makeFile(folder, name, mode, true);
+}
+
+EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode, bool open) {
   Node node;
   node.kind = NodeKind::file;
   node.name = name;
   node.mode = (mode & 0777) | kModeSet;
-  Descriptor contents;
-  EditResult result = make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
-    const ContentId content = writer.reserveContent(id, true);
-    contents = store_.create(content, node.name);
-    writer.connection()
-        .cached("UPDATE node SET state=2,content=? WHERE id=?")
-        .bind(content, id)
-        .run();
-  });
-  result.contents = std::move(contents);
-  return result;
+  node.state = ContentState::dirty;
+  NodeId opened = kNoNode;
+  try {
+    return make(folder, node, [&](ReplicaWriter& writer, const Node& made) {
+      writer.addContent(made.content, made.id, true);
+      Descriptor contents = store_.create(made.content, made.name);
+      if (!open) return;
+      files_.openNew(made.id, made.content, std::move(contents));
+      opened = made.id;
+    });
+  } catch (...) {
+    // The number may be given to another file.
+    if (opened != kNoNode) files_.released(opened);
+    throw;
+  }
 }
 
 EditResult Edits::makeFolder(NodeId folder, std::string_view name, int mode) {
@@ -157,9 +169,9 @@ EditResult Edits::makeFolder(NodeId folder, std::string_view name, int mode) {
   node.kind = NodeKind::folder;
   node.name = name;
   node.mode = (mode & 0777) | kModeSet;
-  return make(folder, node, [](ReplicaWriter& writer, NodeId id) {
+  return make(folder, node, [](ReplicaWriter& writer, const Node& made) {
     // Whoever lists it need not ask anybody.
-    writer.setListed(id, 1, "");
+    writer.setListed(made.id, 1, "");
   });
 }
 
@@ -168,8 +180,8 @@ EditResult Edits::makeLink(NodeId folder, std::string_view name, std::string_vie
   node.kind = NodeKind::link;
   node.name = name;
   node.size = static_cast<std::int64_t>(target.size());
-  return make(folder, node, [&](ReplicaWriter& writer, NodeId id) {
-    writer.connection().cached("INSERT INTO link VALUES (?,?)").bind(id, target).run();
+  return make(folder, node, [&](ReplicaWriter& writer, const Node& made) {
+    writer.connection().cached("INSERT INTO link VALUES (?,?)").bind(made.id, target).run();
   });
 }
 

@@ -21,7 +21,6 @@ namespace tulo {
 struct EditResult {
   int error = 0;
   Entry entry;
-  Descriptor contents;  // of a new file, open for reading and writing
 };
 
 class Edits {
@@ -30,6 +29,9 @@ class Edits {
         LocalNames localNames);
 
   EditResult makeFile(NodeId folder, std::string_view name, int mode);
+  // The same for a program that goes on with it: the contents are open in LocalFiles afterwards,
+  // until LocalFiles::released.
+  EditResult makeOpenFile(NodeId folder, std::string_view name, int mode);
   EditResult makeFolder(NodeId folder, std::string_view name, int mode = 0700);
   EditResult makeLink(NodeId folder, std::string_view name, std::string_view target);
   // EINVAL for what is no symbolic link.
@@ -53,8 +55,9 @@ class Edits {
  private:
   int rename(ReplicaWriter& writer, NodeId folder, std::string_view name, NodeId newFolder,
              std::string_view newName, unsigned flags);
-  EditResult make(NodeId folder, Node node,
-                  const std::function<void(ReplicaWriter&, NodeId)>& added);
+  using Step = std::function<void(ReplicaWriter&, const Node&)>;
+  EditResult make(NodeId folder, Node node, const Step& added);
+  EditResult makeFile(NodeId folder, std::string_view name, int mode, bool open);
   int removeOne(ReplicaWriter& writer, const Node& node);
   bool noteChange(ReplicaWriter& writer, const Node& node);
   void place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name);

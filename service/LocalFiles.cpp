@@ -259,7 +259,16 @@ std::shared_ptr<WritableFile> LocalFiles::slot(NodeId node) {
   return slot;
 }
 
-std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error, Descriptor contents) try {
+void LocalFiles::openNew(NodeId node, ContentId content, Descriptor contents) {
+  auto file = std::make_shared<WritableFile>(*this, node);
+  file->file_ = std::move(contents);
+  file->content_ = content;
+  file->writable_ = true;
+  std::lock_guard lock(mutex_);
+  files_[node] = std::move(file);
+}
+
+std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error) try {
   error = 0;
   std::shared_ptr<WritableFile> file;
   {
@@ -283,7 +292,7 @@ std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error, Descriptor
     return nullptr;
   }
   if (node->content != kNoContent && node->state != ContentState::dataless) {
-    file->file_ = contents ? std::move(contents) : store_.openWritable(node->content);
+    file->file_ = store_.openWritable(node->content);
     file->content_ = node->content;
     file->writable_ = journaled;
   }

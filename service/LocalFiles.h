@@ -84,8 +84,10 @@ class LocalFiles {
   void stop();
 
   // The shared contents of a node whose contents are here; null with an errno otherwise.
-  // `contents`: those, open for reading and writing, where the caller has them already.
-  std::shared_ptr<WritableFile> open(NodeId node, int& error, Descriptor contents = {});
+  std::shared_ptr<WritableFile> open(NodeId node, int& error);
+  // The same for contents that are made just now, inside the transaction that makes the node and
+  // journals them: only so can nobody have sent them yet. Open until released().
+  void openNew(NodeId node, ContentId content, Descriptor contents);
   // The same if somebody has it open already.
   std::shared_ptr<WritableFile> find(NodeId node) const;
 

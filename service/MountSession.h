@@ -67,8 +67,7 @@ class MountSession {
   // Answers the request when no folder can hold such a name.
   static bool tooLong(fuse_req_t request, const char* name);
   // Opening.
-  bool writesThrough(const fuse_file_info& info, OpenFile& file, int& error,
-                     Descriptor contents = {});
+  bool writesThrough(const fuse_file_info& info, OpenFile& file, int& error);
   // Whether close(2) has something to wait for; otherwise the release does all.
   bool asksWhenClosing(bool writes) const { return writes && parts_.awaited; }
   void openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info);

@@ -48,10 +48,9 @@ void MountSession::afterVerdict(fuse_req_t request, const std::vector<NodeId>& n
   parts_.awaited->awaitVerdict(ticket, nodes, parts_.patience);
 }
 
-bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int& error,
-                                 Descriptor contents) {
+bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int& error) {
   if ((info.flags & O_ACCMODE) == O_RDONLY || !parts_.files) return false;
-  if (!parts_.files->open(file.node(), error, std::move(contents))) return false;
+  if (!parts_.files->open(file.node(), error)) return false;
   file.setWrites();
   return true;
 }
@@ -115,7 +114,7 @@ void MountSession::create(fuse_req_t request, NodeId folder, const char* name, m
                           const fuse_file_info& requested) {
   guarded(request, [&] {
     if (tooLong(request, name)) return;
-    EditResult made = parts_.edits->makeFile(folder, name, static_cast<int>(mode));
+    const EditResult made = parts_.edits->makeOpenFile(folder, name, static_cast<int>(mode));
     if (made.error != 0) {
       // Somebody was faster: the kernel looks again and opens that one.
       const bool again = made.error == EEXIST && (requested.flags & O_EXCL) == 0;
@@ -124,15 +123,16 @@ void MountSession::create(fuse_req_t request, NodeId folder, const char* name, m
     }
     std::unique_ptr<OpenFile> file = parts_.contents.openNew(made.entry);
     int error = 0;
-    writesThrough(requested, *file, error, std::move(made.contents));
-    if (error != 0) {
-      fuse_reply_err(request, error);
-      return;
-    }
+    writesThrough(requested, *file, error);
     fuse_file_info info = requested;
     info.keep_cache = 1;
     info.noflush = asksWhenClosing(file->writes()) ? 0 : 1;
     info.fh = reinterpret_cast<std::uint64_t>(file.release());
+    if (error != 0) {
+      fuse_reply_err(request, error);
+      drop(nullptr, info);
+      return;
+    }
     const fuse_entry_param answer = parameters(made.entry);
     if (fuse_reply_create(request, &answer, &info) != 0) drop(nullptr, info);
   });

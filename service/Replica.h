@@ -135,7 +135,10 @@ class ReplicaWriter {
   std::int64_t nextSequence();
 
   // A number for contents that are about to come; unused until adopted.
-  ContentId reserveContent(NodeId node, bool used = false);
+  ContentId reserveContent(NodeId node);
+  // The same in two steps, for contents of a node that has no row yet.
+  ContentId nextContent();
+  void addContent(ContentId content, NodeId node, bool used);
   // Numbers below `first` are not given out.
   void skipContents(ContentId first);
   // Makes the contents those of the node, whose former ones become unused.

@@ -33,8 +33,8 @@ ReplicaWriter::ReplicaWriter(const std::string& path)
                                     " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
       insert_(database_.prepare(
           "INSERT OR IGNORE INTO node (id,parent,name,filename,kind,identifier,content_version,"
-          "metadata_version,size,modified,nanoseconds,capabilities,mode,pinned,kept) "
-          "VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")),
+          "metadata_version,size,modified,nanoseconds,capabilities,mode,pinned,kept,state,content) "
+          "VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")),
       update_(database_.prepare(
           "UPDATE node SET parent=?,name=?,filename=?,content_version=?,metadata_version=?,size=?,"
           "modified=?7,nanoseconds=nanoseconds*(modified=?7),capabilities=?,mode=?,kept=?,"
@@ -67,7 +67,7 @@ NodeId ReplicaWriter::insert(const Node& node) {
   insert_.bind(id, parentColumn(id, node.parent), node.name, filenameColumn(node),
                static_cast<int>(node.kind), orNull(node.identifier), node.contentVersion,
                node.metadataVersion, node.size, node.modified, node.nanoseconds, node.capabilities,
-               node.mode, node.pinned, node.kept);
+               node.mode, node.pinned, node.kept, static_cast<int>(node.state), node.content);
   insert_.run();
   return database_.changes() == 1 ? id : kNoNode;
 }
@@ -199,10 +199,20 @@ std::int64_t ReplicaWriter::nextSequence() {
   return ++lastSequence_;
 }
 
-ContentId ReplicaWriter::reserveContent(NodeId node, bool used) {
-  const ContentId id = nextNumber("next_content", nextContent_, reservedContents_);
-  database_.cached("INSERT INTO content (id,node,used) VALUES (?,?,?)").bind(id, node, used).run();
-  return id;
+ContentId ReplicaWriter::nextContent() {
+  return nextNumber("next_content", nextContent_, reservedContents_);
+}
+
+void ReplicaWriter::addContent(ContentId content, NodeId node, bool used) {
+  database_.cached("INSERT INTO content (id,node,used) VALUES (?,?,?)")
+      .bind(content, node, used)
+      .run();
+}
+
+ContentId ReplicaWriter::reserveContent(NodeId node) {
+  const ContentId content = nextContent();
+  addContent(content, node, false);
+  return content;
 }
 
 void ReplicaWriter::skipContents(ContentId first) {

@@ -38,8 +38,13 @@ class EditsTest : public WritingFixture {
 TEST_F(EditsTest, ANewFileIsInTheTreeAndInTheJournalWhenTheCallReturns) {
   const EditResult made = edits().makeFile(kRootNode, "a.txt", 0640);
   ASSERT_EQ(made.error, 0);
-  EXPECT_TRUE(made.contents);
   const Node node = *row(made.entry.id);
+  EXPECT_EQ(made.entry.mode, node.mode);
+  EXPECT_EQ(made.entry.content, node.content);
+  EXPECT_EQ(made.entry.state, node.state);
+  EXPECT_EQ(made.entry.capabilities, node.capabilities);
+  EXPECT_EQ(made.entry.modified, node.modified);
+  EXPECT_TRUE(std::filesystem::exists(engine->store().path(node.content)));
   EXPECT_EQ(node.mode & 0777, 0640);
   EXPECT_EQ(node.state, ContentState::dirty);
   EXPECT_TRUE(node.identifier.empty());

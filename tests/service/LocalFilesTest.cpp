@@ -55,6 +55,51 @@ TEST_F(LocalFilesTest, AllWhoHaveAFileOpenSeeTheSameBytes) {
   EXPECT_EQ(bytesOf(*one), "Jello");
 }
 
+TEST_F(LocalFilesTest, AFileIsOpenAsSoonAsItIsMadeForAProgram) {
+  const EditResult made = engine->edits().makeOpenFile(kRootNode, "a", 0600);
+  ASSERT_EQ(made.error, 0);
+  const auto file = files().find(made.entry.id);
+  ASSERT_TRUE(file);
+  EXPECT_EQ(open(made.entry.id), file);
+  EXPECT_EQ(put(*file, "hello", 0), 5);
+  close(made.entry.id);
+  EXPECT_EQ(row(made.entry.id)->size, 5);
+  EXPECT_EQ(files().find(made.entry.id), nullptr);
+  push();
+  EXPECT_EQ(hostContents("a"), "hello");
+}
+
+TEST_F(LocalFilesTest, WhatIsWrittenToANewFileAfterItWasSentIsNotTakenForSent) {
+  const EditResult made = engine->edits().makeOpenFile(kRootNode, "a", 0600);
+  ASSERT_EQ(made.error, 0);
+  const NodeId id = made.entry.id;
+  const auto program = engine->contents().openNew(made.entry);
+  const auto file = open(id);
+  put(*file, "one", 0);
+  close(id);
+  markSent(id);
+  EXPECT_EQ(put(*file, "two", 0), 3);
+  EXPECT_NE(row(id)->content, change(id)->sentContent);
+  EXPECT_EQ(readFile(engine->store().path(change(id)->sentContent)), "one");
+}
+
+TEST_F(LocalFilesTest, NothingIsOpenOfAFileThatCouldNotBeMade) {
+  const EditResult first = engine->edits().makeOpenFile(kRootNode, "a", 0600);
+  files().released(first.entry.id);
+  EXPECT_EQ(engine->edits().makeOpenFile(kRootNode, "a", 0600).error, EEXIST);
+  EXPECT_EQ(files().find(first.entry.id), nullptr);
+  EXPECT_EQ(files().find(first.entry.id + 1), nullptr);
+  // Contents cannot be made.
+  const std::string contents = engine->replica().directory() + "/contents";
+  std::filesystem::rename(contents, contents + ".away");
+  writeFile(contents, "");
+  EXPECT_THROW(engine->edits().makeOpenFile(kRootNode, "b", 0600), ContentError);
+  std::filesystem::remove(contents);
+  std::filesystem::rename(contents + ".away", contents);
+  EXPECT_EQ(named("b"), kNoNode);
+  EXPECT_EQ(engine->edits().makeOpenFile(kRootNode, "b", 0600).error, 0);
+}
+
 TEST_F(LocalFilesTest, WritingBeyondTheEndLeavesAHole) {
   const NodeId id = makeFile("a", "");
   const auto file = open(id);
