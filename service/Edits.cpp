@@ -7,6 +7,7 @@
 #include "platform/FileProvider.h"
 #include "service/FaultPoints.h"
 #include "service/Names.h"
+#include "service/RequestLoop.h"
 
 namespace tulo {
 
@@ -341,7 +342,9 @@ void Edits::forceReplacement(NodeId folder, std::string_view name, NodeId newFol
     const auto node = source.entry ? reader.node(source.entry->id) : std::nullopt;
     return node && node->state == ContentState::dirty ? node->content : kNoContent;
   });
-  if (content != kNoContent) store_.makeDurable(content);
+  if (content == kNoContent) return;
+  RequestLoop::passTurn();
+  store_.makeDurable(content);
 }
 
 int Edits::rename(NodeId folder, std::string_view name, NodeId newFolder, std::string_view newName,

@@ -1,47 +1,77 @@
 #include "service/Mount.h"
 
 #include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 #include <vector>
 
 #include "service/Descriptor.h"
 #include "service/MountSession.h"
+#include "service/RequestLoop.h"
 #include "service/ServiceLog.h"
 
 namespace tulo {
 
 namespace {
 
-constexpr unsigned kThreads = 8;
-constexpr int kWakeSignal = SIGUSR2;
-
-void ignoreWakeSignal() {
-  struct sigaction action = {};
-  action.sa_handler = [](int) {};
-  ::sigaction(kWakeSignal, &action, nullptr);
-}
-
 struct SessionDeleter {
   void operator()(fuse_session* session) const { fuse_session_destroy(session); }
 };
 
-struct LoopConfigDeleter {
-  void operator()(fuse_loop_config* config) const { fuse_loop_cfg_destroy(config); }
+// The kernel's requests.
+class KernelRequests final : public RequestSource {
+ public:
+  KernelRequests(fuse_session* session, unsigned slots)
+      : session_(session),
+        device_(fuse_session_fd(session)),
+        wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+        buffers_(slots) {
+    const int flags = ::fcntl(device_, F_GETFL);
+    if (!wake_ || flags < 0 || ::fcntl(device_, F_SETFL, flags | O_NONBLOCK) != 0) {
+      throw MountError("cannot wait for the kernel's requests");
+    }
+  }
+  ~KernelRequests() override {
+    // libfuse allocates them.
+    for (fuse_buf& buffer : buffers_)
+      std::free(buffer.mem);
+  }
+  KernelRequests(const KernelRequests&) = delete;
+  KernelRequests& operator=(const KernelRequests&) = delete;
+
+  Taken take(unsigned slot) override {
+    const int result = fuse_session_receive_buf(session_, &buffers_[slot]);
+    if (result > 0) return Taken::request;
+    return result == -EAGAIN || result == -EINTR ? Taken::nothing : Taken::end;
+  }
+
+  void await() override {
+    std::array<pollfd, 2> descriptors = {{{device_, POLLIN, 0}, {wake_.get(), POLLIN, 0}}};
+    ::poll(descriptors.data(), descriptors.size(), -1);
+  }
+
+  void wake() override { ::eventfd_write(wake_.get(), 1); }
+
+  void handle(unsigned slot) override { fuse_session_process_buf(session_, &buffers_[slot]); }
+
+ private:
+  fuse_session* const session_;
+  const int device_;
+  const Descriptor wake_;
+  std::vector<fuse_buf> buffers_;
 };
 
 void addChangingOperations(fuse_lowlevel_ops& operations);
@@ -235,7 +265,6 @@ const fuse_lowlevel_ops& MountSession::operations() {
 struct Mount::Session {
   Session(const MountOptions& options, const MountParts& parts)
       : mountPoint(options.mountPoint), handlers(parts, ::getuid(), ::getgid()) {
-    ignoreWakeSignal();
     std::string program = "tulo";
     std::string flag = "-o";
     std::string text = optionText(options);
@@ -251,6 +280,9 @@ struct Mount::Session {
       throw MountError("cannot mount at " + options.mountPoint +
                        " (is /dev/fuse there, and may this user use it?)");
     }
+    const RequestLoop::Options loopOptions = RequestLoop::usualOptions();
+    requests = std::make_unique<KernelRequests>(fuse.get(), loopOptions.threads);
+    loop = std::make_unique<RequestLoop>(*requests, loopOptions);
   }
 
   ~Session() {
@@ -261,11 +293,8 @@ struct Mount::Session {
   const std::string mountPoint;
   MountSession handlers;
   std::unique_ptr<fuse_session, SessionDeleter> fuse;
-  // Guards the two fields below it.
-  std::mutex mutex;
-  std::condition_variable ended;
-  bool running = false;
-  pthread_t thread = {};
+  std::unique_ptr<KernelRequests> requests;
+  std::unique_ptr<RequestLoop> loop;
 };
 
 Mount::Mount(const MountOptions& options, const MountParts& parts) {
@@ -277,30 +306,11 @@ Mount::Mount(const MountOptions& options, const MountParts& parts) {
 Mount::~Mount() = default;
 
 void Mount::run() {
-  {
-    std::lock_guard lock(session_->mutex);
-    session_->thread = ::pthread_self();
-    session_->running = true;
-  }
-  const std::unique_ptr<fuse_loop_config, LoopConfigDeleter> config(fuse_loop_cfg_create());
-  fuse_loop_cfg_set_max_threads(config.get(), kThreads);
-  fuse_loop_cfg_set_idle_threads(config.get(), kThreads);
-  fuse_loop_cfg_set_clone_fd(config.get(), 0);
-  fuse_session_loop_mt(session_->fuse.get(), config.get());
-  std::lock_guard lock(session_->mutex);
-  session_->running = false;
-  session_->ended.notify_all();
+  session_->loop->run();
 }
 
-// The loop sleeps until a worker ends or a signal comes; a signal that comes just before it sleeps
-// is lost, hence the repetition.
 void Mount::stop() {
-  fuse_session_exit(session_->fuse.get());
-  std::unique_lock lock(session_->mutex);
-  while (session_->running) {
-    ::pthread_kill(session_->thread, kWakeSignal);
-    session_->ended.wait_for(lock, std::chrono::milliseconds(10));
-  }
+  session_->loop->stop();
 }
 
 void Mount::abort() {

@@ -1,8 +1,10 @@
 #include "service/MountSession.h"
 
 #include <sys/statvfs.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -12,6 +14,7 @@
 #include "service/Journal.h"
 #include "service/MountGuard.h"
 #include "service/Names.h"
+#include "service/RequestLoop.h"
 #include "service/ServiceLog.h"
 
 namespace tulo {
@@ -21,6 +24,17 @@ namespace {
 // Up to this size a read is answered from a buffer: below it, moving pages costs more than it
 // saves.
 constexpr std::size_t kSmallRead = 32 * 1024;
+
+// Whether reading waits for no disk; told from the first and the last page.
+bool isInMemory(int file, std::size_t size, off_t offset) {
+  for (const off_t place :
+       {offset, offset + static_cast<off_t>(std::max<std::size_t>(size, 1)) - 1}) {
+    char byte = 0;
+    const iovec vector = {&byte, 1};
+    if (::preadv2(file, &vector, 1, place, RWF_NOWAIT) < 0) return false;
+  }
+  return true;
+}
 
 unsigned permissions(const Entry& entry, unsigned usual, bool writable) {
   const unsigned bits = entry.mode != 0 ? static_cast<unsigned>(entry.mode) & 0777U : usual;
@@ -243,6 +257,7 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
     }
     try {
       const std::shared_ptr<const Descriptor> descriptor = file.descriptor();
+      if (!isInMemory(descriptor->get(), size, offset)) RequestLoop::passTurn();
       if (size <= kSmallRead) {
         std::array<char, kSmallRead> buffer;
         const ssize_t count = ::pread(descriptor->get(), buffer.data(), size, offset);

@@ -7,6 +7,7 @@
 
 #include "service/MountGuard.h"
 #include "service/MountSession.h"
+#include "service/RequestLoop.h"
 
 namespace tulo {
 
@@ -347,12 +348,14 @@ void MountSession::flush(fuse_req_t request, NodeId node) {
 }
 
 void MountSession::fsync(fuse_req_t request, NodeId node, bool dataOnly) {
+  RequestLoop::passTurn();
   guarded(request, [&] {
     fuse_reply_err(request, parts_.files ? parts_.files->synchronize(node, dataOnly) : 0);
   });
 }
 
 void MountSession::fsyncFolder(fuse_req_t request) {
+  RequestLoop::passTurn();
   guarded(request, [&] {
     if (parts_.edits) parts_.replica.synchronize();
     fuse_reply_err(request, 0);
@@ -361,6 +364,7 @@ void MountSession::fsyncFolder(fuse_req_t request) {
 
 void MountSession::fallocate(fuse_req_t request, NodeId node, int mode, off_t offset,
                              off_t length) {
+  RequestLoop::passTurn();
   guarded(request, [&] {
     const std::shared_ptr<WritableFile> file = shared(request, node);
     if (file) fuse_reply_err(request, file->allocate(mode, offset, length));
@@ -369,6 +373,7 @@ void MountSession::fallocate(fuse_req_t request, NodeId node, int mode, off_t of
 
 void MountSession::copyRange(fuse_req_t request, NodeId from, off_t fromOffset, NodeId to,
                              off_t toOffset, std::size_t size) {
+  RequestLoop::passTurn();
   guarded(request, [&] {
     const std::shared_ptr<WritableFile> source = shared(request, from);
     if (!source) return;
