@@ -86,6 +86,11 @@ bool Edits::staysHere(ReplicaWriter& writer, NodeId folder, std::string_view nam
   return staysLocal(writer, localNames_, folder, name);
 }
 
+bool Edits::staysHere(ReplicaWriter& writer, const Node& folder, std::string_view name) {
+  if (folder.identifier.empty()) return staysHere(writer, folder.id, name);
+  return localNames_.matches(name);
+}
+
 void Edits::touchFolder(ReplicaWriter& writer, NodeId folder) {
   // No finer than this, so that a storm of changes writes the folder's row now and then only.
   const std::int64_t now = files_.now() / kFolderTick * kFolderTick;
@@ -123,8 +128,8 @@ EditResult Edits::make(NodeId folder, Node node, const Step& added) {
     }
     touchFolder(writer, folder);
     added(writer, node);
-    if (node.kind != NodeKind::link && !staysHere(writer, folder, node.name)) {
-      Change change = journal::begin(writer, node, due());
+    if (node.kind != NodeKind::link && !staysHere(writer, *parent, node.name)) {
+      Change change = journal::fresh(writer, node.id, due());
       change.contents = node.kind == NodeKind::file;
       journal::put(writer.connection(), change);
     }

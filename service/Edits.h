@@ -63,6 +63,7 @@ class Edits {
   void place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name);
   void makeKnown(ReplicaWriter& writer, NodeId node);
   bool staysHere(ReplicaWriter& writer, NodeId folder, std::string_view name);
+  bool staysHere(ReplicaWriter& writer, const Node& folder, std::string_view name);
   void forceReplacement(NodeId folder, std::string_view name, NodeId newFolder,
                         std::string_view newName);
   void touchFolder(ReplicaWriter& writer, NodeId folder);

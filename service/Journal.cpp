@@ -70,6 +70,14 @@ void erase(Connection& database, NodeId node) {
   database.cached("DELETE FROM pending WHERE node=?").bind(node).run();
 }
 
+Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+  Change change;
+  change.node = node;
+  change.sequence = writer.nextSequence();
+  change.due = due;
+  return change;
+}
+
 Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
   Connection& database = writer.connection();
   std::optional<Change> found = find(database, node.id);

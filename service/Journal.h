@@ -47,6 +47,9 @@ std::optional<Change> find(Connection& database, NodeId node);
 void put(Connection& database, const Change& change);
 void erase(Connection& database, NodeId node);
 
+// The row of a node that is made just now. To be put() afterwards.
+Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due);
+
 // The row of a node about to be changed: the one that is there, else one whose base is what the
 // node is now. Neither waiting nor refused any more, and due at `due`. To be put() afterwards.
 Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due);
