@@ -47,9 +47,14 @@ class Statement {
   template <typename... Values>
   Statement& bind(const Values&... values) {
     reset();
-    int index = 0;
-    (bindOne(++index, values), ...);
+    bindFrom(0, values...);
     return *this;
+  }
+
+  // Binds those after the first `index` parameters. The statement must have been reset.
+  template <typename... Values>
+  void bindFrom(int index, const Values&... values) {
+    (bindOne(++index, values), ...);
   }
 
   // True while there is a row.

@@ -36,6 +36,19 @@ bool isInMemory(int file, std::size_t size, off_t offset) {
   return true;
 }
 
+// All that a listing without attributes has of an entry.
+fuse_entry_param withTypeOnly(const Entry& entry) {
+  fuse_entry_param parameters = {};
+  parameters.ino = entry.id;
+  parameters.attr.st_ino = entry.id;
+  if (entry.kind == NodeKind::folder) {
+    parameters.attr.st_mode = S_IFDIR;
+  } else {
+    parameters.attr.st_mode = entry.kind == NodeKind::link ? S_IFLNK : S_IFREG;
+  }
+  return parameters;
+}
+
 unsigned permissions(const Entry& entry, unsigned usual, bool writable) {
   const unsigned bits = entry.mode != 0 ? static_cast<unsigned>(entry.mode) & 0777U : usual;
   return writable ? bits : bits & ~0222U;
@@ -327,13 +340,13 @@ void MountSession::fillDirectory(fuse_req_t request, NodeId folder, std::size_t 
   std::vector<NodeId> remembered;
   if (addDots(request, folder, offset, plus, buffer)) {
     const NodeId after = offset <= 2 ? kFirstNode - 1 : static_cast<NodeId>(offset);
+    std::string text;
     parts_.replica.read([&](ReplicaReader& reader) {
       reader.children(folder, after, [&](const Entry& entry, std::string_view name) {
-        const fuse_entry_param answer = parameters(entry);
+        const fuse_entry_param answer = plus ? parameters(entry) : withTypeOnly(entry);
         const auto cursor = static_cast<off_t>(entry.id);
-        if (!buffer.add(request, std::string(name).c_str(), answer.attr, &answer, cursor, plus)) {
-          return false;
-        }
+        text.assign(name);
+        if (!buffer.add(request, text.c_str(), answer.attr, &answer, cursor, plus)) return false;
         if (plus && entry.kind == NodeKind::folder) remembered.push_back(entry.id);
         return true;
       });

@@ -328,12 +328,20 @@ class Pass {
   }
 
   void insertNew() {
-    for (const ItemRecord* item : fresh_)
-      insertOne(*item);
+    // Kept from one turn to the next, with the memory of their texts.
+    std::vector<Node> nodes(ReplicaWriter::kManyNodes);
+    for (std::size_t done = 0; done < fresh_.size(); done += nodes.size()) {
+      nodes.resize(std::min(nodes.size(), fresh_.size() - done));
+      for (std::size_t i = 0; i < nodes.size(); ++i)
+        describe(*fresh_[done + i], nodes[i]);
+      writer_.insertMany(nodes);
+      for (std::size_t i = 0; i < nodes.size(); ++i)
+        noteNew(nodes[i], *fresh_[done + i]);
+    }
   }
 
-  void insertOne(const ItemRecord& item) {
-    Node node;
+  void describe(const ItemRecord& item, Node& node) const {
+    node.id = kNoNode;
     node.parent = folder_;
     node.filename = item.filename;
     node.name = names::shown(item.filename);
@@ -345,7 +353,10 @@ class Pass {
     node.contentVersion = item.contentVersion;
     node.metadataVersion = item.metadataVersion;
     node.kept = kept_;
-    if (writer_.insert(node) == kNoNode && !insertElsewhere(node, item)) return;
+  }
+
+  void noteNew(Node& node, const ItemRecord& item) {
+    if (node.id == kNoNode && !insertElsewhere(node, item)) return;
     listingChanged_ = true;
     if (!firstTime_) invalidations_.push_back(entryChanged(folder_, node.name));
   }

@@ -16,10 +16,32 @@ std::optional<std::string_view> filenameColumn(const Node& node) {
   return node.filename == node.name ? std::nullopt : std::optional<std::string_view>(node.filename);
 }
 
+constexpr int kNodeColumns = 17;
+
+std::string insertion(std::size_t rows) {
+  const std::string row = "(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)";
+  std::string sql =
+      "INSERT OR IGNORE INTO node (id,parent,name,filename,kind,identifier,content_version,"
+      "metadata_version,size,modified,nanoseconds,capabilities,mode,pinned,kept,state,content) "
+      "VALUES " +
+      row;
+  for (std::size_t i = 1; i < rows; ++i)
+    sql += ',' + row;
+  return sql;
+}
+
 // A node outside the tree has no parent at all; the root's is 0.
 std::optional<std::uint64_t> parentColumn(NodeId id, NodeId parent) {
   if (parent == kNoNode && id != kRootNode) return std::nullopt;
   return parent;
+}
+
+void bindNode(Statement& statement, int before, NodeId id, const Node& node) {
+  statement.bindFrom(before, id, parentColumn(id, node.parent), node.name, filenameColumn(node),
+                     static_cast<int>(node.kind), orNull(node.identifier), node.contentVersion,
+                     node.metadataVersion, node.size, node.modified, node.nanoseconds,
+                     node.capabilities, node.mode, node.pinned, node.kept,
+                     static_cast<int>(node.state), node.content);
 }
 
 }  // namespace
@@ -31,10 +53,8 @@ ReplicaWriter::ReplicaWriter(const std::string& path)
       childNamed_(database_.prepare("SELECT id FROM node WHERE parent=? AND name=?")),
       childNodes_(database_.prepare(columns::selectNode() +
                                     " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
-      insert_(database_.prepare(
-          "INSERT OR IGNORE INTO node (id,parent,name,filename,kind,identifier,content_version,"
-          "metadata_version,size,modified,nanoseconds,capabilities,mode,pinned,kept,state,content) "
-          "VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")),
+      insert_(database_.prepare(insertion(1))),
+      insertMany_(database_.prepare(insertion(kManyNodes))),
       update_(database_.prepare(
           "UPDATE node SET parent=?,name=?,filename=?,content_version=?,metadata_version=?,size=?,"
           "modified=?7,nanoseconds=nanoseconds*(modified=?7),capabilities=?,mode=?,kept=?,"
@@ -61,15 +81,35 @@ void ReplicaWriter::forgetReservations() {
   nextContent_ = reservedContents_ = 0;
 }
 
+NodeId ReplicaWriter::numberFor(const Node& node) {
+  return node.id != kNoNode ? node.id : nextNumber("next_node", nextNode_, reservedNodes_);
+}
+
 NodeId ReplicaWriter::insert(const Node& node) {
-  const NodeId id =
-      node.id != kNoNode ? node.id : nextNumber("next_node", nextNode_, reservedNodes_);
-  insert_.bind(id, parentColumn(id, node.parent), node.name, filenameColumn(node),
-               static_cast<int>(node.kind), orNull(node.identifier), node.contentVersion,
-               node.metadataVersion, node.size, node.modified, node.nanoseconds, node.capabilities,
-               node.mode, node.pinned, node.kept, static_cast<int>(node.state), node.content);
+  const NodeId id = numberFor(node);
+  insert_.reset();
+  bindNode(insert_, 0, id, node);
   insert_.run();
   return database_.changes() == 1 ? id : kNoNode;
+}
+
+void ReplicaWriter::insertMany(std::vector<Node>& nodes) {
+  std::size_t done = 0;
+  for (; done + kManyNodes <= nodes.size(); done += kManyNodes) {
+    insertMany_.reset();
+    for (std::size_t i = 0; i < kManyNodes; ++i) {
+      Node& node = nodes[done + i];
+      node.id = numberFor(node);
+      bindNode(insertMany_, static_cast<int>(i) * kNodeColumns, node.id, node);
+    }
+    insertMany_.run();
+    if (database_.changes() == static_cast<std::int64_t>(kManyNodes)) continue;
+    for (std::size_t i = done; i < done + kManyNodes; ++i) {
+      if (!node(nodes[i].id)) nodes[i].id = kNoNode;
+    }
+  }
+  for (; done < nodes.size(); ++done)
+    nodes[done].id = insert(nodes[done]);
 }
 
 std::optional<Node> ReplicaWriter::node(NodeId id) {

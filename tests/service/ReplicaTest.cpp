@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 #include <thread>
 
 #include "service/Schema.h"
@@ -54,6 +55,29 @@ TEST_F(ReplicaTest, RefusesANameOrAnIdentifierThatIsTaken) {
   EXPECT_EQ(insert(replica, childOf(1, "a", "i:2")), kNoNode);
   EXPECT_EQ(insert(replica, childOf(2, "b", "i:1")), kNoNode);
   EXPECT_NE(insert(replica, childOf(2, "a", "i:3")), kNoNode);
+}
+
+TEST_F(ReplicaTest, OfManyAtOnceThoseThatAreTakenAreLeftOut) {
+  Replica replica(directory.path());
+  insert(replica, childOf(1, "taken", "i:taken"));
+  constexpr std::size_t kCount = 2 * ReplicaWriter::kManyNodes + 5;
+  const std::set<std::size_t> bad = {0, 7, ReplicaWriter::kManyNodes + 3, kCount - 1};
+  std::vector<Node> nodes;
+  for (std::size_t i = 0; i < kCount; ++i)
+    nodes.push_back(childOf(1, "n" + std::to_string(i), "i:" + std::to_string(i)));
+  nodes[0].name = "taken";
+  nodes[7].identifier = "i:6";
+  nodes[ReplicaWriter::kManyNodes + 3].name = "n2";
+  nodes[kCount - 1].identifier = "i:taken";
+  replica.write(Durability::eventual, [&](ReplicaWriter& writer) { writer.insertMany(nodes); });
+  for (std::size_t i = 0; i < kCount; ++i) {
+    EXPECT_EQ(nodes[i].id == kNoNode, bad.contains(i)) << i;
+    if (bad.contains(i)) continue;
+    const std::optional<Node> row = read(replica, nodes[i].id);
+    ASSERT_TRUE(row) << i;
+    EXPECT_EQ(row->name, nodes[i].name);
+    EXPECT_EQ(row->identifier, nodes[i].identifier);
+  }
 }
 
 TEST_F(ReplicaTest, AFailedWriteLeavesNothingAndHarmsNoOther) {

@@ -133,6 +133,34 @@ TEST_F(SyncTest, TwoItemsOfOneNameAreBothShownAndTheMarkGoesWithTheOther) {
   EXPECT_EQ(names(), (std::map<std::string, NodeId>{{"same.d", plain == file ? folder : file}}));
 }
 
+TEST_F(SyncTest, AmongManyNewItemsAMovedOneAndTwoOfOneNameFindTheirPlaces) {
+  extension->folder("f:1", "Docs");
+  extension->file("i:moved", "moved.txt", "hello");
+  refresh();
+  const NodeId docs = idOf("f:1");
+  const NodeId moved = idOf("i:moved");
+  constexpr int kCount = 100;
+  for (int i = 0; i < kCount; ++i) {
+    const std::string number = std::to_string(i);
+    const std::string name = i == 40 ? "n3" : "n" + number;
+    extension->file("i:" + number, name, number, "f:1");
+  }
+  extension->change("i:moved", [](ScriptedItem& item) { item.parent = "f:1"; });
+  commit();
+  ASSERT_EQ(refresh(docs), 0);
+  const auto all = names(docs);
+  EXPECT_EQ(all.size(), kCount + 1U);
+  EXPECT_EQ(all.at("moved.txt"), moved);
+  EXPECT_TRUE(all.at("n3") == idOf("i:3") || all.at("n3") == idOf("i:40"));
+  for (int i = 0; i < kCount; ++i) {
+    const auto item = node("i:" + std::to_string(i));
+    ASSERT_TRUE(item) << i;
+    EXPECT_EQ(item->filename, i == 40 ? "n3" : "n" + std::to_string(i));
+    EXPECT_EQ(item->size, static_cast<std::int64_t>(std::to_string(i).size()));
+    EXPECT_EQ(all.at(item->name), item->id);
+  }
+}
+
 TEST_F(SyncTest, NamesThatAFolderCannotHoldAreSpelledOut) {
   extension->file("i:1", "a/b", "x");
   extension->file("i:2", "..", "y");
