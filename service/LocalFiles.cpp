@@ -85,6 +85,9 @@ void WritableFile::prepare(bool keepContents) {
   const auto reserve = [&](ReplicaWriter& writer) {
     const std::optional<Node> node = writer.node(node_);
     if (!node) throw ContentError(ESTALE, "the file is gone");
+    if (keepContents && node->state == ContentState::dataless && node->size > 0) {
+      throw ContentError(EIO, "the contents to be changed are not here");
+    }
     name = node->name;
     const std::optional<Change> change = journal::find(writer.connection(), node_);
     const bool sending = change && change->sent && change->sentContent == node->content;

@@ -260,13 +260,24 @@ void MountSession::rename(fuse_req_t request, NodeId folder, const char* name, N
 }
 
 int MountSession::truncate(NodeId node, off_t size) {
+  // Open meanwhile, so that nobody evicts the contents, and whoever closes the file last leaves it
+  // to this one to bring the row up to date.
+  std::unique_ptr<OpenFile> open;
+  {
+    const std::shared_lock gate(parts_.openFiles.gate());
+    open = parts_.contents.openAsIs(node);
+  }
+  if (!open) return ESTALE;
   int error = 0;
   const std::shared_ptr<WritableFile> file = parts_.files->open(node, error);
-  if (!file) return error;
-  error = file->truncate(size);
-  const int settled = parts_.files->settle(node);
+  if (file) {
+    error = file->truncate(size);
+    const int settled = parts_.files->settle(node);
+    if (error == 0) error = settled;
+  }
+  open.reset();
   parts_.files->released(node);
-  return error != 0 ? error : settled;
+  return error;
 }
 
 void MountSession::applyAttributes(fuse_req_t request, NodeId node, const struct stat& wanted,

@@ -118,6 +118,19 @@ TEST_F(LocalFilesTest, TruncatingShortensAndLengthens) {
   EXPECT_EQ(row(id)->size, 4);
 }
 
+TEST_F(LocalFilesTest, WhatIsNotHereIsEmptiedButNeverChangedInPart) {
+  extension->file("i:1", "a.txt", "hello");
+  list();
+  const NodeId id = idOf("i:1");
+  const auto file = open(id);
+  EXPECT_EQ(file->truncate(3), EIO);
+  EXPECT_EQ(put(*file, "J", 0), -EIO);
+  EXPECT_EQ(row(id)->state, ContentState::dataless);
+  EXPECT_FALSE(change(id));
+  EXPECT_EQ(file->truncate(0), 0);
+  EXPECT_EQ(row(id)->state, ContentState::dirty);
+}
+
 TEST_F(LocalFilesTest, ClosingBringsSizeAndTimeIntoTheRow) {
   const NodeId id = makeFile("a", "");
   const auto file = open(id);
