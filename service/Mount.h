@@ -1,8 +1,8 @@
 // The mount: the kernel's requests on one side, the replica and its helpers on the other.
 //
 // Whatever is known is answered on the thread that took the request (RequestLoop); what has to wait
-// is answered from the completion, so that a slow download never keeps a thread. The kernel's caches
-// are given long time-outs: Notifier tells the kernel what is no longer true.
+// is answered from the completion, so that a slow download never keeps a thread. The kernel's
+// caches are given long time-outs: Notifier tells the kernel what is no longer true.
 //
 // Threads: run() serves on several threads until stop(), which any thread may call.
 #pragma once
