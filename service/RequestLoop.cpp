@@ -18,9 +18,6 @@ struct Turn {
 
 thread_local Turn ownTurn;
 
-// As often the deputy finds nothing to do before it sleeps until something is.
-constexpr unsigned kQuietRounds = 20;
-
 }  // namespace
 
 RequestLoop::Options RequestLoop::usualOptions() {
@@ -76,7 +73,7 @@ bool RequestLoop::watchTurn(std::unique_lock<std::mutex>& lock) {
   unsigned quiet = 0;
   const auto wanted = [this] { return ended_ || offered_; };
   for (;;) {
-    if (quiet < kQuietRounds) {
+    if (quiet < options_.quietRounds) {
       turnOffered_.wait_for(lock, options_.patience, wanted);
     } else {
       deputySleeps_ = true;

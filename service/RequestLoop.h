@@ -43,6 +43,8 @@ class RequestLoop {
     unsigned threads = 8;
     // How long one request may be handled until somebody else takes the turn.
     Duration patience{500};
+    // After as many times that in which no request came, the deputy sleeps until one does.
+    unsigned quietRounds = 20;
     // How long the next request is looked for without sleeping; 0: not at all.
     Duration alert{50};
   };
