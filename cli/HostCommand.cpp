@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "host/Client.h"
 #include "host/Host.h"
-#include "host/HostError.h"
+#include "host/base/HostError.h"
+#include "host/server/Client.h"
 #include "platform/linux/Container.h"
 
 namespace tulo::cli {

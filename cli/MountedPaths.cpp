@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "cli/ServiceClient.h"
-#include "service/ServicePaths.h"
+#include "service/base/ServicePaths.h"
 
 namespace tulo::cli {
 

@@ -8,9 +8,9 @@
 #include <cstring>
 #include <filesystem>
 
-#include "service/Control.h"
-#include "service/Names.h"
-#include "service/ServicePaths.h"
+#include "service/base/Names.h"
+#include "service/base/ServicePaths.h"
+#include "service/control/Control.h"
 
 namespace tulo::cli {
 

@@ -15,7 +15,7 @@
 #include "cli/PlainText.h"
 #include "cli/ServiceClient.h"
 #include "cli/Sizes.h"
-#include "service/ServicePaths.h"
+#include "service/base/ServicePaths.h"
 
 namespace tulo::cli {
 

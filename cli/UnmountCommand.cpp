@@ -11,8 +11,8 @@
 
 #include "cli/PlainText.h"
 #include "cli/ServiceClient.h"
-#include "service/Mount.h"
-#include "service/ServicePaths.h"
+#include "service/base/ServicePaths.h"
+#include "service/mount/Mount.h"
 
 namespace tulo::cli {
 

@@ -1,6 +1,6 @@
 // What anybody may send to the host: it is a request, or the host says what was expected.
 #include "fuzz/Input.h"
-#include "host/Request.h"
+#include "host/account/Request.h"
 
 using tulo::fuzz::require;
 using tulo::host::BadRequest;

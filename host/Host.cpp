@@ -4,15 +4,15 @@
 #include <system_error>
 #include <thread>
 
-#include "host/Account.h"
-#include "host/Container.h"
-#include "host/Downloads.h"
-#include "host/HostError.h"
-#include "host/HostLog.h"
-#include "host/RequestHandler.h"
-#include "host/Staging.h"
-#include "host/StopSignal.h"
-#include "host/Thumbnails.h"
+#include "host/account/Container.h"
+#include "host/account/Downloads.h"
+#include "host/account/Staging.h"
+#include "host/account/Thumbnails.h"
+#include "host/base/HostError.h"
+#include "host/base/HostLog.h"
+#include "host/folder/Account.h"
+#include "host/server/RequestHandler.h"
+#include "host/server/StopSignal.h"
 
 namespace tulo::host {
 

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "host/Faults.h"
-#include "host/Server.h"
+#include "host/server/Faults.h"
+#include "host/server/Server.h"
 
 namespace tulo::host {
 

@@ -8,8 +8,8 @@
 #include <ctime>
 #include <future>
 
-#include "service/Recovery.h"
-#include "service/ServiceLog.h"
+#include "service/base/ServiceLog.h"
+#include "service/replica/Recovery.h"
 
 namespace tulo {
 

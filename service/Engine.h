@@ -11,17 +11,17 @@
 #include <thread>
 #include <vector>
 
-#include "service/Acknowledged.h"
-#include "service/Contents.h"
-#include "service/Edits.h"
-#include "service/Folders.h"
-#include "service/LocalFiles.h"
-#include "service/Notifier.h"
-#include "service/Pins.h"
-#include "service/Replica.h"
-#include "service/SourceWatch.h"
-#include "service/Sync.h"
-#include "service/Uploader.h"
+#include "service/contents/Contents.h"
+#include "service/contents/Pins.h"
+#include "service/edits/Edits.h"
+#include "service/edits/LocalFiles.h"
+#include "service/kernel/Acknowledged.h"
+#include "service/kernel/Folders.h"
+#include "service/kernel/Notifier.h"
+#include "service/listing/SourceWatch.h"
+#include "service/listing/Sync.h"
+#include "service/replica/Replica.h"
+#include "service/upload/Uploader.h"
 
 namespace tulo {
 

@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <thread>
 
-#include "service/Control.h"
-#include "service/ServiceControl.h"
-#include "service/ServiceLog.h"
+#include "service/base/ServiceLog.h"
+#include "service/control/Control.h"
+#include "service/control/ServiceControl.h"
 
 namespace tulo {
 

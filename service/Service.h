@@ -6,9 +6,9 @@
 #include <string>
 
 #include "service/Engine.h"
-#include "service/Mount.h"
-#include "service/ServicePaths.h"
-#include "service/ThumbnailBatcher.h"
+#include "service/base/ServicePaths.h"
+#include "service/desktop/ThumbnailBatcher.h"
+#include "service/mount/Mount.h"
 
 namespace tulo {
 

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "host/Client.h"
-#include "host/UniqueFD.h"
+#include "host/base/UniqueFD.h"
+#include "host/server/Client.h"
 
 namespace tulo::test {
 

@@ -10,7 +10,7 @@
 #include <csignal>
 #include <system_error>
 
-#include "host/UniqueFD.h"
+#include "host/base/UniqueFD.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryDirectory.h"
 

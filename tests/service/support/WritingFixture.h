@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "service/Edits.h"
-#include "service/Journal.h"
-#include "service/Uploader.h"
+#include "service/edits/Edits.h"
+#include "service/replica/Journal.h"
+#include "service/upload/Uploader.h"
 #include "tests/service/support/EngineFixture.h"
 
 namespace tulo::test {

@@ -1,0 +1,80 @@
+// Files and folders below a descriptor, one path component at a time.
+//
+// Every name is a single component that is looked up in the folder of a descriptor and never
+// followed when it is a symbolic link: whatever a name says, nothing outside that folder is
+// reached.
+//
+// Threads: any thread. Errors: OperationError, unless a function says otherwise.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "host/base/UniqueFD.h"
+
+namespace tulo::host {
+
+struct EntryStat {
+  bool isFolder = false;
+  bool isFile = false;
+  std::uint32_t mode = 0;
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  // 0 where the file system does not know it.
+  std::int64_t birthNs = 0;
+  std::int64_t changedNs = 0;
+  std::int64_t size = 0;
+  std::int64_t mtimeNs = 0;
+
+  // Neither a folder nor a regular file: a link, a socket, a device, a pipe.
+  bool isOther() const { return !isFolder && !isFile; }
+};
+
+inline constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
+
+// Nothing when there is no such entry.
+std::optional<EntryStat> statEntry(int folder, const std::string& name);
+EntryStat statDescriptor(int fd);
+
+// An absolute or relative path as the user gave it; symbolic links are followed.
+UniqueFD openFolderPath(const std::string& path);
+// An invalid descriptor when there is no folder of that name.
+UniqueFD openFolder(int folder, const std::string& name);
+// The regular file `name`, for reading; an invalid descriptor when there is none.
+UniqueFD openFile(int folder, const std::string& name);
+// The folder `name`, made with mode 0700 if it does not exist.
+UniqueFD makeFolder(int folder, const std::string& name);
+
+// Calls `visit` for each entry but "." and "..". Throws when the folder cannot be read to its end.
+void forEachEntry(int folder, const std::function<void(const std::string& name)>& visit);
+
+// Copies the contents of a file: as a clone that shares its blocks where the file system can.
+void copyContents(int from, int to);
+
+// Copies a file or a folder with all that is in it; symbolic links are copied as links, other
+// special files are left out. The destination must not exist; what was copied of it stays on
+// failure.
+void copyTree(int fromFolder, const std::string& from, int toFolder, const std::string& to);
+
+// Writes a file, or each file and folder of a tree, to the disk.
+void syncTree(int folder, const std::string& name);
+void syncDescriptor(int fd);
+
+// Removes a file or a folder with all that is in it. An entry that is not there is no failure.
+void removeTree(int folder, const std::string& name);
+
+enum class MoveResult { moved, taken, otherFileSystem };
+
+// Renames; never over an existing entry.
+MoveResult moveEntry(int fromFolder, const std::string& from, int toFolder, const std::string& to);
+
+// Puts each of the two entries in the place of the other, in one step. False where the file system
+// does not know how.
+bool exchangeEntries(int folderA, const std::string& a, int folderB, const std::string& b);
+
+// Renames a file over another one.
+void replaceFile(int fromFolder, const std::string& from, int toFolder, const std::string& to);
+
+}  // namespace tulo::host

@@ -1,0 +1,78 @@
+#include "service/base/ServicePaths.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "service/base/Names.h"
+
+namespace tulo {
+
+namespace {
+
+std::string baseDirectory(const char* variable, const char* below) {
+  const char* value = std::getenv(variable);
+  if (value && value[0] == '/') return value;
+  const char* home = std::getenv("HOME");
+  if (!home || home[0] != '/') {
+    throw ServiceError(std::string("neither $") + variable +
+                       " nor $HOME is set to an absolute path");
+  }
+  return std::string(home) + below;
+}
+
+// A domain is any text; as a directory's name it must not be one of the escaped kind.
+std::string spelled(const std::string& domain) {
+  return names::shown(domain);
+}
+
+}  // namespace
+
+namespace paths {
+
+std::string stateDirectory(const std::string& domain) {
+  return baseDirectory("XDG_STATE_HOME", "/.local/state") + "/tulo/" + spelled(domain);
+}
+
+std::string controlSocket(const std::string& domain) {
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (!runtime || runtime[0] != '/') return stateDirectory(domain) + "/control.sock";
+  return std::string(runtime) + "/tulo/" + spelled(domain) + ".sock";
+}
+
+void createPrivateDirectory(const std::string& path) {
+  const std::string above = std::filesystem::path(path).parent_path();
+  if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return;
+  if (errno == ENOENT && above != path) {
+    createPrivateDirectory(above);
+    if (::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) return;
+  }
+  throw ServiceError("cannot create " + path + ": " + std::strerror(errno));
+}
+
+}  // namespace paths
+
+DomainLock::DomainLock(const std::string& stateDirectory) {
+  const std::string path = stateDirectory + "/lock";
+  file_ = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (!file_) throw ServiceError("cannot open " + path + ": " + std::strerror(errno));
+  if (::flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+    std::array<char, 32> owner{};
+    const ssize_t length = ::pread(file_.get(), owner.data(), owner.size() - 1, 0);
+    const std::string process = length > 0 ? owner.data() : "unknown";
+    throw ServiceError("this account is mounted already, by process " + process);
+  }
+  // The number is there to be told only: a disk without room for it must not keep the service from
+  // starting.
+  const std::string process = std::to_string(::getpid());
+  const bool written = ::pwrite(file_.get(), process.data(), process.size(), 0) >= 0;
+  static_cast<void>(::ftruncate(file_.get(), written ? static_cast<off_t>(process.size()) : 0));
+}
+
+}  // namespace tulo

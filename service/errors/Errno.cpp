@@ -1,0 +1,82 @@
+#include "service/errors/Errno.h"
+
+#include <cerrno>
+
+#include "service/replica/ContentStore.h"
+#include "service/replica/Database.h"
+
+namespace tulo {
+
+namespace {
+
+using platform::NSFileProviderErrorCode;
+
+struct Row {
+  std::string_view domain;
+  std::int64_t code;
+  int number;
+  bool transient;
+  std::string_view words;
+};
+
+constexpr std::int64_t raw(NSFileProviderErrorCode code) {
+  return static_cast<std::int64_t>(code);
+}
+
+constexpr Row kTable[] = {
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::notAuthenticated),
+     EKEYREJECTED, true, "not signed in at the host"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::filenameCollision), EEXIST,
+     false, "the name is taken at the host"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::syncAnchorExpired), ESTALE,
+     true, "the listing is out of date"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::insufficientQuota), EDQUOT,
+     true, "the account has no room left"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::serverUnreachable),
+     EHOSTDOWN, true, "the host cannot be reached"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::noSuchItem), ENOENT, false,
+     "the host has no such item"},
+    {platform::NSFileProviderErrorDomain, raw(NSFileProviderErrorCode::cannotSynchronize), EIO,
+     false, "the host cannot synchronise the item"},
+    {platform::NSCocoaErrorDomain, platform::NSFileWriteInvalidFileNameError, EINVAL, false,
+     "the host does not allow this name"},
+    {platform::NSCocoaErrorDomain, platform::NSFileWriteOutOfSpaceError, ENOSPC, true,
+     "the host's disk is full"},
+};
+
+const Row* rowFor(const platform::NSError& error) {
+  for (const Row& row : kTable) {
+    if (row.domain == error.domain && row.code == error.code) return &row;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int errnoFor(const platform::NSError& error) {
+  const Row* row = rowFor(error);
+  return row ? row->number : EIO;
+}
+
+int errnoFor(const std::exception& error) {
+  if (const auto* content = dynamic_cast<const ContentError*>(&error)) {
+    return content->number() == ENOSPC || content->number() == EDQUOT ? content->number() : EIO;
+  }
+  if (const auto* database = dynamic_cast<const DatabaseError*>(&error)) {
+    return database->code() == SQLITE_FULL ? ENOSPC : EIO;
+  }
+  return EIO;
+}
+
+bool isTransient(const platform::NSError& error) {
+  const Row* row = rowFor(error);
+  return row && row->transient;
+}
+
+std::string descriptionOf(const platform::NSError& error) {
+  const Row* row = rowFor(error);
+  const std::string code = error.domain + ' ' + std::to_string(error.code);
+  return row ? std::string(row->words) + " (" + code + ")" : code;
+}
+
+}  // namespace tulo

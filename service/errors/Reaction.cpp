@@ -1,0 +1,68 @@
+#include "service/errors/Reaction.h"
+
+#include <algorithm>
+
+namespace tulo {
+
+namespace {
+
+using platform::NSFileProviderErrorCode;
+
+constexpr std::int64_t kFirst = 500;
+constexpr std::int64_t kLongest = 60 * 1000;
+constexpr std::int64_t kLongestShown = 5 * 60 * 1000;
+
+}  // namespace
+
+Reaction reactionTo(const platform::NSError& error) {
+  if (error.domain == platform::NSFileProviderErrorDomain) {
+    switch (static_cast<NSFileProviderErrorCode>(error.code)) {
+      case NSFileProviderErrorCode::serverUnreachable:
+        return Reaction::retryUnreachable;
+      case NSFileProviderErrorCode::insufficientQuota:
+        return Reaction::retryShown;
+      case NSFileProviderErrorCode::notAuthenticated:
+        return Reaction::pause;
+      case NSFileProviderErrorCode::noSuchItem:
+        return Reaction::lookAgain;
+      case NSFileProviderErrorCode::syncAnchorExpired:
+        return Reaction::retry;
+      case NSFileProviderErrorCode::filenameCollision:
+        return Reaction::refuse;
+      case NSFileProviderErrorCode::cannotSynchronize:
+        return Reaction::uncertain;
+    }
+  }
+  if (error.domain == platform::NSCocoaErrorDomain) {
+    if (error.code == platform::NSFileWriteInvalidFileNameError) return Reaction::refuse;
+    if (error.code == platform::NSFileWriteOutOfSpaceError) return Reaction::retryShown;
+  }
+  return Reaction::uncertain;
+}
+
+std::string_view adviceFor(Reaction reaction, bool attention) {
+  if (attention) {
+    return "; it stays here as it is: give it another name, or run `tulo retry` when the host "
+           "would "
+           "take it, or `tulo discard` to give the change up";
+  }
+  if (reaction == Reaction::retryShown) return "; it is sent when there is room again";
+  if (reaction == Reaction::pause) return "; sign in there, and it is sent";
+  return {};
+}
+
+// An unreachable host may also be one that was reached and went away, so that proves nothing.
+bool provesNotDone(const platform::NSError& error) {
+  const Reaction reaction = reactionTo(error);
+  return reaction != Reaction::uncertain && reaction != Reaction::retryUnreachable;
+}
+
+std::int64_t backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random) {
+  const std::int64_t longest = reaction == Reaction::retryShown ? kLongestShown : kLongest;
+  const std::int64_t steps = std::clamp<std::int64_t>(attempts - 1, 0, 20);
+  const std::int64_t pause = std::min(kFirst << steps, longest);
+  // Between half and the whole of it.
+  return pause / 2 + static_cast<std::int64_t>(random % static_cast<std::uint64_t>(pause / 2 + 1));
+}
+
+}  // namespace tulo

@@ -1,0 +1,105 @@
+#include "service/kernel/Folders.h"
+
+#include <algorithm>
+
+namespace tulo {
+
+void Folders::remembered(NodeId folder, std::uint64_t references) {
+  std::lock_guard lock(mutex_);
+  State& state = states_[folder];
+  state.references += references;
+  state.lastUse = ++clock_;
+}
+
+void Folders::forgotten(NodeId node, std::uint64_t references) {
+  std::lock_guard lock(mutex_);
+  const auto found = states_.find(node);
+  if (found == states_.end()) return;
+  State& state = found->second;
+  state.references -= std::min(references, state.references);
+}
+
+void Folders::used(NodeId folder) {
+  std::lock_guard lock(mutex_);
+  states_[folder].lastUse = ++clock_;
+}
+
+std::optional<std::uint64_t> Folders::verified(NodeId folder) const {
+  std::lock_guard lock(mutex_);
+  const auto found = states_.find(folder);
+  if (found == states_.end() || found->second.verified == 0) return std::nullopt;
+  return found->second.verified;
+}
+
+void Folders::setVerified(NodeId folder, std::uint64_t generation) {
+  std::lock_guard lock(mutex_);
+  State& state = states_[folder];
+  state.verified = std::max(state.verified, generation);
+}
+
+void Folders::dropVerified(NodeId folder) {
+  std::lock_guard lock(mutex_);
+  const auto found = states_.find(folder);
+  if (found != states_.end()) found->second.verified = 0;
+}
+
+void Folders::remove(NodeId folder) {
+  std::lock_guard lock(mutex_);
+  const auto found = states_.find(folder);
+  if (found == states_.end()) return;
+  // The references stay counted: the kernel gives them back later.
+  found->second.verified = 0;
+  if (found->second.references == 0) states_.erase(found);
+}
+
+void Folders::setWatched(const std::vector<NodeId>& folders) {
+  std::lock_guard lock(mutex_);
+  for (auto& [id, state] : states_)
+    state.watched = false;
+  for (NodeId folder : folders)
+    states_[folder].watched = true;
+}
+
+std::vector<NodeId> Folders::olderThan(std::uint64_t generation) const {
+  std::vector<std::pair<std::uint64_t, NodeId>> found;
+  {
+    std::lock_guard lock(mutex_);
+    for (const auto& [id, state] : states_) {
+      const bool known = state.references > 0 || id == kRootNode;
+      const bool seen = known && state.verified != 0;
+      if ((seen || state.watched) && state.verified < generation) {
+        found.emplace_back(state.lastUse, id);
+      }
+    }
+  }
+  std::sort(found.begin(), found.end(), std::greater<>());
+  std::vector<NodeId> result;
+  result.reserve(found.size());
+  for (const auto& [use, id] : found)
+    result.push_back(id);
+  return result;
+}
+
+std::vector<std::pair<NodeId, std::uint64_t>> Folders::allVerified() const {
+  std::lock_guard lock(mutex_);
+  std::vector<std::pair<NodeId, std::uint64_t>> result;
+  for (const auto& [id, state] : states_) {
+    if (state.verified != 0) result.emplace_back(id, state.verified);
+  }
+  return result;
+}
+
+std::uint64_t Folders::references() const {
+  std::lock_guard lock(mutex_);
+  std::uint64_t sum = 0;
+  for (const auto& [id, state] : states_)
+    sum += state.references;
+  return sum;
+}
+
+std::size_t Folders::size() const {
+  std::lock_guard lock(mutex_);
+  return states_.size();
+}
+
+}  // namespace tulo

@@ -1,0 +1,44 @@
+// One complete listing of a container, as the provider gives it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/FileProvider.h"
+#include "service/replica/Node.h"
+
+namespace tulo {
+
+// The properties of an item that the replica keeps.
+struct ItemRecord {
+  std::string identifier;
+  std::string parentIdentifier;
+  std::string filename;
+  NodeKind kind = NodeKind::file;
+  std::int64_t size = 0;
+  std::int64_t modified = 0;
+  std::uint64_t capabilities = 0;
+  std::string contentVersion;
+  std::string metadataVersion;
+};
+
+ItemRecord recordOf(const platform::NSFileProviderItem& item);
+
+struct Listing {
+  std::vector<ItemRecord> items;
+  std::optional<platform::NSError> error;
+
+  // Equal for equal listings, order included; 16 bytes.
+  std::string digest() const;
+};
+
+using ListingCompletion = std::function<void(Listing)>;
+
+// Lists all pages. The completion comes once, on a thread of the provider's choosing.
+void enumerate(platform::NSFileProviderReplicatedExtension& extension,
+               const std::string& containerIdentifier, ListingCompletion completion);
+
+}  // namespace tulo

@@ -1,0 +1,267 @@
+#include "service/replica/ContentStore.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+
+namespace tulo {
+
+namespace {
+
+constexpr unsigned kFolders = 256;
+constexpr std::size_t kCopyPiece = 1 << 20;
+// With more files than that it is cheaper to force the whole file system once: each file by itself
+// is a wait for the disk, and holds up those who write meanwhile.
+constexpr std::size_t kForcedSingly = 8;
+constexpr const char* kNameAttribute = "user.tulo.name";
+
+std::string folderName(unsigned index) {
+  std::array<char, 8> name{};
+  std::snprintf(name.data(), name.size(), "%02x", index);
+  return name.data();
+}
+
+[[noreturn]] void fail(const std::string& what, int number) {
+  throw ContentError(number, what + ": " + std::strerror(number));
+}
+
+void makeDirectory(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot create " + path, errno);
+}
+
+Descriptor openChecked(const std::string& path, std::int64_t size, struct stat& status) {
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file || ::fstat(file.get(), &status) != 0) fail("cannot take " + path, errno);
+  if (!S_ISREG(status.st_mode)) throw ContentError(EIO, path + " is not a regular file");
+  if (status.st_size != size) {
+    throw ContentError(EIO, path + " has " + std::to_string(status.st_size) + " bytes, not the " +
+                                std::to_string(size) + " expected");
+  }
+  return file;
+}
+
+void copyBytes(int from, int to, const std::string& name) {
+  if (::ioctl(to, FICLONE, from) == 0) return;
+  for (;;) {
+    const ssize_t count = ::copy_file_range(from, nullptr, to, nullptr, kCopyPiece, 0);
+    if (count == 0) return;
+    if (count > 0 || errno == EINTR) continue;
+    if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) {
+      fail("cannot copy " + name, errno);
+    }
+    break;
+  }
+  std::string buffer(kCopyPiece, '\0');
+  for (;;) {
+    const ssize_t count = ::read(from, buffer.data(), buffer.size());
+    if (count == 0) return;
+    if (count < 0) fail("cannot read " + name, errno);
+    for (ssize_t done = 0; done < count;) {
+      const ssize_t written =
+          ::write(to, buffer.data() + done, static_cast<std::size_t>(count - done));
+      if (written < 0) fail("cannot copy " + name, errno);
+      done += written;
+    }
+  }
+}
+
+}  // namespace
+
+ContentStore::ContentStore(const std::string& directory, const std::string& shared,
+                           CacheLimits limits)
+    : directory_(directory + "/contents"), shared_(shared), limits_(limits) {
+  makeDirectory(directory_);
+}
+
+std::string ContentStore::path(ContentId content) const {
+  return directory_ + '/' + folderName(static_cast<unsigned>(content % kFolders)) + '/' +
+         std::to_string(content);
+}
+
+std::int64_t ContentStore::take(const std::string& source, std::int64_t size, ContentId content) {
+  struct stat status = {};
+  const Descriptor file = openChecked(source, size, status);
+  const std::string target = path(content);
+  makeDirectory(target.substr(0, target.rfind('/')));
+  // A file with another name somewhere could still be written to by that name.
+  if (status.st_nlink == 1 && ::rename(source.c_str(), target.c_str()) == 0) {
+    ::fchmod(file.get(), 0600);
+    return status.st_blocks;
+  }
+  const Descriptor copy(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!copy) fail("cannot create " + target, errno);
+  try {
+    copyBytes(file.get(), copy.get(), source);
+    if (::fstat(copy.get(), &status) != 0) fail("cannot look at " + target, errno);
+    if (status.st_size != size) throw ContentError(EIO, source + " changed while it was copied");
+  } catch (const ContentError&) {
+    ::unlink(target.c_str());
+    throw;
+  }
+  ::unlink(source.c_str());
+  return status.st_blocks;
+}
+
+void ContentStore::discard(const std::string& source) const {
+  std::error_code error;
+  const auto folder =
+      std::filesystem::canonical(std::filesystem::path(source).parent_path(), error);
+  if (error) return;
+  const auto shared = std::filesystem::canonical(shared_, error);
+  if (error) return;
+  const auto [end, ignored] =
+      std::mismatch(shared.begin(), shared.end(), folder.begin(), folder.end());
+  struct stat status = {};
+  if (end != shared.end() || ::lstat(source.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return;
+  }
+  ::unlink(source.c_str());
+}
+
+Descriptor ContentStore::open(ContentId content, std::int64_t size) const {
+  struct stat status = {};
+  return openChecked(path(content), size, status);
+}
+
+Descriptor ContentStore::openAsIs(ContentId content) const {
+  Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (!file) fail("cannot open " + path(content), errno);
+  return file;
+}
+
+void ContentStore::remove(ContentId content) const {
+  ::unlink(path(content).c_str());
+}
+
+Descriptor ContentStore::create(ContentId content, const std::string& name) const {
+  const std::string target = path(content);
+  const auto open = [&] {
+    return Descriptor(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  };
+  Descriptor file = open();
+  if (!file && errno == ENOENT) {
+    makeDirectory(target.substr(0, target.rfind('/')));
+    file = open();
+  }
+  if (!file) fail("cannot create " + target, errno);
+  if (::fsetxattr(file.get(), kNameAttribute, name.data(), name.size(), 0) != 0) {
+    fail("cannot note the name of " + target, errno);
+  }
+  return file;
+}
+
+Descriptor ContentStore::openWritable(ContentId content) const {
+  Descriptor file(::open(path(content).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+  if (!file) fail("cannot open " + path(content), errno);
+  return file;
+}
+
+Descriptor ContentStore::duplicate(ContentId from, ContentId to, const std::string& name) const {
+  const Descriptor source = openWritable(from);
+  Descriptor copy = create(to, name);
+  copyBytes(source.get(), copy.get(), path(from));
+  return copy;
+}
+
+void ContentStore::setName(ContentId content, const std::string& name) const {
+  const std::string target = path(content);
+  if (::setxattr(target.c_str(), kNameAttribute, name.data(), name.size(), 0) != 0) {
+    fail("cannot note the name of " + target, errno);
+  }
+}
+
+void ContentStore::forgetName(ContentId content) const {
+  ::removexattr(path(content).c_str(), kNameAttribute);
+}
+
+std::vector<ContentStore::Named> ContentStore::named() const {
+  std::vector<Named> result;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_, error)) {
+    std::array<char, 4096> name{};
+    const ssize_t size = ::getxattr(entry.path().c_str(), kNameAttribute, name.data(), name.size());
+    if (size < 0) continue;
+    result.push_back({entry.path(), std::string(name.data(), static_cast<std::size_t>(size))});
+  }
+  if (error) fail("cannot look through " + directory_, error.value());
+  return result;
+}
+
+ContentId ContentStore::highestNumber() const {
+  ContentId highest = 0;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_, error)) {
+    if (!entry.is_regular_file(error)) continue;
+    const ContentId number = std::strtoull(entry.path().filename().c_str(), nullptr, 10);
+    highest = std::max(highest, number);
+  }
+  if (error) fail("cannot look through " + directory_, error.value());
+  return highest;
+}
+
+bool ContentStore::makeDurable(ContentId content) const {
+  const Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC));
+  return file && ::fsync(file.get()) == 0;
+}
+
+std::vector<ContentId> ContentStore::makeDurable(const std::vector<ContentId>& contents) const {
+  std::vector<ContentId> safe;
+  if (contents.size() <= kForcedSingly) {
+    std::copy_if(contents.begin(), contents.end(), std::back_inserter(safe),
+                 [this](ContentId content) { return makeDurable(content); });
+    return safe;
+  }
+  const Descriptor directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return safe;
+  // What is not there cannot be safe, even if it comes meanwhile.
+  std::copy_if(contents.begin(), contents.end(), std::back_inserter(safe),
+               [this](ContentId content) { return ::access(path(content).c_str(), F_OK) == 0; });
+  return ::syncfs(directory.get()) == 0 ? safe : std::vector<ContentId>();
+}
+
+std::int64_t ContentStore::diskShortage(std::int64_t wanted) const {
+  struct statvfs disk = {};
+  if (::statvfs(directory_.c_str(), &disk) != 0) return 0;
+  const auto unit = static_cast<std::int64_t>(disk.f_frsize);
+  const auto free = static_cast<std::int64_t>(disk.f_bavail) * unit;
+  const auto total = static_cast<double>(disk.f_blocks) * static_cast<double>(unit);
+  const auto keep =
+      std::max(static_cast<std::int64_t>(total * limits_.keepFreeFraction), limits_.keepFreeBytes);
+  return std::max<std::int64_t>(0, wanted + reserved_ - (free - keep));
+}
+
+std::int64_t ContentStore::shortage(std::int64_t wanted) const {
+  return std::max(
+      {std::int64_t{0}, used_ + reserved_ + wanted - limits_.size, diskShortage(wanted)});
+}
+
+bool ContentStore::isIncoming(ContentId content) const {
+  std::lock_guard lock(incomingMutex_);
+  return incoming_.contains(content);
+}
+
+IncomingContent::IncomingContent(ContentStore& store, ContentId content)
+    : store_(store), content_(content) {
+  std::lock_guard lock(store_.incomingMutex_);
+  store_.incoming_.insert(content_);
+}
+
+IncomingContent::~IncomingContent() {
+  std::lock_guard lock(store_.incomingMutex_);
+  store_.incoming_.erase(content_);
+}
+
+}  // namespace tulo

@@ -1,0 +1,238 @@
+#include "service/replica/Journal.h"
+
+namespace tulo::journal {
+
+namespace {
+
+constexpr const char* kColumns =
+    "SELECT pending.node,sequence,deleted,contents,base_parent,base_filename,base_version,due,"
+    "attempts,sent,sent_content,attention,held,reason,sent_parent,sent_filename FROM pending";
+
+Change changeFrom(const Statement& row) {
+  Change change;
+  change.node = static_cast<NodeId>(row.integer(0));
+  change.sequence = row.integer(1);
+  change.deleted = row.integer(2) != 0;
+  change.contents = row.integer(3) != 0;
+  change.baseParent = row.text(4);
+  change.baseFilename = row.text(5);
+  change.baseVersion = row.text(6);
+  change.due = row.integer(7);
+  change.attempts = row.integer(8);
+  change.sent = row.integer(9) != 0;
+  change.sentContent = static_cast<ContentId>(row.integer(10));
+  change.attention = row.integer(11) != 0;
+  change.held = row.integer(12) != 0;
+  change.reason = row.text(13);
+  change.sentParent = row.text(14);
+  change.sentFilename = row.text(15);
+  return change;
+}
+
+std::vector<Change> rows(Statement& statement) {
+  StatementUse use(statement);
+  std::vector<Change> result;
+  while (statement.step())
+    result.push_back(changeFrom(statement));
+  return result;
+}
+
+Statement& query(Connection& database, const std::string& condition) {
+  return database.cached(kColumns + condition);
+}
+
+bool exists(Statement& statement) {
+  StatementUse use(statement);
+  return statement.step();
+}
+
+}  // namespace
+
+std::optional<Change> find(Connection& database, NodeId node) {
+  const auto found = rows(query(database, " WHERE pending.node=?").bind(node));
+  return found.empty() ? std::nullopt : std::optional<Change>(found.front());
+}
+
+void put(Connection& database, const Change& change) {
+  database
+      .cached(
+          "INSERT OR REPLACE INTO pending (node,sequence,deleted,contents,base_parent,"
+          "base_filename,base_version,due,attempts,sent,sent_content,attention,held,reason,"
+          "sent_parent,sent_filename) VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
+      .bind(change.node, change.sequence, change.deleted, change.contents, change.baseParent,
+            change.baseFilename, change.baseVersion, change.due, change.attempts, change.sent,
+            change.sentContent, change.attention, change.held, change.reason, change.sentParent,
+            change.sentFilename)
+      .run();
+}
+
+void erase(Connection& database, NodeId node) {
+  database.cached("DELETE FROM pending WHERE node=?").bind(node).run();
+}
+
+Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+  Change change;
+  change.node = node;
+  change.sequence = writer.nextSequence();
+  change.due = due;
+  return change;
+}
+
+Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
+  Connection& database = writer.connection();
+  std::optional<Change> found = find(database, node.id);
+  Change change = found.value_or(Change());
+  if (!found) {
+    change.node = node.id;
+    if (!node.identifier.empty()) {
+      const std::optional<Node> parent = writer.node(node.parent);
+      change.baseParent = parent ? parent->identifier : std::string();
+      change.baseFilename = node.filename;
+      change.baseVersion = node.contentVersion;
+    }
+  }
+  change.sequence = writer.nextSequence();
+  change.due = due;
+  change.attempts = 0;
+  change.attention = false;
+  change.held = false;
+  change.reason.clear();
+  return change;
+}
+
+bool again(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+  Connection& database = writer.connection();
+  database
+      .cached("UPDATE pending SET sequence=?,attempts=0,attention=0,held=0,reason=x'' WHERE node=?")
+      .bind(writer.nextSequence(), node)
+      .run();
+  if (database.changes() == 0) return false;
+  postpone(database, node, due);
+  return true;
+}
+
+void postpone(Connection& database, NodeId node, std::int64_t due) {
+  database.cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1").bind(due, node).run();
+}
+
+std::vector<Due> due(Connection& database, std::int64_t now, std::int64_t afterDue,
+                     NodeId afterNode, std::int64_t limit) {
+  Statement& statement =
+      database
+          .cached(
+              "SELECT due,node FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 "
+              "AND due<=?1 AND (due,node)>(?2,?3) ORDER BY due,node LIMIT ?4")
+          .bind(now, afterDue, afterNode, limit);
+  std::vector<Due> result;
+  for (StatementUse use(statement); statement.step();)
+    result.push_back({statement.integer(0), static_cast<NodeId>(statement.integer(1))});
+  return result;
+}
+
+std::vector<Change> all(Connection& database, std::int64_t limit) {
+  return rows(query(database, " ORDER BY attention DESC, sequence LIMIT ?").bind(limit));
+}
+
+std::vector<Change> basedOn(Connection& database, const std::string& parent,
+                            const std::string& filename) {
+  return rows(query(database, " WHERE base_parent=? AND base_filename=? AND base_parent<>x''")
+                  .bind(parent, filename));
+}
+
+std::vector<Change> basedIn(Connection& database, const std::string& parent) {
+  return rows(query(database, " WHERE base_parent=? AND base_parent<>x''").bind(parent));
+}
+
+bool anyBasedIn(Connection& database, const std::string& parent, NodeId except) {
+  return exists(
+      database
+          .cached(
+              "SELECT 1 FROM pending WHERE base_parent=? AND base_parent<>x'' AND node<>? LIMIT 1")
+          .bind(parent, except));
+}
+
+std::vector<Change> sentTo(Connection& database, const std::string& parent,
+                           const std::string& filename) {
+  return rows(query(database, " WHERE sent=1 AND sent_parent=? AND sent_filename=?")
+                  .bind(parent, filename));
+}
+
+std::vector<Change> inFolder(Connection& database, NodeId folder) {
+  return rows(
+      query(database, " JOIN node ON node.id=pending.node WHERE node.parent=?").bind(folder));
+}
+
+bool isEmpty(Connection& database) {
+  return !exists(database.cached("SELECT 1 FROM pending LIMIT 1").bind());
+}
+
+std::vector<NodeId> localNodes(Connection& database, std::int64_t limit) {
+  Statement& statement =
+      database
+          .cached(
+              "SELECT id FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND parent>0 "
+              "AND id NOT IN (SELECT node FROM pending) UNION SELECT node FROM pending WHERE "
+              "held=1 ORDER BY 1 LIMIT ?")
+          .bind(limit);
+  std::vector<NodeId> result;
+  for (StatementUse use(statement); statement.step();)
+    result.push_back(static_cast<NodeId>(statement.integer(0)));
+  return result;
+}
+
+bool anyBelow(Connection& database, NodeId node) {
+  return exists(database
+                    .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM "
+                            "node JOIN below ON node.parent=below.id) SELECT 1 FROM below JOIN "
+                            "node USING (id) WHERE node.identifier IS NULL OR id IN (SELECT node "
+                            "FROM pending) LIMIT 1")
+                    .bind(node));
+}
+
+std::optional<std::int64_t> nextDue(Connection& database, std::int64_t now) {
+  Statement& statement = database.cached(
+      "SELECT min(due) FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 AND due>?");
+  statement.bind(now);
+  StatementUse use(statement);
+  if (!statement.step() || statement.isNull(0)) return std::nullopt;
+  return statement.integer(0);
+}
+
+Counts counts(Connection& database) {
+  Counts result;
+  Statement& statement =
+      database.cached("SELECT count(*),coalesce(sum(attention),0) FROM pending WHERE held=0");
+  statement.bind();
+  StatementUse use(statement);
+  if (statement.step()) {
+    result.attention = statement.integer(1);
+    result.pending = statement.integer(0) - result.attention;
+  }
+  return result;
+}
+
+void hurry(Connection& database, NodeId node, std::int64_t now) {
+  database
+      .cached(
+          "WITH RECURSIVE up(id) AS (SELECT ?1 UNION SELECT node.parent FROM node JOIN up "
+          "USING (id) WHERE node.parent IS NOT NULL) UPDATE pending SET due=min(due,?2) "
+          "WHERE attention=0 AND held=0 AND node IN (SELECT id FROM up)")
+      .bind(node, now)
+      .run();
+}
+
+void retry(Connection& database, std::int64_t now, bool refused) {
+  database.cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
+      .bind(now)
+      .run();
+  if (!refused) return;
+  database
+      .cached("UPDATE node SET error=NULL WHERE id IN (SELECT node FROM pending WHERE attention=1)")
+      .bind()
+      .run();
+  database.cached("UPDATE pending SET attention=0,attempts=0,due=? WHERE attention=1")
+      .bind(now)
+      .run();
+}
+
+}  // namespace tulo::journal

@@ -1,0 +1,57 @@
+#include "service/upload/DueChanges.h"
+
+#include <utility>
+
+#include "service/replica/Journal.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr std::int64_t kBatch = 256;
+constexpr int kPause = 10;
+
+}  // namespace
+
+bool DueChanges::fill(std::int64_t now) {
+  const auto found = replica_.read([&](ReplicaReader& reader) {
+    return journal::due(reader.connection(), now, lastDue_, lastNode_, kBatch);
+  });
+  for (const journal::Due& each : found)
+    batch_.push_back(each.node);
+  if (found.empty()) return false;
+  lastDue_ = found.back().due;
+  lastNode_ = found.back().node;
+  return true;
+}
+
+// Only what the pass itself took counts, not the rest after it.
+void DueChanges::endPass() {
+  const Clock::time_point now = Clock::now();
+  notBefore_ = now + (inVain_ ? kPause * (now - began_) : Clock::duration::zero());
+}
+
+bool DueChanges::beginPass(bool patient) {
+  const Clock::time_point now = Clock::now();
+  if (patient && now < notBefore_) return false;
+  if (!wanted_.exchange(false)) return false;
+  passing_ = true;
+  began_ = now;
+  inVain_ = true;
+  lastDue_ = -1;
+  lastNode_ = kNoNode;
+  return true;
+}
+
+std::optional<NodeId> DueChanges::next(std::int64_t now, bool patient) {
+  while (batch_.empty()) {
+    if (fill(now)) break;
+    if (std::exchange(passing_, false)) endPass();
+    if (!beginPass(patient)) return std::nullopt;
+  }
+  const NodeId node = batch_.front();
+  batch_.pop_front();
+  return node;
+}
+
+}  // namespace tulo

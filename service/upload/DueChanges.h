@@ -1,0 +1,50 @@
+// Goes through the changes that are due, each once in a pass, however many there are.
+//
+// What is passed by because it waits for something else comes again with the next pass. A pass
+// begins when the one before has ended and something happened since; after one that was in vain,
+// there is a pause in proportion to what it cost, so that a long queue that cannot move takes no
+// processor for itself.
+//
+// Threads: again() on any, the rest on one at a time.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <optional>
+
+#include "service/replica/Replica.h"
+
+namespace tulo {
+
+class DueChanges {
+ public:
+  explicit DueChanges(Replica& replica) : replica_(replica) {}
+
+  // The node of the next change that is due; nothing when the pass has ended. `patient`: keeps the
+  // pause between passes.
+  std::optional<NodeId> next(std::int64_t now, bool patient);
+  // The node that next() gave is being seen to.
+  void taken() { inVain_ = false; }
+  // What was passed by may be ready now.
+  void again() { wanted_ = true; }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool fill(std::int64_t now);
+  bool beginPass(bool patient);
+  void endPass();
+
+  Replica& replica_;
+  std::atomic<bool> wanted_ = true;
+  std::deque<NodeId> batch_;
+  std::int64_t lastDue_ = -1;
+  NodeId lastNode_ = kNoNode;
+  bool passing_ = false;
+  bool inVain_ = true;
+  Clock::time_point began_ = Clock::now();
+  Clock::time_point notBefore_ = Clock::now();
+};
+
+}  // namespace tulo

@@ -1,0 +1,57 @@
+#include "service/errors/Errno.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <stdexcept>
+
+#include "service/replica/ContentStore.h"
+#include "service/replica/Database.h"
+
+namespace tulo::test {
+namespace {
+
+using platform::NSFileProviderErrorCode;
+
+struct Row {
+  platform::NSError error;
+  int number;
+  bool transient;
+};
+
+class ErrnoTable : public ::testing::TestWithParam<Row> {};
+
+TEST_P(ErrnoTable, HasThisRow) {
+  EXPECT_EQ(errnoFor(GetParam().error), GetParam().number);
+  EXPECT_EQ(isTransient(GetParam().error), GetParam().transient);
+  EXPECT_NE(descriptionOf(GetParam().error).find(std::to_string(GetParam().error.code)),
+            std::string::npos);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ErrnoTable,
+    ::testing::Values(
+        Row{fileProviderError(NSFileProviderErrorCode::notAuthenticated), EKEYREJECTED, true},
+        Row{fileProviderError(NSFileProviderErrorCode::filenameCollision), EEXIST, false},
+        Row{fileProviderError(NSFileProviderErrorCode::syncAnchorExpired), ESTALE, true},
+        Row{fileProviderError(NSFileProviderErrorCode::insufficientQuota), EDQUOT, true},
+        Row{fileProviderError(NSFileProviderErrorCode::serverUnreachable), EHOSTDOWN, true},
+        Row{fileProviderError(NSFileProviderErrorCode::noSuchItem), ENOENT, false},
+        Row{fileProviderError(NSFileProviderErrorCode::cannotSynchronize), EIO, false},
+        Row{platform::cocoaError(platform::NSFileWriteInvalidFileNameError), EINVAL, false},
+        Row{platform::cocoaError(platform::NSFileWriteOutOfSpaceError), ENOSPC, true},
+        Row{{"NSFileProviderErrorDomain", 640, {}}, EIO, false},
+        Row{{"NSCocoaErrorDomain", -1005, {}}, EIO, false},
+        Row{{"SomebodyElsesDomain", 1, {}}, EIO, false}));
+
+TEST(ErrnoTest, TellsAFullDiskFromOtherFailuresOfTheReplica) {
+  EXPECT_EQ(errnoFor(DatabaseError(SQLITE_FULL, "full")), ENOSPC);
+  EXPECT_EQ(errnoFor(DatabaseError(SQLITE_CORRUPT, "corrupt")), EIO);
+  EXPECT_EQ(errnoFor(ContentError(ENOSPC, "full")), ENOSPC);
+  EXPECT_EQ(errnoFor(ContentError(EDQUOT, "quota")), EDQUOT);
+  EXPECT_EQ(errnoFor(ContentError(ENOENT, "gone")), EIO);
+  EXPECT_EQ(errnoFor(std::runtime_error("anything")), EIO);
+}
+
+}  // namespace
+}  // namespace tulo::test

@@ -1,0 +1,368 @@
+#include "service/replica/Journal.h"
+
+#include <gtest/gtest.h>
+
+#include "service/replica/Schema.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace tulo::test {
+namespace {
+
+class JournalTest : public ::testing::Test {
+ protected:
+  JournalTest() : replica(directory.path()) {
+    Node root;
+    root.id = kRootNode;
+    root.kind = NodeKind::folder;
+    root.identifier = "root";
+    write([&](ReplicaWriter& writer) { writer.insert(root); });
+  }
+
+  template <typename Function>
+  auto read(const Function& function) {
+    return replica.read([&](ReplicaReader& reader) { return function(reader.connection()); });
+  }
+
+  void write(const Replica::WriteFunction& function) {
+    replica.write(Durability::eventual, function);
+  }
+
+  NodeId add(const std::string& name, const std::string& identifier, NodeId parent = kRootNode) {
+    Node node;
+    node.parent = parent;
+    node.name = node.filename = name;
+    node.identifier = identifier;
+    node.contentVersion = "v1";
+    write([&](ReplicaWriter& writer) { node.id = writer.insert(node); });
+    return node.id;
+  }
+
+  // Begins a change, lets the test adjust it, and puts it into the journal.
+  Change begin(NodeId id, std::int64_t due = 0,
+               const std::function<void(Change&)>& adjust = nullptr) {
+    Change change;
+    write([&](ReplicaWriter& writer) {
+      change = journal::begin(writer, *writer.node(id), due);
+      if (adjust) adjust(change);
+      journal::put(writer.connection(), change);
+    });
+    return change;
+  }
+
+  std::optional<Change> find(NodeId id) {
+    return read([&](Connection& database) { return journal::find(database, id); });
+  }
+
+  std::vector<NodeId> due(std::int64_t now, std::int64_t limit = 100) {
+    std::vector<NodeId> result;
+    for (const journal::Due& each :
+         read([&](Connection& database) { return journal::due(database, now, -1, 0, limit); })) {
+      result.push_back(each.node);
+    }
+    return result;
+  }
+
+  TemporaryDirectory directory;
+  Replica replica;
+};
+
+TEST_F(JournalTest, ARowSaysWhatTheHostHas) {
+  const NodeId id = add("a.txt", "i:1");
+  const Change change = begin(id, 500);
+  EXPECT_EQ(change.baseParent, "root");
+  EXPECT_EQ(change.baseFilename, "a.txt");
+  EXPECT_EQ(change.baseVersion, "v1");
+  EXPECT_EQ(change.due, 500);
+}
+
+TEST_F(JournalTest, WhatTheHostDoesNotHaveHasNoBase) {
+  const Change change = begin(add("a.txt", ""));
+  EXPECT_TRUE(change.baseParent.empty());
+  EXPECT_TRUE(change.baseFilename.empty());
+  EXPECT_TRUE(change.baseVersion.empty());
+}
+
+TEST_F(JournalTest, AllFieldsSurvive) {
+  const NodeId id = add("a.txt", "i:1");
+  begin(id, 500, [](Change& change) {
+    change.deleted = change.contents = change.sent = change.attention = change.held = true;
+    change.attempts = 3;
+    change.sentContent = 17;
+    change.sentParent = "p";
+    change.sentFilename = std::string("n\0m", 3);
+    change.reason = "why";
+  });
+  const Change found = *find(id);
+  EXPECT_TRUE(found.deleted && found.contents && found.sent && found.attention && found.held);
+  EXPECT_EQ(found.attempts, 3);
+  EXPECT_EQ(found.sentContent, 17U);
+  EXPECT_EQ(found.sentParent, "p");
+  EXPECT_EQ(found.sentFilename, std::string("n\0m", 3));
+  EXPECT_EQ(found.reason, "why");
+}
+
+TEST_F(JournalTest, ALaterChangeKeepsTheBaseOfTheFirst) {
+  const NodeId id = add("a.txt", "i:1");
+  const Change first = begin(id, 100, [](Change& change) { change.contents = true; });
+  write([&](ReplicaWriter& writer) {
+    Node node = *writer.node(id);
+    node.name = node.filename = "b.txt";
+    writer.update(node);
+  });
+  const Change second = begin(id, 200);
+  EXPECT_EQ(second.baseFilename, "a.txt");
+  EXPECT_TRUE(second.contents);
+  EXPECT_EQ(second.due, 200);
+  EXPECT_GT(second.sequence, first.sequence);
+}
+
+TEST_F(JournalTest, ANewChangeFreesWhatWasRefusedOrHeld) {
+  const NodeId id = add("a.txt", "i:1");
+  begin(id, 0, [](Change& change) {
+    change.attention = change.held = true;
+    change.attempts = 7;
+    change.reason = "why";
+  });
+  const Change again = begin(id, 5);
+  EXPECT_FALSE(again.attention);
+  EXPECT_FALSE(again.held);
+  EXPECT_EQ(again.attempts, 0);
+  EXPECT_TRUE(again.reason.empty());
+}
+
+TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
+  const NodeId id = add("a.txt", "i:1");
+  const Change before = begin(id, 0, [](Change& change) {
+    change.attention = change.held = true;
+    change.attempts = 7;
+    change.reason = "why";
+  });
+  replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    EXPECT_TRUE(journal::again(writer, id, 5));
+    EXPECT_FALSE(journal::again(writer, id + 1, 5));
+  });
+  const auto after = read([&](Connection& database) { return journal::find(database, id); });
+  ASSERT_TRUE(after);
+  EXPECT_FALSE(after->attention);
+  EXPECT_FALSE(after->held);
+  EXPECT_EQ(after->attempts, 0);
+  EXPECT_TRUE(after->reason.empty());
+  EXPECT_EQ(after->due, 5);
+  EXPECT_GT(after->sequence, before.sequence);
+}
+
+TEST_F(JournalTest, WhatIsDueAtTheSameTimeComesUpOnceInEachPass) {
+  std::vector<NodeId> wanted;
+  for (int i = 0; i < 5; ++i) {
+    wanted.push_back(add("a" + std::to_string(i), "i:" + std::to_string(i)));
+    begin(wanted.back(), 100);
+  }
+  const NodeId last = add("last", "i:last");
+  begin(last, 101);
+  wanted.push_back(last);
+  std::vector<NodeId> found;
+  journal::Due after{-1, kNoNode};
+  for (bool more = true; more;) {
+    const auto batch = read([&](Connection& database) {
+      return journal::due(database, 200, after.due, after.node, 2);
+    });
+    for (const journal::Due& each : batch)
+      found.push_back(each.node);
+    more = !batch.empty();
+    if (more) after = batch.back();
+  }
+  EXPECT_EQ(found, wanted);
+}
+
+TEST_F(JournalTest, ANewChangeDoesNotForgetThatARequestIsOpen) {
+  const NodeId id = add("a.txt", "");
+  begin(id, 0, [](Change& change) {
+    change.sent = true;
+    change.sentContent = 5;
+  });
+  EXPECT_TRUE(begin(id).sent);
+  EXPECT_EQ(begin(id).sentContent, 5U);
+}
+
+TEST_F(JournalTest, SequencesRiseWithEachChange) {
+  const Change one = begin(add("a", "i:1"));
+  const Change two = begin(add("b", "i:2"));
+  const Change again = begin(one.node);
+  EXPECT_LT(one.sequence, two.sequence);
+  EXPECT_LT(two.sequence, again.sequence);
+}
+
+TEST_F(JournalTest, OnlyWhatIsDueComesUp) {
+  const NodeId now = add("now", "i:1");
+  const NodeId later = add("later", "i:2");
+  const NodeId refused = add("refused", "i:3");
+  const NodeId held = add("held", "i:4");
+  begin(now, 100);
+  begin(later, 200);
+  begin(refused, 0, [](Change& change) { change.attention = true; });
+  begin(held, 0, [](Change& change) { change.held = true; });
+  EXPECT_TRUE(due(99).empty());
+  EXPECT_EQ(due(100), (std::vector<NodeId>{now}));
+  EXPECT_EQ(due(200), (std::vector<NodeId>{now, later}));
+  EXPECT_EQ(due(200, 1), (std::vector<NodeId>{now}));
+}
+
+TEST_F(JournalTest, TheNextDueIsTheFirstThatIsStillToCome) {
+  const auto next = [&](std::int64_t now) {
+    return read([&](Connection& database) { return journal::nextDue(database, now); });
+  };
+  EXPECT_FALSE(next(0));
+  begin(add("a", "i:1"), 100);
+  begin(add("b", "i:2"), 200);
+  begin(add("c", "i:3"), 50, [](Change& change) { change.attention = true; });
+  EXPECT_EQ(next(0), 100);
+  EXPECT_EQ(next(100), 200);
+  EXPECT_FALSE(next(200));
+}
+
+TEST_F(JournalTest, CountsTellWaitingFromRefusedAndLeaveOutWhatIsHeld) {
+  begin(add("a", "i:1"));
+  begin(add("b", "i:2"));
+  begin(add("c", "i:3"), 0, [](Change& change) { change.attention = true; });
+  begin(add("d", "i:4"), 0, [](Change& change) { change.held = true; });
+  const auto counts = read([](Connection& database) { return journal::counts(database); });
+  EXPECT_EQ(counts.pending, 2);
+  EXPECT_EQ(counts.attention, 1);
+}
+
+TEST_F(JournalTest, RetryHurriesWhatFailedAndNothingElse) {
+  const NodeId failed = add("failed", "i:1");
+  const NodeId quiet = add("quiet", "i:2");
+  const NodeId refused = add("refused", "i:3");
+  begin(failed, 9'000, [](Change& change) { change.attempts = 2; });
+  begin(quiet, 9'000);
+  begin(refused, 9'000, [](Change& change) {
+    change.attention = true;
+    change.attempts = 5;
+  });
+  write([](ReplicaWriter& writer) { journal::retry(writer.connection(), 100, false); });
+  EXPECT_EQ(find(failed)->due, 100);
+  EXPECT_EQ(find(failed)->attempts, 2);
+  EXPECT_EQ(find(quiet)->due, 9'000);
+  EXPECT_TRUE(find(refused)->attention);
+  write([](ReplicaWriter& writer) { journal::retry(writer.connection(), 200, true); });
+  EXPECT_FALSE(find(refused)->attention);
+  EXPECT_EQ(find(refused)->attempts, 0);
+  EXPECT_EQ(find(refused)->due, 200);
+}
+
+TEST_F(JournalTest, RetryTakesTheErrorsBackThatItTriesAgain) {
+  const NodeId refused = add("refused", "i:3");
+  begin(refused, 0, [](Change& change) { change.attention = true; });
+  write([&](ReplicaWriter& writer) {
+    writer.setError(refused, "no such name");
+    journal::retry(writer.connection(), 1, true);
+  });
+  EXPECT_TRUE(
+      replica.read([&](ReplicaReader& reader) { return reader.node(refused); })->error.empty());
+}
+
+TEST_F(JournalTest, HurryTakesTheFoldersAboveAlong) {
+  const NodeId folder = add("folder", "");
+  const NodeId file = add("file", "", folder);
+  const NodeId other = add("other", "");
+  for (const NodeId id : {folder, file, other})
+    begin(id, 9'000);
+  write([&](ReplicaWriter& writer) { journal::hurry(writer.connection(), file, 100); });
+  EXPECT_EQ(find(file)->due, 100);
+  EXPECT_EQ(find(folder)->due, 100);
+  EXPECT_EQ(find(other)->due, 9'000);
+}
+
+TEST_F(JournalTest, ChangesAreFoundByTheirBase) {
+  const NodeId one = add("a", "i:1");
+  const NodeId two = add("b", "i:2");
+  begin(one);
+  begin(two);
+  const auto there =
+      read([](Connection& database) { return journal::basedOn(database, "root", "a"); });
+  ASSERT_EQ(there.size(), 1U);
+  EXPECT_EQ(there[0].node, one);
+  const auto all = [](Connection& database) { return journal::basedIn(database, "root"); };
+  EXPECT_EQ(read(all).size(), 2U);
+  EXPECT_TRUE(
+      read([&](Connection& database) { return journal::anyBasedIn(database, "root", one); }));
+  write([&](ReplicaWriter& writer) { journal::erase(writer.connection(), two); });
+  EXPECT_FALSE(
+      read([&](Connection& database) { return journal::anyBasedIn(database, "root", one); }));
+}
+
+TEST_F(JournalTest, KnowsWhetherAnythingBelowIsToBeSent) {
+  const NodeId folder = add("folder", "f:1");
+  const NodeId inner = add("inner", "f:2", folder);
+  const NodeId file = add("file", "i:1", inner);
+  const auto any = [&] {
+    return read([&](Connection& database) { return journal::anyBelow(database, folder); });
+  };
+  EXPECT_FALSE(any());
+  begin(file);
+  EXPECT_TRUE(any());
+  write([&](ReplicaWriter& writer) { journal::erase(writer.connection(), file); });
+  EXPECT_FALSE(any());
+  add("new", "", inner);
+  EXPECT_TRUE(any());
+}
+
+// The rows of an account as the first version of the service left it.
+TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
+  const TemporaryDirectory directory;
+  {
+    Connection database(directory.file("replica.db"), Connection::Mode::create);
+    database.execute(
+        "PRAGMA journal_mode=WAL;"
+        "CREATE TABLE meta (key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
+        "INSERT INTO meta VALUES ('next_node', 16), ('next_content', 1), ('generation', 7);"
+        "CREATE TABLE node (id INTEGER PRIMARY KEY, parent INTEGER, name BLOB NOT NULL, filename "
+        "BLOB, kind INTEGER NOT NULL, identifier BLOB, content_version BLOB, metadata_version "
+        "BLOB, size INTEGER NOT NULL DEFAULT 0, modified INTEGER NOT NULL DEFAULT 0, capabilities "
+        "INTEGER NOT NULL DEFAULT 0, mode INTEGER NOT NULL DEFAULT 0, state INTEGER NOT NULL "
+        "DEFAULT 0, content INTEGER NOT NULL DEFAULT 0, blocks INTEGER NOT NULL DEFAULT 0, pinned "
+        "INTEGER NOT NULL DEFAULT 0, kept INTEGER NOT NULL DEFAULT 0, last_used INTEGER NOT NULL "
+        "DEFAULT 0, error BLOB, listed INTEGER NOT NULL DEFAULT 0, digest BLOB, detached INTEGER);"
+        "CREATE UNIQUE INDEX node_name ON node (parent, name);"
+        "CREATE INDEX node_parent ON node (parent);"
+        "CREATE UNIQUE INDEX node_identifier ON node (identifier) WHERE identifier IS NOT NULL;"
+        "CREATE INDEX node_wanted ON node (id) WHERE kept = 1 AND kind = 2 AND state = 0;"
+        "CREATE INDEX node_kept_folders ON node (id) WHERE kept = 1 AND kind = 1;"
+        "CREATE INDEX node_cached ON node (last_used) WHERE state = 1 AND kept = 0;"
+        "CREATE INDEX node_failed ON node (id) WHERE error IS NOT NULL;"
+        "CREATE INDEX node_detached ON node (detached) WHERE detached IS NOT NULL;"
+        "CREATE TABLE content (id INTEGER PRIMARY KEY, node INTEGER NOT NULL, blocks INTEGER NOT "
+        "NULL DEFAULT 0, used INTEGER NOT NULL DEFAULT 0, durable INTEGER NOT NULL DEFAULT 0);"
+        "CREATE INDEX content_node ON content (node);"
+        "CREATE INDEX content_unused ON content (id) WHERE used = 0;"
+        "CREATE INDEX content_volatile ON content (id) WHERE durable = 0;"
+        "INSERT INTO node (id,parent,name,kind,identifier,size,modified,state,content,pinned) "
+        "VALUES (20,1,x'61',2,x'693a31',5,1700000000,1,3,1);"
+        "INSERT INTO content VALUES (3,20,8,1,1);"
+        "PRAGMA user_version=1;");
+  }
+  Replica replica(directory.path());
+  EXPECT_TRUE(replica.setAside().empty());
+  const auto node = replica.read([](ReplicaReader& reader) { return reader.nodeFor("i:1"); });
+  ASSERT_TRUE(node);
+  EXPECT_EQ(node->id, 20U);
+  EXPECT_EQ(node->name, "a");
+  EXPECT_EQ(node->size, 5);
+  EXPECT_EQ(node->modified, 1'700'000'000);
+  EXPECT_EQ(node->content, 3U);
+  EXPECT_TRUE(node->pinned);
+  EXPECT_EQ(replica.read([](ReplicaReader& reader) { return reader.metaInteger("generation"); }),
+            7);
+  EXPECT_EQ(
+      replica.read([](ReplicaReader& reader) { return reader.integer("PRAGMA user_version"); }),
+      schema::kVersion);
+  replica.write(Durability::durable, [&](ReplicaWriter& writer) {
+    journal::put(writer.connection(), journal::begin(writer, *writer.node(20), 1));
+  });
+  EXPECT_TRUE(
+      replica.read([](ReplicaReader& reader) { return journal::find(reader.connection(), 20); }));
+}
+
+}  // namespace
+}  // namespace tulo::test

@@ -1,0 +1,129 @@
+#include "service/upload/Verdicts.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+namespace tulo::test {
+namespace {
+
+constexpr std::int64_t kNever = 1'000'000;
+
+// What one waiting program was told; -1 while it waits.
+struct Program {
+  int told = -1;
+  int times = 0;
+
+  Verdicts::Completion completion() {
+    return [this](int error) {
+      told = error;
+      ++times;
+    };
+  }
+};
+
+class VerdictsTest : public ::testing::Test {
+ protected:
+  Verdicts::Ticket await(Program& program, const std::vector<NodeId>& nodes,
+                         std::int64_t deadline = kNever) {
+    const Verdicts::Ticket ticket = verdicts.begin(program.completion());
+    verdicts.await(ticket, nodes, deadline);
+    return ticket;
+  }
+
+  Verdicts verdicts;
+};
+
+TEST_F(VerdictsTest, TellsThoseWhoWaitForTheNode) {
+  Program one;
+  Program other;
+  await(one, {20});
+  await(other, {21});
+  verdicts.settled(20);
+  EXPECT_EQ(one.told, 0);
+  EXPECT_EQ(other.told, -1);
+  EXPECT_FALSE(verdicts.isAwaited(20));
+  EXPECT_TRUE(verdicts.isAwaited(21));
+  verdicts.failed(21, EDQUOT);
+  EXPECT_EQ(other.told, EDQUOT);
+  EXPECT_TRUE(verdicts.awaited().empty());
+}
+
+TEST_F(VerdictsTest, TellsAllWhoWaitForOneNode) {
+  Program one;
+  Program other;
+  await(one, {20});
+  await(other, {20});
+  verdicts.failed(20, EIO);
+  EXPECT_EQ(one.told, EIO);
+  EXPECT_EQ(other.told, EIO);
+}
+
+TEST_F(VerdictsTest, SeveralNodesAreWaitedForTogetherButFailAlone) {
+  Program good;
+  Program bad;
+  await(good, {20, 21});
+  await(bad, {20, 22});
+  verdicts.settled(20);
+  EXPECT_EQ(good.told, -1);
+  verdicts.settled(21);
+  EXPECT_EQ(good.told, 0);
+  verdicts.failed(22, EINVAL);
+  EXPECT_EQ(bad.told, EINVAL);
+}
+
+TEST_F(VerdictsTest, ACancelledOneIsToldOnceAndNeverWaits) {
+  Program program;
+  const Verdicts::Ticket ticket = verdicts.begin(program.completion());
+  verdicts.cancel(ticket, EINTR);
+  verdicts.await(ticket, {20}, kNever);
+  verdicts.settled(20);
+  verdicts.cancel(ticket, EIO);
+  EXPECT_EQ(program.told, EINTR);
+  EXPECT_EQ(program.times, 1);
+  EXPECT_FALSE(verdicts.isAwaited(20));
+}
+
+TEST_F(VerdictsTest, WhoDoesNotWaitYetIsNotToldThatAllFail) {
+  Program waiting;
+  Program early;
+  await(waiting, {20});
+  const Verdicts::Ticket ticket = verdicts.begin(early.completion());
+  verdicts.failAll(EHOSTDOWN);
+  EXPECT_EQ(waiting.told, EHOSTDOWN);
+  EXPECT_EQ(early.told, -1);
+  verdicts.await(ticket, {21}, kNever);
+  verdicts.failAll(EHOSTDOWN);
+  EXPECT_EQ(early.told, EHOSTDOWN);
+}
+
+TEST_F(VerdictsTest, TheDeadlineEndsTheWaiting) {
+  Program soon;
+  Program later;
+  Program early;
+  verdicts.begin(early.completion());
+  EXPECT_EQ(verdicts.nextDeadline(), std::nullopt);
+  await(later, {20}, 200);
+  await(soon, {20}, 100);
+  EXPECT_EQ(verdicts.nextDeadline(), 100);
+  verdicts.expire(99);
+  EXPECT_EQ(soon.told, -1);
+  verdicts.expire(100);
+  EXPECT_EQ(soon.told, ETIMEDOUT);
+  EXPECT_EQ(later.told, -1);
+  EXPECT_EQ(early.told, -1);
+  EXPECT_EQ(verdicts.nextDeadline(), 200);
+}
+
+TEST_F(VerdictsTest, ACompletionMayBeginToWaitAgain) {
+  Program again;
+  const Verdicts::Ticket ticket = verdicts.begin([&](int) { await(again, {21}); });
+  verdicts.await(ticket, {20}, kNever);
+  verdicts.settled(20);
+  EXPECT_TRUE(verdicts.isAwaited(21));
+  verdicts.settled(21);
+  EXPECT_EQ(again.told, 0);
+}
+
+}  // namespace
+}  // namespace tulo::test
