@@ -143,8 +143,8 @@ class Report {
   Report() {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw ServiceError("cannot make a pipe");
-    read_ = Descriptor(ends[0]);
-    write_ = Descriptor(ends[1]);
+    read_ = FileDescriptor(ends[0]);
+    write_ = FileDescriptor(ends[1]);
   }
 
   void good() { finish("+"); }
@@ -171,8 +171,8 @@ class Report {
     write_.reset();
   }
 
-  Descriptor read_;
-  Descriptor write_;
+  FileDescriptor read_;
+  FileDescriptor write_;
 };
 
 void detachFromTerminal(const std::string& domain) {
@@ -181,8 +181,8 @@ void detachFromTerminal(const std::string& domain) {
   const std::string state = paths::stateDirectory(domain);
   paths::createPrivateDirectory(state);
   const std::string path = state + "/service.log";
-  const Descriptor log(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-  const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const FileDescriptor log(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+  const FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (!log || !null) throw ServiceError("cannot open " + path + ": " + std::strerror(errno));
   ::dup2(null.get(), STDIN_FILENO);
   ::dup2(null.get(), STDOUT_FILENO);

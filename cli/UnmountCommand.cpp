@@ -29,7 +29,7 @@ constexpr std::chrono::seconds kPatience{30};
 // The service lets go of its lock when the mount is gone and everything is written down.
 bool waitForEnd(const std::string& domain) {
   const std::string path = paths::stateDirectory(domain) + "/lock";
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   const auto end = std::chrono::steady_clock::now() + kPatience;
   while (file && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0) {
     if (std::chrono::steady_clock::now() > end) return false;

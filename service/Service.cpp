@@ -50,7 +50,7 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   engineOptions.quietMilliseconds = options.quietMilliseconds;
   try {
     engine_ = std::make_unique<Engine>(engineOptions, factory);
-  } catch (const DatabaseError& error) {
+  } catch (const sqlite::DatabaseError& error) {
     if (!error.meansDamage()) throw;
     // It left word of that, so now it is set aside.
     engine_ = std::make_unique<Engine>(engineOptions, factory);
@@ -104,7 +104,7 @@ void Service::startThumbnails() {
 void Service::listed(NodeId folder) {
   if (!thumbnails_) return;
   constexpr std::size_t kPage = 256;
-  thumbnails_->listed(folder, [this, folder, after = kNoNode]() mutable {
+  thumbnails_->listed(folder.number(), [this, folder, after = kNoNode]() mutable {
     std::vector<ThumbnailFile> page;
     try {
       engine_->replica().read([&](ReplicaReader& reader) {
@@ -123,8 +123,9 @@ void Service::listed(NodeId folder) {
           page.push_back({node->identifier, {base + '/' + name, node->modified, node->size}});
         }
       });
-    } catch (const DatabaseError& error) {
-      serviceLog().error("no thumbnails for folder %d: %{public}@", {folder, error.what()});
+    } catch (const sqlite::DatabaseError& error) {
+      serviceLog().error("no thumbnails for folder %d: %{public}@",
+                         {folder.number(), error.what()});
     }
     return page;
   });

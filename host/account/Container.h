@@ -6,7 +6,7 @@
 #include <string>
 
 #include "host/base/Files.h"
-#include "host/base/UniqueFD.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -32,8 +32,8 @@ class Container {
   void takeLock();
 
   std::string path_;
-  UniqueFD folder_;
-  UniqueFD lock_;
+  FileDescriptor folder_;
+  FileDescriptor lock_;
   EntryStat stat_;
 };
 

@@ -15,15 +15,15 @@ Downloads::Downloads(const Container& container, UlidSource& ulids, const HostLo
   open();
 }
 
-UniqueFD Downloads::open() const {
+FileDescriptor Downloads::open() const {
   return makeFolder(container_.folder(), Container::downloadName);
 }
 
 std::string Downloads::handOver(int file) {
-  const UniqueFD folder = open();
+  const FileDescriptor folder = open();
   const std::string name = ulids_.next();
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  const UniqueFD copy(::openat(folder.get(), name.c_str(), flags, 0600));
+  const FileDescriptor copy(::openat(folder.get(), name.c_str(), flags, 0600));
   if (!copy) throw systemError(errno, "handing over a copy");
   try {
     copyContents(file, copy.get());
@@ -39,7 +39,7 @@ void Downloads::takeBack(const std::string& path) {
 }
 
 void Downloads::sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now) {
-  const UniqueFD folder = open();
+  const FileDescriptor folder = open();
   const auto isInUse = [](const std::string&) { return false; };
   for (const std::string& name : sweepFolder(folder.get(), age, now, isInUse, log_)) {
     log_.info("swept the copy " + inQuotes(name) + ", which nobody has fetched");

@@ -29,7 +29,7 @@ class Downloads {
   void sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now);
 
  private:
-  UniqueFD open() const;
+  FileDescriptor open() const;
 
   const Container& container_;
   UlidSource& ulids_;

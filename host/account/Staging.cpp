@@ -27,7 +27,7 @@ std::int64_t sizeOfTree(int folder, const std::string& name) {
   if (!stat || stat->isOther()) return 0;
   if (stat->isFile) return stat->size;
   std::int64_t total = 0;
-  if (const UniqueFD sub = openFolder(folder, name)) {
+  if (const FileDescriptor sub = openFolder(folder, name)) {
     forEachEntry(sub.get(),
                  [&](const std::string& child) { total += sizeOfTree(sub.get(), child); });
   }
@@ -42,7 +42,7 @@ std::int64_t sizeOfTree(int folder, const std::string& name) {
 
 }  // namespace
 
-StagedCopy::StagedCopy(Staging& staging, UniqueFD folder, std::string name)
+StagedCopy::StagedCopy(Staging& staging, FileDescriptor folder, std::string name)
     : staging_(staging), folder_(std::move(folder)), name_(std::move(name)) {}
 
 StagedCopy::~StagedCopy() {
@@ -59,7 +59,7 @@ Staging::Staging(const Container& container, const HostLog& log)
   open();
 }
 
-UniqueFD Staging::open() const {
+FileDescriptor Staging::open() const {
   return makeFolder(container_.folder(), Container::uploadName);
 }
 
@@ -75,8 +75,8 @@ std::unique_ptr<StagedCopy> Staging::claim(const std::string& path) {
   }
   // The extension may spell the way to the container differently: what counts is which folder the
   // path leads to. From there on only the last component is used.
-  UniqueFD upload = open();
-  const UniqueFD named(::open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  FileDescriptor upload = open();
+  const FileDescriptor named(::open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!named) refuse(path);
   const EntryStat expected = statDescriptor(upload.get());
   const EntryStat actual = statDescriptor(named.get());
@@ -99,7 +99,7 @@ std::unique_ptr<StagedCopy> Staging::claim(const std::string& path) {
 }
 
 void Staging::sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now) {
-  const UniqueFD upload = open();
+  const FileDescriptor upload = open();
   // Held throughout, so that no request claims a copy that is just being removed.
   const std::lock_guard lock(mutex_);
   const auto isInUse = [this](const std::string& name) { return claimed_.contains(name); };

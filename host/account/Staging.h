@@ -35,10 +35,10 @@ class StagedCopy {
 
  private:
   friend class Staging;
-  StagedCopy(Staging& staging, UniqueFD folder, std::string name);
+  StagedCopy(Staging& staging, FileDescriptor folder, std::string name);
 
   Staging& staging_;
-  UniqueFD folder_;
+  FileDescriptor folder_;
   std::string name_;
   EntryStat stat_;
   std::int64_t size_ = 0;
@@ -57,7 +57,7 @@ class Staging {
 
  private:
   friend class StagedCopy;
-  UniqueFD open() const;
+  FileDescriptor open() const;
   void release(const std::string& name);
 
   const Container& container_;

@@ -110,7 +110,7 @@ PixbufPointer bounded(PixbufPointer pixbuf) {
 
 void writeFile(int folder, const std::string& name, const std::string& bytes) {
   constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
-  const UniqueFD file(::openat(folder, name.c_str(), flags, 0600));
+  const FileDescriptor file(::openat(folder, name.c_str(), flags, 0600));
   if (!file) throw systemError(errno, "writing a thumbnail");
   std::size_t written = 0;
   while (written < bytes.size()) {
@@ -145,7 +145,7 @@ Thumbnails::Thumbnails(const Container& container, const HostLog& log)
   open();
 }
 
-UniqueFD Thumbnails::open() const {
+FileDescriptor Thumbnails::open() const {
   return makeFolder(container_.folder(), Container::thumbnailName);
 }
 
@@ -157,7 +157,7 @@ std::optional<std::string> Thumbnails::find(const std::string& ulid, std::int64_
 
 std::string Thumbnails::render(const std::string& ulid, std::int64_t version, int file) const {
   const std::string bytes = renderThumbnail(file);
-  const UniqueFD folder = open();
+  const FileDescriptor folder = open();
   const std::string name = fileName(ulid, version);
   const std::string temporary = "." + name + "." + std::to_string(::gettid());
   writeFile(folder.get(), temporary, bytes);
@@ -169,7 +169,7 @@ std::string Thumbnails::render(const std::string& ulid, std::int64_t version, in
 }
 
 void Thumbnails::sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now) {
-  const UniqueFD folder = open();
+  const FileDescriptor folder = open();
   const auto isInUse = [](const std::string&) { return false; };
   const auto names = sweepFolder(folder.get(), age, now, isInUse, log_);
   if (!names.empty()) {

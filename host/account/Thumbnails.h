@@ -34,7 +34,7 @@ class Thumbnails {
   void sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now);
 
  private:
-  UniqueFD open() const;
+  FileDescriptor open() const;
 
   const Container& container_;
   const HostLog& log_;

@@ -43,8 +43,8 @@ bool isAbsent(int number) {
   return number == ENOENT || number == ENOTDIR || number == ELOOP;
 }
 
-UniqueFD openEntry(int folder, const std::string& name, int flags) {
-  UniqueFD fd(::openat(folder, name.c_str(), flags));
+FileDescriptor openEntry(int folder, const std::string& name, int flags) {
+  FileDescriptor fd(::openat(folder, name.c_str(), flags));
   // A socket and a device without a driver cannot be opened at all.
   if (!fd && !isAbsent(errno) && errno != ENXIO && errno != ENODEV) {
     throw systemError(errno, "opening " + name);
@@ -52,8 +52,8 @@ UniqueFD openEntry(int folder, const std::string& name, int flags) {
   return fd;
 }
 
-UniqueFD createFile(int folder, const std::string& name, mode_t mode) {
-  UniqueFD fd(
+FileDescriptor createFile(int folder, const std::string& name, mode_t mode) {
+  FileDescriptor fd(
       ::openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   if (!fd) throw systemError(errno, "creating " + name);
   return fd;
@@ -119,8 +119,8 @@ void copyLink(int fromFolder, const std::string& from, int toFolder, const std::
 void copyFolder(int fromFolder, const std::string& from, int toFolder, const std::string& to,
                 const EntryStat& stat) {
   if (::mkdirat(toFolder, to.c_str(), 0700) != 0) throw systemError(errno, "creating " + to);
-  const UniqueFD source = openFolder(fromFolder, from);
-  const UniqueFD target = openFolder(toFolder, to);
+  const FileDescriptor source = openFolder(fromFolder, from);
+  const FileDescriptor target = openFolder(toFolder, to);
   if (!source || !target) throw systemError(ENOENT, "copying " + from);
   forEachEntry(source.get(),
                [&](const std::string& name) { copyTree(source.get(), name, target.get(), name); });
@@ -130,9 +130,9 @@ void copyFolder(int fromFolder, const std::string& from, int toFolder, const std
 
 void copyFile(int fromFolder, const std::string& from, int toFolder, const std::string& to,
               const EntryStat& stat) {
-  const UniqueFD source = openFile(fromFolder, from);
+  const FileDescriptor source = openFile(fromFolder, from);
   if (!source) throw systemError(ENOENT, "copying " + from);
-  const UniqueFD target = createFile(toFolder, to, (stat.mode & 0777) | 0600);
+  const FileDescriptor target = createFile(toFolder, to, (stat.mode & 0777) | 0600);
   copyContents(source.get(), target.get());
   copyTimes(target.get(), stat);
 }
@@ -157,27 +157,27 @@ EntryStat statDescriptor(int fd) {
   return entryStat(result);
 }
 
-UniqueFD openFolderPath(const std::string& path) {
-  UniqueFD fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+FileDescriptor openFolderPath(const std::string& path) {
+  FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fd) throw systemError(errno, "opening the folder " + path);
   return fd;
 }
 
-UniqueFD openFolder(int folder, const std::string& name) {
+FileDescriptor openFolder(int folder, const std::string& name) {
   return openEntry(folder, name, folderFlags);
 }
 
-UniqueFD openFile(int folder, const std::string& name) {
-  UniqueFD fd = openEntry(folder, name, fileFlags);
+FileDescriptor openFile(int folder, const std::string& name) {
+  FileDescriptor fd = openEntry(folder, name, fileFlags);
   if (fd && !statDescriptor(fd.get()).isFile) fd.reset();
   return fd;
 }
 
-UniqueFD makeFolder(int folder, const std::string& name) {
+FileDescriptor makeFolder(int folder, const std::string& name) {
   if (::mkdirat(folder, name.c_str(), 0700) != 0 && errno != EEXIST) {
     throw systemError(errno, "creating the folder " + name);
   }
-  UniqueFD fd = openFolder(folder, name);
+  FileDescriptor fd = openFolder(folder, name);
   if (!fd) throw OperationError(kind::io, name + " is in the way: it is not a folder");
   return fd;
 }
@@ -185,7 +185,7 @@ UniqueFD makeFolder(int folder, const std::string& name) {
 void forEachEntry(int folder, const std::function<void(const std::string& name)>& visit) {
   // A description of its own: reading must not move the position that other readers of `folder`
   // see.
-  UniqueFD own(::openat(folder, ".", folderFlags));
+  FileDescriptor own(::openat(folder, ".", folderFlags));
   if (!own) throw systemError(errno, "reading a folder");
   const std::unique_ptr<DIR, int (*)(DIR*)> directory(::fdopendir(own.get()), ::closedir);
   if (!directory) throw systemError(errno, "reading a folder");
@@ -234,10 +234,10 @@ void syncDescriptor(int fd) {
 }
 
 void syncTree(int folder, const std::string& name) {
-  if (const UniqueFD sub = openFolder(folder, name)) {
+  if (const FileDescriptor sub = openFolder(folder, name)) {
     forEachEntry(sub.get(), [&](const std::string& child) { syncTree(sub.get(), child); });
     syncDescriptor(sub.get());
-  } else if (const UniqueFD file = openFile(folder, name)) {
+  } else if (const FileDescriptor file = openFile(folder, name)) {
     syncDescriptor(file.get());
   }
 }
@@ -245,7 +245,7 @@ void syncTree(int folder, const std::string& name) {
 void removeTree(int folder, const std::string& name) {
   if (::unlinkat(folder, name.c_str(), 0) == 0 || errno == ENOENT) return;
   const int unlinkError = errno;
-  const UniqueFD sub = openFolder(folder, name);
+  const FileDescriptor sub = openFolder(folder, name);
   if (!sub) throw systemError(unlinkError, "removing " + name);
   forEachEntry(sub.get(), [&](const std::string& child) { removeTree(sub.get(), child); });
   if (::unlinkat(folder, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {

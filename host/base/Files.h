@@ -12,7 +12,7 @@
 #include <optional>
 #include <string>
 
-#include "host/base/UniqueFD.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -39,13 +39,13 @@ std::optional<EntryStat> statEntry(int folder, const std::string& name);
 EntryStat statDescriptor(int fd);
 
 // An absolute or relative path as the user gave it; symbolic links are followed.
-UniqueFD openFolderPath(const std::string& path);
+FileDescriptor openFolderPath(const std::string& path);
 // An invalid descriptor when there is no folder of that name.
-UniqueFD openFolder(int folder, const std::string& name);
+FileDescriptor openFolder(int folder, const std::string& name);
 // The regular file `name`, for reading; an invalid descriptor when there is none.
-UniqueFD openFile(int folder, const std::string& name);
+FileDescriptor openFile(int folder, const std::string& name);
 // The folder `name`, made with mode 0700 if it does not exist.
-UniqueFD makeFolder(int folder, const std::string& name);
+FileDescriptor makeFolder(int folder, const std::string& name);
 
 // Calls `visit` for each entry but "." and "..". Throws when the folder cannot be read to its end.
 void forEachEntry(int folder, const std::function<void(const std::string& name)>& visit);

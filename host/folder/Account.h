@@ -34,7 +34,7 @@ class Account {
   };
 
   struct OpenFile {
-    UniqueFD file;
+    FileDescriptor file;
     std::int64_t version = 0;
   };
 
@@ -71,7 +71,7 @@ class Account {
   // A folder that is open for a change of what is in it.
   struct Place {
     std::string ulid;
-    UniqueFD folder;
+    FileDescriptor folder;
   };
 
   // Where a modify wants its item, and under which name.

@@ -79,7 +79,7 @@ Node Account::requireNode(const std::string& ulid, bool isFolder) {
 }
 
 Account::Place Account::requirePlace(const std::string& ulid) {
-  UniqueFD folder = tree_.openFolderOf(ulid);
+  FileDescriptor folder = tree_.openFolderOf(ulid);
   if (!folder) {
     // It may just have been moved by another program.
     requireNode(ulid, true);
@@ -136,7 +136,7 @@ Account::OpenFile Account::openFile(const std::string& ulid) {
   requireRoot();
   const Node node = requireNode(ulid, false);
   const Place place = requirePlace(node.parent);
-  UniqueFD file = host::openFile(place.folder.get(), node.diskName);
+  FileDescriptor file = host::openFile(place.folder.get(), node.diskName);
   if (!file) notFound(ulid);
   return {std::move(file), tree_.store().row(node).version};
 }
@@ -303,8 +303,8 @@ void Account::replaceContents(const WorkItem& item, const Place& place,
                               const std::string& diskName) {
   const auto old = statEntry(place.folder.get(), diskName);
   if (!old) notFound(diskName);
-  const UniqueFD fresh = old->isFolder ? openFolder(item.folder(), item.name())
-                                       : host::openFile(item.folder(), item.name());
+  const FileDescriptor fresh = old->isFolder ? openFolder(item.folder(), item.name())
+                                             : host::openFile(item.folder(), item.name());
   // A file stays as executable, or as private, as it was.
   if (fresh) static_cast<void>(::fchmod(fresh.get(), old->mode & 0777));
   if (!exchangeEntries(item.folder(), item.name(), place.folder.get(), diskName)) {

@@ -16,8 +16,8 @@ constexpr std::size_t changesInOneTransaction = 4000;
 constexpr std::size_t mostSkippedTold = 200;
 constexpr std::size_t deepestFolder = 10'000;
 
-UniqueFD duplicate(int fd) {
-  return UniqueFD(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+FileDescriptor duplicate(int fd) {
+  return FileDescriptor(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
 }
 
 }  // namespace
@@ -34,7 +34,7 @@ Tree::Tree(const Options& options, UlidSource& ulids, const HostLog& log)
   ulids_.follow(store_.greatestUlid());
 }
 
-UniqueFD Tree::openFolderOf(std::string_view ulid) {
+FileDescriptor Tree::openFolderOf(std::string_view ulid) {
   std::vector<std::string> names;
   std::string current(ulid);
   while (current != rootUlid) {
@@ -43,14 +43,14 @@ UniqueFD Tree::openFolderOf(std::string_view ulid) {
     names.push_back(node->diskName);
     current = node->parent;
   }
-  UniqueFD folder = duplicate(root_.get());
+  FileDescriptor folder = duplicate(root_.get());
   for (auto name = names.rbegin(); folder && name != names.rend(); ++name) {
     folder = openFolder(folder.get(), *name);
   }
   return folder;
 }
 
-UniqueFD Tree::openWork() {
+FileDescriptor Tree::openWork() {
   return makeFolder(root_.get(), workName);
 }
 
@@ -94,7 +94,8 @@ void Tree::tellOnce(std::string_view parent, const std::string& name, std::strin
   if (told_.size() == mostSkippedTold) log_.info("further entries are left out without a word");
 }
 
-std::optional<std::vector<std::string>> Tree::namesIn(const std::string& ulid, UniqueFD& folder) {
+std::optional<std::vector<std::string>> Tree::namesIn(const std::string& ulid,
+                                                      FileDescriptor& folder) {
   try {
     folder = openFolderOf(ulid);
     // A folder that is gone is noticed by its own parent.
@@ -117,7 +118,7 @@ std::optional<std::vector<std::string>> Tree::namesIn(const std::string& ulid, U
 void Tree::reconcileNextFolder() {
   const std::string parent = std::move(queue_.front());
   queue_.pop_front();
-  UniqueFD folder;
+  FileDescriptor folder;
   const auto names = namesIn(parent, folder);
   if (!names) return;
   std::unordered_map<std::string, Node> known;
@@ -139,7 +140,7 @@ void Tree::reconcileNextFolder() {
 
 void Tree::reconcileEntry(const std::string& parent, const std::string& name) {
   const auto known = store_.child(parent, name);
-  const UniqueFD folder = openFolderOf(parent);
+  const FileDescriptor folder = openFolderOf(parent);
   const auto stat = folder ? served(parent, folder.get(), name) : std::nullopt;
   if (stat) {
     reconcile(parent, name, *stat, known);
@@ -222,7 +223,7 @@ std::optional<Node> Tree::movedNode(const EntryStat& stat) {
 }
 
 bool Tree::hasEntryAtItsPlace(const Node& node) {
-  const UniqueFD folder = openFolderOf(node.parent);
+  const FileDescriptor folder = openFolderOf(node.parent);
   const auto stat = folder ? served(node.parent, folder.get(), node.diskName) : std::nullopt;
   return stat && stat->isFolder == node.isFolder;
 }

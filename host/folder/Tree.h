@@ -56,9 +56,9 @@ class Tree {
   const std::string& rootPath() const { return rootPath_; }
 
   // A folder by its identifier; an invalid descriptor if it is not (or no longer) there.
-  UniqueFD openFolderOf(std::string_view ulid);
+  FileDescriptor openFolderOf(std::string_view ulid);
   // The working folder, made when it is missing.
-  UniqueFD openWork();
+  FileDescriptor openWork();
   // Removes what a crash left in the working folder.
   void clearWork();
   // Nothing for an entry that is not there or is not served.
@@ -91,7 +91,7 @@ class Tree {
 
  private:
   // Opens a folder, has it watched and reads it; nothing if that cannot be done.
-  std::optional<std::vector<std::string>> namesIn(const std::string& ulid, UniqueFD& folder);
+  std::optional<std::vector<std::string>> namesIn(const std::string& ulid, FileDescriptor& folder);
   void reconcile(const std::string& parent, const std::string& name, const EntryStat& stat,
                  const std::optional<Node>& known);
   void update(Node node, const EntryStat& stat);
@@ -107,7 +107,7 @@ class Tree {
   void commitWhenLarge();
 
   std::string rootPath_;
-  UniqueFD root_;
+  FileDescriptor root_;
   std::uint64_t rootDevice_ = 0;
   std::uint64_t containerDevice_;
   std::uint64_t containerInode_;

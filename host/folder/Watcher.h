@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "host/base/HostLog.h"
-#include "host/base/UniqueFD.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -60,8 +60,8 @@ class Watcher {
   bool isQuiet(Clock::time_point now) const;
 
   const HostLog& log_;
-  UniqueFD inotify_;
-  UniqueFD wake_;
+  FileDescriptor inotify_;
+  FileDescriptor wake_;
   Callbacks callbacks_;
   std::thread thread_;
   std::chrono::milliseconds rescanInterval_{60'000};

@@ -9,7 +9,7 @@
 
 namespace tulo::host {
 
-WorkItem::WorkItem(UniqueFD work, std::string name, const HostLog& log)
+WorkItem::WorkItem(FileDescriptor work, std::string name, const HostLog& log)
     : work_(std::move(work)), name_(std::move(name)), log_(log) {}
 
 WorkItem::~WorkItem() {
@@ -24,7 +24,7 @@ void WorkItem::take(const StagedCopy& copy) {
   if (moveEntry(copy.folder(), copy.name(), work_.get(), name_) == MoveResult::otherFileSystem) {
     copyTree(copy.folder(), copy.name(), work_.get(), name_);
   }
-  UniqueFD entry = openFolder(work_.get(), name_);
+  FileDescriptor entry = openFolder(work_.get(), name_);
   if (!entry) entry = openFile(work_.get(), name_);
   if (!entry) throw OperationError(kind::io, "the staged copy cannot be read");
   // The host must be able to read and replace it later, and no copy gets special rights.

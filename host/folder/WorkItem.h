@@ -15,7 +15,7 @@ namespace tulo::host {
 class WorkItem {
  public:
   // Nothing yet. `name` must be new in the folder `work`; `log` must outlive the item.
-  WorkItem(UniqueFD work, std::string name, const HostLog& log);
+  WorkItem(FileDescriptor work, std::string name, const HostLog& log);
   // Removes what is still there.
   ~WorkItem();
   WorkItem(const WorkItem&) = delete;
@@ -32,7 +32,7 @@ class WorkItem {
   EntryStat stat() const;
 
  private:
-  UniqueFD work_;
+  FileDescriptor work_;
   std::string name_;
   const HostLog& log_;
 };

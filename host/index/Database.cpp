@@ -3,7 +3,7 @@
 #include <fcntl.h>
 
 #include "host/base/HostError.h"
-#include "host/base/UniqueFD.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -106,7 +106,7 @@ bool Statement::isNull(int column) const {
 Database::Database(const std::string& path) {
   // SQLite would let everybody read the names of the user's files. Only a new file is opened here:
   // closing it would drop the locks that other connections of this process hold.
-  const UniqueFD created(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const FileDescriptor created(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   sqlite3* db = nullptr;
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
   const int result = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);

@@ -9,18 +9,18 @@
 
 #include "host/account/Container.h"
 #include "host/base/HostError.h"
-#include "host/base/UniqueFD.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
 namespace {
 
-UniqueFD connectTo(const std::string& path) {
+FileDescriptor connectTo(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) throw StartError("the path is too long: " + path);
   std::memcpy(address.sun_path, path.data(), path.size());
-  UniqueFD fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd ||
       ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     throw StartError("no host answers at " + path + ": " + errorText(errno));
@@ -37,7 +37,7 @@ UniqueFD connectTo(const std::string& path) {
 
 std::string askHost(const std::string& container, const std::string& request) {
   const std::string path = container + "/" + Container::socketName;
-  const UniqueFD fd = connectTo(path);
+  const FileDescriptor fd = connectTo(path);
   const std::string line = request + "\n";
   for (std::size_t sent = 0; sent < line.size();) {
     const ssize_t count = ::send(fd.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);

@@ -139,7 +139,7 @@ int Server::waitTime() const {
 
 void Server::acceptAll() {
   constexpr int connectionFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
-  UniqueFD fd(::accept4(listener_.get(), nullptr, nullptr, connectionFlags));
+  FileDescriptor fd(::accept4(listener_.get(), nullptr, nullptr, connectionFlags));
   if (!fd) {
     // Out of descriptors: the peer waits, and trying again at once would only burn time.
     if (errno == EMFILE || errno == ENFILE) stop_.wait(stopCheck);

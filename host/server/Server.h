@@ -17,8 +17,8 @@
 
 #include "host/account/Container.h"
 #include "host/base/HostLog.h"
-#include "host/base/UniqueFD.h"
 #include "host/server/StopSignal.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -59,14 +59,14 @@ class Server {
 
   // A connection whose request is still coming in.
   struct Incoming {
-    UniqueFD fd;
+    FileDescriptor fd;
     Clock::time_point deadline;
     std::string request;
     std::size_t discarded = 0;
   };
 
   struct Job {
-    UniqueFD fd;
+    FileDescriptor fd;
     std::string request;
   };
 
@@ -88,8 +88,8 @@ class Server {
   const HostLog& log_;
   Limits limits_;
   Handler handler_;
-  UniqueFD listener_;
-  UniqueFD wake_;
+  FileDescriptor listener_;
+  FileDescriptor wake_;
   StopSignal stop_;
   std::thread thread_;
   std::list<Incoming> incoming_;

@@ -15,7 +15,7 @@
 #include "platform/ItemPath.h"
 #include "platform/UUID.h"
 #include "platform/linux/Container.h"
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/FolderEntries.h"
 #include "platform/linux/TreeCopy.h"
 #include "platform/linux/TreeRemoval.h"
 

@@ -12,7 +12,7 @@ set(TULO_PLATFORM_SOURCES
     linux/ContentTypes.cpp
     linux/Dispatch.cpp
     linux/FileCopy.cpp
-    linux/FileDescriptor.cpp
+    linux/FolderEntries.cpp
     linux/FileManager.cpp
     linux/FileProvider.cpp
     linux/JSON.cpp

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/linux/FileCopy.h"
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/FolderEntries.h"
 
 namespace tulo::platform {
 

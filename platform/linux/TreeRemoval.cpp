@@ -8,7 +8,7 @@
 #include <system_error>
 #include <vector>
 
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/FolderEntries.h"
 
 namespace tulo::platform {
 

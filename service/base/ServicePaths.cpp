@@ -60,7 +60,7 @@ void createPrivateDirectory(const std::string& path) {
 
 DomainLock::DomainLock(const std::string& stateDirectory) {
   const std::string path = stateDirectory + "/lock";
-  file_ = Descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  file_ = FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (!file_) throw ServiceError("cannot open " + path + ": " + std::strerror(errno));
   if (::flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
     std::array<char, 32> owner{};

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "service/base/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo {
 
@@ -33,7 +33,7 @@ class DomainLock {
   explicit DomainLock(const std::string& stateDirectory);
 
  private:
-  Descriptor file_;
+  FileDescriptor file_;
 };
 
 }  // namespace tulo

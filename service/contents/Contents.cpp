@@ -69,12 +69,12 @@ bool OpenFile::endsBefore(std::int64_t offset) {
   return content_ == kNoContent || (size_ && offset >= *size_);
 }
 
-std::shared_ptr<const Descriptor> OpenFile::descriptor() {
+std::shared_ptr<const FileDescriptor> OpenFile::descriptor() {
   follow();
   std::lock_guard lock(mutex_);
   if (!descriptor_) {
-    descriptor_ = std::make_shared<const Descriptor>(size_ ? store_.open(content_, *size_)
-                                                           : store_.openAsIs(content_));
+    descriptor_ = std::make_shared<const FileDescriptor>(size_ ? store_.open(content_, *size_)
+                                                               : store_.openAsIs(content_));
   }
   return descriptor_;
 }
@@ -177,7 +177,7 @@ void Contents::proceed(Ticket ticket, NodeId node, int process) try {
     });
   });
 } catch (const std::exception& error) {
-  serviceLog().error("cannot open node %d: %{public}@", {node, error.what()});
+  serviceLog().error("cannot open node %d: %{public}@", {node.number(), error.what()});
   answer(ticket, {EIO, nullptr});
 }
 
@@ -198,7 +198,7 @@ void Contents::openFresh(Ticket ticket, NodeId node, int process, bool verified,
           self->openAfterFetch(ticket, node, process, error, attempt + 1);
         });
 } catch (const std::exception& error) {
-  serviceLog().error("cannot open node %d: %{public}@", {node, error.what()});
+  serviceLog().error("cannot open node %d: %{public}@", {node.number(), error.what()});
   answer(ticket, {EIO, nullptr});
 }
 
@@ -211,7 +211,7 @@ void Contents::openAfterFetch(Ticket ticket, NodeId node, int process, int error
   if (attempt >= kOpenAttempts) return answer(ticket, {ESTALE, nullptr});
   openFresh(ticket, node, process, true, attempt);
 } catch (const std::exception& failure) {
-  serviceLog().error("cannot open node %d: %{public}@", {node, failure.what()});
+  serviceLog().error("cannot open node %d: %{public}@", {node.number(), failure.what()});
   answer(ticket, {EIO, nullptr});
 }
 

@@ -48,7 +48,7 @@ class OpenFile {
   bool endsBefore(std::int64_t offset);
   // The file of contents, opened at the first read: a file whose pages the kernel still has is
   // never opened at all. Throws ContentError.
-  std::shared_ptr<const Descriptor> descriptor();
+  std::shared_ptr<const FileDescriptor> descriptor();
 
  private:
   // Goes on with what the node has now, if that was changed here since.
@@ -64,7 +64,7 @@ class OpenFile {
   ContentId content_;
   std::optional<std::int64_t> size_;
   std::uint64_t changes_ = 0;
-  std::shared_ptr<const Descriptor> descriptor_;
+  std::shared_ptr<const FileDescriptor> descriptor_;
 };
 
 struct OpenAnswer {

@@ -97,7 +97,7 @@ void Contents::begin(const FetchPointer& fetch) try {
   fetch->reserved = node->size;
   request(fetch);
 } catch (const std::exception& error) {
-  serviceLog().error("cannot fetch node %d: %{public}@", {fetch->node, error.what()});
+  serviceLog().error("cannot fetch node %d: %{public}@", {fetch->node.number(), error.what()});
   finish(fetch, EIO, error.what());
 }
 
@@ -152,7 +152,7 @@ void Contents::fetched(const FetchPointer& fetch, const std::optional<platform::
   if (failure.number() == ENOSPC) return finish(fetch, ENOSPC, failure.what());
   retry(fetch, failure.what());
 } catch (const std::exception& failure) {
-  serviceLog().error("cannot keep node %d: %{public}@", {fetch->node, failure.what()});
+  serviceLog().error("cannot keep node %d: %{public}@", {fetch->node.number(), failure.what()});
   finish(fetch, EIO, failure.what());
 }
 
@@ -185,13 +185,13 @@ void Contents::discard(const FetchPointer& fetch) {
 void Contents::retry(const FetchPointer& fetch, const std::string& reason) {
   discard(fetch);
   if (++fetch->attempts >= kAttempts) return finish(fetch, EIO, reason);
-  serviceLog().info("fetching node %d again: %{public}@", {fetch->node, reason});
+  serviceLog().info("fetching node %d again: %{public}@", {fetch->node.number(), reason});
   if (fetch->folder == kNoNode) return request(fetch);
   sync_.refresh(fetch->folder, [self = shared_from_this(), fetch](int) {
     try {
       self->request(fetch);
     } catch (const std::exception& error) {
-      serviceLog().error("cannot fetch node %d: %{public}@", {fetch->node, error.what()});
+      serviceLog().error("cannot fetch node %d: %{public}@", {fetch->node.number(), error.what()});
       self->finish(fetch, EIO, error.what());
     }
   });
@@ -199,7 +199,8 @@ void Contents::retry(const FetchPointer& fetch, const std::string& reason) {
 
 void Contents::recordFailure(const FetchPointer& fetch, int error, const std::string& reason) try {
   if (reason.empty()) return;
-  serviceLog().info("cannot fetch node %d (errno %d): %{public}@", {fetch->node, error, reason});
+  serviceLog().info("cannot fetch node %d (errno %d): %{public}@",
+                    {fetch->node.number(), error, reason});
   replica_.write(Durability::eventual,
                  [&](ReplicaWriter& writer) { writer.setError(fetch->node, reason); });
 } catch (const std::exception& failure) {

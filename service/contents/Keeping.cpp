@@ -72,7 +72,7 @@ int Contents::evict(NodeId id) {
 }
 
 void Contents::cannotRead(const OpenFile& file, const ContentError& error) {
-  serviceLog().error("cannot read node %d: %{public}@", {file.node(), error.what()});
+  serviceLog().error("cannot read node %d: %{public}@", {file.node().number(), error.what()});
   // Anything else says nothing of the file: there may be too many open ones.
   if (error.number() != ENOENT && error.number() != EIO) return;
   const std::unique_lock gate(openFiles_.gate());
@@ -148,7 +148,7 @@ bool Contents::keepStep() {
     return reader.ids(
         "SELECT id FROM node WHERE kept=1 AND kind=2 AND state=0 AND size>0 AND "
         "id>? AND parent IS NOT NULL ORDER BY id LIMIT ?",
-        static_cast<std::int64_t>(keepCursor_.load()), kBatch);
+        static_cast<std::int64_t>(keepCursor_.load().number()), kBatch);
   });
   for (NodeId file : files) {
     {
@@ -158,13 +158,13 @@ bool Contents::keepStep() {
     keepCursor_ = file;
     fetch(file, Priority::ahead, [](int) {});
   }
-  if (files.empty()) keepCursor_ = 0;
+  if (files.empty()) keepCursor_ = kNoNode;
   return !files.empty();
 }
 
 bool Contents::purgeContents() {
   auto unused = replica_.read([](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?", 0, kBatch);
+    return reader.contentIds("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?", 0, kBatch);
   });
   std::erase_if(unused, [this](ContentId content) {
     return store_.isIncoming(content) || openFiles_.isContentOpen(content);
@@ -203,8 +203,8 @@ bool Contents::purgeStep() {
 
 bool Contents::durableStep() {
   const auto fresh = replica_.read([](ReplicaReader& reader) {
-    return reader.ids("SELECT id FROM content WHERE durable=0 AND used=1 AND id>? LIMIT ?", 0,
-                      kBatch);
+    return reader.contentIds("SELECT id FROM content WHERE durable=0 AND used=1 AND id>? LIMIT ?",
+                             0, kBatch);
   });
   if (fresh.empty()) return false;
   const std::vector<ContentId> safe = store_.makeDurable(fresh);

@@ -89,7 +89,7 @@ void ControlServer::accept() {
     std::array<pollfd, 2> waits = {{{wake_.get(), POLLIN, 0}, {listener_.get(), POLLIN, 0}}};
     ::poll(waits.data(), waits.size(), -1);
     if (waits[0].revents != 0) return;
-    Descriptor descriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    FileDescriptor descriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     joinEnded();
     if (!descriptor || !sameUser(descriptor.get())) continue;
     std::lock_guard lock(mutex_);
@@ -103,7 +103,7 @@ void ControlServer::accept() {
 }
 
 void ControlServer::serve(std::size_t number, int raw) {
-  Descriptor descriptor(raw);
+  FileDescriptor descriptor(raw);
   control::LineReader reader(descriptor.get(), kLongestRequest);
   std::string request;
   try {

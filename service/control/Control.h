@@ -11,7 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "service/base/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo {
 
@@ -44,8 +44,8 @@ class ControlServer {
 
   std::string path_;
   Handler handler_;
-  Descriptor listener_;
-  Descriptor wake_;
+  FileDescriptor listener_;
+  FileDescriptor wake_;
   std::thread acceptor_;
   // Guards the connections; a leaf, never held while a request is handled.
   std::mutex mutex_;
@@ -64,7 +64,7 @@ class ControlClient {
   void ask(const std::string& request, const std::function<bool(const std::string&)>& line);
 
  private:
-  Descriptor socket_;
+  FileDescriptor socket_;
 };
 
 }  // namespace tulo

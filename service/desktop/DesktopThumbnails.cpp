@@ -70,7 +70,7 @@ class TemporaryFile {
 
  private:
   std::string path_;
-  platform::FileDescriptor descriptor_;
+  FileDescriptor descriptor_;
   bool moved_ = false;
 };
 

@@ -158,7 +158,7 @@ EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode, bool 
   try {
     return make(folder, node, [&](ReplicaWriter& writer, const Node& made) {
       writer.addContent(made.content, made.id, true);
-      Descriptor contents = store_.create(made.content, made.name);
+      FileDescriptor contents = store_.create(made.content, made.name);
       if (!open) return;
       files_.openNew(made.id, made.content, std::move(contents));
       opened = made.id;
@@ -193,9 +193,9 @@ EditResult Edits::makeLink(NodeId folder, std::string_view name, std::string_vie
 
 int Edits::readLink(NodeId link, std::string& target) {
   return replica_.read([&](ReplicaReader& reader) {
-    Statement& statement =
+    sqlite::Statement& statement =
         reader.connection().cached("SELECT target FROM link WHERE node=?").bind(link);
-    StatementUse use(statement);
+    sqlite::StatementUse use(statement);
     if (!statement.step()) return EINVAL;
     target = statement.text(0);
     return 0;
@@ -205,7 +205,7 @@ int Edits::readLink(NodeId link, std::string& target) {
 // Takes a node out of the tree. What the host has is deleted there later; its row waits for that.
 int Edits::removeOne(ReplicaWriter& writer, const Node& node) {
   if (!allows(node, NSFileProviderItemCapabilitiesAllowsDeleting)) return EACCES;
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   const std::optional<Change> known = journal::find(database, node.id);
   if (node.identifier.empty() && !(known && known->sent)) {
     journal::erase(database, node.id);

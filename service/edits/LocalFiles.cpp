@@ -21,15 +21,15 @@ namespace {
 constexpr std::chrono::milliseconds kGather{50};
 constexpr std::size_t kMostUnsettled = 128;
 
-bool durableContent(Connection& database, ContentId content) {
-  Statement& statement = database.cached("SELECT durable FROM content WHERE id=?");
+bool durableContent(sqlite::Connection& database, ContentId content) {
+  sqlite::Statement& statement = database.cached("SELECT durable FROM content WHERE id=?");
   statement.bind(content);
-  StatementUse use(statement);
+  sqlite::StatementUse use(statement);
   return statement.step() && statement.integer(0) != 0;
 }
 
 // Whether all that prepare() would note down is there already, as it is of a new file.
-bool isJournaled(Connection& database, const Node& node) {
+bool isJournaled(sqlite::Connection& database, const Node& node) {
   if (node.state != ContentState::dirty || durableContent(database, node.content)) return false;
   const std::optional<Change> change = journal::find(database, node.id);
   if (!change) return node.identifier.empty();
@@ -68,10 +68,10 @@ ssize_t WritableFile::read(char* data, std::size_t size, off_t offset) {
   return count < 0 ? -errno : count;
 }
 
-std::optional<Descriptor> WritableFile::duplicateDescriptor() {
+std::optional<FileDescriptor> WritableFile::duplicateDescriptor() {
   const std::shared_lock lock(mutex_);
   if (!file_) return std::nullopt;
-  return Descriptor(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
+  return FileDescriptor(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
 }
 
 void WritableFile::prepare(bool keepContents) {
@@ -104,8 +104,8 @@ void WritableFile::prepare(bool keepContents) {
   replica.write(Durability::eventual, reserve, room);
   faultPoint("write.reserved");
   if (fresh != content_ || !file_) {
-    Descriptor file = copied != kNoContent ? owner_.store_.duplicate(copied, fresh, name)
-                                           : owner_.store_.create(fresh, name);
+    FileDescriptor file = copied != kNoContent ? owner_.store_.duplicate(copied, fresh, name)
+                                               : owner_.store_.create(fresh, name);
     file_ = std::move(file);
   } else {
     file_ = owner_.store_.openWritable(fresh);
@@ -116,7 +116,7 @@ void WritableFile::prepare(bool keepContents) {
   const auto note = [&](ReplicaWriter& writer) {
     const std::optional<Node> node = writer.node(node_);
     if (!node) throw ContentError(ESTALE, "the file is gone");
-    Connection& database = writer.connection();
+    sqlite::Connection& database = writer.connection();
     database.cached("UPDATE content SET used=1,durable=0 WHERE id=?").bind(fresh).run();
     database.cached("UPDATE node SET state=2,content=? WHERE id=?").bind(fresh, node_).run();
     writer.setError(node_, "");
@@ -164,14 +164,14 @@ ssize_t WritableFile::write(const char* data, std::size_t size, off_t offset) tr
     return static_cast<ssize_t>(done);
   });
 } catch (const std::exception& error) {
-  serviceLog().error("cannot write node %d: %{public}@", {node_, error.what()});
+  serviceLog().error("cannot write node %d: %{public}@", {node_.number(), error.what()});
   return -errnoFor(error);
 }
 
 int WritableFile::truncate(off_t size) try {
   return changing(size != 0, [&] { return ::ftruncate(file_.get(), size) == 0 ? 0 : errno; });
 } catch (const std::exception& error) {
-  serviceLog().error("cannot truncate node %d: %{public}@", {node_, error.what()});
+  serviceLog().error("cannot truncate node %d: %{public}@", {node_.number(), error.what()});
   return errnoFor(error);
 }
 
@@ -179,7 +179,7 @@ int WritableFile::allocate(int mode, off_t offset, off_t length) try {
   return changing(true,
                   [&] { return ::fallocate(file_.get(), mode, offset, length) == 0 ? 0 : errno; });
 } catch (const std::exception& error) {
-  serviceLog().error("cannot allocate for node %d: %{public}@", {node_, error.what()});
+  serviceLog().error("cannot allocate for node %d: %{public}@", {node_.number(), error.what()});
   return errnoFor(error);
 }
 
@@ -191,7 +191,7 @@ off_t WritableFile::seek(off_t offset, int whence) {
 }
 
 ssize_t WritableFile::copyFrom(WritableFile& source, off_t from, off_t to, std::size_t size) try {
-  std::optional<Descriptor> input = source.duplicateDescriptor();
+  std::optional<FileDescriptor> input = source.duplicateDescriptor();
   if (!input) return 0;
   return changing(true, [&]() -> ssize_t {
     off64_t in = from;
@@ -200,7 +200,7 @@ ssize_t WritableFile::copyFrom(WritableFile& source, off_t from, off_t to, std::
     return count < 0 ? -errno : count;
   });
 } catch (const std::exception& error) {
-  serviceLog().error("cannot copy into node %d: %{public}@", {node_, error.what()});
+  serviceLog().error("cannot copy into node %d: %{public}@", {node_.number(), error.what()});
   return -errnoFor(error);
 }
 
@@ -262,7 +262,7 @@ std::shared_ptr<WritableFile> LocalFiles::slot(NodeId node) {
   return slot;
 }
 
-void LocalFiles::openNew(NodeId node, ContentId content, Descriptor contents) {
+void LocalFiles::openNew(NodeId node, ContentId content, FileDescriptor contents) {
   auto file = std::make_shared<WritableFile>(*this, node);
   file->file_ = std::move(contents);
   file->content_ = content;
@@ -301,7 +301,7 @@ std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error) try {
   }
   return file;
 } catch (const std::exception& failure) {
-  serviceLog().error("cannot open node %d: %{public}@", {id, failure.what()});
+  serviceLog().error("cannot open node %d: %{public}@", {id.number(), failure.what()});
   error = errnoFor(failure);
   return nullptr;
 }
@@ -354,7 +354,7 @@ void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
   struct stat status = {};
   if (!node || node->content != file.content_ || ::fstat(file.file_.get(), &status) != 0) return;
   noteFile(writer, file.node_, status);
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   database
       .cached(
           "UPDATE content SET blocks=?1,durable=0 WHERE id=?2 AND NOT (blocks=?1 AND durable=0)")
@@ -483,7 +483,7 @@ int LocalFiles::setModified(NodeId id, const timespec& modified) try {
   }
   return 0;
 } catch (const std::exception& error) {
-  serviceLog().error("cannot set the time of node %d: %{public}@", {id, error.what()});
+  serviceLog().error("cannot set the time of node %d: %{public}@", {id.number(), error.what()});
   return errnoFor(error);
 }
 
@@ -501,7 +501,7 @@ int LocalFiles::settle(NodeId id) try {
   this->changed();
   return 0;
 } catch (const std::exception& error) {
-  serviceLog().error("cannot note the change of node %d: %{public}@", {id, error.what()});
+  serviceLog().error("cannot note the change of node %d: %{public}@", {id.number(), error.what()});
   return errnoFor(error);
 }
 
@@ -531,7 +531,7 @@ int LocalFiles::synchronize(NodeId id, bool dataOnly) try {
   settleLater(id);
   return 0;
 } catch (const std::exception& error) {
-  serviceLog().error("cannot force node %d to the disk: %{public}@", {id, error.what()});
+  serviceLog().error("cannot force node %d to the disk: %{public}@", {id.number(), error.what()});
   return errnoFor(error);
 }
 

@@ -50,7 +50,7 @@ class WritableFile {
   // Forces the bytes to the disk.
   int force(bool dataOnly);
   // The descriptor to read from; nothing when there are no contents yet.
-  std::optional<Descriptor> duplicateDescriptor();
+  std::optional<FileDescriptor> duplicateDescriptor();
 
  private:
   friend class LocalFiles;
@@ -65,7 +65,7 @@ class WritableFile {
   // Shared for reading and writing bytes, exclusive for exchanging the file. Taken before the
   // replica's own locks; those of several files in the order of their nodes.
   std::shared_mutex mutex_;
-  Descriptor file_;
+  FileDescriptor file_;
   ContentId content_ = kNoContent;
   bool writable_ = false;              // the journal knows, and nobody sends it
   std::atomic<bool> changed_ = false;  // since the row was brought up to date
@@ -87,7 +87,7 @@ class LocalFiles {
   std::shared_ptr<WritableFile> open(NodeId node, int& error);
   // The same for contents that are made just now, inside the transaction that makes the node and
   // journals them: only so can nobody have sent them yet. Open until released().
-  void openNew(NodeId node, ContentId content, Descriptor contents);
+  void openNew(NodeId node, ContentId content, FileDescriptor contents);
   // The same if somebody has it open already.
   std::shared_ptr<WritableFile> find(NodeId node) const;
 

@@ -55,14 +55,14 @@ Item describe(ReplicaReader& reader, const Change& change) {
 
 std::vector<NodeId> within(ReplicaReader& reader, NodeId node) {
   // What is deleted is in no folder any more; its former one is the one that the host has it in.
-  Statement& statement = reader.connection().cached(
+  sqlite::Statement& statement = reader.connection().cached(
       "WITH RECURSIVE up(change,id,depth) AS (SELECT node,node,0 FROM pending UNION ALL "
       "SELECT up.change,coalesce(node.parent,(SELECT above.id FROM pending JOIN node AS above ON "
       "above.identifier=pending.base_parent WHERE pending.node=up.id AND deleted=1)),depth+1 FROM "
       "up JOIN node ON node.id=up.id WHERE depth<?2) "
       "SELECT change FROM up WHERE id=?1 ORDER BY depth DESC,change DESC");
   statement.bind(node, kDeepest);
-  StatementUse use(statement);
+  sqlite::StatementUse use(statement);
   std::vector<NodeId> result;
   while (statement.step())
     result.push_back(static_cast<NodeId>(statement.integer(0)));
@@ -80,13 +80,13 @@ NodeId deletedFrom(ReplicaReader& reader, NodeId folder, std::string_view name) 
 }
 
 std::vector<std::string> localIn(ReplicaReader& reader, NodeId folder, std::int64_t limit) {
-  Statement& statement = reader.connection().cached(
+  sqlite::Statement& statement = reader.connection().cached(
       "WITH RECURSIVE below(id,path) AS (SELECT id,name FROM node WHERE parent=?1 UNION ALL "
       "SELECT node.id,below.path||'/'||node.name FROM node JOIN below ON node.parent=below.id) "
       "SELECT path FROM below JOIN node USING (id) WHERE identifier IS NULL AND NOT EXISTS "
       "(SELECT 1 FROM pending WHERE pending.node=id) LIMIT ?2");
   statement.bind(folder, limit);
-  StatementUse use(statement);
+  sqlite::StatementUse use(statement);
   std::vector<std::string> result;
   while (statement.step())
     result.emplace_back(statement.text(0));

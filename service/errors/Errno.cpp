@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-#include "service/replica/ContentStore.h"
-#include "service/replica/Database.h"
+#include "service/errors/ContentError.h"
+#include "sqlite/DatabaseError.h"
 
 namespace tulo {
 
@@ -62,7 +62,7 @@ int errnoFor(const std::exception& error) {
   if (const auto* content = dynamic_cast<const ContentError*>(&error)) {
     return content->number() == ENOSPC || content->number() == EDQUOT ? content->number() : EIO;
   }
-  if (const auto* database = dynamic_cast<const DatabaseError*>(&error)) {
+  if (const auto* database = dynamic_cast<const sqlite::DatabaseError*>(&error)) {
     return database->code() == SQLITE_FULL ? ENOSPC : EIO;
   }
   return EIO;

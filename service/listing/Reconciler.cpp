@@ -80,7 +80,7 @@ class Pass {
 
  private:
   void loadChanges() {
-    Connection& database = writer_.connection();
+    sqlite::Connection& database = writer_.connection();
     nothingPending_ = journal::isEmpty(database);
     if (nothingPending_) return;
     for (Change& change : journal::inFolder(database, folder_)) {
@@ -90,10 +90,11 @@ class Pass {
       changes_.emplace(change.node, std::move(change));
     }
     // What was moved away or deleted here meanwhile must not turn up a second time.
-    Statement& sent = database.cached("SELECT node FROM pending WHERE sent=1 AND sent_parent=?");
+    sqlite::Statement& sent =
+        database.cached("SELECT node FROM pending WHERE sent=1 AND sent_parent=?");
     sent.bind(identifier_);
     std::vector<NodeId> nodes;
-    for (StatementUse use(sent); sent.step();) {
+    for (sqlite::StatementUse use(sent); sent.step();) {
       nodes.push_back(static_cast<NodeId>(sent.integer(0)));
     }
     for (NodeId node : nodes)
@@ -180,7 +181,7 @@ class Pass {
 
   // The host deleted a folder in which something new waits: the folder is made again for it.
   void becomeLocal(const Node& folder) {
-    Connection& database = writer_.connection();
+    sqlite::Connection& database = writer_.connection();
     database.cached("UPDATE node SET identifier=NULL,digest=NULL WHERE id=?").bind(folder.id).run();
     Change change = journal::begin(writer_, folder, 0);
     change.baseParent.clear();
@@ -289,11 +290,11 @@ class Pass {
 
   // Times that were set here stay until the host has other contents.
   bool keepsTime(const Node& node, bool newContents) {
-    Statement& statement =
+    sqlite::Statement& statement =
         writer_.connection().cached("SELECT 1 FROM local_time WHERE node=?").bind(node.id);
     bool keeps = false;
     {
-      StatementUse use(statement);
+      sqlite::StatementUse use(statement);
       keeps = statement.step();
     }
     if (keeps && newContents) {

@@ -87,7 +87,7 @@ void SourceWatch::openPublished() {
       open.st_dev == found.st_dev && open.st_ino == found.st_ino) {
     return;
   }
-  published_ = Descriptor(present ? ::open(file.c_str(), O_RDONLY | O_CLOEXEC) : -1);
+  published_ = FileDescriptor(present ? ::open(file.c_str(), O_RDONLY | O_CLOEXEC) : -1);
 }
 
 // Without a process that has the database open there is no such file, or one that is being
@@ -141,7 +141,7 @@ void SourceWatch::stop() {
 }
 
 void SourceWatch::run(const std::function<void()>& changed) {
-  const Descriptor notifications(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  const FileDescriptor notifications(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   int watch = -1;
   std::size_t look = 0;
   for (;;) {

@@ -13,7 +13,7 @@
 #include <string>
 #include <thread>
 
-#include "service/base/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo {
 
@@ -59,7 +59,7 @@ class SourceWatch {
   // Guards the next two; a leaf.
   std::mutex mutex_;
   std::string lastFrames_;
-  Descriptor published_;
+  FileDescriptor published_;
   std::thread thread_;
   int wakeDescriptor_ = -1;
 };

@@ -127,10 +127,10 @@ void Sync::refresh(NodeId folder, RefreshCompletion completion) {
 
 std::optional<std::string> Sync::largeFolder(NodeId folder) {
   return replica_.read([&](ReplicaReader& reader) -> std::optional<std::string> {
-    Statement& count = reader.connection().cached(
+    sqlite::Statement& count = reader.connection().cached(
         "SELECT count(*) FROM (SELECT 1 FROM node WHERE parent=? LIMIT ?)");
     {
-      StatementUse use(count);
+      sqlite::StatementUse use(count);
       if (!count.bind(folder, kLargeFolder).step() || count.integer(0) < kLargeFolder) return {};
     }
     const std::optional<Node> node = reader.node(folder);
@@ -200,7 +200,7 @@ void Sync::beginListing(NodeId folder) {
     enumerate(*extension_, attempt->folder.identifier,
               [this, attempt](Listing listing) { listed(attempt, std::move(listing)); });
   } catch (const std::exception& error) {
-    serviceLog().error("cannot list folder %d: %{public}@", {folder, error.what()});
+    serviceLog().error("cannot list folder %d: %{public}@", {folder.number(), error.what()});
     finish(attempt, EIO);
   }
 }
@@ -226,7 +226,8 @@ void Sync::listed(const std::shared_ptr<Attempt>& attempt, Listing listing) try 
   }
   verifyMissing(attempt, std::move(missing));
 } catch (const std::exception& error) {
-  serviceLog().error("cannot compare folder %d: %{public}@", {attempt->folder.id, error.what()});
+  serviceLog().error("cannot compare folder %d: %{public}@",
+                     {attempt->folder.id.number(), error.what()});
   finish(attempt, EIO);
 }
 
@@ -262,7 +263,8 @@ void Sync::apply(const std::shared_ptr<Attempt>& attempt) try {
   }
   finish(attempt, 0);
 } catch (const std::exception& error) {
-  serviceLog().error("cannot reconcile folder %d: %{public}@", {attempt->folder.id, error.what()});
+  serviceLog().error("cannot reconcile folder %d: %{public}@",
+                     {attempt->folder.id.number(), error.what()});
   finish(attempt, EIO);
 }
 

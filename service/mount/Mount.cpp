@@ -18,7 +18,7 @@
 #include <sstream>
 #include <vector>
 
-#include "service/base/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 #include "service/base/ServiceLog.h"
 #include "service/mount/MountSession.h"
 #include "service/mount/RequestLoop.h"
@@ -70,7 +70,7 @@ class KernelRequests final : public RequestSource {
  private:
   fuse_session* const session_;
   const int device_;
-  const Descriptor wake_;
+  const FileDescriptor wake_;
   std::vector<fuse_buf> buffers_;
 };
 
@@ -82,23 +82,23 @@ const fuse_lowlevel_ops kOperations = [] {
     static_cast<MountSession*>(data)->initialize(*connection);
   };
   operations.lookup = [](fuse_req_t request, fuse_ino_t parent, const char* name) {
-    MountSession::of(request).lookup(request, parent, name);
+    MountSession::of(request).lookup(request, NodeId(parent), name);
   };
   operations.forget = [](fuse_req_t request, fuse_ino_t node, std::uint64_t count) {
-    MountSession::of(request).forget(node, count);
+    MountSession::of(request).forget(NodeId(node), count);
     fuse_reply_none(request);
   };
   operations.forget_multi = [](fuse_req_t request, std::size_t count, fuse_forget_data* forgets) {
     for (std::size_t i = 0; i < count; ++i) {
-      MountSession::of(request).forget(forgets[i].ino, forgets[i].nlookup);
+      MountSession::of(request).forget(NodeId(forgets[i].ino), forgets[i].nlookup);
     }
     fuse_reply_none(request);
   };
   operations.getattr = [](fuse_req_t request, fuse_ino_t node, fuse_file_info*) {
-    MountSession::of(request).getattr(request, node);
+    MountSession::of(request).getattr(request, NodeId(node));
   };
   operations.open = [](fuse_req_t request, fuse_ino_t node, fuse_file_info* info) {
-    MountSession::of(request).open(request, node, *info);
+    MountSession::of(request).open(request, NodeId(node), *info);
   };
   operations.read = [](fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset,
                        fuse_file_info* info) {
@@ -113,21 +113,21 @@ const fuse_lowlevel_ops kOperations = [] {
   };
   operations.readdir = [](fuse_req_t request, fuse_ino_t node, std::size_t size, off_t offset,
                           fuse_file_info*) {
-    MountSession::of(request).readdir(request, node, size, offset, false);
+    MountSession::of(request).readdir(request, NodeId(node), size, offset, false);
   };
   operations.readdirplus = [](fuse_req_t request, fuse_ino_t node, std::size_t size, off_t offset,
                               fuse_file_info*) {
-    MountSession::of(request).readdir(request, node, size, offset, true);
+    MountSession::of(request).readdir(request, NodeId(node), size, offset, true);
   };
   operations.statfs = [](fuse_req_t request, fuse_ino_t) {
     MountSession::of(request).statfs(request);
   };
   operations.getxattr = [](fuse_req_t request, fuse_ino_t node, const char* name,
                            std::size_t size) {
-    MountSession::of(request).getxattr(request, node, name, size);
+    MountSession::of(request).getxattr(request, NodeId(node), name, size);
   };
   operations.listxattr = [](fuse_req_t request, fuse_ino_t node, std::size_t size) {
-    MountSession::of(request).listxattr(request, node, size);
+    MountSession::of(request).listxattr(request, NodeId(node), size);
   };
   addChangingOperations(operations);
   return operations;
@@ -136,66 +136,70 @@ const fuse_lowlevel_ops kOperations = [] {
 void addNameOperations(fuse_lowlevel_ops& operations) {
   operations.create = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t mode,
                          fuse_file_info* info) {
-    MountSession::of(request).create(request, folder, name, mode, *info);
+    MountSession::of(request).create(request, NodeId(folder), name, mode, *info);
   };
   operations.mkdir = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t mode) {
-    MountSession::of(request).mkdir(request, folder, name, mode);
+    MountSession::of(request).mkdir(request, NodeId(folder), name, mode);
   };
   operations.mknod = [](fuse_req_t request, fuse_ino_t folder, const char* name, mode_t mode,
-                        dev_t) { MountSession::of(request).mknod(request, folder, name, mode); };
+                        dev_t) {
+    MountSession::of(request).mknod(request, NodeId(folder), name, mode);
+  };
   operations.symlink = [](fuse_req_t request, const char* target, fuse_ino_t folder,
                           const char* name) {
-    MountSession::of(request).symlink(request, target, folder, name);
+    MountSession::of(request).symlink(request, target, NodeId(folder), name);
   };
   operations.readlink = [](fuse_req_t request, fuse_ino_t node) {
-    MountSession::of(request).readlink(request, node);
+    MountSession::of(request).readlink(request, NodeId(node));
   };
   operations.link = [](fuse_req_t request, fuse_ino_t, fuse_ino_t, const char*) {
     // The host has no such thing as a second name.
     fuse_reply_err(request, EPERM);
   };
   operations.unlink = [](fuse_req_t request, fuse_ino_t folder, const char* name) {
-    MountSession::of(request).unlink(request, folder, name);
+    MountSession::of(request).unlink(request, NodeId(folder), name);
   };
   operations.rmdir = [](fuse_req_t request, fuse_ino_t folder, const char* name) {
-    MountSession::of(request).rmdir(request, folder, name);
+    MountSession::of(request).rmdir(request, NodeId(folder), name);
   };
   operations.rename = [](fuse_req_t request, fuse_ino_t folder, const char* name,
                          fuse_ino_t newFolder, const char* newName, unsigned flags) {
-    MountSession::of(request).rename(request, folder, name, newFolder, newName, flags);
+    MountSession::of(request).rename(request, NodeId(folder), name, NodeId(newFolder), newName,
+                                     flags);
   };
 }
 
 void addDataOperations(fuse_lowlevel_ops& operations) {
   operations.setattr = [](fuse_req_t request, fuse_ino_t node, struct stat* wanted, int fields,
                           fuse_file_info*) {
-    MountSession::of(request).setattr(request, node, *wanted, fields);
+    MountSession::of(request).setattr(request, NodeId(node), *wanted, fields);
   };
   operations.write = [](fuse_req_t request, fuse_ino_t node, const char* data, std::size_t size,
                         off_t offset, fuse_file_info*) {
-    MountSession::of(request).write(request, node, data, size, offset);
+    MountSession::of(request).write(request, NodeId(node), data, size, offset);
   };
   operations.flush = [](fuse_req_t request, fuse_ino_t node, fuse_file_info*) {
-    MountSession::of(request).flush(request, node);
+    MountSession::of(request).flush(request, NodeId(node));
   };
   operations.fsync = [](fuse_req_t request, fuse_ino_t node, int dataOnly, fuse_file_info*) {
-    MountSession::of(request).fsync(request, node, dataOnly != 0);
+    MountSession::of(request).fsync(request, NodeId(node), dataOnly != 0);
   };
   operations.fsyncdir = [](fuse_req_t request, fuse_ino_t, int, fuse_file_info*) {
     MountSession::of(request).fsyncFolder(request);
   };
   operations.fallocate = [](fuse_req_t request, fuse_ino_t node, int mode, off_t offset,
                             off_t length, fuse_file_info*) {
-    MountSession::of(request).fallocate(request, node, mode, offset, length);
+    MountSession::of(request).fallocate(request, NodeId(node), mode, offset, length);
   };
   operations.copy_file_range = [](fuse_req_t request, fuse_ino_t from, off_t fromOffset,
                                   fuse_file_info*, fuse_ino_t to, off_t toOffset, fuse_file_info*,
                                   std::size_t size, int) {
-    MountSession::of(request).copyRange(request, from, fromOffset, to, toOffset, size);
+    MountSession::of(request).copyRange(request, NodeId(from), fromOffset, NodeId(to), toOffset,
+                                        size);
   };
   operations.lseek = [](fuse_req_t request, fuse_ino_t node, off_t offset, int whence,
                         fuse_file_info*) {
-    MountSession::of(request).lseek(request, node, offset, whence);
+    MountSession::of(request).lseek(request, NodeId(node), offset, whence);
   };
 }
 
@@ -316,7 +320,7 @@ void Mount::stop() {
 void Mount::abort() {
   const std::string number = connectionNumber(session_->mountPoint);
   if (number.empty()) return;
-  const Descriptor file(
+  const FileDescriptor file(
       ::open(("/sys/fs/fuse/connections/" + number + "/abort").c_str(), O_WRONLY | O_CLOEXEC));
   const bool aborted = file && ::write(file.get(), "1", 1) == 1;
   if (!aborted) ::umount2(session_->mountPoint.c_str(), MNT_FORCE | MNT_DETACH);
@@ -325,7 +329,7 @@ void Mount::abort() {
 void Mount::deliver(const Invalidation& invalidation) {
   fuse_session* fuse = session_->fuse.get();
   const auto dropName = [&] {
-    fuse_lowlevel_notify_inval_entry(fuse, invalidation.folder, invalidation.name.data(),
+    fuse_lowlevel_notify_inval_entry(fuse, invalidation.folder.number(), invalidation.name.data(),
                                      invalidation.name.size());
   };
   // What the kernel does not know needs no invalidation, so "not found" is no error.
@@ -336,16 +340,17 @@ void Mount::deliver(const Invalidation& invalidation) {
     case Invalidation::Kind::entryDeleted:
       // Refused for a folder with something remembered under it, and for a name that already
       // stands for another node.
-      if (fuse_lowlevel_notify_delete(fuse, invalidation.folder, invalidation.node,
-                                      invalidation.name.data(), invalidation.name.size()) != 0) {
+      if (fuse_lowlevel_notify_delete(fuse, invalidation.folder.number(),
+                                      invalidation.node.number(), invalidation.name.data(),
+                                      invalidation.name.size()) != 0) {
         dropName();
       }
       break;
     case Invalidation::Kind::attributesChanged:
-      fuse_lowlevel_notify_inval_inode(fuse, invalidation.node, -1, 0);
+      fuse_lowlevel_notify_inval_inode(fuse, invalidation.node.number(), -1, 0);
       break;
     case Invalidation::Kind::dataChanged:
-      fuse_lowlevel_notify_inval_inode(fuse, invalidation.node, 0, 0);
+      fuse_lowlevel_notify_inval_inode(fuse, invalidation.node.number(), 0, 0);
       break;
   }
 }

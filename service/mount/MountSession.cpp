@@ -39,8 +39,8 @@ bool isInMemory(int file, std::size_t size, off_t offset) {
 // All that a listing without attributes has of an entry.
 fuse_entry_param withTypeOnly(const Entry& entry) {
   fuse_entry_param parameters = {};
-  parameters.ino = entry.id;
-  parameters.attr.st_ino = entry.id;
+  parameters.ino = entry.id.number();
+  parameters.attr.st_ino = entry.id.number();
   if (entry.kind == NodeKind::folder) {
     parameters.attr.st_mode = S_IFDIR;
   } else {
@@ -90,7 +90,7 @@ struct stat MountSession::attributes(const Entry& row) const {
   Entry entry = row;
   if (parts_.files) parts_.files->overlay(entry);
   struct stat status = {};
-  status.st_ino = entry.id;
+  status.st_ino = entry.id.number();
   status.st_uid = user_;
   status.st_gid = group_;
   status.st_nlink = 1;
@@ -115,7 +115,7 @@ struct stat MountSession::attributes(const Entry& row) const {
 
 fuse_entry_param MountSession::parameters(const Entry& entry) const {
   fuse_entry_param parameters = {};
-  parameters.ino = entry.id;
+  parameters.ino = entry.id.number();
   parameters.generation = 1;
   parameters.attr = attributes(entry);
   parameters.attr_timeout = kForever;
@@ -269,7 +269,7 @@ void MountSession::read(fuse_req_t request, std::size_t size, off_t offset,
       return;
     }
     try {
-      const std::shared_ptr<const Descriptor> descriptor = file.descriptor();
+      const std::shared_ptr<const FileDescriptor> descriptor = file.descriptor();
       if (!isInMemory(descriptor->get(), size, offset)) RequestLoop::passTurn();
       if (size <= kSmallRead) {
         std::array<char, kSmallRead> buffer;
@@ -339,12 +339,13 @@ void MountSession::fillDirectory(fuse_req_t request, NodeId folder, std::size_t 
   DirectoryBuffer buffer(size);
   std::vector<NodeId> remembered;
   if (addDots(request, folder, offset, plus, buffer)) {
-    const NodeId after = offset <= 2 ? kFirstNode - 1 : static_cast<NodeId>(offset);
+    const NodeId after =
+        NodeId(offset <= 2 ? kFirstNode.number() - 1 : static_cast<std::uint64_t>(offset));
     std::string text;
     parts_.replica.read([&](ReplicaReader& reader) {
       reader.children(folder, after, [&](const Entry& entry, std::string_view name) {
         const fuse_entry_param answer = plus ? parameters(entry) : withTypeOnly(entry);
-        const auto cursor = static_cast<off_t>(entry.id);
+        const auto cursor = static_cast<off_t>(entry.id.number());
         text.assign(name);
         if (!buffer.add(request, text.c_str(), answer.attr, &answer, cursor, plus)) return false;
         if (plus && entry.kind == NodeKind::folder) remembered.push_back(entry.id);

@@ -42,8 +42,8 @@ void makeDirectory(const std::string& path) {
   if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot create " + path, errno);
 }
 
-Descriptor openChecked(const std::string& path, std::int64_t size, struct stat& status) {
-  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+FileDescriptor openChecked(const std::string& path, std::int64_t size, struct stat& status) {
+  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!file || ::fstat(file.get(), &status) != 0) fail("cannot take " + path, errno);
   if (!S_ISREG(status.st_mode)) throw ContentError(EIO, path + " is not a regular file");
   if (status.st_size != size) {
@@ -87,13 +87,13 @@ ContentStore::ContentStore(const std::string& directory, const std::string& shar
 }
 
 std::string ContentStore::path(ContentId content) const {
-  return directory_ + '/' + folderName(static_cast<unsigned>(content % kFolders)) + '/' +
-         std::to_string(content);
+  return directory_ + '/' + folderName(static_cast<unsigned>(content.number() % kFolders)) + '/' +
+         std::to_string(content.number());
 }
 
 std::int64_t ContentStore::take(const std::string& source, std::int64_t size, ContentId content) {
   struct stat status = {};
-  const Descriptor file = openChecked(source, size, status);
+  const FileDescriptor file = openChecked(source, size, status);
   const std::string target = path(content);
   makeDirectory(target.substr(0, target.rfind('/')));
   // A file with another name somewhere could still be written to by that name.
@@ -101,7 +101,7 @@ std::int64_t ContentStore::take(const std::string& source, std::int64_t size, Co
     ::fchmod(file.get(), 0600);
     return status.st_blocks;
   }
-  const Descriptor copy(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  const FileDescriptor copy(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!copy) fail("cannot create " + target, errno);
   try {
     copyBytes(file.get(), copy.get(), source);
@@ -131,13 +131,13 @@ void ContentStore::discard(const std::string& source) const {
   ::unlink(source.c_str());
 }
 
-Descriptor ContentStore::open(ContentId content, std::int64_t size) const {
+FileDescriptor ContentStore::open(ContentId content, std::int64_t size) const {
   struct stat status = {};
   return openChecked(path(content), size, status);
 }
 
-Descriptor ContentStore::openAsIs(ContentId content) const {
-  Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+FileDescriptor ContentStore::openAsIs(ContentId content) const {
+  FileDescriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   if (!file) fail("cannot open " + path(content), errno);
   return file;
 }
@@ -146,12 +146,12 @@ void ContentStore::remove(ContentId content) const {
   ::unlink(path(content).c_str());
 }
 
-Descriptor ContentStore::create(ContentId content, const std::string& name) const {
+FileDescriptor ContentStore::create(ContentId content, const std::string& name) const {
   const std::string target = path(content);
   const auto open = [&] {
-    return Descriptor(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    return FileDescriptor(::open(target.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   };
-  Descriptor file = open();
+  FileDescriptor file = open();
   if (!file && errno == ENOENT) {
     makeDirectory(target.substr(0, target.rfind('/')));
     file = open();
@@ -163,15 +163,16 @@ Descriptor ContentStore::create(ContentId content, const std::string& name) cons
   return file;
 }
 
-Descriptor ContentStore::openWritable(ContentId content) const {
-  Descriptor file(::open(path(content).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+FileDescriptor ContentStore::openWritable(ContentId content) const {
+  FileDescriptor file(::open(path(content).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
   if (!file) fail("cannot open " + path(content), errno);
   return file;
 }
 
-Descriptor ContentStore::duplicate(ContentId from, ContentId to, const std::string& name) const {
-  const Descriptor source = openWritable(from);
-  Descriptor copy = create(to, name);
+FileDescriptor ContentStore::duplicate(ContentId from, ContentId to,
+                                       const std::string& name) const {
+  const FileDescriptor source = openWritable(from);
+  FileDescriptor copy = create(to, name);
   copyBytes(source.get(), copy.get(), path(from));
   return copy;
 }
@@ -201,11 +202,11 @@ std::vector<ContentStore::Named> ContentStore::named() const {
 }
 
 ContentId ContentStore::highestNumber() const {
-  ContentId highest = 0;
+  ContentId highest;
   std::error_code error;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_, error)) {
     if (!entry.is_regular_file(error)) continue;
-    const ContentId number = std::strtoull(entry.path().filename().c_str(), nullptr, 10);
+    const ContentId number(std::strtoull(entry.path().filename().c_str(), nullptr, 10));
     highest = std::max(highest, number);
   }
   if (error) fail("cannot look through " + directory_, error.value());
@@ -213,7 +214,7 @@ ContentId ContentStore::highestNumber() const {
 }
 
 bool ContentStore::makeDurable(ContentId content) const {
-  const Descriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC));
+  const FileDescriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC));
   return file && ::fsync(file.get()) == 0;
 }
 
@@ -224,7 +225,7 @@ std::vector<ContentId> ContentStore::makeDurable(const std::vector<ContentId>& c
                  [this](ContentId content) { return makeDurable(content); });
     return safe;
   }
-  const Descriptor directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const FileDescriptor directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return safe;
   // What is not there cannot be safe, even if it comes meanwhile.
   std::copy_if(contents.begin(), contents.end(), std::back_inserter(safe),

@@ -1,6 +1,7 @@
 // The files of downloaded contents, beside the replica's database.
 //
-// A file of contents is never changed once it is there: another version is another file. How much
+// Each version of a node's contents is a file of its own. What came from the provider is never
+// changed; what was changed here is written in place (openWritable), by LocalFiles alone. How much
 // they take up is counted in blocks, as the disk does.
 //
 // Threads: every member may be called on any thread.
@@ -9,26 +10,15 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
-#include "service/base/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
+#include "service/errors/ContentError.h"
 #include "service/replica/Node.h"
 
 namespace tulo {
-
-// What the provider handed over cannot be taken, or a file cannot be kept. number() is the errno.
-class ContentError : public std::runtime_error {
- public:
-  ContentError(int number, const std::string& message)
-      : std::runtime_error(message), number_(number) {}
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 struct CacheLimits {
   std::int64_t size = 10LL << 30;         // bytes that contents may take up
@@ -54,9 +44,9 @@ class ContentStore {
   void discard(const std::string& source) const;
 
   // An open file of contents, for reading. Throws ContentError when it is not there or is short.
-  Descriptor open(ContentId content, std::int64_t size) const;
+  FileDescriptor open(ContentId content, std::int64_t size) const;
   // The same whatever size it has.
-  Descriptor openAsIs(ContentId content) const;
+  FileDescriptor openAsIs(ContentId content) const;
   void remove(ContentId content) const;
   // Forces the file to the disk. False when it is not there.
   bool makeDurable(ContentId content) const;
@@ -65,9 +55,9 @@ class ContentStore {
 
   // Contents that grow here. The file carries its name in the tree, so that it can be recovered
   // without the database. All throw ContentError.
-  Descriptor create(ContentId content, const std::string& name) const;
-  Descriptor openWritable(ContentId content) const;
-  Descriptor duplicate(ContentId from, ContentId to, const std::string& name) const;
+  FileDescriptor create(ContentId content, const std::string& name) const;
+  FileDescriptor openWritable(ContentId content) const;
+  FileDescriptor duplicate(ContentId from, ContentId to, const std::string& name) const;
   void setName(ContentId content, const std::string& name) const;
   // From now on the contents can be had from the host again.
   void forgetName(ContentId content) const;

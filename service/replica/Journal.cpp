@@ -8,7 +8,7 @@ constexpr const char* kColumns =
     "SELECT pending.node,sequence,deleted,contents,base_parent,base_filename,base_version,due,"
     "attempts,sent,sent_content,attention,held,reason,sent_parent,sent_filename FROM pending";
 
-Change changeFrom(const Statement& row) {
+Change changeFrom(const sqlite::Statement& row) {
   Change change;
   change.node = static_cast<NodeId>(row.integer(0));
   change.sequence = row.integer(1);
@@ -29,31 +29,31 @@ Change changeFrom(const Statement& row) {
   return change;
 }
 
-std::vector<Change> rows(Statement& statement) {
-  StatementUse use(statement);
+std::vector<Change> rows(sqlite::Statement& statement) {
+  sqlite::StatementUse use(statement);
   std::vector<Change> result;
   while (statement.step())
     result.push_back(changeFrom(statement));
   return result;
 }
 
-Statement& query(Connection& database, const std::string& condition) {
+sqlite::Statement& query(sqlite::Connection& database, const std::string& condition) {
   return database.cached(kColumns + condition);
 }
 
-bool exists(Statement& statement) {
-  StatementUse use(statement);
+bool exists(sqlite::Statement& statement) {
+  sqlite::StatementUse use(statement);
   return statement.step();
 }
 
 }  // namespace
 
-std::optional<Change> find(Connection& database, NodeId node) {
+std::optional<Change> find(sqlite::Connection& database, NodeId node) {
   const auto found = rows(query(database, " WHERE pending.node=?").bind(node));
   return found.empty() ? std::nullopt : std::optional<Change>(found.front());
 }
 
-void put(Connection& database, const Change& change) {
+void put(sqlite::Connection& database, const Change& change) {
   database
       .cached(
           "INSERT OR REPLACE INTO pending (node,sequence,deleted,contents,base_parent,"
@@ -66,7 +66,7 @@ void put(Connection& database, const Change& change) {
       .run();
 }
 
-void erase(Connection& database, NodeId node) {
+void erase(sqlite::Connection& database, NodeId node) {
   database.cached("DELETE FROM pending WHERE node=?").bind(node).run();
 }
 
@@ -79,7 +79,7 @@ Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due) {
 }
 
 Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   std::optional<Change> found = find(database, node.id);
   Change change = found.value_or(Change());
   if (!found) {
@@ -101,7 +101,7 @@ Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
 }
 
 bool again(ReplicaWriter& writer, NodeId node, std::int64_t due) {
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   database
       .cached("UPDATE pending SET sequence=?,attempts=0,attention=0,held=0,reason=x'' WHERE node=?")
       .bind(writer.nextSequence(), node)
@@ -111,39 +111,39 @@ bool again(ReplicaWriter& writer, NodeId node, std::int64_t due) {
   return true;
 }
 
-void postpone(Connection& database, NodeId node, std::int64_t due) {
+void postpone(sqlite::Connection& database, NodeId node, std::int64_t due) {
   database.cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1").bind(due, node).run();
 }
 
-std::vector<Due> due(Connection& database, std::int64_t now, std::int64_t afterDue,
+std::vector<Due> due(sqlite::Connection& database, std::int64_t now, std::int64_t afterDue,
                      NodeId afterNode, std::int64_t limit) {
-  Statement& statement =
+  sqlite::Statement& statement =
       database
           .cached(
               "SELECT due,node FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 "
               "AND due<=?1 AND (due,node)>(?2,?3) ORDER BY due,node LIMIT ?4")
           .bind(now, afterDue, afterNode, limit);
   std::vector<Due> result;
-  for (StatementUse use(statement); statement.step();)
+  for (sqlite::StatementUse use(statement); statement.step();)
     result.push_back({statement.integer(0), static_cast<NodeId>(statement.integer(1))});
   return result;
 }
 
-std::vector<Change> all(Connection& database, std::int64_t limit) {
+std::vector<Change> all(sqlite::Connection& database, std::int64_t limit) {
   return rows(query(database, " ORDER BY attention DESC, sequence LIMIT ?").bind(limit));
 }
 
-std::vector<Change> basedOn(Connection& database, const std::string& parent,
+std::vector<Change> basedOn(sqlite::Connection& database, const std::string& parent,
                             const std::string& filename) {
   return rows(query(database, " WHERE base_parent=? AND base_filename=? AND base_parent<>x''")
                   .bind(parent, filename));
 }
 
-std::vector<Change> basedIn(Connection& database, const std::string& parent) {
+std::vector<Change> basedIn(sqlite::Connection& database, const std::string& parent) {
   return rows(query(database, " WHERE base_parent=? AND base_parent<>x''").bind(parent));
 }
 
-bool anyBasedIn(Connection& database, const std::string& parent, NodeId except) {
+bool anyBasedIn(sqlite::Connection& database, const std::string& parent, NodeId except) {
   return exists(
       database
           .cached(
@@ -151,23 +151,23 @@ bool anyBasedIn(Connection& database, const std::string& parent, NodeId except) 
           .bind(parent, except));
 }
 
-std::vector<Change> sentTo(Connection& database, const std::string& parent,
+std::vector<Change> sentTo(sqlite::Connection& database, const std::string& parent,
                            const std::string& filename) {
   return rows(query(database, " WHERE sent=1 AND sent_parent=? AND sent_filename=?")
                   .bind(parent, filename));
 }
 
-std::vector<Change> inFolder(Connection& database, NodeId folder) {
+std::vector<Change> inFolder(sqlite::Connection& database, NodeId folder) {
   return rows(
       query(database, " JOIN node ON node.id=pending.node WHERE node.parent=?").bind(folder));
 }
 
-bool isEmpty(Connection& database) {
+bool isEmpty(sqlite::Connection& database) {
   return !exists(database.cached("SELECT 1 FROM pending LIMIT 1").bind());
 }
 
-std::vector<NodeId> localNodes(Connection& database, std::int64_t limit) {
-  Statement& statement =
+std::vector<NodeId> localNodes(sqlite::Connection& database, std::int64_t limit) {
+  sqlite::Statement& statement =
       database
           .cached(
               "SELECT id FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND parent>0 "
@@ -175,12 +175,12 @@ std::vector<NodeId> localNodes(Connection& database, std::int64_t limit) {
               "held=1 ORDER BY 1 LIMIT ?")
           .bind(limit);
   std::vector<NodeId> result;
-  for (StatementUse use(statement); statement.step();)
+  for (sqlite::StatementUse use(statement); statement.step();)
     result.push_back(static_cast<NodeId>(statement.integer(0)));
   return result;
 }
 
-bool anyBelow(Connection& database, NodeId node) {
+bool anyBelow(sqlite::Connection& database, NodeId node) {
   return exists(database
                     .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM "
                             "node JOIN below ON node.parent=below.id) SELECT 1 FROM below JOIN "
@@ -189,21 +189,21 @@ bool anyBelow(Connection& database, NodeId node) {
                     .bind(node));
 }
 
-std::optional<std::int64_t> nextDue(Connection& database, std::int64_t now) {
-  Statement& statement = database.cached(
+std::optional<std::int64_t> nextDue(sqlite::Connection& database, std::int64_t now) {
+  sqlite::Statement& statement = database.cached(
       "SELECT min(due) FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 AND due>?");
   statement.bind(now);
-  StatementUse use(statement);
+  sqlite::StatementUse use(statement);
   if (!statement.step() || statement.isNull(0)) return std::nullopt;
   return statement.integer(0);
 }
 
-Counts counts(Connection& database) {
+Counts counts(sqlite::Connection& database) {
   Counts result;
-  Statement& statement =
+  sqlite::Statement& statement =
       database.cached("SELECT count(*),coalesce(sum(attention),0) FROM pending WHERE held=0");
   statement.bind();
-  StatementUse use(statement);
+  sqlite::StatementUse use(statement);
   if (statement.step()) {
     result.attention = statement.integer(1);
     result.pending = statement.integer(0) - result.attention;
@@ -211,7 +211,7 @@ Counts counts(Connection& database) {
   return result;
 }
 
-void hurry(Connection& database, NodeId node, std::int64_t now) {
+void hurry(sqlite::Connection& database, NodeId node, std::int64_t now) {
   database
       .cached(
           "WITH RECURSIVE up(id) AS (SELECT ?1 UNION SELECT node.parent FROM node JOIN up "
@@ -221,7 +221,7 @@ void hurry(Connection& database, NodeId node, std::int64_t now) {
       .run();
 }
 
-void retry(Connection& database, std::int64_t now, bool refused) {
+void retry(sqlite::Connection& database, std::int64_t now, bool refused) {
   database.cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
       .bind(now)
       .run();

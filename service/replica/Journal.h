@@ -43,9 +43,9 @@ struct Counts {
   std::int64_t attention = 0;
 };
 
-std::optional<Change> find(Connection& database, NodeId node);
-void put(Connection& database, const Change& change);
-void erase(Connection& database, NodeId node);
+std::optional<Change> find(sqlite::Connection& database, NodeId node);
+void put(sqlite::Connection& database, const Change& change);
+void erase(sqlite::Connection& database, NodeId node);
 
 // The row of a node that is made just now. To be put() afterwards.
 Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due);
@@ -57,40 +57,40 @@ Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due);
 // begin() and put() for a change that is there already; false when there is none.
 bool again(ReplicaWriter& writer, NodeId node, std::int64_t due);
 // Nothing else of the change is different.
-void postpone(Connection& database, NodeId node, std::int64_t due);
+void postpone(sqlite::Connection& database, NodeId node, std::int64_t due);
 
 struct Due {
   std::int64_t due = 0;
   NodeId node = kNoNode;
 };
 // Waiting changes that are due, after the given one.
-std::vector<Due> due(Connection& database, std::int64_t now, std::int64_t afterDue,
+std::vector<Due> due(sqlite::Connection& database, std::int64_t now, std::int64_t afterDue,
                      NodeId afterNode, std::int64_t limit);
-std::vector<Change> all(Connection& database, std::int64_t limit);
+std::vector<Change> all(sqlite::Connection& database, std::int64_t limit);
 // The changes whose base is that place.
-std::vector<Change> basedOn(Connection& database, const std::string& parent,
+std::vector<Change> basedOn(sqlite::Connection& database, const std::string& parent,
                             const std::string& filename);
 // The changes whose base is in that folder.
-std::vector<Change> basedIn(Connection& database, const std::string& parent);
+std::vector<Change> basedIn(sqlite::Connection& database, const std::string& parent);
 // Whether there is one but that of the node.
-bool anyBasedIn(Connection& database, const std::string& parent, NodeId except);
+bool anyBasedIn(sqlite::Connection& database, const std::string& parent, NodeId except);
 // The changes of which it is not known whether they gave an item that place.
-std::vector<Change> sentTo(Connection& database, const std::string& parent,
+std::vector<Change> sentTo(sqlite::Connection& database, const std::string& parent,
                            const std::string& filename);
 // The changes of nodes that are in the folder here.
-std::vector<Change> inFolder(Connection& database, NodeId folder);
-bool isEmpty(Connection& database);
+std::vector<Change> inFolder(sqlite::Connection& database, NodeId folder);
+bool isEmpty(sqlite::Connection& database);
 // The nodes that stay here, by number: the host hears neither of them nor of what is done to them.
-std::vector<NodeId> localNodes(Connection& database, std::int64_t limit);
+std::vector<NodeId> localNodes(sqlite::Connection& database, std::int64_t limit);
 // Whether the node or anything below it has a change or is known here only.
-bool anyBelow(Connection& database, NodeId node);
+bool anyBelow(sqlite::Connection& database, NodeId node);
 // When the next change becomes due after `now`.
-std::optional<std::int64_t> nextDue(Connection& database, std::int64_t now);
-Counts counts(Connection& database);
+std::optional<std::int64_t> nextDue(sqlite::Connection& database, std::int64_t now);
+Counts counts(sqlite::Connection& database);
 // Makes the waiting change of the node, and those of the folders that it is in, due at `now`.
-void hurry(Connection& database, NodeId node, std::int64_t now);
+void hurry(sqlite::Connection& database, NodeId node, std::int64_t now);
 // Retries at once what failed, or (all) also what was refused.
-void retry(Connection& database, std::int64_t now, bool refused);
+void retry(sqlite::Connection& database, std::int64_t now, bool refused);
 
 }  // namespace journal
 

@@ -5,18 +5,9 @@
 #include <optional>
 #include <string>
 
+#include "service/replica/Ids.h"
+
 namespace tulo {
-
-// The number of a node is its inode number: stable, never given to another node.
-using NodeId = std::uint64_t;
-inline constexpr NodeId kRootNode = 1;
-inline constexpr NodeId kNoNode = 0;
-// Cookies of a directory listing are node numbers; the lowest ones mean "." and "..".
-inline constexpr NodeId kFirstNode = 16;
-
-// Names one file of contents, for one version of one node; never given to another.
-using ContentId = std::uint64_t;
-inline constexpr ContentId kNoContent = 0;
 
 enum class NodeKind : int {
   folder = 1,

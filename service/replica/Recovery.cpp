@@ -56,15 +56,15 @@ std::string freeName(ReplicaWriter& writer, NodeId folder, const std::string& na
   return candidate;
 }
 
-std::vector<NodeId> changedBelow(Connection& database, NodeId node) {
-  Statement& statement =
+std::vector<NodeId> changedBelow(sqlite::Connection& database, NodeId node) {
+  sqlite::Statement& statement =
       database
           .cached(
               "WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM node JOIN "
               "below ON node.parent=below.id) SELECT id FROM below JOIN node USING (id) JOIN "
               "pending ON pending.node=id WHERE state=2 AND pending.deleted=0")
           .bind(node);
-  StatementUse use(statement);
+  sqlite::StatementUse use(statement);
   std::vector<NodeId> result;
   while (statement.step())
     result.push_back(static_cast<NodeId>(statement.integer(0)));
@@ -78,7 +78,7 @@ std::uint64_t numberOf(const std::string& path) {
 }  // namespace
 
 void rescueChanged(ReplicaWriter& writer, NodeId id) {
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   for (NodeId changed : changedBelow(database, id)) {
     std::optional<Node> node = writer.node(changed);
     const NodeId folder = recoveryFolder(writer);
@@ -99,9 +99,9 @@ void rescueChanged(ReplicaWriter& writer, NodeId id) {
 
 std::size_t recoverContents(Replica& replica, ContentStore& store) {
   const std::vector<ContentStore::Named> files = store.named();
-  std::uint64_t highest = store.highestNumber();
+  const ContentId highest = store.highestNumber();
   replica.write(Durability::durable, [&](ReplicaWriter& writer) {
-    writer.skipContents(highest + 1);
+    writer.skipContents(ContentId(highest.number() + 1));
     if (files.empty()) return;
     const NodeId folder = recoveryFolder(writer);
     for (const ContentStore::Named& file : files) {
@@ -113,7 +113,7 @@ std::size_t recoverContents(Replica& replica, ContentStore& store) {
       node.size = status.st_size;
       const NodeId id = insertUnsent(writer, node);
       const std::uint64_t content = numberOf(file.path);
-      Connection& database = writer.connection();
+      sqlite::Connection& database = writer.connection();
       database.cached("INSERT OR REPLACE INTO content (id,node,used,blocks) VALUES (?,?,1,?)")
           .bind(content, id, static_cast<std::int64_t>(status.st_blocks))
           .run();

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "service/replica/GatheringLog.h"
 #include "service/replica/Schema.h"
 
 namespace tulo {
@@ -19,7 +20,7 @@ constexpr std::size_t kIdleReaders = 6;
 // Some 16 MB.
 constexpr int kManyFrames = 4000;
 
-void configure(Connection& database) {
+void configure(sqlite::Connection& database) {
   database.execute(
       "PRAGMA journal_mode=WAL;"
       "PRAGMA synchronous=NORMAL;"
@@ -27,7 +28,7 @@ void configure(Connection& database) {
 }
 
 void create(const std::string& path) {
-  Connection database(path, Connection::Mode::createAlone);
+  sqlite::Connection database(path, sqlite::Connection::Mode::create, gatheringVfs());
   configure(database);
   schema::bringUpToDate(database);
 }
@@ -44,10 +45,10 @@ bool isSuspect(const std::string& directory) {
 
 // Reads all of it, so it is done only where there is reason to.
 void checkWhole(const std::string& path) {
-  Connection database(path, Connection::Mode::create);
-  Statement check = database.prepare("PRAGMA quick_check(1)");
+  sqlite::Connection database(path, sqlite::Connection::Mode::create);
+  sqlite::Statement check = database.prepare("PRAGMA quick_check(1)");
   if (!check.step() || check.text(0) != "ok") {
-    throw DatabaseError(SQLITE_CORRUPT, "the replica database is damaged");
+    throw sqlite::DatabaseError(SQLITE_CORRUPT, "replica.db is damaged");
   }
 }
 
@@ -81,7 +82,7 @@ void Replica::openOrSetAside() {
   try {
     create(path_);
     if (isSuspect(directory_)) checkWhole(path_);
-  } catch (const DatabaseError& error) {
+  } catch (const sqlite::DatabaseError& error) {
     if (!error.meansDamage() && !isNoFile(path_)) throw;
     setAside_ = path_ + ".damaged-" + std::to_string(std::time(nullptr));
     for (const char* suffix : {"", "-wal", "-shm"}) {
@@ -124,14 +125,14 @@ void Replica::endLead() {
   queueChanged_.notify_all();
 }
 
-void Replica::suspect(const DatabaseError& error) const {
+void Replica::suspect(const sqlite::DatabaseError& error) const {
   if (error.meansDamage()) std::ofstream(suspicion(directory_));
 }
 
 void Replica::rethrow(const std::exception_ptr& failure) const {
   try {
     std::rethrow_exception(failure);
-  } catch (const DatabaseError& error) {
+  } catch (const sqlite::DatabaseError& error) {
     suspect(error);
     throw;
   }
@@ -142,7 +143,7 @@ void Replica::write(Durability durability, const WriteFunction& function, Room r
     try {
       commit(function);
       break;
-    } catch (const DatabaseError& error) {
+    } catch (const sqlite::DatabaseError& error) {
       if (!error.meansFullDisk()) throw;
       // Once all that is in the log is in the database too, the log begins anew in the same room.
       logFrames_ = kManyFrames;
@@ -155,7 +156,7 @@ void Replica::write(Durability durability, const WriteFunction& function, Room r
 bool Replica::emptyLog() {
   try {
     checkpointStep();
-  } catch (const DatabaseError&) {
+  } catch (const sqlite::DatabaseError&) {
     // The database may have to grow, for which there is no room either.
   }
   return true;
@@ -212,7 +213,7 @@ void Replica::awaitTurn(std::unique_lock<std::mutex>& lock, std::uint64_t wanted
   syncChanged_.wait(lock, [&] { return !syncing_ || syncsDone_ >= wanted; });
   if (syncsDone_ < wanted) takeTurn(lock);
   if (syncFailed_ < wanted) return;
-  throw DatabaseError(SQLITE_IOERR, "replica database: cannot force it to the disk");
+  throw sqlite::DatabaseError(SQLITE_IOERR, "replica.db: cannot force it to the disk");
 }
 
 void Replica::takeTurn(std::unique_lock<std::mutex>& lock) {
@@ -220,7 +221,7 @@ void Replica::takeTurn(std::unique_lock<std::mutex>& lock) {
   const std::uint64_t turn = ++syncsBegun_;
   const std::uint64_t commits = commits_;
   // The file stays the same one for as long as the writer's connection is open.
-  if (!log_) log_ = Descriptor(::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC));
+  if (!log_) log_ = FileDescriptor(::open((path_ + "-wal").c_str(), O_RDONLY | O_CLOEXEC));
   lock.unlock();
   const bool failed = !log_ || ::fdatasync(log_.get()) != 0;
   lock.lock();
@@ -247,7 +248,8 @@ bool Replica::checkpointStep() {
   if (logFrames_ < kManyFrames) return false;
   std::lock_guard lock(checkpointMutex_);
   if (!checkpointer_)
-    checkpointer_ = std::make_unique<Connection>(path_, Connection::Mode::createAlone);
+    checkpointer_ = std::make_unique<sqlite::Connection>(path_, sqlite::Connection::Mode::create,
+                                                         gatheringVfs());
   // Counted anew by the next commit, which begins the log again if nobody reads it any more.
   logFrames_ = 0;
   checkpointer_->checkpoint();
@@ -259,7 +261,7 @@ void Replica::synchronizeCommitted() {
 }
 
 void Replica::runOne(Pending& pending, bool alone) {
-  Connection& database = writer_->connection();
+  sqlite::Connection& database = writer_->connection();
   // Alone in its transaction, it can be rolled back with it.
   if (alone) return (*pending.function)(*writer_);
   database.cached("SAVEPOINT one").run();
@@ -289,7 +291,7 @@ void Replica::commitBatch(std::deque<Pending*>& batch) {
     }
     try {
       if (writer_->connection().inTransaction()) writer_->connection().execute("ROLLBACK");
-    } catch (const DatabaseError&) {
+    } catch (const sqlite::DatabaseError&) {
       // The error that led here is the one to report.
     }
   }

@@ -4,6 +4,12 @@
 // for the writer. (A brief one may borrow the writer's while nobody writes.) Writing goes through
 // one connection; the writers that come while a transaction runs share the next one (group commit).
 //
+// When a change is safe: every change is committed to the log file before the call that made it
+// returns, so it outlives the end of the process, kill -9 included. It outlives a power cut once
+// the log was forced to the disk: before fsync(2) of a file or a folder returns, and otherwise in
+// the background about a second later. POSIX promises no more of close, rename and mkdir, so none
+// of them waits for the disk. Those who wait at the same time share one turn (synchronize).
+//
 // Threads: every member may be called on any thread.
 // Lifetime: sessions end before the replica does.
 // Errors: DatabaseError; what a writing function throws rolls back its own part and comes out of
@@ -24,10 +30,10 @@
 #include <utility>
 #include <vector>
 
-#include "service/base/Descriptor.h"
-#include "service/replica/Database.h"
+#include "platform/linux/FileDescriptor.h"
 #include "service/replica/Node.h"
 #include "service/replica/Reserve.h"
+#include "sqlite/Connection.h"
 
 namespace tulo {
 
@@ -55,7 +61,7 @@ class ReplicaReader {
  public:
   explicit ReplicaReader(const std::string& path);
   // Reads on a connection that somebody else has, and that outlives this.
-  explicit ReplicaReader(Connection& database);
+  explicit ReplicaReader(sqlite::Connection& database);
 
   std::optional<Entry> entry(NodeId id);
   std::optional<Node> node(NodeId id);
@@ -72,26 +78,29 @@ class ReplicaReader {
   std::vector<std::string> path(NodeId id);
   // Node numbers from the query, whose only column they are.
   std::vector<NodeId> ids(std::string_view sql, std::int64_t argument, std::int64_t limit);
+  // The same for numbers of contents.
+  std::vector<ContentId> contentIds(std::string_view sql, std::int64_t argument,
+                                    std::int64_t limit);
   std::int64_t metaInteger(std::string_view key);
   std::string metaText(std::string_view key);
   std::int64_t integer(std::string_view sql) { return database_.integer(sql); }
   std::vector<Node> failedNodes(std::size_t limit);
-  Connection& connection() { return database_; }
+  sqlite::Connection& connection() { return database_; }
 
  private:
-  explicit ReplicaReader(std::unique_ptr<Connection> own);
+  explicit ReplicaReader(std::unique_ptr<sqlite::Connection> own);
 
-  std::unique_ptr<Connection> own_;
-  Connection& database_;
-  Statement entry_;
-  Statement node_;
-  Statement open_;
-  Statement byIdentifier_;
-  Statement folder_;
-  Statement child_;
-  Statement children_;
-  Statement childNodes_;
-  Statement meta_;
+  std::unique_ptr<sqlite::Connection> own_;
+  sqlite::Connection& database_;
+  sqlite::Statement entry_;
+  sqlite::Statement node_;
+  sqlite::Statement open_;
+  sqlite::Statement byIdentifier_;
+  sqlite::Statement folder_;
+  sqlite::Statement child_;
+  sqlite::Statement children_;
+  sqlite::Statement childNodes_;
+  sqlite::Statement meta_;
 };
 
 // Changes of the replica, inside one transaction. Changing only the row: telling the kernel is the
@@ -156,23 +165,23 @@ class ReplicaWriter {
   void setMeta(std::string_view key, std::int64_t value);
   void setMeta(std::string_view key, std::string_view value);
   void removeMeta(std::string_view key);
-  Connection& connection() { return database_; }
+  sqlite::Connection& connection() { return database_; }
 
  private:
   friend class Replica;
 
-  NodeId nextNumber(std::string_view key, std::uint64_t& next, std::uint64_t& reserved);
+  std::uint64_t nextNumber(std::string_view key, std::uint64_t& next, std::uint64_t& reserved);
   NodeId numberFor(const Node& node);
   void forgetReservations();
 
-  Connection database_;
-  Statement node_;
-  Statement byIdentifier_;
-  Statement childNamed_;
-  Statement childNodes_;
-  Statement insert_;
-  Statement insertMany_;
-  Statement update_;
+  sqlite::Connection database_;
+  sqlite::Statement node_;
+  sqlite::Statement byIdentifier_;
+  sqlite::Statement childNamed_;
+  sqlite::Statement childNodes_;
+  sqlite::Statement insert_;
+  sqlite::Statement insertMany_;
+  sqlite::Statement update_;
   std::int64_t lastSequence_ = 0;
   std::uint64_t nextNode_ = 0;
   std::uint64_t reservedNodes_ = 0;
@@ -208,7 +217,7 @@ class Replica {
   auto read(Function&& function) try {
     ReaderLease lease(*this);
     return function(*lease.reader);
-  } catch (const DatabaseError& error) {
+  } catch (const sqlite::DatabaseError& error) {
     suspect(error);
     throw;
   }
@@ -220,7 +229,7 @@ class Replica {
     const WriterLease lease(*this);
     if (!lease.held) return read(std::forward<Function>(function));
     return function(*briefReader_);
-  } catch (const DatabaseError& error) {
+  } catch (const sqlite::DatabaseError& error) {
     suspect(error);
     throw;
   }
@@ -287,7 +296,7 @@ class Replica {
   void giveBack(std::unique_ptr<ReplicaReader> reader);
   void openOrSetAside();
   // The next start looks whether the database is whole.
-  void suspect(const DatabaseError& error) const;
+  void suspect(const sqlite::DatabaseError& error) const;
   [[noreturn]] void rethrow(const std::exception_ptr& failure) const;
   void commit(const WriteFunction& function);
   // As far as the disk has room for it; always true.
@@ -313,7 +322,7 @@ class Replica {
   std::atomic<int> logFrames_ = 0;
   // Guards the connection for checkpoints; held during one, taken alone.
   std::mutex checkpointMutex_;
-  std::unique_ptr<Connection> checkpointer_;
+  std::unique_ptr<sqlite::Connection> checkpointer_;
 
   // Only the current leader touches them; the reader has the writer's connection.
   std::unique_ptr<ReplicaWriter> writer_;
@@ -333,7 +342,7 @@ class Replica {
   std::uint64_t syncFailed_ = 0;
   std::atomic<std::uint64_t> commitsSynced_ = 0;
   bool syncing_ = false;
-  Descriptor log_;
+  FileDescriptor log_;
 };
 
 }  // namespace tulo

@@ -19,7 +19,7 @@ std::string selectNode() {
          "last_used,error,listed,digest FROM node";
 }
 
-Entry entryFrom(const Statement& row) {
+Entry entryFrom(const sqlite::Statement& row) {
   Entry entry;
   entry.id = static_cast<NodeId>(row.integer(0));
   entry.kind = static_cast<NodeKind>(row.integer(1));
@@ -34,7 +34,7 @@ Entry entryFrom(const Statement& row) {
   return entry;
 }
 
-Node nodeFrom(const Statement& row) {
+Node nodeFrom(const sqlite::Statement& row) {
   Node node;
   static_cast<Entry&>(node) = entryFrom(row);
   node.name = row.text(8);

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "service/replica/Database.h"
 #include "service/replica/Node.h"
+#include "sqlite/Connection.h"
 
 namespace tulo::columns {
 
@@ -13,7 +13,7 @@ inline constexpr int kEntryName = 8;
 
 std::string selectEntry();
 std::string selectNode();
-Entry entryFrom(const Statement& row);
-Node nodeFrom(const Statement& row);
+Entry entryFrom(const sqlite::Statement& row);
+Node nodeFrom(const sqlite::Statement& row);
 
 }  // namespace tulo::columns

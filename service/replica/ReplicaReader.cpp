@@ -1,20 +1,22 @@
 #include <algorithm>
 
+#include "service/replica/GatheringLog.h"
 #include "service/replica/Replica.h"
 #include "service/replica/ReplicaColumns.h"
 
 namespace tulo {
 
 ReplicaReader::ReplicaReader(const std::string& path)
-    : ReplicaReader(std::make_unique<Connection>(path, Connection::Mode::readAlone)) {
+    : ReplicaReader(std::make_unique<sqlite::Connection>(path, sqlite::Connection::Mode::queryOnly,
+                                                         gatheringVfs())) {
   database_.execute("PRAGMA cache_size=-2048");
 }
 
-ReplicaReader::ReplicaReader(std::unique_ptr<Connection> own) : ReplicaReader(*own) {
+ReplicaReader::ReplicaReader(std::unique_ptr<sqlite::Connection> own) : ReplicaReader(*own) {
   own_ = std::move(own);
 }
 
-ReplicaReader::ReplicaReader(Connection& database)
+ReplicaReader::ReplicaReader(sqlite::Connection& database)
     : database_(database),
       entry_(database_.prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
       node_(database_.prepare(columns::selectNode() + " WHERE id=?")),
@@ -29,19 +31,19 @@ ReplicaReader::ReplicaReader(Connection& database)
       meta_(database_.prepare("SELECT value FROM meta WHERE key=CAST(? AS TEXT)")) {}
 
 std::optional<Entry> ReplicaReader::entry(NodeId id) {
-  StatementUse use(entry_);
+  sqlite::StatementUse use(entry_);
   if (!entry_.bind(id).step()) return std::nullopt;
   return columns::entryFrom(entry_);
 }
 
 std::optional<Node> ReplicaReader::node(NodeId id) {
-  StatementUse use(node_);
+  sqlite::StatementUse use(node_);
   if (!node_.bind(id).step()) return std::nullopt;
   return columns::nodeFrom(node_);
 }
 
 std::optional<OpenLookup> ReplicaReader::openLookup(NodeId id) {
-  StatementUse use(open_);
+  sqlite::StatementUse use(open_);
   if (!open_.bind(id).step()) return std::nullopt;
   return OpenLookup{static_cast<NodeKind>(open_.integer(0)),
                     static_cast<ContentState>(open_.integer(1)),
@@ -50,13 +52,13 @@ std::optional<OpenLookup> ReplicaReader::openLookup(NodeId id) {
 }
 
 std::optional<Node> ReplicaReader::nodeFor(std::string_view identifier) {
-  StatementUse use(byIdentifier_);
+  sqlite::StatementUse use(byIdentifier_);
   if (!byIdentifier_.bind(identifier).step()) return std::nullopt;
   return columns::nodeFrom(byIdentifier_);
 }
 
 std::optional<std::uint64_t> ReplicaReader::listed(NodeId folder) {
-  StatementUse use(folder_);
+  sqlite::StatementUse use(folder_);
   if (!folder_.bind(folder).step()) return std::nullopt;
   return static_cast<std::uint64_t>(folder_.integer(0));
 }
@@ -67,13 +69,13 @@ NameLookup ReplicaReader::lookup(NodeId folder, std::string_view name) {
   if (!generation) return result;
   result.folderExists = true;
   result.listed = *generation;
-  StatementUse use(child_);
+  sqlite::StatementUse use(child_);
   if (child_.bind(folder, name).step()) result.entry = columns::entryFrom(child_);
   return result;
 }
 
 void ReplicaReader::children(NodeId folder, NodeId after, const EntryVisitor& visitor) {
-  StatementUse use(children_);
+  sqlite::StatementUse use(children_);
   children_.bind(folder, after);
   while (children_.step()) {
     if (!visitor(columns::entryFrom(children_), children_.text(columns::kEntryName))) return;
@@ -82,7 +84,7 @@ void ReplicaReader::children(NodeId folder, NodeId after, const EntryVisitor& vi
 
 std::vector<Node> ReplicaReader::childNodes(NodeId folder) {
   std::vector<Node> result;
-  StatementUse use(childNodes_);
+  sqlite::StatementUse use(childNodes_);
   childNodes_.bind(folder);
   while (childNodes_.step())
     result.push_back(columns::nodeFrom(childNodes_));
@@ -105,26 +107,34 @@ std::vector<std::string> ReplicaReader::path(NodeId id) {
 std::vector<NodeId> ReplicaReader::ids(std::string_view sql, std::int64_t argument,
                                        std::int64_t limit) {
   std::vector<NodeId> result;
-  Statement statement = database_.prepare(sql);
+  sqlite::Statement statement = database_.prepare(sql);
   statement.bind(argument, limit);
   while (statement.step())
     result.push_back(static_cast<NodeId>(statement.integer(0)));
   return result;
 }
 
+std::vector<ContentId> ReplicaReader::contentIds(std::string_view sql, std::int64_t argument,
+                                                 std::int64_t limit) {
+  std::vector<ContentId> result;
+  for (NodeId number : ids(sql, argument, limit))
+    result.emplace_back(number.number());
+  return result;
+}
+
 std::int64_t ReplicaReader::metaInteger(std::string_view key) {
-  StatementUse use(meta_);
+  sqlite::StatementUse use(meta_);
   return meta_.bind(key).step() ? meta_.integer(0) : 0;
 }
 
 std::string ReplicaReader::metaText(std::string_view key) {
-  StatementUse use(meta_);
+  sqlite::StatementUse use(meta_);
   return meta_.bind(key).step() ? std::string(meta_.text(0)) : std::string();
 }
 
 std::vector<Node> ReplicaReader::failedNodes(std::size_t limit) {
   std::vector<Node> result;
-  Statement statement =
+  sqlite::Statement statement =
       database_.prepare(columns::selectNode() +
                         " INDEXED BY node_failed WHERE error IS NOT NULL AND parent "
                         "IS NOT NULL LIMIT ?");

@@ -1,3 +1,4 @@
+#include "service/replica/GatheringLog.h"
 #include "service/replica/Replica.h"
 #include "service/replica/ReplicaColumns.h"
 
@@ -31,12 +32,12 @@ std::string insertion(std::size_t rows) {
 }
 
 // A node outside the tree has no parent at all; the root's is 0.
-std::optional<std::uint64_t> parentColumn(NodeId id, NodeId parent) {
+std::optional<NodeId> parentColumn(NodeId id, NodeId parent) {
   if (parent == kNoNode && id != kRootNode) return std::nullopt;
   return parent;
 }
 
-void bindNode(Statement& statement, int before, NodeId id, const Node& node) {
+void bindNode(sqlite::Statement& statement, int before, NodeId id, const Node& node) {
   statement.bindFrom(before, id, parentColumn(id, node.parent), node.name, filenameColumn(node),
                      static_cast<int>(node.kind), orNull(node.identifier), node.contentVersion,
                      node.metadataVersion, node.size, node.modified, node.nanoseconds,
@@ -47,7 +48,7 @@ void bindNode(Statement& statement, int before, NodeId id, const Node& node) {
 }  // namespace
 
 ReplicaWriter::ReplicaWriter(const std::string& path)
-    : database_(path, Connection::Mode::createAlone),
+    : database_(path, sqlite::Connection::Mode::create, gatheringVfs()),
       node_(database_.prepare(columns::selectNode() + " WHERE id=?")),
       byIdentifier_(database_.prepare(columns::selectNode() + " WHERE identifier=?")),
       childNamed_(database_.prepare("SELECT id FROM node WHERE parent=? AND name=?")),
@@ -62,12 +63,13 @@ ReplicaWriter::ReplicaWriter(const std::string& path)
   database_.execute("PRAGMA synchronous=NORMAL;PRAGMA cache_size=-16384");
 }
 
-NodeId ReplicaWriter::nextNumber(std::string_view key, std::uint64_t& next,
-                                 std::uint64_t& reserved) {
+std::uint64_t ReplicaWriter::nextNumber(std::string_view key, std::uint64_t& next,
+                                        std::uint64_t& reserved) {
   if (next == reserved) {
-    Statement& read = database_.cached("SELECT value FROM meta WHERE key=CAST(? AS TEXT)");
+    sqlite::Statement& read = database_.cached("SELECT value FROM meta WHERE key=CAST(? AS TEXT)");
     read.bind(key);
-    if (!read.step()) throw DatabaseError(SQLITE_CORRUPT, "replica: no " + std::string(key));
+    if (!read.step())
+      throw sqlite::DatabaseError(SQLITE_CORRUPT, "replica: no " + std::string(key));
     next = static_cast<std::uint64_t>(read.integer(0));
     read.reset();
     reserved = next + kReservation;
@@ -82,7 +84,7 @@ void ReplicaWriter::forgetReservations() {
 }
 
 NodeId ReplicaWriter::numberFor(const Node& node) {
-  return node.id != kNoNode ? node.id : nextNumber("next_node", nextNode_, reservedNodes_);
+  return node.id != kNoNode ? node.id : NodeId(nextNumber("next_node", nextNode_, reservedNodes_));
 }
 
 NodeId ReplicaWriter::insert(const Node& node) {
@@ -113,26 +115,26 @@ void ReplicaWriter::insertMany(std::vector<Node>& nodes) {
 }
 
 std::optional<Node> ReplicaWriter::node(NodeId id) {
-  StatementUse use(node_);
+  sqlite::StatementUse use(node_);
   if (!node_.bind(id).step()) return std::nullopt;
   return columns::nodeFrom(node_);
 }
 
 std::optional<Node> ReplicaWriter::nodeFor(std::string_view identifier) {
-  StatementUse use(byIdentifier_);
+  sqlite::StatementUse use(byIdentifier_);
   if (!byIdentifier_.bind(identifier).step()) return std::nullopt;
   return columns::nodeFrom(byIdentifier_);
 }
 
 std::optional<NodeId> ReplicaWriter::childNamed(NodeId folder, std::string_view name) {
-  StatementUse use(childNamed_);
+  sqlite::StatementUse use(childNamed_);
   if (!childNamed_.bind(folder, name).step()) return std::nullopt;
   return static_cast<NodeId>(childNamed_.integer(0));
 }
 
 std::vector<Node> ReplicaWriter::childNodes(NodeId folder) {
   std::vector<Node> result;
-  StatementUse use(childNodes_);
+  sqlite::StatementUse use(childNodes_);
   childNodes_.bind(folder);
   while (childNodes_.step())
     result.push_back(columns::nodeFrom(childNodes_));
@@ -162,12 +164,12 @@ void ReplicaWriter::setName(NodeId id, const std::string& name, const std::strin
 
 void ReplicaWriter::parkName(NodeId id) {
   // No shown name has a NUL in it.
-  const std::string parked = std::string(1, '\0') + std::to_string(id);
+  const std::string parked = std::string(1, '\0') + std::to_string(id.number());
   database_.cached("UPDATE node SET name=? WHERE id=?").bind(parked, id).run();
 }
 
 NodeId ReplicaWriter::renumber(NodeId id) {
-  const NodeId fresh = nextNumber("next_node", nextNode_, reservedNodes_);
+  const NodeId fresh(nextNumber("next_node", nextNode_, reservedNodes_));
   database_.cached("UPDATE node SET id=? WHERE id=?").bind(fresh, id).run();
   for (const char* table : {"content", "pending", "link", "local_time"}) {
     database_.cached(std::string("UPDATE ") + table + " SET node=? WHERE node=?")
@@ -240,7 +242,7 @@ std::int64_t ReplicaWriter::nextSequence() {
 }
 
 ContentId ReplicaWriter::nextContent() {
-  return nextNumber("next_content", nextContent_, reservedContents_);
+  return ContentId(nextNumber("next_content", nextContent_, reservedContents_));
 }
 
 void ReplicaWriter::addContent(ContentId content, NodeId node, bool used) {
@@ -278,9 +280,9 @@ void ReplicaWriter::setContentDurable(ContentId content) {
 }
 
 std::optional<std::int64_t> ReplicaWriter::removeContent(ContentId content) {
-  Statement& statement =
+  sqlite::Statement& statement =
       database_.cached("DELETE FROM content WHERE id=? AND used=0 RETURNING blocks");
-  StatementUse use(statement);
+  sqlite::StatementUse use(statement);
   std::optional<std::int64_t> blocks;
   statement.bind(content);
   while (statement.step())

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "service/base/Descriptor.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo {
 
@@ -48,7 +48,8 @@ void Reserve::giveBackIfFull() {
 bool Reserve::refillStep() {
   std::lock_guard lock(mutex_);
   if (size_ >= kWhole || freeBytes(path_) < kWhole + kBeside) return false;
-  const Descriptor file(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  const FileDescriptor file(
+      ::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
   if (!file) return false;
   if (::posix_fallocate(file.get(), 0, kWhole) == 0) {
     size_ = kWhole;

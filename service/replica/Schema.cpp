@@ -92,12 +92,13 @@ CREATE INDEX pending_held ON pending (node) WHERE held = 1;
 
 }  // namespace
 
-void bringUpToDate(Connection& database) {
+void bringUpToDate(sqlite::Connection& database) {
   const std::int64_t found = database.integer("PRAGMA user_version");
   if (found > kVersion) {
-    throw DatabaseError(SQLITE_SCHEMA, "the replica has schema version " + std::to_string(found) +
-                                           ", newer than the " + std::to_string(kVersion) +
-                                           " that this program knows");
+    throw sqlite::DatabaseError(SQLITE_SCHEMA, "the replica has schema version " +
+                                                   std::to_string(found) + ", newer than the " +
+                                                   std::to_string(kVersion) +
+                                                   " that this program knows");
   }
   for (std::int64_t version = found; version < kVersion; ++version) {
     std::string script = "BEGIN IMMEDIATE;";

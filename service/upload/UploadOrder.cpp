@@ -20,7 +20,7 @@ bool waitsForUser(const Change& change) {
 }  // namespace
 
 std::string asideName(const Node& node) {
-  return kAside + std::to_string(node.id);
+  return kAside + std::to_string(node.id.number());
 }
 
 bool isAsideName(const std::string& name) {
@@ -78,7 +78,7 @@ Turn UploadOrder::turnOfMove(const Change& change, const Node& node) {
 
 std::optional<Turn> UploadOrder::turnIn(const Node& parent, const Change& change,
                                         const Node& node) {
-  Connection& database = reader_.connection();
+  sqlite::Connection& database = reader_.connection();
   for (const Change& other : journal::sentTo(database, parent.identifier, node.filename)) {
     if (other.node != change.node && !other.attention) return Turn::later;
   }

@@ -117,7 +117,7 @@ void Uploader::checkAwaited(NodeId id) try {
     verdicts_.failed(id, EIO);
   }
 } catch (const std::exception& error) {
-  serviceLog().error("cannot see what became of node %d: %{public}@", {id, error.what()});
+  serviceLog().error("cannot see what became of node %d: %{public}@", {id.number(), error.what()});
   verdicts_.failed(id, EIO);
 }
 
@@ -154,7 +154,8 @@ void Uploader::carryOut(NodeId node, bool aside) {
   try {
     if (std::optional<Plan> plan = makePlan(node, aside)) perform(*plan);
   } catch (const std::exception& error) {
-    serviceLog().error("cannot send the change of node %d: %{public}@", {node, error.what()});
+    serviceLog().error("cannot send the change of node %d: %{public}@",
+                       {node.number(), error.what()});
     verdicts_.failed(node, EIO);
     try {
       const auto putOff = [&](ReplicaWriter& writer) {
@@ -167,7 +168,7 @@ void Uploader::carryOut(NodeId node, bool aside) {
       replica_.write(Durability::eventual, putOff, Room::fromReserve);
     } catch (const std::exception& failure) {
       serviceLog().error("cannot put off the change of node %d: %{public}@",
-                         {node, failure.what()});
+                         {node.number(), failure.what()});
     }
   }
   finished(node);

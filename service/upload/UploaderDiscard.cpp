@@ -120,7 +120,7 @@ int Uploader::discard(NodeId id) {
   NodeId folder = kNoNode;
   int error = 0;
   parts_.files.withSettled(id, Durability::eventual, [&](ReplicaWriter& writer) {
-    Connection& database = writer.connection();
+    sqlite::Connection& database = writer.connection();
     const std::optional<Node> node = writer.node(id);
     const std::optional<Change> change = journal::find(database, id);
     if (!node || !change) {

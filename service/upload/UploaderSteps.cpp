@@ -23,7 +23,7 @@ using platform::NSFileProviderItemParentItemIdentifier;
 constexpr std::int64_t kPatience = 2000;
 
 void setIdentifier(ReplicaWriter& writer, NodeId node, const std::string& identifier) {
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   if (identifier.empty()) {
     database.cached("UPDATE node SET identifier=NULL WHERE id=?").bind(node).run();
   } else {
@@ -37,8 +37,8 @@ void dropSentContent(ReplicaWriter& writer, const Change& change, ContentId curr
 }
 
 bool sameBytes(const std::string& one, const std::string& other) {
-  const Descriptor first(::open(one.c_str(), O_RDONLY | O_CLOEXEC));
-  const Descriptor second(::open(other.c_str(), O_RDONLY | O_CLOEXEC));
+  const FileDescriptor first(::open(one.c_str(), O_RDONLY | O_CLOEXEC));
+  const FileDescriptor second(::open(other.c_str(), O_RDONLY | O_CLOEXEC));
   if (!first || !second) return false;
   std::vector<char> left(1 << 16);
   std::vector<char> right(1 << 16);
@@ -85,7 +85,7 @@ platform::NSFileProviderItemFields changedFields(bool creates, const Node& node,
 void Uploader::giveEmptyContents(ReplicaWriter& writer, Node& node) {
   node.content = writer.reserveContent(node.id);
   parts_.store.create(node.content, node.name);
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   database.cached("UPDATE content SET used=1 WHERE id=?").bind(node.content).run();
   database.cached("UPDATE node SET content=? WHERE id=?").bind(node.content, node.id).run();
 }
@@ -95,7 +95,7 @@ void Uploader::giveEmptyContents(ReplicaWriter& writer, Node& node) {
 // it is a backup, or for the end of what is being done with it.
 bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
                             const std::string& parentIdentifier) {
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   if (!mayInherit(node)) return true;
   if (change.baseParent == parentIdentifier && change.baseFilename == node.filename) return true;
   for (Change& other : journal::basedOn(database, parentIdentifier, node.filename)) {
@@ -177,7 +177,7 @@ std::optional<Uploader::Plan> Uploader::planRemoval(ReplicaWriter& writer, const
 
 std::optional<Uploader::Plan> Uploader::planChange(ReplicaWriter& writer, Node& node,
                                                    Change& change, NodeId& wanted) {
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   if (staysLocal(writer, parts_.localNames, node.parent, node.name)) {
     change.held = true;
     node.identifier.empty() ? journal::erase(database, node.id) : journal::put(database, change);
@@ -473,7 +473,7 @@ void Uploader::mergeTwin(ReplicaWriter& writer, NodeId node, const std::string& 
 
 void Uploader::applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
                                     const platform::ItemPointer& item, ContentId& clean) {
-  Connection& database = writer.connection();
+  sqlite::Connection& database = writer.connection();
   std::optional<Change> change = journal::find(database, plan.node.id);
   const std::optional<Node> node = writer.node(plan.node.id);
   if (!change || !node) return;
@@ -554,7 +554,8 @@ void Uploader::keepAtHost(const Plan& plan) {
       writer.setListed(folder, 1, "");
     }
   });
-  serviceLog().info("node %d was changed at the host and is not deleted there", {plan.node.id});
+  serviceLog().info("node %d was changed at the host and is not deleted there",
+                    {plan.node.id.number()});
   std::lock_guard lock(mutex_);
   ++statistics_.conflicts;
   if (folder != kNoNode) relist_.push_back(folder);
@@ -566,7 +567,7 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
   const ItemRecord record = recordOf(*item);
   Invalidations invalidations;
   parts_.files.withSettled(plan.node.id, Durability::eventual, [&](ReplicaWriter& writer) {
-    Connection& database = writer.connection();
+    sqlite::Connection& database = writer.connection();
     std::optional<Node> node = writer.node(plan.node.id);
     std::optional<Change> change = journal::find(database, plan.node.id);
     if (!node || !change || change->deleted) return;
@@ -613,7 +614,8 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
   });
   faultPoint("conflict.made");
   parts_.notifier.queue(std::move(invalidations));
-  serviceLog().info("node %d was changed here and at the host; both versions stay", {plan.node.id});
+  serviceLog().info("node %d was changed here and at the host; both versions stay",
+                    {plan.node.id.number()});
   std::lock_guard lock(mutex_);
   ++statistics_.conflicts;
 }
@@ -623,7 +625,7 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
 void Uploader::itemGone(const Plan& plan) {
   Invalidations invalidations;
   parts_.files.withSettled(plan.node.id, Durability::eventual, [&](ReplicaWriter& writer) {
-    Connection& database = writer.connection();
+    sqlite::Connection& database = writer.connection();
     const std::optional<Node> node = writer.node(plan.node.id);
     std::optional<Change> change = journal::find(database, plan.node.id);
     if (!node || !change) return;
@@ -653,7 +655,7 @@ void Uploader::itemGone(const Plan& plan) {
 // The folder that something is to be put into is gone at the host: it is made again first.
 void Uploader::parentGone(const Plan& plan) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    Connection& database = writer.connection();
+    sqlite::Connection& database = writer.connection();
     const std::optional<Node> parent = writer.nodeFor(plan.parentIdentifier);
     if (std::optional<Change> change = journal::find(database, plan.node.id)) {
       change->sent = false;

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <filesystem>
 
-#include "host/base/UniqueFD.h"
 #include "host/server/Client.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::test {
 
@@ -129,7 +129,7 @@ json HostTest::ask(json request) const {
 }
 
 std::string HostTest::exchange(std::string_view bytes) const {
-  const host::UniqueFD fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   const std::string path = inContainer("fp.sock");

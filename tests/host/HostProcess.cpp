@@ -10,7 +10,7 @@
 #include <csignal>
 #include <system_error>
 
-#include "host/base/UniqueFD.h"
+#include "platform/linux/FileDescriptor.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -20,11 +20,9 @@ namespace tulo::test {
 
 namespace {
 
-using host::UniqueFD;
-
 struct Pipe {
-  UniqueFD read;
-  UniqueFD write;
+  FileDescriptor read;
+  FileDescriptor write;
 };
 
 Pipe makePipe() {
@@ -32,7 +30,7 @@ Pipe makePipe() {
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::system_error(errno, std::generic_category(), "pipe2");
   }
-  return {UniqueFD(ends[0]), UniqueFD(ends[1])};
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
 pid_t spawn(std::vector<std::string> arguments, int output, int errors) {
@@ -81,8 +79,8 @@ Ended runTulo(const std::vector<std::string>& arguments) {
   const std::string outputPath = directory.file("output");
   const std::string errorsPath = directory.file("errors");
   constexpr int flags = O_WRONLY | O_CREAT | O_CLOEXEC;
-  const UniqueFD output(::open(outputPath.c_str(), flags, 0600));
-  const UniqueFD errors(::open(errorsPath.c_str(), flags, 0600));
+  const FileDescriptor output(::open(outputPath.c_str(), flags, 0600));
+  const FileDescriptor errors(::open(errorsPath.c_str(), flags, 0600));
   const int status = waitFor(spawn(arguments, output.get(), errors.get()));
   return {status, readFile(outputPath), readFile(errorsPath)};
 }

@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "platform/FileManager.h"
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/FolderEntries.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::platform {

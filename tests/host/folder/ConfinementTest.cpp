@@ -182,7 +182,7 @@ TEST_F(HostSweepTest, AgeIsWhatDecides) {
   const host::HostLog log(false);
   const TemporaryDirectory directory;
   writeFile(directory.file("a"), "x");
-  const host::UniqueFD folder = host::openFolderPath(directory.path());
+  const FileDescriptor folder = host::openFolderPath(directory.path());
   const auto nobody = [](const std::string&) { return false; };
   const auto everybody = [](const std::string&) { return true; };
   const auto now = std::chrono::system_clock::now();

@@ -40,7 +40,7 @@ class WatcherTest : public testing::Test {
 };
 
 TEST_F(WatcherTest, TellsTheFolderAndTheEntry) {
-  const UniqueFD folder = openFolderPath(directory_.path());
+  const FileDescriptor folder = openFolderPath(directory_.path());
   watcher_.watch("F", folder.get());
   start();
   test::writeFile(directory_.file("a"), "x");
@@ -49,7 +49,7 @@ TEST_F(WatcherTest, TellsTheFolderAndTheEntry) {
 }
 
 TEST_F(WatcherTest, AForgottenFolderIsToldOfNoMore) {
-  const UniqueFD folder = openFolderPath(directory_.path());
+  const FileDescriptor folder = openFolderPath(directory_.path());
   watcher_.watch("F", folder.get());
   start();
   watcher_.forget("F");

@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "host/base/HostError.h"
-#include "host/base/UniqueFD.h"
 #include "host/server/Client.h"
+#include "platform/linux/FileDescriptor.h"
 #include "tests/host/HostFixture.h"
 #include "tests/support/CaseName.h"
 #include "tests/support/Descriptors.h"
@@ -24,11 +24,10 @@ namespace tulo::test {
 namespace {
 
 namespace fs = std::filesystem;
-using host::UniqueFD;
 using std::chrono::milliseconds;
 
-UniqueFD connected(const std::string& path) {
-  UniqueFD fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+FileDescriptor connected(const std::string& path) {
+  FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, path.data(), path.size());
@@ -40,7 +39,7 @@ UniqueFD connected(const std::string& path) {
 
 class HostServerTest : public HostTest {
  protected:
-  UniqueFD connect() { return connected(inContainer("fp.sock")); }
+  FileDescriptor connect() { return connected(inContainer("fp.sock")); }
   // What comes until the peer closes.
   static std::string received(int fd) {
     std::string all;
@@ -71,7 +70,7 @@ TEST_F(HostServerTest, TheReplyIsOneLineAndThenTheConnectionCloses) {
 
 TEST_F(HostServerTest, ARequestMayComeInPieces) {
   startHost();
-  const UniqueFD fd = connect();
+  const FileDescriptor fd = connect();
   for (const char byte : fetch)
     say(fd.get(), {&byte, 1});
   say(fd.get(), "\n");
@@ -80,7 +79,7 @@ TEST_F(HostServerTest, ARequestMayComeInPieces) {
 
 TEST_F(HostServerTest, ARequestWithoutLineFeedEndsWithTheStream) {
   startHost();
-  const UniqueFD fd = connect();
+  const FileDescriptor fd = connect();
   say(fd.get(), fetch);
   ::shutdown(fd.get(), SHUT_WR);
   EXPECT_EQ(kindOf(json::parse(received(fd.get()))), "not_found");
@@ -128,11 +127,11 @@ TEST_F(HostServerTest, ASilentPeerHoldsUpNobodyAndIsLetGo) {
   auto impatient = options();
   impatient.limits.patience = milliseconds(200);
   startHost(impatient);
-  std::vector<UniqueFD> silent;
+  std::vector<FileDescriptor> silent;
   for (int i = 0; i < 100; ++i)
     silent.push_back(connect());
   EXPECT_EQ(createFolder("d")["ok"], true);
-  for (const UniqueFD& fd : silent)
+  for (const FileDescriptor& fd : silent)
     EXPECT_EQ(received(fd.get()), "");
 }
 
@@ -159,7 +158,7 @@ TEST_F(HostServerTest, ASlowRequestHoldsUpNoOther) {
   auto slow = options();
   slow.delays.push_back({"fetch", std::chrono::hours(1)});
   startHost(slow);
-  const UniqueFD waiting = connect();
+  const FileDescriptor waiting = connect();
   say(waiting.get(), R"({"op":"fetch","account":"primary","ulid":")" + row("a").ulid + "\"}\n");
   EXPECT_EQ(createFolder("d")["ok"], true);
   // A stop cuts the delay short and lets the request end.
@@ -219,7 +218,7 @@ TEST_F(HostServerTest, AnotherUserIsRefusedEvenWhereThePermissionsLetHimThrough)
   if (pid == 0) {
     constexpr uid_t nobody = 65534;
     if (::setgroups(0, nullptr) != 0 || ::setresuid(nobody, nobody, nobody) != 0) ::_exit(2);
-    const UniqueFD fd = connected(inContainer("fp.sock"));
+    const FileDescriptor fd = connected(inContainer("fp.sock"));
     char byte = 0;
     ::_exit(fd && ::recv(fd.get(), &byte, 1, 0) == 0 ? 0 : 1);
   }
@@ -247,7 +246,7 @@ TEST_F(HostServerTest, AStaleSocketIsReplaced) {
   fs::create_directory(container_);
   fs::permissions(container_, fs::perms::owner_all);
   {
-    const UniqueFD dead(::socket(AF_UNIX, SOCK_STREAM, 0));
+    const FileDescriptor dead(::socket(AF_UNIX, SOCK_STREAM, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     const std::string path = inContainer("fp.sock");
@@ -354,7 +353,7 @@ TEST_F(HostFaultTest, HangUp) {
 
 TEST_F(HostFaultTest, SilentUntilThePeerGoes) {
   startWith("fetch=silent:1");
-  const UniqueFD fd = connect();
+  const FileDescriptor fd = connect();
   say(fd.get(), fetch + "\n");
   EXPECT_EQ(createFolder("d")["ok"], true);
   char byte = 0;

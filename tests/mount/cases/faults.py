@@ -327,7 +327,7 @@ def damaged(box, how):
     how(database)
     box.start_host()
     mount = box.mount("--no-thumbnails", name="again")
-    mount.allowed_errors.append("damaged|not sent|replica database")
+    mount.allowed_errors.append("damaged|not sent|replica.db")
     rescued = {name: data for name, data in tree(box.path("Recovered files")).items()}
     wanted = {"letter.txt": b"never sent", "other.txt": b"never sent either",
               "known": b"changed here"}

@@ -74,7 +74,7 @@ TEST_F(EditsTest, NothingIsMadeInAFolderThatIsGone) {
   const NodeId folder = makeFolder("Docs");
   EXPECT_EQ(edits().removeFolder(kRootNode, "Docs"), 0);
   EXPECT_EQ(make("a.txt", folder).error, ESTALE);
-  EXPECT_EQ(make("a.txt", 999'999).error, ESTALE);
+  EXPECT_EQ(make("a.txt", NodeId(999'999)).error, ESTALE);
 }
 
 TEST_F(EditsTest, NothingIsMadeInAFolderThatAllowsNoAdding) {
@@ -201,7 +201,7 @@ TEST_F(EditsTest, WhatMayNotBeWrittenSaysSo) {
   EXPECT_EQ(edits().mayWrite(makeFile("b", "x")), 0);
   EXPECT_EQ(edits().mayWrite(makeFolder("c")), EISDIR);
   EXPECT_EQ(edits().mayWrite(edits().makeLink(kRootNode, "d", "b").entry.id), ELOOP);
-  EXPECT_EQ(edits().mayWrite(999'999), ESTALE);
+  EXPECT_EQ(edits().mayWrite(NodeId(999'999)), ESTALE);
 }
 
 TEST_F(EditsTest, ARenameKeepsTheNumberAndTheContents) {
@@ -236,7 +236,7 @@ TEST_F(EditsTest, RenamingTellsWhyNot) {
   const NodeId folder = makeFolder("folder");
   const NodeId inner = makeFolder("inner", folder);
   EXPECT_EQ(rename("nothing", "x"), ENOENT);
-  EXPECT_EQ(edits().rename(kRootNode, "file", 999'999, "x", 0), ENOENT);
+  EXPECT_EQ(edits().rename(kRootNode, "file", NodeId(999'999), "x", 0), ENOENT);
   EXPECT_EQ(rename("file", "folder"), EISDIR);
   EXPECT_EQ(rename("folder", "file"), ENOTDIR);
   EXPECT_EQ(edits().rename(kRootNode, "folder", folder, "x", 0), EINVAL);
@@ -330,7 +330,7 @@ TEST_F(EditsTest, AFullDiskFailsTheChangeAsAWhole) {
   try {
     for (; made < 2000; ++made)
       make("file " + std::to_string(made));
-  } catch (const DatabaseError& error) {
+  } catch (const sqlite::DatabaseError& error) {
     code = error.code();
   }
   EXPECT_EQ(code, SQLITE_FULL);

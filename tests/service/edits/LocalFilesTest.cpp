@@ -40,7 +40,8 @@ class LocalFilesTest : public WritingFixture {
 
   bool isDurable(ContentId content) {
     return engine->replica().read([&](ReplicaReader& reader) {
-      return reader.integer("SELECT durable FROM content WHERE id=" + std::to_string(content)) != 0;
+      return reader.integer("SELECT durable FROM content WHERE id=" +
+                            std::to_string(content.number())) != 0;
     });
   }
 };
@@ -88,7 +89,7 @@ TEST_F(LocalFilesTest, NothingIsOpenOfAFileThatCouldNotBeMade) {
   files().released(first.entry.id);
   EXPECT_EQ(engine->edits().makeOpenFile(kRootNode, "a", 0600).error, EEXIST);
   EXPECT_EQ(files().find(first.entry.id), nullptr);
-  EXPECT_EQ(files().find(first.entry.id + 1), nullptr);
+  EXPECT_EQ(files().find(NodeId(first.entry.id.number() + 1)), nullptr);
   // Contents cannot be made.
   const std::string contents = engine->replica().directory() + "/contents";
   std::filesystem::rename(contents, contents + ".away");
@@ -307,7 +308,7 @@ TEST_F(LocalFilesTest, AReaderWhoComesBeforeTheRowFollowsTheBytesReadsAll) {
 
 TEST_F(LocalFilesTest, AFileThatIsGoneIsNotOpened) {
   int error = 0;
-  EXPECT_EQ(files().open(999'999, error), nullptr);
+  EXPECT_EQ(files().open(NodeId(999'999), error), nullptr);
   EXPECT_EQ(error, ESTALE);
 }
 

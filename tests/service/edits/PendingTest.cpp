@@ -144,7 +144,7 @@ TEST_F(PendingTest, AFileThatIsThereWasNotDeleted) {
   EXPECT_EQ(deletedFrom(kRootNode, "file"), kNoNode);
   change(file, [](Change& each) { each.contents = true; });
   EXPECT_EQ(deletedFrom(kRootNode, "file"), kNoNode);
-  EXPECT_EQ(deletedFrom(12345, "file"), kNoNode);
+  EXPECT_EQ(deletedFrom(NodeId(12345), "file"), kNoNode);
 }
 
 TEST_F(PendingTest, CountsWhatStaysHere) {

@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "service/replica/ContentStore.h"
-#include "service/replica/Database.h"
+#include "sqlite/Connection.h"
 
 namespace tulo::test {
 namespace {
@@ -45,8 +45,8 @@ INSTANTIATE_TEST_SUITE_P(
         Row{{"SomebodyElsesDomain", 1, {}}, EIO, false}));
 
 TEST(ErrnoTest, TellsAFullDiskFromOtherFailuresOfTheReplica) {
-  EXPECT_EQ(errnoFor(DatabaseError(SQLITE_FULL, "full")), ENOSPC);
-  EXPECT_EQ(errnoFor(DatabaseError(SQLITE_CORRUPT, "corrupt")), EIO);
+  EXPECT_EQ(errnoFor(sqlite::DatabaseError(SQLITE_FULL, "full")), ENOSPC);
+  EXPECT_EQ(errnoFor(sqlite::DatabaseError(SQLITE_CORRUPT, "corrupt")), EIO);
   EXPECT_EQ(errnoFor(ContentError(ENOSPC, "full")), ENOSPC);
   EXPECT_EQ(errnoFor(ContentError(EDQUOT, "quota")), EDQUOT);
   EXPECT_EQ(errnoFor(ContentError(ENOENT, "gone")), EIO);

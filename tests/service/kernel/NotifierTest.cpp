@@ -25,7 +25,7 @@ TEST(Notifier, AFunctionWaitsForEverythingQueuedBeforeIt) {
   HoldingSink sink;
   Notifier notifier;
   notifier.start(sink);
-  notifier.queue({dataChanged(20), entryChanged(1, "a")});
+  notifier.queue({dataChanged(NodeId(20)), entryChanged(NodeId(1), "a")});
   ASSERT_TRUE(sink.begun.wait());
   Gate called;
   std::size_t seen = 0;
@@ -51,7 +51,7 @@ TEST(Notifier, StoppingCallsTheFunctionsThatWait) {
   HoldingSink sink;
   Notifier notifier;
   notifier.start(sink);
-  notifier.queue({dataChanged(20)});
+  notifier.queue({dataChanged(NodeId(20))});
   ASSERT_TRUE(sink.begun.wait());
   Gate called;
   notifier.afterDelivery([&] { called.open(); });

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "service/replica/Database.h"
+#include "sqlite/Connection.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -33,8 +33,9 @@ bool holdsLocks(const std::string& path) {
 
 class SourceWatchTest : public ::testing::Test {
  protected:
-  std::unique_ptr<Connection> openHost(const char* journal = "WAL") {
-    auto host = std::make_unique<Connection>(directory.file("state.db"), Connection::Mode::create);
+  std::unique_ptr<sqlite::Connection> openHost(const char* journal = "WAL") {
+    auto host = std::make_unique<sqlite::Connection>(directory.file("state.db"),
+                                                     sqlite::Connection::Mode::create);
     host->execute(std::string("PRAGMA journal_mode=") + journal +
                   "; CREATE TABLE IF NOT EXISTS t (x)");
     return host;
@@ -68,7 +69,7 @@ TEST_F(SourceWatchTest, ReadingChangesNothing) {
   host->execute("INSERT INTO t VALUES (1)");
   const std::string before = watch.fingerprint();
   for (int i = 0; i < 3; ++i) {
-    Connection reader(directory.file("state.db"), Connection::Mode::readOnly);
+    sqlite::Connection reader(directory.file("state.db"), sqlite::Connection::Mode::readOnly);
     EXPECT_EQ(reader.integer("SELECT count(*) FROM t"), 1);
   }
   EXPECT_EQ(watch.fingerprint(), before);
@@ -79,7 +80,7 @@ TEST_F(SourceWatchTest, LookingLeavesTheReadersLocksAlone) {
   const auto host = openHost();
   host->execute("INSERT INTO t VALUES (1)");
   watch.fingerprint();
-  Connection reader(directory.file("state.db"), Connection::Mode::readOnly);
+  sqlite::Connection reader(directory.file("state.db"), sqlite::Connection::Mode::readOnly);
   reader.execute("BEGIN; SELECT * FROM t");
   ASSERT_TRUE(holdsLocks(directory.file("state.db-shm")));
   for (int i = 0; i < 3; ++i)

@@ -50,13 +50,14 @@ class JournalTest : public ::testing::Test {
   }
 
   std::optional<Change> find(NodeId id) {
-    return read([&](Connection& database) { return journal::find(database, id); });
+    return read([&](sqlite::Connection& database) { return journal::find(database, id); });
   }
 
   std::vector<NodeId> due(std::int64_t now, std::int64_t limit = 100) {
     std::vector<NodeId> result;
-    for (const journal::Due& each :
-         read([&](Connection& database) { return journal::due(database, now, -1, 0, limit); })) {
+    for (const journal::Due& each : read([&](sqlite::Connection& database) {
+           return journal::due(database, now, -1, kNoNode, limit);
+         })) {
       result.push_back(each.node);
     }
     return result;
@@ -87,7 +88,7 @@ TEST_F(JournalTest, AllFieldsSurvive) {
   begin(id, 500, [](Change& change) {
     change.deleted = change.contents = change.sent = change.attention = change.held = true;
     change.attempts = 3;
-    change.sentContent = 17;
+    change.sentContent = ContentId(17);
     change.sentParent = "p";
     change.sentFilename = std::string("n\0m", 3);
     change.reason = "why";
@@ -139,9 +140,10 @@ TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
   });
   replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
     EXPECT_TRUE(journal::again(writer, id, 5));
-    EXPECT_FALSE(journal::again(writer, id + 1, 5));
+    EXPECT_FALSE(journal::again(writer, NodeId(id.number() + 1), 5));
   });
-  const auto after = read([&](Connection& database) { return journal::find(database, id); });
+  const auto after =
+      read([&](sqlite::Connection& database) { return journal::find(database, id); });
   ASSERT_TRUE(after);
   EXPECT_FALSE(after->attention);
   EXPECT_FALSE(after->held);
@@ -163,7 +165,7 @@ TEST_F(JournalTest, WhatIsDueAtTheSameTimeComesUpOnceInEachPass) {
   std::vector<NodeId> found;
   journal::Due after{-1, kNoNode};
   for (bool more = true; more;) {
-    const auto batch = read([&](Connection& database) {
+    const auto batch = read([&](sqlite::Connection& database) {
       return journal::due(database, 200, after.due, after.node, 2);
     });
     for (const journal::Due& each : batch)
@@ -178,7 +180,7 @@ TEST_F(JournalTest, ANewChangeDoesNotForgetThatARequestIsOpen) {
   const NodeId id = add("a.txt", "");
   begin(id, 0, [](Change& change) {
     change.sent = true;
-    change.sentContent = 5;
+    change.sentContent = ContentId(5);
   });
   EXPECT_TRUE(begin(id).sent);
   EXPECT_EQ(begin(id).sentContent, 5U);
@@ -209,7 +211,7 @@ TEST_F(JournalTest, OnlyWhatIsDueComesUp) {
 
 TEST_F(JournalTest, TheNextDueIsTheFirstThatIsStillToCome) {
   const auto next = [&](std::int64_t now) {
-    return read([&](Connection& database) { return journal::nextDue(database, now); });
+    return read([&](sqlite::Connection& database) { return journal::nextDue(database, now); });
   };
   EXPECT_FALSE(next(0));
   begin(add("a", "i:1"), 100);
@@ -225,7 +227,7 @@ TEST_F(JournalTest, CountsTellWaitingFromRefusedAndLeaveOutWhatIsHeld) {
   begin(add("b", "i:2"));
   begin(add("c", "i:3"), 0, [](Change& change) { change.attention = true; });
   begin(add("d", "i:4"), 0, [](Change& change) { change.held = true; });
-  const auto counts = read([](Connection& database) { return journal::counts(database); });
+  const auto counts = read([](sqlite::Connection& database) { return journal::counts(database); });
   EXPECT_EQ(counts.pending, 2);
   EXPECT_EQ(counts.attention, 1);
 }
@@ -280,16 +282,16 @@ TEST_F(JournalTest, ChangesAreFoundByTheirBase) {
   begin(one);
   begin(two);
   const auto there =
-      read([](Connection& database) { return journal::basedOn(database, "root", "a"); });
+      read([](sqlite::Connection& database) { return journal::basedOn(database, "root", "a"); });
   ASSERT_EQ(there.size(), 1U);
   EXPECT_EQ(there[0].node, one);
-  const auto all = [](Connection& database) { return journal::basedIn(database, "root"); };
+  const auto all = [](sqlite::Connection& database) { return journal::basedIn(database, "root"); };
   EXPECT_EQ(read(all).size(), 2U);
-  EXPECT_TRUE(
-      read([&](Connection& database) { return journal::anyBasedIn(database, "root", one); }));
+  EXPECT_TRUE(read(
+      [&](sqlite::Connection& database) { return journal::anyBasedIn(database, "root", one); }));
   write([&](ReplicaWriter& writer) { journal::erase(writer.connection(), two); });
-  EXPECT_FALSE(
-      read([&](Connection& database) { return journal::anyBasedIn(database, "root", one); }));
+  EXPECT_FALSE(read(
+      [&](sqlite::Connection& database) { return journal::anyBasedIn(database, "root", one); }));
 }
 
 TEST_F(JournalTest, KnowsWhetherAnythingBelowIsToBeSent) {
@@ -297,7 +299,7 @@ TEST_F(JournalTest, KnowsWhetherAnythingBelowIsToBeSent) {
   const NodeId inner = add("inner", "f:2", folder);
   const NodeId file = add("file", "i:1", inner);
   const auto any = [&] {
-    return read([&](Connection& database) { return journal::anyBelow(database, folder); });
+    return read([&](sqlite::Connection& database) { return journal::anyBelow(database, folder); });
   };
   EXPECT_FALSE(any());
   begin(file);
@@ -312,7 +314,7 @@ TEST_F(JournalTest, KnowsWhetherAnythingBelowIsToBeSent) {
 TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
   const TemporaryDirectory directory;
   {
-    Connection database(directory.file("replica.db"), Connection::Mode::create);
+    sqlite::Connection database(directory.file("replica.db"), sqlite::Connection::Mode::create);
     database.execute(
         "PRAGMA journal_mode=WAL;"
         "CREATE TABLE meta (key TEXT PRIMARY KEY, value) WITHOUT ROWID;"
@@ -358,10 +360,10 @@ TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
       replica.read([](ReplicaReader& reader) { return reader.integer("PRAGMA user_version"); }),
       schema::kVersion);
   replica.write(Durability::durable, [&](ReplicaWriter& writer) {
-    journal::put(writer.connection(), journal::begin(writer, *writer.node(20), 1));
+    journal::put(writer.connection(), journal::begin(writer, *writer.node(NodeId(20)), 1));
   });
-  EXPECT_TRUE(
-      replica.read([](ReplicaReader& reader) { return journal::find(reader.connection(), 20); }));
+  EXPECT_TRUE(replica.read(
+      [](ReplicaReader& reader) { return journal::find(reader.connection(), NodeId(20)); }));
 }
 
 }  // namespace

@@ -40,31 +40,31 @@ TEST_F(ReplicaTest, KeepsRowsAcrossOpenings) {
   NodeId id = kNoNode;
   {
     Replica replica(directory.path());
-    id = insert(replica, childOf(1, "a", "i:1"));
+    id = insert(replica, childOf(NodeId(1), "a", "i:1"));
     EXPECT_GE(id, kFirstNode);
   }
   Replica replica(directory.path());
   ASSERT_TRUE(read(replica, id));
   EXPECT_EQ(read(replica, id)->identifier, "i:1");
-  EXPECT_GT(insert(replica, childOf(1, "b", "i:2")), id);
+  EXPECT_GT(insert(replica, childOf(NodeId(1), "b", "i:2")), id);
 }
 
 TEST_F(ReplicaTest, RefusesANameOrAnIdentifierThatIsTaken) {
   Replica replica(directory.path());
-  EXPECT_NE(insert(replica, childOf(1, "a", "i:1")), kNoNode);
-  EXPECT_EQ(insert(replica, childOf(1, "a", "i:2")), kNoNode);
-  EXPECT_EQ(insert(replica, childOf(2, "b", "i:1")), kNoNode);
-  EXPECT_NE(insert(replica, childOf(2, "a", "i:3")), kNoNode);
+  EXPECT_NE(insert(replica, childOf(NodeId(1), "a", "i:1")), kNoNode);
+  EXPECT_EQ(insert(replica, childOf(NodeId(1), "a", "i:2")), kNoNode);
+  EXPECT_EQ(insert(replica, childOf(NodeId(2), "b", "i:1")), kNoNode);
+  EXPECT_NE(insert(replica, childOf(NodeId(2), "a", "i:3")), kNoNode);
 }
 
 TEST_F(ReplicaTest, OfManyAtOnceThoseThatAreTakenAreLeftOut) {
   Replica replica(directory.path());
-  insert(replica, childOf(1, "taken", "i:taken"));
+  insert(replica, childOf(NodeId(1), "taken", "i:taken"));
   constexpr std::size_t kCount = 2 * ReplicaWriter::kManyNodes + 5;
   const std::set<std::size_t> bad = {0, 7, ReplicaWriter::kManyNodes + 3, kCount - 1};
   std::vector<Node> nodes;
   for (std::size_t i = 0; i < kCount; ++i)
-    nodes.push_back(childOf(1, "n" + std::to_string(i), "i:" + std::to_string(i)));
+    nodes.push_back(childOf(NodeId(1), "n" + std::to_string(i), "i:" + std::to_string(i)));
   nodes[0].name = "taken";
   nodes[7].identifier = "i:6";
   nodes[ReplicaWriter::kManyNodes + 3].name = "n2";
@@ -85,12 +85,12 @@ TEST_F(ReplicaTest, AFailedWriteLeavesNothingAndHarmsNoOther) {
   NodeId lost = kNoNode;
   EXPECT_THROW(replica.write(Durability::eventual,
                              [&](ReplicaWriter& writer) {
-                               lost = writer.insert(childOf(1, "a", "i:1"));
+                               lost = writer.insert(childOf(NodeId(1), "a", "i:1"));
                                throw std::runtime_error("no");
                              }),
                std::runtime_error);
   EXPECT_FALSE(read(replica, lost));
-  EXPECT_NE(insert(replica, childOf(1, "a", "i:1")), kNoNode);
+  EXPECT_NE(insert(replica, childOf(NodeId(1), "a", "i:1")), kNoNode);
 }
 
 TEST_F(ReplicaTest, ManyWritersAreAllCommitted) {
@@ -100,14 +100,14 @@ TEST_F(ReplicaTest, ManyWritersAreAllCommitted) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < 50; ++i) {
         const std::string name = std::to_string(t) + "-" + std::to_string(i);
-        insert(replica, childOf(1, name, "i:" + name));
+        insert(replica, childOf(NodeId(1), name, "i:" + name));
       }
     });
   }
   for (std::thread& thread : threads)
     thread.join();
   const std::size_t count =
-      replica.read([](ReplicaReader& reader) { return reader.childNodes(1).size(); });
+      replica.read([](ReplicaReader& reader) { return reader.childNodes(NodeId(1)).size(); });
   EXPECT_EQ(count, 400U);
 }
 
@@ -116,27 +116,27 @@ TEST_F(ReplicaTest, SetsADamagedDatabaseAsideAndBeginsAnother) {
   Replica replica(directory.path());
   ASSERT_FALSE(replica.setAside().empty());
   EXPECT_EQ(readFile(replica.setAside()), std::string(8192, 'x'));
-  EXPECT_NE(insert(replica, childOf(1, "a", "i:1")), kNoNode);
+  EXPECT_NE(insert(replica, childOf(NodeId(1), "a", "i:1")), kNoNode);
 }
 
 TEST_F(ReplicaTest, RefusesANewerSchema) {
   { Replica replica(directory.path()); }
   {
-    Connection database(directory.file("replica.db"), Connection::Mode::create);
+    sqlite::Connection database(directory.file("replica.db"), sqlite::Connection::Mode::create);
     database.execute("PRAGMA user_version=" + std::to_string(schema::kVersion + 1));
   }
-  EXPECT_THROW(Replica(directory.path()), DatabaseError);
+  EXPECT_THROW(Replica(directory.path()), sqlite::DatabaseError);
 }
 
 TEST_F(ReplicaTest, ListsByNumberFromACursor) {
   Replica replica(directory.path());
   std::vector<NodeId> ids;
   for (const char* name : {"c", "a", "b"}) {
-    ids.push_back(insert(replica, childOf(1, name, std::string("i:") + name)));
+    ids.push_back(insert(replica, childOf(NodeId(1), name, std::string("i:") + name)));
   }
   std::vector<NodeId> seen;
   replica.read([&](ReplicaReader& reader) {
-    reader.children(1, ids[0], [&](const Entry& entry, std::string_view) {
+    reader.children(NodeId(1), ids[0], [&](const Entry& entry, std::string_view) {
       seen.push_back(entry.id);
       return true;
     });

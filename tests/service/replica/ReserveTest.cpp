@@ -84,7 +84,7 @@ class FullReplicaTest : public ReserveTest {
           },
           room);
       written = true;
-    } catch (const DatabaseError& error) {
+    } catch (const sqlite::DatabaseError& error) {
       EXPECT_TRUE(error.meansFullDisk()) << error.what();
     }
     return runs;

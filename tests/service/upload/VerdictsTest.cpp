@@ -37,14 +37,14 @@ class VerdictsTest : public ::testing::Test {
 TEST_F(VerdictsTest, TellsThoseWhoWaitForTheNode) {
   Program one;
   Program other;
-  await(one, {20});
-  await(other, {21});
-  verdicts.settled(20);
+  await(one, {NodeId(NodeId(20))});
+  await(other, {NodeId(NodeId(21))});
+  verdicts.settled(NodeId(20));
   EXPECT_EQ(one.told, 0);
   EXPECT_EQ(other.told, -1);
-  EXPECT_FALSE(verdicts.isAwaited(20));
-  EXPECT_TRUE(verdicts.isAwaited(21));
-  verdicts.failed(21, EDQUOT);
+  EXPECT_FALSE(verdicts.isAwaited(NodeId(20)));
+  EXPECT_TRUE(verdicts.isAwaited(NodeId(21)));
+  verdicts.failed(NodeId(21), EDQUOT);
   EXPECT_EQ(other.told, EDQUOT);
   EXPECT_TRUE(verdicts.awaited().empty());
 }
@@ -52,9 +52,9 @@ TEST_F(VerdictsTest, TellsThoseWhoWaitForTheNode) {
 TEST_F(VerdictsTest, TellsAllWhoWaitForOneNode) {
   Program one;
   Program other;
-  await(one, {20});
-  await(other, {20});
-  verdicts.failed(20, EIO);
+  await(one, {NodeId(NodeId(20))});
+  await(other, {NodeId(NodeId(20))});
+  verdicts.failed(NodeId(20), EIO);
   EXPECT_EQ(one.told, EIO);
   EXPECT_EQ(other.told, EIO);
 }
@@ -62,13 +62,13 @@ TEST_F(VerdictsTest, TellsAllWhoWaitForOneNode) {
 TEST_F(VerdictsTest, SeveralNodesAreWaitedForTogetherButFailAlone) {
   Program good;
   Program bad;
-  await(good, {20, 21});
-  await(bad, {20, 22});
-  verdicts.settled(20);
+  await(good, {NodeId(NodeId(20)), NodeId(NodeId(21))});
+  await(bad, {NodeId(NodeId(20)), NodeId(NodeId(22))});
+  verdicts.settled(NodeId(20));
   EXPECT_EQ(good.told, -1);
-  verdicts.settled(21);
+  verdicts.settled(NodeId(21));
   EXPECT_EQ(good.told, 0);
-  verdicts.failed(22, EINVAL);
+  verdicts.failed(NodeId(22), EINVAL);
   EXPECT_EQ(bad.told, EINVAL);
 }
 
@@ -76,23 +76,23 @@ TEST_F(VerdictsTest, ACancelledOneIsToldOnceAndNeverWaits) {
   Program program;
   const Verdicts::Ticket ticket = verdicts.begin(program.completion());
   verdicts.cancel(ticket, EINTR);
-  verdicts.await(ticket, {20}, kNever);
-  verdicts.settled(20);
+  verdicts.await(ticket, {NodeId(NodeId(20))}, kNever);
+  verdicts.settled(NodeId(20));
   verdicts.cancel(ticket, EIO);
   EXPECT_EQ(program.told, EINTR);
   EXPECT_EQ(program.times, 1);
-  EXPECT_FALSE(verdicts.isAwaited(20));
+  EXPECT_FALSE(verdicts.isAwaited(NodeId(20)));
 }
 
 TEST_F(VerdictsTest, WhoDoesNotWaitYetIsNotToldThatAllFail) {
   Program waiting;
   Program early;
-  await(waiting, {20});
+  await(waiting, {NodeId(NodeId(20))});
   const Verdicts::Ticket ticket = verdicts.begin(early.completion());
   verdicts.failAll(EHOSTDOWN);
   EXPECT_EQ(waiting.told, EHOSTDOWN);
   EXPECT_EQ(early.told, -1);
-  verdicts.await(ticket, {21}, kNever);
+  verdicts.await(ticket, {NodeId(NodeId(21))}, kNever);
   verdicts.failAll(EHOSTDOWN);
   EXPECT_EQ(early.told, EHOSTDOWN);
 }
@@ -103,8 +103,8 @@ TEST_F(VerdictsTest, TheDeadlineEndsTheWaiting) {
   Program early;
   verdicts.begin(early.completion());
   EXPECT_EQ(verdicts.nextDeadline(), std::nullopt);
-  await(later, {20}, 200);
-  await(soon, {20}, 100);
+  await(later, {NodeId(NodeId(20))}, 200);
+  await(soon, {NodeId(NodeId(20))}, 100);
   EXPECT_EQ(verdicts.nextDeadline(), 100);
   verdicts.expire(99);
   EXPECT_EQ(soon.told, -1);
@@ -117,11 +117,11 @@ TEST_F(VerdictsTest, TheDeadlineEndsTheWaiting) {
 
 TEST_F(VerdictsTest, ACompletionMayBeginToWaitAgain) {
   Program again;
-  const Verdicts::Ticket ticket = verdicts.begin([&](int) { await(again, {21}); });
-  verdicts.await(ticket, {20}, kNever);
-  verdicts.settled(20);
-  EXPECT_TRUE(verdicts.isAwaited(21));
-  verdicts.settled(21);
+  const Verdicts::Ticket ticket = verdicts.begin([&](int) { await(again, {NodeId(NodeId(21))}); });
+  verdicts.await(ticket, {NodeId(NodeId(20))}, kNever);
+  verdicts.settled(NodeId(20));
+  EXPECT_TRUE(verdicts.isAwaited(NodeId(21)));
+  verdicts.settled(NodeId(21));
   EXPECT_EQ(again.told, 0);
 }
 

@@ -1,4 +1,4 @@
-#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/FolderEntries.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -33,13 +33,6 @@ bool isFolder(int directory, const dirent& entry) {
 }
 
 }  // namespace
-
-FileDescriptor::~FileDescriptor() {
-  if (descriptor_ < 0) return;
-  const int savedError = errno;
-  close(descriptor_);
-  errno = savedError;
-}
 
 FileDescriptor openFile(int directory, const std::string& name, int flags, mode_t mode) {
   int descriptor = -1;
