@@ -96,7 +96,7 @@ TEST_F(JournalTest, AllFieldsSurvive) {
   const Change found = *find(id);
   EXPECT_TRUE(found.deleted && found.contents && found.sent && found.attention && found.held);
   EXPECT_EQ(found.attempts, 3);
-  EXPECT_EQ(found.sentContent, 17U);
+  EXPECT_EQ(found.sentContent, ContentId(17));
   EXPECT_EQ(found.sentParent, "p");
   EXPECT_EQ(found.sentFilename, std::string("n\0m", 3));
   EXPECT_EQ(found.reason, "why");
@@ -183,7 +183,7 @@ TEST_F(JournalTest, ANewChangeDoesNotForgetThatARequestIsOpen) {
     change.sentContent = ContentId(5);
   });
   EXPECT_TRUE(begin(id).sent);
-  EXPECT_EQ(begin(id).sentContent, 5U);
+  EXPECT_EQ(begin(id).sentContent, ContentId(5));
 }
 
 TEST_F(JournalTest, SequencesRiseWithEachChange) {
@@ -348,7 +348,7 @@ TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
   EXPECT_TRUE(replica.setAside().empty());
   const auto node = replica.read([](ReplicaReader& reader) { return reader.nodeFor("i:1"); });
   ASSERT_TRUE(node);
-  EXPECT_EQ(node->id, 20U);
+  EXPECT_EQ(node->id, NodeId(20));
   EXPECT_EQ(node->name, "a");
   EXPECT_EQ(node->size, 5);
   EXPECT_EQ(node->modified, 1'700'000'000);
