@@ -352,7 +352,7 @@ TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
   EXPECT_EQ(node->name, "a");
   EXPECT_EQ(node->size, 5);
   EXPECT_EQ(node->modified, 1'700'000'000);
-  EXPECT_EQ(node->content, 3U);
+  EXPECT_EQ(node->content, ContentId(3));
   EXPECT_TRUE(node->pinned);
   EXPECT_EQ(replica.read([](ReplicaReader& reader) { return reader.metaInteger("generation"); }),
             7);
