@@ -12,29 +12,30 @@ WorkQueue::~WorkQueue() {
 }
 
 bool WorkQueue::async(std::function<void()> work) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stopping_) return false;
   queue_.push_back(std::move(work));
-  changed_.notify_one();
+  changed_.notifyOne();
   return true;
 }
 
 void WorkQueue::stop() {
   std::vector<std::thread> threads;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
     threads.swap(threads_);
-    changed_.notify_all();
+    changed_.notifyAll();
   }
   for (std::thread& thread : threads)
     thread.join();
 }
 
 void WorkQueue::run() {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+    while (!stopping_ && queue_.empty())
+      changed_.wait(lock);
     if (queue_.empty()) return;
     const std::function<void()> work = std::move(queue_.front());
     queue_.pop_front();

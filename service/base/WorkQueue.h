@@ -3,12 +3,12 @@
 // Threads: every member may be called on any thread, stop() on any but the queue's own.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo {
 
@@ -28,12 +28,12 @@ class WorkQueue {
  private:
   void run();
 
-  // Guards the fields below; a leaf, never held while work runs.
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::function<void()>> queue_;
-  bool stopping_ = false;
-  std::vector<std::thread> threads_;
+  // A leaf, never held while work runs.
+  Mutex mutex_;
+  Condition changed_;
+  std::deque<std::function<void()>> queue_ TULO_GUARDED_BY(mutex_);
+  bool stopping_ TULO_GUARDED_BY(mutex_) = false;
+  std::vector<std::thread> threads_ TULO_GUARDED_BY(mutex_);
 };
 
 }  // namespace tulo

@@ -50,7 +50,7 @@ void OpenFile::follow() {
     std::lock_guard lock(mutex_);
     if (changes == changes_) return;
   }
-  const std::shared_lock gate(openFiles_.gate());
+  const SharedLock gate(openFiles_.gate());
   const auto row = replica_.read([&](ReplicaReader& reader) { return reader.openLookup(node_); });
   std::lock_guard lock(mutex_);
   changes_ = changes;
@@ -92,7 +92,7 @@ Contents::Contents(Replica& replica, ExtensionPointer extension, Sync& sync, Not
 
 std::optional<OpenAnswer> Contents::openNow(NodeId id, bool verified) {
   sync_.glanceAtSource();
-  const std::shared_lock gate(openFiles_.gate());
+  const SharedLock gate(openFiles_.gate());
   const auto node = replica_.read([&](ReplicaReader& reader) { return reader.openLookup(id); });
   if (!node) return OpenAnswer{ESTALE, nullptr};
   if (node->kind == NodeKind::folder) return OpenAnswer{EISDIR, nullptr};

@@ -51,7 +51,7 @@ void Contents::start() {
 }
 
 int Contents::evict(NodeId id) {
-  const std::unique_lock gate(openFiles_.gate());
+  const ExclusiveLock gate(openFiles_.gate());
   if (openFiles_.isOpen(id)) return EBUSY;
   std::optional<Node> node;
   const auto drop = [&](ReplicaWriter& writer) {
@@ -75,7 +75,7 @@ void Contents::cannotRead(const OpenFile& file, const ContentError& error) {
   serviceLog().error("cannot read node %d: %{public}@", {file.node().number(), error.what()});
   // Anything else says nothing of the file: there may be too many open ones.
   if (error.number() != ENOENT && error.number() != EIO) return;
-  const std::unique_lock gate(openFiles_.gate());
+  const ExclusiveLock gate(openFiles_.gate());
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     const std::optional<Node> node = writer.node(file.node());
     // What was changed here exists nowhere else.
@@ -186,7 +186,7 @@ bool Contents::purgeStep() {
                       kBatch);
   });
   if (detached.empty()) return removed;
-  const std::unique_lock gate(openFiles_.gate());
+  const ExclusiveLock gate(openFiles_.gate());
   bool any = false;
   const auto purge = [&](ReplicaWriter& writer) {
     for (NodeId id : detached) {

@@ -10,13 +10,13 @@ constexpr std::size_t kMany = 1000;
 }  // namespace
 
 Acknowledged::Watch::Watch(Acknowledged& owner) : owner_(owner) {
-  std::lock_guard lock(owner_.mutex_);
+  const MutexLock lock(owner_.mutex_);
   begun_ = owner_.now_;
   owner_.watches_.insert(begun_);
 }
 
 Acknowledged::Watch::~Watch() {
-  std::lock_guard lock(owner_.mutex_);
+  const MutexLock lock(owner_.mutex_);
   owner_.watches_.erase(owner_.watches_.find(begun_));
   if (owner_.watches_.empty()) {
     owner_.times_.clear();
@@ -28,7 +28,7 @@ Acknowledged::Watch::~Watch() {
 
 std::unordered_set<std::string> Acknowledged::Watch::newer() const {
   std::unordered_set<std::string> result;
-  std::lock_guard lock(owner_.mutex_);
+  const MutexLock lock(owner_.mutex_);
   for (const auto& [identifier, time] : owner_.times_) {
     if (time > begun_) result.insert(identifier);
   }
@@ -37,7 +37,7 @@ std::unordered_set<std::string> Acknowledged::Watch::newer() const {
 
 void Acknowledged::note(const std::string& identifier) {
   if (identifier.empty()) return;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++now_;
   if (!watches_.empty()) times_[identifier] = now_;
 }

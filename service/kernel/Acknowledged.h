@@ -9,11 +9,12 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo {
 
@@ -40,12 +41,12 @@ class Acknowledged {
   void note(const std::string& identifier);
 
  private:
-  // Guards all; a leaf.
-  mutable std::mutex mutex_;
-  std::uint64_t now_ = 0;
-  std::multiset<std::uint64_t> watches_;
+  // A leaf.
+  mutable Mutex mutex_;
+  std::uint64_t now_ TULO_GUARDED_BY(mutex_) = 0;
+  std::multiset<std::uint64_t> watches_ TULO_GUARDED_BY(mutex_);
   // When each was acknowledged last; empty while nobody watches.
-  std::unordered_map<std::string, std::uint64_t> times_;
+  std::unordered_map<std::string, std::uint64_t> times_ TULO_GUARDED_BY(mutex_);
 };
 
 }  // namespace tulo

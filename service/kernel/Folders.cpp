@@ -5,14 +5,14 @@
 namespace tulo {
 
 void Folders::remembered(NodeId folder, std::uint64_t references) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   State& state = states_[folder];
   state.references += references;
   state.lastUse = ++clock_;
 }
 
 void Folders::forgotten(NodeId node, std::uint64_t references) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = states_.find(node);
   if (found == states_.end()) return;
   State& state = found->second;
@@ -20,31 +20,31 @@ void Folders::forgotten(NodeId node, std::uint64_t references) {
 }
 
 void Folders::used(NodeId folder) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   states_[folder].lastUse = ++clock_;
 }
 
 std::optional<std::uint64_t> Folders::verified(NodeId folder) const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = states_.find(folder);
   if (found == states_.end() || found->second.verified == 0) return std::nullopt;
   return found->second.verified;
 }
 
 void Folders::setVerified(NodeId folder, std::uint64_t generation) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   State& state = states_[folder];
   state.verified = std::max(state.verified, generation);
 }
 
 void Folders::dropVerified(NodeId folder) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = states_.find(folder);
   if (found != states_.end()) found->second.verified = 0;
 }
 
 void Folders::remove(NodeId folder) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = states_.find(folder);
   if (found == states_.end()) return;
   // The references stay counted: the kernel gives them back later.
@@ -53,7 +53,7 @@ void Folders::remove(NodeId folder) {
 }
 
 void Folders::setWatched(const std::vector<NodeId>& folders) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (auto& [id, state] : states_)
     state.watched = false;
   for (NodeId folder : folders)
@@ -63,7 +63,7 @@ void Folders::setWatched(const std::vector<NodeId>& folders) {
 std::vector<NodeId> Folders::olderThan(std::uint64_t generation) const {
   std::vector<std::pair<std::uint64_t, NodeId>> found;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     for (const auto& [id, state] : states_) {
       const bool known = state.references > 0 || id == kRootNode;
       const bool seen = known && state.verified != 0;
@@ -81,7 +81,7 @@ std::vector<NodeId> Folders::olderThan(std::uint64_t generation) const {
 }
 
 std::vector<std::pair<NodeId, std::uint64_t>> Folders::allVerified() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::vector<std::pair<NodeId, std::uint64_t>> result;
   for (const auto& [id, state] : states_) {
     if (state.verified != 0) result.emplace_back(id, state.verified);
@@ -90,7 +90,7 @@ std::vector<std::pair<NodeId, std::uint64_t>> Folders::allVerified() const {
 }
 
 std::uint64_t Folders::references() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::uint64_t sum = 0;
   for (const auto& [id, state] : states_)
     sum += state.references;
@@ -98,7 +98,7 @@ std::uint64_t Folders::references() const {
 }
 
 std::size_t Folders::size() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return states_.size();
 }
 

@@ -8,11 +8,11 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 #include <vector>
 
+#include "platform/linux/Mutex.h"
 #include "service/replica/Node.h"
 
 namespace tulo {
@@ -54,10 +54,10 @@ class Folders {
     bool watched = false;
   };
 
-  // Guards all fields; a leaf: nothing is called with it held.
-  mutable std::mutex mutex_;
-  std::unordered_map<NodeId, State> states_;
-  std::uint64_t clock_ = 0;
+  // A leaf: nothing is called with it held.
+  mutable Mutex mutex_;
+  std::unordered_map<NodeId, State> states_ TULO_GUARDED_BY(mutex_);
+  std::uint64_t clock_ TULO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace tulo

@@ -7,7 +7,7 @@ Notifier::~Notifier() {
 }
 
 void Notifier::start(InvalidationSink& sink) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   running_ = true;
   stopping_ = false;
   thread_ = std::thread([this, &sink] { run(sink); });
@@ -25,12 +25,12 @@ void Notifier::stop() {
   std::deque<Work> rest;
   std::thread thread;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
     running_ = false;
     rest.swap(queue_);
     thread.swap(thread_);
-    changed_.notify_all();
+    changed_.notifyAll();
   }
   if (thread.joinable()) thread.join();
   for (Work& work : rest)
@@ -39,16 +39,16 @@ void Notifier::stop() {
 
 void Notifier::queue(Invalidations invalidations) {
   if (invalidations.empty()) return;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stopping_) return;
   for (Invalidation& invalidation : invalidations)
     queue_.push_back({std::move(invalidation), nullptr});
-  changed_.notify_one();
+  changed_.notifyOne();
 }
 
 void Notifier::afterDelivery(std::function<void()> function) {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (running_ && (!queue_.empty() || delivering_)) {
       queue_.push_back({{}, std::move(function)});
       return;
@@ -58,9 +58,10 @@ void Notifier::afterDelivery(std::function<void()> function) {
 }
 
 void Notifier::run(InvalidationSink& sink) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+    while (!stopping_ && queue_.empty())
+      changed_.wait(lock);
     if (stopping_) return;
     Work work = std::move(queue_.front());
     queue_.pop_front();
@@ -75,7 +76,7 @@ void Notifier::run(InvalidationSink& sink) {
 void Notifier::deliverNow(InvalidationSink& sink) {
   std::deque<Work> all;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     all.swap(queue_);
   }
   for (Work& work : all)

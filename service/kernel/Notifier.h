@@ -8,16 +8,15 @@
 // Threads: every member may be called on any thread.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "platform/linux/Mutex.h"
 #include "service/replica/Node.h"
 
 namespace tulo {
@@ -91,14 +90,14 @@ class Notifier {
   void run(InvalidationSink& sink);
   static void perform(Work& work, InvalidationSink* sink);
 
-  // Guards all fields below; a leaf, never held during a delivery.
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<Work> queue_;
-  bool delivering_ = false;
-  bool running_ = false;
-  bool stopping_ = false;
-  std::thread thread_;
+  // A leaf, never held during a delivery.
+  Mutex mutex_;
+  Condition changed_;
+  std::deque<Work> queue_ TULO_GUARDED_BY(mutex_);
+  bool delivering_ TULO_GUARDED_BY(mutex_) = false;
+  bool running_ TULO_GUARDED_BY(mutex_) = false;
+  bool stopping_ TULO_GUARDED_BY(mutex_) = false;
+  std::thread thread_ TULO_GUARDED_BY(mutex_);
 };
 
 }  // namespace tulo

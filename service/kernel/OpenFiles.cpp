@@ -3,13 +3,13 @@
 namespace tulo {
 
 void OpenFiles::opened(NodeId node, ContentId content) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++nodes_[node].handles;
   if (content != kNoContent) ++contents_[content];
 }
 
 void OpenFiles::closed(NodeId node, ContentId content) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = nodes_.find(node);
   if (found != nodes_.end() && --found->second.handles == 0) nodes_.erase(found);
   forgetContent(content);
@@ -21,52 +21,52 @@ void OpenFiles::forgetContent(ContentId content) {
 }
 
 void OpenFiles::contentsChanged(NodeId node) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = nodes_.find(node);
   if (found != nodes_.end()) ++found->second.changes;
 }
 
 std::uint64_t OpenFiles::contentsChanges(NodeId node) const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = nodes_.find(node);
   return found == nodes_.end() ? 0 : found->second.changes;
 }
 
 void OpenFiles::exchanged(ContentId before, ContentId now) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (now != kNoContent) ++contents_[now];
   forgetContent(before);
 }
 
 bool OpenFiles::isOpen(NodeId node) const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return nodes_.contains(node);
 }
 
 void OpenFiles::openedForWriting(NodeId node) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++nodes_[node].writers;
 }
 
 void OpenFiles::closedForWriting(NodeId node) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = nodes_.find(node);
   if (found != nodes_.end() && found->second.writers > 0) --found->second.writers;
 }
 
 bool OpenFiles::isOpenForWriting(NodeId node) const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = nodes_.find(node);
   return found != nodes_.end() && found->second.writers > 0;
 }
 
 bool OpenFiles::isContentOpen(ContentId content) const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return contents_.contains(content);
 }
 
 std::size_t OpenFiles::count() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::size_t sum = 0;
   for (const auto& [id, state] : nodes_)
     sum += state.handles;
@@ -74,13 +74,13 @@ std::size_t OpenFiles::count() const {
 }
 
 void OpenFiles::leaveBehind(const Entry& entry) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = nodes_.find(entry.id);
   if (found != nodes_.end()) found->second.leftBehind = entry;
 }
 
 std::optional<Entry> OpenFiles::leftBehind(NodeId node) const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = nodes_.find(node);
   return found == nodes_.end() ? std::nullopt : found->second.leftBehind;
 }

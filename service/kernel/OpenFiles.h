@@ -13,18 +13,17 @@
 // Threads: every member may be called on any thread.
 #pragma once
 
-#include <mutex>
 #include <optional>
-#include <shared_mutex>
 #include <unordered_map>
 
+#include "platform/linux/Mutex.h"
 #include "service/replica/Node.h"
 
 namespace tulo {
 
 class OpenFiles {
  public:
-  std::shared_mutex& gate() { return gate_; }
+  SharedMutex& gate() TULO_RETURN_CAPABILITY(gate_) { return gate_; }
 
   void opened(NodeId node, ContentId content);
   void closed(NodeId node, ContentId content);
@@ -56,13 +55,13 @@ class OpenFiles {
     std::optional<Entry> leftBehind;
   };
 
-  void forgetContent(ContentId content);
+  void forgetContent(ContentId content) TULO_REQUIRES(mutex_);
 
-  std::shared_mutex gate_;
-  // Guards the maps; a leaf.
-  mutable std::mutex mutex_;
-  std::unordered_map<NodeId, State> nodes_;
-  std::unordered_map<ContentId, std::uint64_t> contents_;
+  SharedMutex gate_;
+  // A leaf.
+  mutable Mutex mutex_;
+  std::unordered_map<NodeId, State> nodes_ TULO_GUARDED_BY(mutex_);
+  std::unordered_map<ContentId, std::uint64_t> contents_ TULO_GUARDED_BY(mutex_);
 };
 
 }  // namespace tulo

@@ -419,7 +419,7 @@ Reconciler::Result Reconciler::reconcile(NodeId folder, const Listing& listing,
   try {
     return attempt(folder, listing, digest, stamp, watch, false);
   } catch (const NeedsGate&) {
-    const std::unique_lock gate(openFiles_.gate());
+    const ExclusiveLock gate(openFiles_.gate());
     return attempt(folder, listing, digest, stamp, watch, true);
   }
 }

@@ -60,7 +60,7 @@ bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int
 void MountSession::openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info) {
   OpenAnswer answer;
   {
-    const std::shared_lock gate(parts_.openFiles.gate());
+    const SharedLock gate(parts_.openFiles.gate());
     answer.file = parts_.contents.openAsIs(node);
   }
   if (!answer.file) {
@@ -264,7 +264,7 @@ int MountSession::truncate(NodeId node, off_t size) {
   // to this one to bring the row up to date.
   std::unique_ptr<OpenFile> open;
   {
-    const std::shared_lock gate(parts_.openFiles.gate());
+    const SharedLock gate(parts_.openFiles.gate());
     open = parts_.contents.openAsIs(node);
   }
   if (!open) return ESTALE;
