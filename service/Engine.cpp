@@ -9,6 +9,7 @@
 #include <future>
 
 #include "service/base/ServiceLog.h"
+#include "service/replica/Meta.h"
 #include "service/replica/Recovery.h"
 
 namespace tulo {
@@ -65,11 +66,11 @@ Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
 void Engine::recover() {
   // Told from the replica's own state, so that a crash in between does not end it half-way.
   const bool isNew = replica_.read(
-      [](ReplicaReader& reader) { return reader.metaInteger("contents_checked") == 0; });
+      [](ReplicaReader& reader) { return meta::integer(reader, "contents_checked") == 0; });
   if (!isNew) return;
   recovered_ = recoverContents(replica_, store_);
   replica_.write(Durability::durable,
-                 [](ReplicaWriter& writer) { writer.setMeta("contents_checked", 1); });
+                 [](ReplicaWriter& writer) { meta::set(writer, "contents_checked", 1); });
   if (recovered_ == 0) return;
   serviceLog().error("%d files that were not sent are in the folder %{public}@",
                      {recovered_, kRecoveryFolder});

@@ -5,6 +5,8 @@
 
 #include "service/base/ServiceLog.h"
 #include "service/errors/Errno.h"
+#include "service/replica/ContentRows.h"
+#include "service/replica/NodeContents.h"
 
 namespace tulo {
 
@@ -159,7 +161,7 @@ void Contents::fetched(const FetchPointer& fetch, const std::optional<platform::
 void Contents::adopt(const FetchPointer& fetch) {
   std::optional<IncomingContent> content;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    content.emplace(store_, writer.reserveContent(fetch->node));
+    content.emplace(store_, contentRows::reserve(writer, fetch->node));
   });
   bool adopted = false;
   const std::int64_t blocks = store_.take(fetch->path, fetch->size, content->number());
@@ -168,7 +170,7 @@ void Contents::adopt(const FetchPointer& fetch) {
     const std::optional<Node> node = writer.node(fetch->node);
     adopted = node && node->contentVersion == fetch->version && node->size == fetch->size &&
               node->state == ContentState::dataless;
-    if (adopted) writer.adoptContent(fetch->node, content->number(), blocks);
+    if (adopted) nodeContents::adopt(writer, fetch->node, content->number(), blocks);
   });
   store_.addUsed(blocks * 512);
   content.reset();

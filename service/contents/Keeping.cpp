@@ -5,6 +5,11 @@
 
 #include "service/base/ServiceLog.h"
 #include "service/contents/Fetch.h"
+#include "service/replica/ContentRows.h"
+#include "service/replica/DetachedNodes.h"
+#include "service/replica/KeptNodes.h"
+#include "service/replica/Meta.h"
+#include "service/replica/NodeContents.h"
 #include "service/replica/Recovery.h"
 
 namespace tulo {
@@ -32,22 +37,16 @@ std::string bootIdentifier() {
 void Contents::start() {
   const std::string boot = bootIdentifier();
   const std::string last =
-      replica_.read([](ReplicaReader& reader) { return reader.metaText("boot"); });
+      replica_.read([](ReplicaReader& reader) { return meta::text(reader, "boot"); });
   const auto note = [&](ReplicaWriter& writer) {
     if (last != boot) {
-      writer.connection().execute(
-          "UPDATE node SET state=0,content=0,blocks=0 WHERE state=1 AND id IN "
-          "(SELECT node FROM content WHERE durable=0 AND used=1);"
-          "UPDATE content SET used=0 WHERE durable=0 AND "
-          "NOT EXISTS (SELECT 1 FROM node WHERE node.id=content.node AND state=2) AND "
-          "id NOT IN (SELECT sent_content FROM pending);");
-      writer.setMeta("boot", std::string_view(boot));
+      nodeContents::dropDoubtful(writer);
+      meta::set(writer, "boot", std::string_view(boot));
     }
   };
   replica_.write(Durability::eventual, note, Room::fromReserve);
-  store_.setUsed(kBlock * replica_.read([](ReplicaReader& reader) {
-    return reader.integer("SELECT coalesce(sum(blocks),0) FROM content");
-  }));
+  store_.setUsed(kBlock *
+                 replica_.read([](ReplicaReader& reader) { return contentRows::blocks(reader); }));
 }
 
 int Contents::evict(NodeId id) {
@@ -56,7 +55,8 @@ int Contents::evict(NodeId id) {
   std::optional<Node> node;
   const auto drop = [&](ReplicaWriter& writer) {
     node = writer.node(id);
-    if (node && node->state == ContentState::downloaded && !node->kept) writer.dropContent(id);
+    if (node && node->state == ContentState::downloaded && !node->kept)
+      nodeContents::drop(writer, id);
   };
   replica_.write(Durability::eventual, drop, Room::fromReserve);
   if (!node) return ESTALE;
@@ -80,7 +80,7 @@ void Contents::cannotRead(const OpenFile& file, const ContentError& error) {
     const std::optional<Node> node = writer.node(file.node());
     // What was changed here exists nowhere else.
     const bool fetched = node && node->state == ContentState::downloaded;
-    if (fetched && node->content == file.content()) writer.dropContent(node->id);
+    if (fetched && node->content == file.content()) nodeContents::drop(writer, node->id);
   });
   notifier_.queue({attributesChanged(file.node())});
 }
@@ -94,7 +94,7 @@ void Contents::removeUnused(const std::vector<ContentId>& contents) {
     freed = 0;
     for (ContentId content : contents) {
       if (store_.isIncoming(content)) continue;
-      const std::optional<std::int64_t> blocks = writer.removeContent(content);
+      const std::optional<std::int64_t> blocks = contentRows::remove(writer, content);
       if (!blocks) continue;
       store_.remove(content);
       freed += *blocks;
@@ -107,12 +107,8 @@ void Contents::removeUnused(const std::vector<ContentId>& contents) {
 bool Contents::evictSome(std::int64_t bytes) {
   saveUseStep();
   const std::int64_t before = store_.used();
-  const auto oldest = replica_.read([](ReplicaReader& reader) {
-    return reader.ids(
-        "SELECT id FROM node WHERE state=1 AND kept=0 AND last_used>=? "
-        "ORDER BY last_used LIMIT ?",
-        0, kBatch);
-  });
+  const auto oldest =
+      replica_.read([](ReplicaReader& reader) { return nodeContents::leastUsed(reader, kBatch); });
   for (NodeId id : oldest) {
     if (before - store_.used() >= bytes) break;
     evict(id);
@@ -136,19 +132,12 @@ bool Contents::evictStep() {
 }
 
 bool Contents::keepStep() {
-  const auto folders = replica_.read([](ReplicaReader& reader) {
-    return reader.ids(
-        "SELECT id FROM node WHERE kept=1 AND kind=1 AND listed=0 AND id>? AND "
-        "parent IS NOT NULL LIMIT ?",
-        0, kBatch);
-  });
+  const auto folders = replica_.read(
+      [](ReplicaReader& reader) { return keptNodes::unlistedFolders(reader, kBatch); });
   for (NodeId folder : folders)
     sync_.refresh(folder, [](int) {});
   const auto files = replica_.read([this](ReplicaReader& reader) {
-    return reader.ids(
-        "SELECT id FROM node WHERE kept=1 AND kind=2 AND state=0 AND size>0 AND "
-        "id>? AND parent IS NOT NULL ORDER BY id LIMIT ?",
-        static_cast<std::int64_t>(keepCursor_.load().number()), kBatch);
+    return keptNodes::missingFiles(reader, keepCursor_.load(), kBatch);
   });
   for (NodeId file : files) {
     {
@@ -163,9 +152,8 @@ bool Contents::keepStep() {
 }
 
 bool Contents::purgeContents() {
-  auto unused = replica_.read([](ReplicaReader& reader) {
-    return reader.contentIds("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?", 0, kBatch);
-  });
+  auto unused =
+      replica_.read([](ReplicaReader& reader) { return contentRows::unused(reader, kBatch); });
   std::erase_if(unused, [this](ContentId content) {
     return store_.isIncoming(content) || openFiles_.isContentOpen(content);
   });
@@ -178,12 +166,10 @@ bool Contents::purgeStep() {
   const bool removed = purgeContents();
   const bool isFull = store_.diskShortage(0) > 0;
   const auto detached = replica_.read([&](ReplicaReader& reader) {
-    auto found = reader.ids("SELECT id FROM node WHERE detached<=? LIMIT ?",
-                            std::time(nullptr) - kDetachedSeconds, kBatch);
+    auto found = detachedNodes::since(reader, std::time(nullptr) - kDetachedSeconds, kBatch);
     if (!found.empty() || !isFull) return found;
     // What no item of the host's is cannot come back; whoever empties a full disk wants room now.
-    return reader.ids("SELECT id FROM node WHERE detached>? AND identifier IS NULL LIMIT ?", 0,
-                      kBatch);
+    return detachedNodes::unknown(reader, kBatch);
   });
   if (detached.empty()) return removed;
   const ExclusiveLock gate(openFiles_.gate());
@@ -202,15 +188,13 @@ bool Contents::purgeStep() {
 }
 
 bool Contents::durableStep() {
-  const auto fresh = replica_.read([](ReplicaReader& reader) {
-    return reader.contentIds("SELECT id FROM content WHERE durable=0 AND used=1 AND id>? LIMIT ?",
-                             0, kBatch);
-  });
+  const auto fresh =
+      replica_.read([](ReplicaReader& reader) { return contentRows::notDurable(reader, kBatch); });
   if (fresh.empty()) return false;
   const std::vector<ContentId> safe = store_.makeDurable(fresh);
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (ContentId content : safe)
-      writer.setContentDurable(content);
+      contentRows::setDurable(writer, content);
   });
   return !safe.empty();
 }

@@ -1,18 +1,14 @@
 #include "service/contents/Pins.h"
 
+#include "service/replica/KeptNodes.h"
+
 #include <cerrno>
 #include <future>
-#include <limits>
 
 namespace tulo {
 
 std::vector<NodeId> Pins::keptFolders() {
-  return replica_.read([](ReplicaReader& reader) {
-    return reader.ids(
-        "SELECT id FROM node WHERE kept=1 AND kind=1 AND id>? AND parent IS NOT "
-        "NULL LIMIT ?",
-        0, std::numeric_limits<std::int64_t>::max());
-  });
+  return replica_.read([](ReplicaReader& reader) { return keptNodes::folders(reader); });
 }
 
 void Pins::start() {
@@ -30,7 +26,7 @@ int Pins::setPinned(NodeId id, bool pinned) {
     const bool kept = pinned || (parent && parent->kept);
     writer.setPinned(id, pinned);
     writer.setKept(id, kept);
-    if (node->kind == NodeKind::folder) writer.setKeptBelow(id, kept);
+    if (node->kind == NodeKind::folder) keptNodes::setBelow(writer, id, kept);
   });
   if (!found) return ENOENT;
   folders_.setWatched(keptFolders());

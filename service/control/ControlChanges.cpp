@@ -9,6 +9,7 @@
 #include <unordered_set>
 
 #include "service/edits/Pending.h"
+#include "service/replica/JournalTree.h"
 
 namespace tulo::control {
 
@@ -52,11 +53,11 @@ Scope scopeOf(Engine& engine, const json& request) {
 
 std::vector<NodeId> changedIn(Engine& engine, const Scope& scope) {
   return engine.replica().read([&](ReplicaReader& reader) {
-    if (scope.everything) return pending::within(reader, kRootNode);
+    if (scope.everything) return journal::within(reader, kRootNode);
     std::vector<NodeId> result;
     std::unordered_set<NodeId> seen;
     for (NodeId node : scope.nodes) {
-      for (NodeId each : pending::within(reader, node)) {
+      for (NodeId each : journal::within(reader, node)) {
         if (seen.insert(each).second) result.push_back(each);
       }
     }
@@ -84,12 +85,12 @@ json shown(Engine& engine, const pending::Item& item) {
 }
 
 json shown(Engine& engine, ReplicaReader& reader, NodeId node) {
-  const std::optional<Change> change = journal::find(reader.connection(), node);
+  const std::optional<Change> change = journal::find(reader, node);
   if (!change) return {};
   const pending::Item item = pending::describe(reader, *change);
   json result = shown(engine, item);
   if (item.kind == NodeKind::folder && item.isNew && !change->deleted) {
-    const auto local = pending::localIn(reader, node, kNamed);
+    const auto local = journal::localPaths(reader, node, kNamed);
     if (!local.empty()) result["keeps"] = local;
   }
   return result;
@@ -98,13 +99,12 @@ json shown(Engine& engine, ReplicaReader& reader, NodeId node) {
 journal::Counts countsIn(Engine& engine, const Scope& scope) {
   journal::Counts counts;
   if (scope.everything) {
-    return engine.replica().read(
-        [](ReplicaReader& reader) { return journal::counts(reader.connection()); });
+    return engine.replica().read([](ReplicaReader& reader) { return journal::counts(reader); });
   }
   const std::vector<NodeId> nodes = changedIn(engine, scope);
   engine.replica().read([&](ReplicaReader& reader) {
     for (NodeId node : nodes) {
-      const std::optional<Change> change = journal::find(reader.connection(), node);
+      const std::optional<Change> change = journal::find(reader, node);
       if (!change || change->held) continue;
       ++(change->attention ? counts.attention : counts.pending);
     }
@@ -119,9 +119,9 @@ json someIn(Engine& engine, const Scope& scope) {
       scope.everything ? std::vector<NodeId>() : changedIn(engine, scope);
   json result = json::array();
   engine.replica().read([&](ReplicaReader& reader) {
-    if (scope.everything) changes = journal::all(reader.connection(), kShown);
+    if (scope.everything) changes = journal::all(reader, kShown);
     for (NodeId node : nodes) {
-      if (const auto change = journal::find(reader.connection(), node)) changes.push_back(*change);
+      if (const auto change = journal::find(reader, node)) changes.push_back(*change);
     }
     std::stable_partition(changes.begin(), changes.end(),
                           [](const Change& change) { return change.attention; });
@@ -136,7 +136,7 @@ json someIn(Engine& engine, const Scope& scope) {
 // What stays on this machine.
 json localOf(ReplicaReader& reader) {
   json result = json::array();
-  for (NodeId node : journal::localNodes(reader.connection(), kShown)) {
+  for (NodeId node : journal::localNodes(reader, kShown)) {
     const std::string path = pending::pathOf(reader, node);
     if (!path.empty()) result.push_back(path);
   }
@@ -205,7 +205,7 @@ json changesStatus(Engine& engine) {
                  {"conflicts", up.conflicts},
                  {"lastUploadError", up.lastError}});
   engine.replica().read([&](ReplicaReader& reader) {
-    result["localItems"] = pending::localItems(reader);
+    result["localItems"] = journal::countLocal(reader);
     result["local"] = localOf(reader);
     json uploads = json::array();
     for (NodeId node : up.activeNodes) {
@@ -214,7 +214,7 @@ json changesStatus(Engine& engine) {
     }
     result["uploads"] = std::move(uploads);
     json all = json::array();
-    for (const Change& change : journal::all(reader.connection(), kShown)) {
+    for (const Change& change : journal::all(reader, kShown)) {
       all.push_back(shown(engine, pending::describe(reader, change)));
       const auto& active = up.activeNodes;
       const bool sending = std::find(active.begin(), active.end(), change.node) != active.end();
@@ -274,7 +274,7 @@ json discard(Engine& engine, const json& request) {
   std::size_t dropped = 0;
   for (NodeId node : changedIn(engine, scope)) {
     const std::string path = engine.replica().read([&](ReplicaReader& reader) {
-      const std::optional<Change> change = journal::find(reader.connection(), node);
+      const std::optional<Change> change = journal::find(reader, node);
       return change ? pending::describe(reader, *change).path : std::string();
     });
     const int error = engine.uploader().discard(node);

@@ -8,6 +8,9 @@
 #include "service/base/FaultPoints.h"
 #include "service/base/Names.h"
 #include "service/mount/RequestLoop.h"
+#include "service/replica/ContentRows.h"
+#include "service/replica/KeptNodes.h"
+#include "service/replica/Links.h"
 
 namespace tulo {
 
@@ -94,12 +97,7 @@ bool Edits::staysHere(ReplicaWriter& writer, const Node& folder, std::string_vie
 void Edits::touchFolder(ReplicaWriter& writer, NodeId folder) {
   // No finer than this, so that a storm of changes writes the folder's row now and then only.
   const std::int64_t now = files_.now() / kFolderTick * kFolderTick;
-  writer.connection()
-      .cached(
-          "UPDATE node SET modified=?1,nanoseconds=?2 WHERE id=?3 AND NOT (modified=?1 AND "
-          "nanoseconds=?2)")
-      .bind(now / 1000, now % 1000 * 1000000, folder)
-      .run();
+  writer.touch(folder, now / 1000, now % 1000 * 1000000);
 }
 
 EditResult Edits::make(NodeId folder, Node node, const Step& added) {
@@ -120,7 +118,7 @@ EditResult Edits::make(NodeId folder, Node node, const Step& added) {
     node.modified = files_.now() / 1000;
     node.nanoseconds = files_.now() % 1000 * 1000000;
     node.kept = parent->kept;
-    if (node.state == ContentState::dirty) node.content = writer.nextContent();
+    if (node.state == ContentState::dirty) node.content = contentRows::next(writer);
     node.id = writer.insert(node);
     if (node.id == kNoNode) {
       result.error = EEXIST;
@@ -131,7 +129,7 @@ EditResult Edits::make(NodeId folder, Node node, const Step& added) {
     if (node.kind != NodeKind::link && !staysHere(writer, *parent, node.name)) {
       Change change = journal::fresh(writer, node.id, due());
       change.contents = node.kind == NodeKind::file;
-      journal::put(writer.connection(), change);
+      journal::put(writer, change);
     }
     result.entry = node;
   });
@@ -157,7 +155,7 @@ EditResult Edits::makeFile(NodeId folder, std::string_view name, int mode, bool 
   NodeId opened = kNoNode;
   try {
     return make(folder, node, [&](ReplicaWriter& writer, const Node& made) {
-      writer.addContent(made.content, made.id, true);
+      contentRows::add(writer, made.content, made.id, true);
       FileDescriptor contents = store_.create(made.content, made.name);
       if (!open) return;
       files_.openNew(made.id, made.content, std::move(contents));
@@ -187,36 +185,32 @@ EditResult Edits::makeLink(NodeId folder, std::string_view name, std::string_vie
   node.name = name;
   node.size = static_cast<std::int64_t>(target.size());
   return make(folder, node, [&](ReplicaWriter& writer, const Node& made) {
-    writer.connection().cached("INSERT INTO link VALUES (?,?)").bind(made.id, target).run();
+    links::add(writer, made.id, target);
   });
 }
 
 int Edits::readLink(NodeId link, std::string& target) {
   return replica_.read([&](ReplicaReader& reader) {
-    sqlite::Statement& statement =
-        reader.connection().cached("SELECT target FROM link WHERE node=?").bind(link);
-    sqlite::StatementUse use(statement);
-    if (!statement.step()) return EINVAL;
-    target = statement.text(0);
-    return 0;
+    const std::optional<std::string> found = links::target(reader, link);
+    if (found) target = *found;
+    return found ? 0 : EINVAL;
   });
 }
 
 // Takes a node out of the tree. What the host has is deleted there later; its row waits for that.
 int Edits::removeOne(ReplicaWriter& writer, const Node& node) {
   if (!allows(node, NSFileProviderItemCapabilitiesAllowsDeleting)) return EACCES;
-  sqlite::Connection& database = writer.connection();
-  const std::optional<Change> known = journal::find(database, node.id);
+  const std::optional<Change> known = journal::find(writer, node.id);
   if (node.identifier.empty() && !(known && known->sent)) {
-    journal::erase(database, node.id);
+    journal::erase(writer, node.id);
     writer.detach(node.id, files_.now() / 1000);
     return 0;
   }
   Change change = journal::begin(writer, node, due());
   change.deleted = true;
   change.contents = false;
-  journal::put(database, change);
-  database.cached("UPDATE node SET parent=NULL,error=NULL WHERE id=?").bind(node.id).run();
+  journal::put(writer, change);
+  writer.takeOut(node.id);
   return 0;
 }
 
@@ -263,10 +257,10 @@ void Edits::makeKnown(ReplicaWriter& writer, NodeId id) {
   const std::optional<Node> node = writer.node(id);
   if (!node || node->kind == NodeKind::link || localNames_.matches(node->name)) return;
   if (!node->identifier.empty()) return;
-  if (!journal::find(writer.connection(), id)) {
+  if (!journal::find(writer, id)) {
     Change change = journal::begin(writer, *node, due());
     change.contents = node->kind == NodeKind::file;
-    journal::put(writer.connection(), change);
+    journal::put(writer, change);
   }
   if (node->kind != NodeKind::folder) return;
   for (const Node& child : writer.childNodes(id))
@@ -277,7 +271,7 @@ void Edits::makeKnown(ReplicaWriter& writer, NodeId id) {
 bool Edits::noteChange(ReplicaWriter& writer, const Node& node) {
   if (journal::again(writer, node.id, due())) return true;
   if (node.identifier.empty()) return false;
-  journal::put(writer.connection(), journal::begin(writer, node, due()));
+  journal::put(writer, journal::begin(writer, node, due()));
   return true;
 }
 
@@ -296,7 +290,7 @@ void Edits::place(ReplicaWriter& writer, Node node, NodeId folder, std::string_v
   const std::optional<Node> parent = writer.node(folder);
   node.kept = node.pinned || (parent && parent->kept);
   writer.update(node);
-  if (node.kind == NodeKind::folder) writer.setKeptBelow(node.id, node.kept);
+  if (node.kind == NodeKind::folder) keptNodes::setBelow(writer, node.id, node.kept);
   if (!known && !staysHere(writer, folder, name)) makeKnown(writer, node.id);
 }
 
@@ -368,12 +362,8 @@ int Edits::rename(NodeId folder, std::string_view name, NodeId newFolder, std::s
 }
 
 int Edits::setMode(NodeId node, int mode) {
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    writer.connection()
-        .cached("UPDATE node SET mode=? WHERE id=?")
-        .bind((mode & 0777) | kModeSet, node)
-        .run();
-  });
+  replica_.write(Durability::eventual,
+                 [&](ReplicaWriter& writer) { writer.setMode(node, (mode & 0777) | kModeSet); });
   return 0;
 }
 

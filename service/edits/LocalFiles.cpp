@@ -12,6 +12,9 @@
 #include "service/base/FaultPoints.h"
 #include "service/base/ServiceLog.h"
 #include "service/errors/Errno.h"
+#include "service/replica/ContentRows.h"
+#include "service/replica/LocalTimes.h"
+#include "service/replica/NodeContents.h"
 
 namespace tulo {
 
@@ -21,17 +24,11 @@ namespace {
 constexpr std::chrono::milliseconds kGather{50};
 constexpr std::size_t kMostUnsettled = 128;
 
-bool durableContent(sqlite::Connection& database, ContentId content) {
-  sqlite::Statement& statement = database.cached("SELECT durable FROM content WHERE id=?");
-  statement.bind(content);
-  sqlite::StatementUse use(statement);
-  return statement.step() && statement.integer(0) != 0;
-}
-
 // Whether all that prepare() would note down is there already, as it is of a new file.
-bool isJournaled(sqlite::Connection& database, const Node& node) {
-  if (node.state != ContentState::dirty || durableContent(database, node.content)) return false;
-  const std::optional<Change> change = journal::find(database, node.id);
+bool isJournaled(ReplicaReader& reader, const Node& node) {
+  if (node.state != ContentState::dirty || contentRows::isDurable(reader, node.content))
+    return false;
+  const std::optional<Change> change = journal::find(reader, node.id);
   if (!change) return node.identifier.empty();
   return change->contents && !change->sent && !change->deleted && !change->attention &&
          !change->held && change->attempts == 0;
@@ -43,12 +40,8 @@ bool isNoted(const Node& node, const struct stat& status) {
 }
 
 void noteFile(ReplicaWriter& writer, NodeId node, const struct stat& status) {
-  writer.connection()
-      .cached("UPDATE node SET size=?,blocks=?,modified=?,nanoseconds=? WHERE id=?")
-      .bind(static_cast<std::int64_t>(status.st_size), static_cast<std::int64_t>(status.st_blocks),
-            static_cast<std::int64_t>(status.st_mtim.tv_sec),
-            static_cast<std::int64_t>(status.st_mtim.tv_nsec), node)
-      .run();
+  writer.setWritten(node, status.st_size, status.st_blocks, status.st_mtim.tv_sec,
+                    status.st_mtim.tv_nsec);
 }
 
 }  // namespace
@@ -89,14 +82,14 @@ void WritableFile::prepare(bool keepContents) {
       throw ContentError(EIO, "the contents to be changed are not here");
     }
     name = node->name;
-    const std::optional<Change> change = journal::find(writer.connection(), node_);
+    const std::optional<Change> change = journal::find(writer, node_);
     const bool sending = change && change->sent && change->sentContent == node->content;
-    wasDurable = node->state == ContentState::downloaded &&
-                 durableContent(writer.connection(), node->content);
+    wasDurable =
+        node->state == ContentState::downloaded && contentRows::isDurable(writer, node->content);
     fresh = node->content;
     if (node->content != kNoContent && !sending) return;
     copied = keepContents ? node->content : kNoContent;
-    fresh = writer.reserveContent(node_);
+    fresh = contentRows::reserve(writer, node_);
     incoming.emplace(owner_.store_, fresh);
   };
   // Emptying a file is one of the ways to make room.
@@ -116,17 +109,15 @@ void WritableFile::prepare(bool keepContents) {
   const auto note = [&](ReplicaWriter& writer) {
     const std::optional<Node> node = writer.node(node_);
     if (!node) throw ContentError(ESTALE, "the file is gone");
-    sqlite::Connection& database = writer.connection();
-    database.cached("UPDATE content SET used=1,durable=0 WHERE id=?").bind(fresh).run();
-    database.cached("UPDATE node SET state=2,content=? WHERE id=?").bind(fresh, node_).run();
+    nodeContents::beginChange(writer, node_, fresh);
     writer.setError(node_, "");
     if (node->parent == kNoNode) return;
-    const std::optional<Change> known = journal::find(database, node_);
+    const std::optional<Change> known = journal::find(writer, node_);
     // A file that the host does not know and that has no change stays here.
     if (node->identifier.empty() && !known) return;
     Change change = journal::begin(writer, *node, due);
     change.contents = true;
-    journal::put(database, change);
+    journal::put(writer, change);
   };
   replica.write(durability, note, room);
   content_ = fresh;
@@ -224,12 +215,8 @@ LocalFiles::~LocalFiles() {
 }
 
 void LocalFiles::start() {
-  const auto dirty = replica_.read([](ReplicaReader& reader) {
-    return reader.ids(
-        "SELECT node FROM pending WHERE contents=1 AND node>?1 UNION SELECT id FROM node INDEXED "
-        "BY node_unknown WHERE identifier IS NULL AND state=2 AND id>?1 LIMIT ?2",
-        0, -1);
-  });
+  const auto dirty =
+      replica_.read([](ReplicaReader& reader) { return nodeContents::changed(reader); });
   if (dirty.empty()) return;
   const auto note = [&](ReplicaWriter& writer) {
     for (NodeId id : dirty) {
@@ -287,7 +274,7 @@ std::shared_ptr<WritableFile> LocalFiles::open(NodeId id, int& error) try {
   bool journaled = false;
   const auto node = replica_.readBriefly([&](ReplicaReader& reader) {
     std::optional<Node> row = reader.node(id);
-    journaled = row && isJournaled(reader.connection(), *row);
+    journaled = row && isJournaled(reader, *row);
     return row;
   });
   if (!node) {
@@ -354,15 +341,10 @@ void LocalFiles::updateRow(ReplicaWriter& writer, WritableFile& file) {
   struct stat status = {};
   if (!node || node->content != file.content_ || ::fstat(file.file_.get(), &status) != 0) return;
   noteFile(writer, file.node_, status);
-  sqlite::Connection& database = writer.connection();
-  database
-      .cached(
-          "UPDATE content SET blocks=?1,durable=0 WHERE id=?2 AND NOT (blocks=?1 AND durable=0)")
-      .bind(static_cast<std::int64_t>(status.st_blocks), file.content_)
-      .run();
+  contentRows::setWritten(writer, file.content_, status.st_blocks);
   store_.addUsed((status.st_blocks - node->blocks) * 512);
-  database.cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(file.node_).run();
-  journal::postpone(database, file.node_, clock_() + quiet_);
+  localTimes::note(writer, file.node_);
+  journal::postpone(writer, file.node_, clock_() + quiet_);
 }
 
 void LocalFiles::wakeKeeper() {
@@ -472,7 +454,7 @@ int LocalFiles::setModified(NodeId id, const timespec& modified) try {
     // The times of what was written last are in before those that a program sets.
     if (changed) updateRow(writer, *file);
     writer.setModified(id, modified.tv_sec, modified.tv_nsec);
-    writer.connection().cached("INSERT OR IGNORE INTO local_time VALUES (?)").bind(id).run();
+    localTimes::note(writer, id);
     const std::optional<Node> node = writer.node(id);
     if (node && node->state == ContentState::dirty) dirty = node->content;
   });

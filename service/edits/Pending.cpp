@@ -1,6 +1,7 @@
 #include "service/edits/Pending.h"
 
 #include "service/base/Names.h"
+#include "service/replica/JournalTree.h"
 
 namespace tulo::pending {
 
@@ -18,7 +19,7 @@ std::string basePath(ReplicaReader& reader, const Change& change, int depth = 0)
   const std::optional<Node> folder = reader.nodeFor(change.baseParent);
   if (!folder || folder->id == kRootNode || depth > kDeepest) return name;
   if (folder->parent != kNoNode) return joined(pathOf(reader, folder->id), name);
-  const std::optional<Change> deleted = journal::find(reader.connection(), folder->id);
+  const std::optional<Change> deleted = journal::find(reader, folder->id);
   return deleted ? joined(basePath(reader, *deleted, depth + 1), name) : name;
 }
 
@@ -53,51 +54,14 @@ Item describe(ReplicaReader& reader, const Change& change) {
   return item;
 }
 
-std::vector<NodeId> within(ReplicaReader& reader, NodeId node) {
-  // What is deleted is in no folder any more; its former one is the one that the host has it in.
-  sqlite::Statement& statement = reader.connection().cached(
-      "WITH RECURSIVE up(change,id,depth) AS (SELECT node,node,0 FROM pending UNION ALL "
-      "SELECT up.change,coalesce(node.parent,(SELECT above.id FROM pending JOIN node AS above ON "
-      "above.identifier=pending.base_parent WHERE pending.node=up.id AND deleted=1)),depth+1 FROM "
-      "up JOIN node ON node.id=up.id WHERE depth<?2) "
-      "SELECT change FROM up WHERE id=?1 ORDER BY depth DESC,change DESC");
-  statement.bind(node, kDeepest);
-  sqlite::StatementUse use(statement);
-  std::vector<NodeId> result;
-  while (statement.step())
-    result.push_back(static_cast<NodeId>(statement.integer(0)));
-  return result;
-}
-
 NodeId deletedFrom(ReplicaReader& reader, NodeId folder, std::string_view name) {
   const std::optional<Node> parent = reader.node(folder);
   const std::string filename = names::filename(name).value_or(std::string(name));
   if (!parent) return kNoNode;
-  for (const Change& change : journal::basedOn(reader.connection(), parent->identifier, filename)) {
+  for (const Change& change : journal::basedOn(reader, parent->identifier, filename)) {
     if (change.deleted) return change.node;
   }
   return kNoNode;
-}
-
-std::vector<std::string> localIn(ReplicaReader& reader, NodeId folder, std::int64_t limit) {
-  sqlite::Statement& statement = reader.connection().cached(
-      "WITH RECURSIVE below(id,path) AS (SELECT id,name FROM node WHERE parent=?1 UNION ALL "
-      "SELECT node.id,below.path||'/'||node.name FROM node JOIN below ON node.parent=below.id) "
-      "SELECT path FROM below JOIN node USING (id) WHERE identifier IS NULL AND NOT EXISTS "
-      "(SELECT 1 FROM pending WHERE pending.node=id) LIMIT ?2");
-  statement.bind(folder, limit);
-  sqlite::StatementUse use(statement);
-  std::vector<std::string> result;
-  while (statement.step())
-    result.emplace_back(statement.text(0));
-  return result;
-}
-
-std::int64_t localItems(ReplicaReader& reader) {
-  return reader.integer(
-      "SELECT (SELECT count(*) FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND "
-      "parent>0 AND NOT EXISTS (SELECT 1 FROM pending WHERE pending.node=node.id)) + "
-      "(SELECT count(*) FROM pending WHERE held=1)");
 }
 
 }  // namespace tulo::pending

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "service/replica/Journal.h"
 #include "service/replica/Replica.h"
@@ -31,16 +30,7 @@ std::string pathOf(ReplicaReader& reader, NodeId node);
 
 Item describe(ReplicaReader& reader, const Change& change);
 
-// The changes of the node and of all that is or was below it; what is deepest comes first.
-std::vector<NodeId> within(ReplicaReader& reader, NodeId node);
-
 // The item deleted here that had the name in the folder; kNoNode when there is none.
 NodeId deletedFrom(ReplicaReader& reader, NodeId folder, std::string_view name);
-
-// The paths, from the folder down, of what is in it and stays on this machine: some of them.
-std::vector<std::string> localIn(ReplicaReader& reader, NodeId folder, std::int64_t limit);
-
-// How many items are known here only and not about to go up.
-std::int64_t localItems(ReplicaReader& reader);
 
 }  // namespace tulo::pending

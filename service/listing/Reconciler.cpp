@@ -8,6 +8,11 @@
 
 #include "service/base/Names.h"
 #include "service/replica/Journal.h"
+#include "service/replica/JournalTree.h"
+#include "service/replica/KeptNodes.h"
+#include "service/replica/LocalTimes.h"
+#include "service/replica/Meta.h"
+#include "service/replica/NodeContents.h"
 
 namespace tulo {
 
@@ -69,8 +74,8 @@ class Pass {
     insertNew();
     finishFolder();
     writer_.setListed(folder_, stamp.generation, incomplete_ ? std::string() : digest);
-    writer_.setMeta("generation", static_cast<std::int64_t>(stamp.generation));
-    writer_.setMeta("fingerprint", std::string_view(stamp.fingerprint));
+    meta::set(writer_, "generation", static_cast<std::int64_t>(stamp.generation));
+    meta::set(writer_, "fingerprint", std::string_view(stamp.fingerprint));
     return true;
   }
 
@@ -80,25 +85,18 @@ class Pass {
 
  private:
   void loadChanges() {
-    sqlite::Connection& database = writer_.connection();
-    nothingPending_ = journal::isEmpty(database);
+    nothingPending_ = journal::isEmpty(writer_);
     if (nothingPending_) return;
-    for (Change& change : journal::inFolder(database, folder_)) {
+    for (Change& change : journal::inFolder(writer_, folder_)) {
       changes_.emplace(change.node, std::move(change));
     }
-    for (Change& change : journal::basedIn(database, identifier_)) {
+    for (Change& change : journal::basedIn(writer_, identifier_)) {
       changes_.emplace(change.node, std::move(change));
     }
     // What was moved away or deleted here meanwhile must not turn up a second time.
-    sqlite::Statement& sent =
-        database.cached("SELECT node FROM pending WHERE sent=1 AND sent_parent=?");
-    sent.bind(identifier_);
-    std::vector<NodeId> nodes;
-    for (sqlite::StatementUse use(sent); sent.step();) {
-      nodes.push_back(static_cast<NodeId>(sent.integer(0)));
+    for (Change& change : journal::sentInto(writer_, identifier_)) {
+      changes_.emplace(change.node, std::move(change));
     }
-    for (NodeId node : nodes)
-      changes_.emplace(node, *journal::find(database, node));
   }
 
   Change* changeOf(NodeId node) {
@@ -111,7 +109,7 @@ class Pass {
     if (change.baseParent == identifier_ && change.baseFilename == item.filename) return;
     change.baseParent = identifier_;
     change.baseFilename = item.filename;
-    journal::put(writer_.connection(), change);
+    journal::put(writer_, change);
   }
 
   // A name or contents that were changed here stay until the host has them; the rest follows it.
@@ -155,7 +153,7 @@ class Pass {
     if (nothingPending_) return false;
     const std::optional<Node> known = writer_.nodeFor(item.identifier);
     if (!known || known->parent == folder_) return false;
-    std::optional<Change> change = journal::find(writer_.connection(), known->id);
+    std::optional<Change> change = journal::find(writer_, known->id);
     if (!change) return false;
     // Moved or deleted here; or moved there and changed here, which is no reason not to follow.
     const std::optional<Node> parent = writer_.node(known->parent);
@@ -172,7 +170,7 @@ class Pass {
       incomplete_ = true;
       return true;
     }
-    if (node.kind != NodeKind::folder || !journal::anyBelow(writer_.connection(), node.id)) {
+    if (node.kind != NodeKind::folder || !journal::anyBelow(writer_, node.id)) {
       return false;
     }
     becomeLocal(node);
@@ -181,14 +179,13 @@ class Pass {
 
   // The host deleted a folder in which something new waits: the folder is made again for it.
   void becomeLocal(const Node& folder) {
-    sqlite::Connection& database = writer_.connection();
-    database.cached("UPDATE node SET identifier=NULL,digest=NULL WHERE id=?").bind(folder.id).run();
+    writer_.clearItem(folder.id);
     Change change = journal::begin(writer_, folder, 0);
     change.baseParent.clear();
     change.baseFilename.clear();
-    journal::put(database, change);
+    journal::put(writer_, change);
     for (const Node& child : writer_.childNodes(folder.id)) {
-      if (!journal::anyBelow(database, child.id)) {
+      if (!journal::anyBelow(writer_, child.id)) {
         writer_.detach(child.id, std::time(nullptr));
         invalidations_.push_back(entryDeleted(folder.id, child.id, child.name));
       } else if (child.kind == NodeKind::folder && !child.identifier.empty()) {
@@ -277,7 +274,7 @@ class Pass {
     node.metadataVersion = item.metadataVersion;
     writer_.update(node);
     if (node.kind == NodeKind::folder && node.kept != kept.before.kept) {
-      writer_.setKeptBelow(node.id, node.kept);
+      keptNodes::setBelow(writer_, node.id, node.kept);
     }
     const bool moved = kept.before.parent != folder_ || node.name != kept.before.name;
     if (moved) noteMoved(kept.before, node.name);
@@ -290,16 +287,8 @@ class Pass {
 
   // Times that were set here stay until the host has other contents.
   bool keepsTime(const Node& node, bool newContents) {
-    sqlite::Statement& statement =
-        writer_.connection().cached("SELECT 1 FROM local_time WHERE node=?").bind(node.id);
-    bool keeps = false;
-    {
-      sqlite::StatementUse use(statement);
-      keeps = statement.step();
-    }
-    if (keeps && newContents) {
-      writer_.connection().cached("DELETE FROM local_time WHERE node=?").bind(node.id).run();
-    }
+    const bool keeps = localTimes::isNoted(writer_, node.id);
+    if (keeps && newContents) localTimes::forget(writer_, node.id);
     return keeps && !newContents;
   }
 
@@ -317,7 +306,7 @@ class Pass {
   void replaceContents(const Node& before, const std::string& name) {
     if (before.state == ContentState::dirty) return;
     if (!gateHeld_) throw NeedsGate();
-    writer_.dropContent(before.id);
+    nodeContents::drop(writer_, before.id);
     if (!openFiles_.isOpen(before.id)) {
       invalidations_.push_back(dataChanged(before.id));
       return;

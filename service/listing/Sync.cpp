@@ -10,6 +10,7 @@
 
 #include "service/base/ServiceLog.h"
 #include "service/errors/Errno.h"
+#include "service/replica/Meta.h"
 
 namespace tulo {
 
@@ -61,8 +62,8 @@ void Sync::loadGeneration() {
   std::int64_t generation = 1;
   std::string fingerprint;
   replica_.read([&](ReplicaReader& reader) {
-    generation = reader.metaInteger("generation");
-    fingerprint = reader.metaText("fingerprint");
+    generation = meta::integer(reader, "generation");
+    fingerprint = meta::text(reader, "fingerprint");
   });
   std::lock_guard lock(sourceMutex_);
   fingerprint_ = source_.fingerprint();
@@ -127,12 +128,7 @@ void Sync::refresh(NodeId folder, RefreshCompletion completion) {
 
 std::optional<std::string> Sync::largeFolder(NodeId folder) {
   return replica_.read([&](ReplicaReader& reader) -> std::optional<std::string> {
-    sqlite::Statement& count = reader.connection().cached(
-        "SELECT count(*) FROM (SELECT 1 FROM node WHERE parent=? LIMIT ?)");
-    {
-      sqlite::StatementUse use(count);
-      if (!count.bind(folder, kLargeFolder).step() || count.integer(0) < kLargeFolder) return {};
-    }
+    if (!reader.hasAtLeast(folder, kLargeFolder)) return std::nullopt;
     const std::optional<Node> node = reader.node(folder);
     if (!node || node->identifier.empty()) return std::nullopt;
     return node->identifier;
@@ -315,8 +311,8 @@ void Sync::saveVerified() {
     for (const auto& [folder, generation] : verified) {
       if (generation == now) writer.setListedGeneration(folder, now);
     }
-    writer.setMeta("generation", static_cast<std::int64_t>(now));
-    writer.setMeta("fingerprint", std::string_view(fingerprint));
+    meta::set(writer, "generation", static_cast<std::int64_t>(now));
+    meta::set(writer, "fingerprint", std::string_view(fingerprint));
   });
 }
 

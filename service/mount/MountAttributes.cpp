@@ -48,7 +48,7 @@ std::optional<std::string> pendingOf(const Subject& subject) {
 std::optional<Subject> subject(ReplicaReader& reader, NodeId id) {
   const std::optional<Node> node = reader.node(id);
   if (!node) return std::nullopt;
-  return Subject{*node, journal::find(reader.connection(), id)};
+  return Subject{*node, journal::find(reader, id)};
 }
 
 std::optional<std::string> value(const Subject& subject, std::string_view name,

@@ -23,7 +23,7 @@ NodeId MountSession::nodeNamed(NodeId folder, const std::string& name) {
 bool MountSession::isUnsent(NodeId file) {
   return parts_.replica.read([&](ReplicaReader& reader) {
     const std::optional<Entry> entry = reader.entry(file);
-    const std::optional<Change> change = journal::find(reader.connection(), file);
+    const std::optional<Change> change = journal::find(reader, file);
     return entry && entry->size > 0 && change && change->contents && !change->attention;
   });
 }

@@ -37,8 +37,8 @@ std::vector<Change> rows(sqlite::Statement& statement) {
   return result;
 }
 
-sqlite::Statement& query(sqlite::Connection& database, const std::string& condition) {
-  return database.cached(kColumns + condition);
+sqlite::Statement& query(ReplicaReader& reader, const std::string& condition) {
+  return reader.connection().cached(kColumns + condition);
 }
 
 bool exists(sqlite::Statement& statement) {
@@ -48,13 +48,13 @@ bool exists(sqlite::Statement& statement) {
 
 }  // namespace
 
-std::optional<Change> find(sqlite::Connection& database, NodeId node) {
-  const auto found = rows(query(database, " WHERE pending.node=?").bind(node));
+std::optional<Change> find(ReplicaReader& reader, NodeId node) {
+  const auto found = rows(query(reader, " WHERE pending.node=?").bind(node));
   return found.empty() ? std::nullopt : std::optional<Change>(found.front());
 }
 
-void put(sqlite::Connection& database, const Change& change) {
-  database
+void put(ReplicaWriter& writer, const Change& change) {
+  writer.connection()
       .cached(
           "INSERT OR REPLACE INTO pending (node,sequence,deleted,contents,base_parent,"
           "base_filename,base_version,due,attempts,sent,sent_content,attention,held,reason,"
@@ -66,8 +66,8 @@ void put(sqlite::Connection& database, const Change& change) {
       .run();
 }
 
-void erase(sqlite::Connection& database, NodeId node) {
-  database.cached("DELETE FROM pending WHERE node=?").bind(node).run();
+void erase(ReplicaWriter& writer, NodeId node) {
+  writer.connection().cached("DELETE FROM pending WHERE node=?").bind(node).run();
 }
 
 Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due) {
@@ -79,8 +79,7 @@ Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due) {
 }
 
 Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
-  sqlite::Connection& database = writer.connection();
-  std::optional<Change> found = find(database, node.id);
+  std::optional<Change> found = find(writer, node.id);
   Change change = found.value_or(Change());
   if (!found) {
     change.node = node.id;
@@ -107,18 +106,21 @@ bool again(ReplicaWriter& writer, NodeId node, std::int64_t due) {
       .bind(writer.nextSequence(), node)
       .run();
   if (database.changes() == 0) return false;
-  postpone(database, node, due);
+  postpone(writer, node, due);
   return true;
 }
 
-void postpone(sqlite::Connection& database, NodeId node, std::int64_t due) {
-  database.cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1").bind(due, node).run();
+void postpone(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+  writer.connection()
+      .cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1")
+      .bind(due, node)
+      .run();
 }
 
-std::vector<Due> due(sqlite::Connection& database, std::int64_t now, std::int64_t afterDue,
+std::vector<Due> due(ReplicaReader& reader, std::int64_t now, std::int64_t afterDue,
                      NodeId afterNode, std::int64_t limit) {
   sqlite::Statement& statement =
-      database
+      reader.connection()
           .cached(
               "SELECT due,node FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 "
               "AND due<=?1 AND (due,node)>(?2,?3) ORDER BY due,node LIMIT ?4")
@@ -129,68 +131,48 @@ std::vector<Due> due(sqlite::Connection& database, std::int64_t now, std::int64_
   return result;
 }
 
-std::vector<Change> all(sqlite::Connection& database, std::int64_t limit) {
-  return rows(query(database, " ORDER BY attention DESC, sequence LIMIT ?").bind(limit));
+std::vector<Change> all(ReplicaReader& reader, std::int64_t limit) {
+  return rows(query(reader, " ORDER BY attention DESC, sequence LIMIT ?").bind(limit));
 }
 
-std::vector<Change> basedOn(sqlite::Connection& database, const std::string& parent,
+std::vector<Change> basedOn(ReplicaReader& reader, const std::string& parent,
                             const std::string& filename) {
-  return rows(query(database, " WHERE base_parent=? AND base_filename=? AND base_parent<>x''")
+  return rows(query(reader, " WHERE base_parent=? AND base_filename=? AND base_parent<>x''")
                   .bind(parent, filename));
 }
 
-std::vector<Change> basedIn(sqlite::Connection& database, const std::string& parent) {
-  return rows(query(database, " WHERE base_parent=? AND base_parent<>x''").bind(parent));
+std::vector<Change> basedIn(ReplicaReader& reader, const std::string& parent) {
+  return rows(query(reader, " WHERE base_parent=? AND base_parent<>x''").bind(parent));
 }
 
-bool anyBasedIn(sqlite::Connection& database, const std::string& parent, NodeId except) {
+bool anyBasedIn(ReplicaReader& reader, const std::string& parent, NodeId except) {
   return exists(
-      database
+      reader.connection()
           .cached(
               "SELECT 1 FROM pending WHERE base_parent=? AND base_parent<>x'' AND node<>? LIMIT 1")
           .bind(parent, except));
 }
 
-std::vector<Change> sentTo(sqlite::Connection& database, const std::string& parent,
+std::vector<Change> sentTo(ReplicaReader& reader, const std::string& parent,
                            const std::string& filename) {
-  return rows(query(database, " WHERE sent=1 AND sent_parent=? AND sent_filename=?")
-                  .bind(parent, filename));
-}
-
-std::vector<Change> inFolder(sqlite::Connection& database, NodeId folder) {
   return rows(
-      query(database, " JOIN node ON node.id=pending.node WHERE node.parent=?").bind(folder));
+      query(reader, " WHERE sent=1 AND sent_parent=? AND sent_filename=?").bind(parent, filename));
 }
 
-bool isEmpty(sqlite::Connection& database) {
-  return !exists(database.cached("SELECT 1 FROM pending LIMIT 1").bind());
+std::vector<Change> sentInto(ReplicaReader& reader, const std::string& parent) {
+  return rows(query(reader, " WHERE sent=1 AND sent_parent=?").bind(parent));
 }
 
-std::vector<NodeId> localNodes(sqlite::Connection& database, std::int64_t limit) {
-  sqlite::Statement& statement =
-      database
-          .cached(
-              "SELECT id FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND parent>0 "
-              "AND id NOT IN (SELECT node FROM pending) UNION SELECT node FROM pending WHERE "
-              "held=1 ORDER BY 1 LIMIT ?")
-          .bind(limit);
-  std::vector<NodeId> result;
-  for (sqlite::StatementUse use(statement); statement.step();)
-    result.push_back(static_cast<NodeId>(statement.integer(0)));
-  return result;
+std::vector<Change> inFolder(ReplicaReader& reader, NodeId folder) {
+  return rows(query(reader, " JOIN node ON node.id=pending.node WHERE node.parent=?").bind(folder));
 }
 
-bool anyBelow(sqlite::Connection& database, NodeId node) {
-  return exists(database
-                    .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM "
-                            "node JOIN below ON node.parent=below.id) SELECT 1 FROM below JOIN "
-                            "node USING (id) WHERE node.identifier IS NULL OR id IN (SELECT node "
-                            "FROM pending) LIMIT 1")
-                    .bind(node));
+bool isEmpty(ReplicaReader& reader) {
+  return !exists(reader.connection().cached("SELECT 1 FROM pending LIMIT 1").bind());
 }
 
-std::optional<std::int64_t> nextDue(sqlite::Connection& database, std::int64_t now) {
-  sqlite::Statement& statement = database.cached(
+std::optional<std::int64_t> nextDue(ReplicaReader& reader, std::int64_t now) {
+  sqlite::Statement& statement = reader.connection().cached(
       "SELECT min(due) FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 AND due>?");
   statement.bind(now);
   sqlite::StatementUse use(statement);
@@ -198,10 +180,10 @@ std::optional<std::int64_t> nextDue(sqlite::Connection& database, std::int64_t n
   return statement.integer(0);
 }
 
-Counts counts(sqlite::Connection& database) {
+Counts counts(ReplicaReader& reader) {
   Counts result;
-  sqlite::Statement& statement =
-      database.cached("SELECT count(*),coalesce(sum(attention),0) FROM pending WHERE held=0");
+  sqlite::Statement& statement = reader.connection().cached(
+      "SELECT count(*),coalesce(sum(attention),0) FROM pending WHERE held=0");
   statement.bind();
   sqlite::StatementUse use(statement);
   if (statement.step()) {
@@ -211,26 +193,25 @@ Counts counts(sqlite::Connection& database) {
   return result;
 }
 
-void hurry(sqlite::Connection& database, NodeId node, std::int64_t now) {
-  database
-      .cached(
-          "WITH RECURSIVE up(id) AS (SELECT ?1 UNION SELECT node.parent FROM node JOIN up "
-          "USING (id) WHERE node.parent IS NOT NULL) UPDATE pending SET due=min(due,?2) "
-          "WHERE attention=0 AND held=0 AND node IN (SELECT id FROM up)")
-      .bind(node, now)
+void hurryAll(ReplicaWriter& writer, std::int64_t now) {
+  writer.connection()
+      .cached("UPDATE pending SET due=min(due,?) WHERE attention=0 AND held=0")
+      .bind(now)
       .run();
 }
 
-void retry(sqlite::Connection& database, std::int64_t now, bool refused) {
-  database.cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
+void retry(ReplicaWriter& writer, std::int64_t now, bool refused) {
+  writer.connection()
+      .cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
       .bind(now)
       .run();
   if (!refused) return;
-  database
+  writer.connection()
       .cached("UPDATE node SET error=NULL WHERE id IN (SELECT node FROM pending WHERE attention=1)")
       .bind()
       .run();
-  database.cached("UPDATE pending SET attention=0,attempts=0,due=? WHERE attention=1")
+  writer.connection()
+      .cached("UPDATE pending SET attention=0,attempts=0,due=? WHERE attention=1")
       .bind(now)
       .run();
 }

@@ -4,7 +4,7 @@
 // coalesce by themselves: the difference is worked out when it is sent. The sequence orders changes
 // that depend on one another.
 //
-// Threads: the functions run inside the transaction or reading session of the connection.
+// Threads: the functions run inside the transaction or reading session that they are given.
 // Errors: DatabaseError.
 #pragma once
 
@@ -43,9 +43,9 @@ struct Counts {
   std::int64_t attention = 0;
 };
 
-std::optional<Change> find(sqlite::Connection& database, NodeId node);
-void put(sqlite::Connection& database, const Change& change);
-void erase(sqlite::Connection& database, NodeId node);
+std::optional<Change> find(ReplicaReader& reader, NodeId node);
+void put(ReplicaWriter& writer, const Change& change);
+void erase(ReplicaWriter& writer, NodeId node);
 
 // The row of a node that is made just now. To be put() afterwards.
 Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due);
@@ -57,40 +57,38 @@ Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due);
 // begin() and put() for a change that is there already; false when there is none.
 bool again(ReplicaWriter& writer, NodeId node, std::int64_t due);
 // Nothing else of the change is different.
-void postpone(sqlite::Connection& database, NodeId node, std::int64_t due);
+void postpone(ReplicaWriter& writer, NodeId node, std::int64_t due);
 
 struct Due {
   std::int64_t due = 0;
   NodeId node = kNoNode;
 };
 // Waiting changes that are due, after the given one.
-std::vector<Due> due(sqlite::Connection& database, std::int64_t now, std::int64_t afterDue,
+std::vector<Due> due(ReplicaReader& reader, std::int64_t now, std::int64_t afterDue,
                      NodeId afterNode, std::int64_t limit);
-std::vector<Change> all(sqlite::Connection& database, std::int64_t limit);
+std::vector<Change> all(ReplicaReader& reader, std::int64_t limit);
 // The changes whose base is that place.
-std::vector<Change> basedOn(sqlite::Connection& database, const std::string& parent,
+std::vector<Change> basedOn(ReplicaReader& reader, const std::string& parent,
                             const std::string& filename);
 // The changes whose base is in that folder.
-std::vector<Change> basedIn(sqlite::Connection& database, const std::string& parent);
+std::vector<Change> basedIn(ReplicaReader& reader, const std::string& parent);
 // Whether there is one but that of the node.
-bool anyBasedIn(sqlite::Connection& database, const std::string& parent, NodeId except);
+bool anyBasedIn(ReplicaReader& reader, const std::string& parent, NodeId except);
 // The changes of which it is not known whether they gave an item that place.
-std::vector<Change> sentTo(sqlite::Connection& database, const std::string& parent,
+std::vector<Change> sentTo(ReplicaReader& reader, const std::string& parent,
                            const std::string& filename);
+// The same for any place in that folder.
+std::vector<Change> sentInto(ReplicaReader& reader, const std::string& parent);
 // The changes of nodes that are in the folder here.
-std::vector<Change> inFolder(sqlite::Connection& database, NodeId folder);
-bool isEmpty(sqlite::Connection& database);
-// The nodes that stay here, by number: the host hears neither of them nor of what is done to them.
-std::vector<NodeId> localNodes(sqlite::Connection& database, std::int64_t limit);
-// Whether the node or anything below it has a change or is known here only.
-bool anyBelow(sqlite::Connection& database, NodeId node);
+std::vector<Change> inFolder(ReplicaReader& reader, NodeId folder);
+bool isEmpty(ReplicaReader& reader);
 // When the next change becomes due after `now`.
-std::optional<std::int64_t> nextDue(sqlite::Connection& database, std::int64_t now);
-Counts counts(sqlite::Connection& database);
-// Makes the waiting change of the node, and those of the folders that it is in, due at `now`.
-void hurry(sqlite::Connection& database, NodeId node, std::int64_t now);
+std::optional<std::int64_t> nextDue(ReplicaReader& reader, std::int64_t now);
+Counts counts(ReplicaReader& reader);
+// Makes all that waits due at `now`.
+void hurryAll(ReplicaWriter& writer, std::int64_t now);
 // Retries at once what failed, or (all) also what was refused.
-void retry(sqlite::Connection& database, std::int64_t now, bool refused);
+void retry(ReplicaWriter& writer, std::int64_t now, bool refused);
 
 }  // namespace journal
 

@@ -10,7 +10,10 @@
 
 #include "platform/FileProvider.h"
 #include "service/base/FaultPoints.h"
+#include "service/replica/ContentRows.h"
 #include "service/replica/Journal.h"
+#include "service/replica/JournalTree.h"
+#include "service/replica/NodeContents.h"
 
 namespace tulo {
 
@@ -25,7 +28,7 @@ NodeId insertUnsent(ReplicaWriter& writer, Node node) {
   node.id = writer.insert(node);
   Change change = journal::begin(writer, node, 0);
   change.contents = node.kind == NodeKind::file;
-  journal::put(writer.connection(), change);
+  journal::put(writer, change);
   return node.id;
 }
 
@@ -56,21 +59,6 @@ std::string freeName(ReplicaWriter& writer, NodeId folder, const std::string& na
   return candidate;
 }
 
-std::vector<NodeId> changedBelow(sqlite::Connection& database, NodeId node) {
-  sqlite::Statement& statement =
-      database
-          .cached(
-              "WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM node JOIN "
-              "below ON node.parent=below.id) SELECT id FROM below JOIN node USING (id) JOIN "
-              "pending ON pending.node=id WHERE state=2 AND pending.deleted=0")
-          .bind(node);
-  sqlite::StatementUse use(statement);
-  std::vector<NodeId> result;
-  while (statement.step())
-    result.push_back(static_cast<NodeId>(statement.integer(0)));
-  return result;
-}
-
 std::uint64_t numberOf(const std::string& path) {
   return std::strtoull(std::filesystem::path(path).filename().c_str(), nullptr, 10);
 }
@@ -78,22 +66,21 @@ std::uint64_t numberOf(const std::string& path) {
 }  // namespace
 
 void rescueChanged(ReplicaWriter& writer, NodeId id) {
-  sqlite::Connection& database = writer.connection();
-  for (NodeId changed : changedBelow(database, id)) {
+  for (NodeId changed : journal::changedContentsBelow(writer, id)) {
     std::optional<Node> node = writer.node(changed);
     const NodeId folder = recoveryFolder(writer);
     node->parent = folder;
     node->name = freeName(writer, folder, node->name);
     node->filename = node->name;
     writer.update(*node);
-    database.cached("UPDATE node SET identifier=NULL WHERE id=?").bind(changed).run();
+    writer.clearIdentifier(changed);
     Change change = journal::begin(writer, *node, 0);
     change.contents = true;
     change.baseParent.clear();
     change.baseFilename.clear();
     change.baseVersion.clear();
     change.sent = false;
-    journal::put(database, change);
+    journal::put(writer, change);
   }
 }
 
@@ -101,7 +88,7 @@ std::size_t recoverContents(Replica& replica, ContentStore& store) {
   const std::vector<ContentStore::Named> files = store.named();
   const ContentId highest = store.highestNumber();
   replica.write(Durability::durable, [&](ReplicaWriter& writer) {
-    writer.skipContents(ContentId(highest.number() + 1));
+    contentRows::skip(writer, ContentId(highest.number() + 1));
     if (files.empty()) return;
     const NodeId folder = recoveryFolder(writer);
     for (const ContentStore::Named& file : files) {
@@ -112,14 +99,8 @@ std::size_t recoverContents(Replica& replica, ContentStore& store) {
       node.name = freeName(writer, folder, file.name);
       node.size = status.st_size;
       const NodeId id = insertUnsent(writer, node);
-      const std::uint64_t content = numberOf(file.path);
-      sqlite::Connection& database = writer.connection();
-      database.cached("INSERT OR REPLACE INTO content (id,node,used,blocks) VALUES (?,?,1,?)")
-          .bind(content, id, static_cast<std::int64_t>(status.st_blocks))
-          .run();
-      database.cached("UPDATE node SET state=2,content=?,size=?,blocks=? WHERE id=?")
-          .bind(content, node.size, static_cast<std::int64_t>(status.st_blocks), id)
-          .run();
+      nodeContents::recover(writer, id, ContentId(numberOf(file.path)), node.size,
+                            status.st_blocks);
     }
     faultPoint("recovery.inserted");
   });

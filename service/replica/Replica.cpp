@@ -66,7 +66,6 @@ Replica::Replica(const std::string& directory)
   openOrSetAside();
   writer_ = std::make_unique<ReplicaWriter>(path_);
   writer_->connection().countLogFrames(logFrames_);
-  briefReader_ = std::make_unique<ReplicaReader>(writer_->connection());
 }
 
 Replica::~Replica() {

@@ -60,14 +60,15 @@ struct OpenLookup {
 class ReplicaReader {
  public:
   explicit ReplicaReader(const std::string& path);
-  // Reads on a connection that somebody else has, and that outlives this.
-  explicit ReplicaReader(sqlite::Connection& database);
 
   std::optional<Entry> entry(NodeId id);
   std::optional<Node> node(NodeId id);
   std::optional<OpenLookup> openLookup(NodeId id);
   std::optional<Node> nodeFor(std::string_view identifier);
   NameLookup lookup(NodeId folder, std::string_view name);
+  std::optional<NodeId> childNamed(NodeId folder, std::string_view name);
+  // Whether so many are in the folder.
+  bool hasAtLeast(NodeId folder, std::int64_t count);
   // The generation that the folder was listed for; nothing when it is gone.
   std::optional<std::uint64_t> listed(NodeId folder);
   // The children after the given number, by number, until the visitor returns false.
@@ -76,22 +77,14 @@ class ReplicaReader {
   std::vector<Node> childNodes(NodeId folder);
   // Path components from the root down; empty for the root and for what is not in the tree.
   std::vector<std::string> path(NodeId id);
-  // Node numbers from the query, whose only column they are.
-  std::vector<NodeId> ids(std::string_view sql, std::int64_t argument, std::int64_t limit);
-  // The same for numbers of contents.
-  std::vector<ContentId> contentIds(std::string_view sql, std::int64_t argument,
-                                    std::int64_t limit);
-  std::int64_t metaInteger(std::string_view key);
-  std::string metaText(std::string_view key);
-  std::int64_t integer(std::string_view sql) { return database_.integer(sql); }
   std::vector<Node> failedNodes(std::size_t limit);
-  sqlite::Connection& connection() { return database_; }
+  sqlite::Connection& connection() { return *database_; }
+
+ protected:
+  explicit ReplicaReader(std::unique_ptr<sqlite::Connection> database);
 
  private:
-  explicit ReplicaReader(std::unique_ptr<sqlite::Connection> own);
-
-  std::unique_ptr<sqlite::Connection> own_;
-  sqlite::Connection& database_;
+  std::unique_ptr<sqlite::Connection> database_;
   sqlite::Statement entry_;
   sqlite::Statement node_;
   sqlite::Statement open_;
@@ -100,12 +93,12 @@ class ReplicaReader {
   sqlite::Statement child_;
   sqlite::Statement children_;
   sqlite::Statement childNodes_;
-  sqlite::Statement meta_;
+  sqlite::Statement childNamed_;
 };
 
-// Changes of the replica, inside one transaction. Changing only the row: telling the kernel is the
-// caller's part.
-class ReplicaWriter {
+// Changes of the replica, inside one transaction, which the reading half sees as they are made.
+// Changing only the row: telling the kernel is the caller's part.
+class ReplicaWriter : public ReplicaReader {
  public:
   explicit ReplicaWriter(const std::string& path);
 
@@ -116,10 +109,6 @@ class ReplicaWriter {
   // gets its number, or kNoNode.
   static constexpr std::size_t kManyNodes = 16;
   void insertMany(std::vector<Node>& nodes);
-  std::optional<Node> node(NodeId id);
-  std::optional<Node> nodeFor(std::string_view identifier);
-  std::optional<NodeId> childNamed(NodeId folder, std::string_view name);
-  std::vector<Node> childNodes(NodeId folder);
   // Writes the columns that a provider's item fills, and the place in the tree.
   void update(const Node& node);
   // Takes the node out of the tree; its row stays until purged, so that an item that turns up
@@ -140,32 +129,29 @@ class ReplicaWriter {
   void setLastUsed(NodeId id, std::int64_t when);
   void setPinned(NodeId id, bool pinned);
   void setKept(NodeId id, bool kept);
-  // The same for everything under a folder; what is pinned itself stays kept.
-  void setKeptBelow(NodeId folder, bool kept);
+  // The item of the host's that the node is; empty: none.
+  void setIdentifier(NodeId id, std::string_view identifier);
+  void clearIdentifier(NodeId id) { setIdentifier(id, {}); }
+  // The host has no such item any more, nor a listing of it.
+  void clearItem(NodeId id);
+  void setContentVersion(NodeId id, std::string_view version);
+  void setVersions(NodeId id, std::string_view contentVersion, std::string_view metadataVersion);
+  void setMode(NodeId id, int mode);
+  // What was written to a file.
+  void setWritten(NodeId id, std::int64_t size, std::int64_t blocks, std::int64_t seconds,
+                  std::int64_t nanoseconds);
+  // The time of a folder in which something changed; not written when it has it.
+  void touch(NodeId id, std::int64_t seconds, std::int64_t nanoseconds);
+  // Out of the tree at once, but not to be purged: its change tells when it may be.
+  void takeOut(NodeId id);
   void remove(NodeId id);
 
   // Numbers changes in the order in which they were made.
   std::int64_t nextSequence();
 
-  // A number for contents that are about to come; unused until adopted.
-  ContentId reserveContent(NodeId node);
-  // The same in two steps, for contents of a node that has no row yet.
   ContentId nextContent();
-  void addContent(ContentId content, NodeId node, bool used);
   // Numbers below `first` are not given out.
   void skipContents(ContentId first);
-  // Makes the contents those of the node, whose former ones become unused.
-  void adoptContent(NodeId node, ContentId content, std::int64_t blocks);
-  // The node becomes dataless; its contents become unused.
-  void dropContent(NodeId node);
-  void setContentDurable(ContentId content);
-  // Returns the blocks that it took up; nothing when it is in use, and stays.
-  std::optional<std::int64_t> removeContent(ContentId content);
-
-  void setMeta(std::string_view key, std::int64_t value);
-  void setMeta(std::string_view key, std::string_view value);
-  void removeMeta(std::string_view key);
-  sqlite::Connection& connection() { return database_; }
 
  private:
   friend class Replica;
@@ -174,11 +160,6 @@ class ReplicaWriter {
   NodeId numberFor(const Node& node);
   void forgetReservations();
 
-  sqlite::Connection database_;
-  sqlite::Statement node_;
-  sqlite::Statement byIdentifier_;
-  sqlite::Statement childNamed_;
-  sqlite::Statement childNodes_;
   sqlite::Statement insert_;
   sqlite::Statement insertMany_;
   sqlite::Statement update_;
@@ -228,7 +209,7 @@ class Replica {
   auto readBriefly(Function&& function) try {
     const WriterLease lease(*this);
     if (!lease.held) return read(std::forward<Function>(function));
-    return function(*briefReader_);
+    return function(static_cast<ReplicaReader&>(*writer_));
   } catch (const sqlite::DatabaseError& error) {
     suspect(error);
     throw;
@@ -324,9 +305,8 @@ class Replica {
   std::mutex checkpointMutex_;
   std::unique_ptr<sqlite::Connection> checkpointer_;
 
-  // Only the current leader touches them; the reader has the writer's connection.
+  // Only the current leader touches it.
   std::unique_ptr<ReplicaWriter> writer_;
-  std::unique_ptr<ReplicaReader> briefReader_;
 
   std::atomic<std::uint64_t> commits_ = 0;
 

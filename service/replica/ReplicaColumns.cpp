@@ -52,4 +52,12 @@ Node nodeFrom(const sqlite::Statement& row) {
   return node;
 }
 
+std::vector<NodeId> idsFrom(sqlite::Statement& statement) {
+  sqlite::StatementUse use(statement);
+  std::vector<NodeId> result;
+  while (statement.step())
+    result.push_back(static_cast<NodeId>(statement.integer(0)));
+  return result;
+}
+
 }  // namespace tulo::columns

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "service/replica/Node.h"
 #include "sqlite/Connection.h"
@@ -15,5 +16,7 @@ std::string selectEntry();
 std::string selectNode();
 Entry entryFrom(const sqlite::Statement& row);
 Node nodeFrom(const sqlite::Statement& row);
+// All that a bound statement gives, whose first column is a node's number.
+std::vector<NodeId> idsFrom(sqlite::Statement& statement);
 
 }  // namespace tulo::columns

@@ -9,26 +9,22 @@ namespace tulo {
 ReplicaReader::ReplicaReader(const std::string& path)
     : ReplicaReader(std::make_unique<sqlite::Connection>(path, sqlite::Connection::Mode::queryOnly,
                                                          gatheringVfs())) {
-  database_.execute("PRAGMA cache_size=-2048");
+  database_->execute("PRAGMA cache_size=-2048");
 }
 
-ReplicaReader::ReplicaReader(std::unique_ptr<sqlite::Connection> own) : ReplicaReader(*own) {
-  own_ = std::move(own);
-}
-
-ReplicaReader::ReplicaReader(sqlite::Connection& database)
-    : database_(database),
-      entry_(database_.prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
-      node_(database_.prepare(columns::selectNode() + " WHERE id=?")),
-      open_(database_.prepare("SELECT kind,state,parent,content,size FROM node WHERE id=?")),
-      byIdentifier_(database_.prepare(columns::selectNode() + " WHERE identifier=?")),
-      folder_(database_.prepare("SELECT listed FROM node WHERE id=? AND parent IS NOT NULL")),
-      child_(database_.prepare(columns::selectEntry() + " WHERE parent=? AND name=?")),
-      children_(database_.prepare(columns::selectEntry() +
-                                  " INDEXED BY node_parent WHERE parent=? AND id>? ORDER BY id")),
-      childNodes_(database_.prepare(columns::selectNode() +
-                                    " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
-      meta_(database_.prepare("SELECT value FROM meta WHERE key=CAST(? AS TEXT)")) {}
+ReplicaReader::ReplicaReader(std::unique_ptr<sqlite::Connection> database)
+    : database_(std::move(database)),
+      entry_(database_->prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
+      node_(database_->prepare(columns::selectNode() + " WHERE id=?")),
+      open_(database_->prepare("SELECT kind,state,parent,content,size FROM node WHERE id=?")),
+      byIdentifier_(database_->prepare(columns::selectNode() + " WHERE identifier=?")),
+      folder_(database_->prepare("SELECT listed FROM node WHERE id=? AND parent IS NOT NULL")),
+      child_(database_->prepare(columns::selectEntry() + " WHERE parent=? AND name=?")),
+      children_(database_->prepare(columns::selectEntry() +
+                                   " INDEXED BY node_parent WHERE parent=? AND id>? ORDER BY id")),
+      childNodes_(database_->prepare(columns::selectNode() +
+                                     " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
+      childNamed_(database_->prepare("SELECT id FROM node WHERE parent=? AND name=?")) {}
 
 std::optional<Entry> ReplicaReader::entry(NodeId id) {
   sqlite::StatementUse use(entry_);
@@ -104,40 +100,25 @@ std::vector<std::string> ReplicaReader::path(NodeId id) {
   return result;
 }
 
-std::vector<NodeId> ReplicaReader::ids(std::string_view sql, std::int64_t argument,
-                                       std::int64_t limit) {
-  std::vector<NodeId> result;
-  sqlite::Statement statement = database_.prepare(sql);
-  statement.bind(argument, limit);
-  while (statement.step())
-    result.push_back(static_cast<NodeId>(statement.integer(0)));
-  return result;
+std::optional<NodeId> ReplicaReader::childNamed(NodeId folder, std::string_view name) {
+  sqlite::StatementUse use(childNamed_);
+  if (!childNamed_.bind(folder, name).step()) return std::nullopt;
+  return static_cast<NodeId>(childNamed_.integer(0));
 }
 
-std::vector<ContentId> ReplicaReader::contentIds(std::string_view sql, std::int64_t argument,
-                                                 std::int64_t limit) {
-  std::vector<ContentId> result;
-  for (NodeId number : ids(sql, argument, limit))
-    result.emplace_back(number.number());
-  return result;
-}
-
-std::int64_t ReplicaReader::metaInteger(std::string_view key) {
-  sqlite::StatementUse use(meta_);
-  return meta_.bind(key).step() ? meta_.integer(0) : 0;
-}
-
-std::string ReplicaReader::metaText(std::string_view key) {
-  sqlite::StatementUse use(meta_);
-  return meta_.bind(key).step() ? std::string(meta_.text(0)) : std::string();
+bool ReplicaReader::hasAtLeast(NodeId folder, std::int64_t count) {
+  sqlite::Statement& statement =
+      database_->cached("SELECT count(*) FROM (SELECT 1 FROM node WHERE parent=? LIMIT ?)");
+  sqlite::StatementUse use(statement);
+  return statement.bind(folder, count).step() && statement.integer(0) >= count;
 }
 
 std::vector<Node> ReplicaReader::failedNodes(std::size_t limit) {
   std::vector<Node> result;
   sqlite::Statement statement =
-      database_.prepare(columns::selectNode() +
-                        " INDEXED BY node_failed WHERE error IS NOT NULL AND parent "
-                        "IS NOT NULL LIMIT ?");
+      database_->prepare(columns::selectNode() +
+                         " INDEXED BY node_failed WHERE error IS NOT NULL AND parent "
+                         "IS NOT NULL LIMIT ?");
   statement.bind(static_cast<std::int64_t>(limit));
   while (statement.step())
     result.push_back(columns::nodeFrom(statement));

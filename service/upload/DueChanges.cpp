@@ -15,7 +15,7 @@ constexpr int kPause = 10;
 
 bool DueChanges::fill(std::int64_t now) {
   const auto found = replica_.read([&](ReplicaReader& reader) {
-    return journal::due(reader.connection(), now, lastDue_, lastNode_, kBatch);
+    return journal::due(reader, now, lastDue_, lastNode_, kBatch);
   });
   for (const journal::Due& each : found)
     batch_.push_back(each.node);

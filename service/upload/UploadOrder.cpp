@@ -54,8 +54,7 @@ Turn UploadOrder::turnOf(const Change& change) {
 
 Turn UploadOrder::turnOfRemoval(const Change& change, const Node& node) {
   if (node.kind == NodeKind::folder) {
-    return journal::anyBasedIn(reader_.connection(), node.identifier, change.node) ? Turn::later
-                                                                                   : Turn::now;
+    return journal::anyBasedIn(reader_, node.identifier, change.node) ? Turn::later : Turn::now;
   }
   // Something new has its place and takes over its identity.
   const std::optional<Node> parent = reader_.nodeFor(change.baseParent);
@@ -67,8 +66,7 @@ Turn UploadOrder::turnOfMove(const Change& change, const Node& node) {
   const std::optional<Node> parent = reader_.node(node.parent);
   if (!parent || (parent->identifier.empty() && !localNames_.matches(node.name))) {
     // A folder that stays here keeps what is in it here.
-    const std::optional<Change> above =
-        parent ? journal::find(reader_.connection(), parent->id) : std::nullopt;
+    const std::optional<Change> above = parent ? journal::find(reader_, parent->id) : std::nullopt;
     if (!above || above->held) return Turn::now;
   } else if (const std::optional<Turn> turn = turnIn(*parent, change, node)) {
     return *turn;
@@ -78,12 +76,11 @@ Turn UploadOrder::turnOfMove(const Change& change, const Node& node) {
 
 std::optional<Turn> UploadOrder::turnIn(const Node& parent, const Change& change,
                                         const Node& node) {
-  sqlite::Connection& database = reader_.connection();
-  for (const Change& other : journal::sentTo(database, parent.identifier, node.filename)) {
+  for (const Change& other : journal::sentTo(reader_, parent.identifier, node.filename)) {
     if (other.node != change.node && !other.attention) return Turn::later;
   }
   bool occupied = false;
-  for (const Change& other : journal::basedOn(database, parent.identifier, node.filename)) {
+  for (const Change& other : journal::basedOn(reader_, parent.identifier, node.filename)) {
     if (other.node == change.node) continue;
     if (isActive_(other.node)) return Turn::later;
     occupied = occupied || occupies(other, reader_.node(other.node), node, localNames_);
@@ -106,7 +103,7 @@ std::optional<Turn> UploadOrder::turnIn(const Node& parent, const Change& change
 UploadOrder::Inside UploadOrder::hostHasInside(NodeId folder, NodeId ancestor) {
   for (std::size_t i = 0; i < kDeepest && folder != kRootNode && folder != kNoNode; ++i) {
     if (folder == ancestor) return Inside::yes;
-    const std::optional<Change> change = journal::find(reader_.connection(), folder);
+    const std::optional<Change> change = journal::find(reader_, folder);
     if (change && (change->sent || isActive_(folder))) return Inside::unknown;
     const bool moved = change && !change->baseParent.empty();
     const std::optional<Node> node =
@@ -122,7 +119,7 @@ bool UploadOrder::isWanted(const Change& change, const Node& home) {
   const NameLookup found = reader_.lookup(home.id, names::shown(change.baseFilename));
   if (!found.entry || found.entry->id == change.node) return false;
   const std::optional<Node> heir = reader_.node(found.entry->id);
-  const std::optional<Change> other = journal::find(reader_.connection(), found.entry->id);
+  const std::optional<Change> other = journal::find(reader_, found.entry->id);
   if (!heir || !other || other->deleted || waitsForUser(*other) ||
       isAt(*other, change.baseParent, change.baseFilename)) {
     return false;
@@ -134,7 +131,7 @@ bool UploadOrder::shouldStepAside(const Change& change, const Node& node) {
   if (node.identifier.empty() || change.baseParent.empty()) return false;
   const std::optional<Node> home = reader_.nodeFor(change.baseParent);
   if (!home) return false;
-  const std::optional<Change> above = journal::find(reader_.connection(), home->id);
+  const std::optional<Change> above = journal::find(reader_, home->id);
   if (above && above->deleted) return true;
   return change.baseFilename != asideName(node) && isWanted(change, *home);
 }

@@ -7,6 +7,7 @@
 #include "service/base/Names.h"
 #include "service/base/ServiceLog.h"
 #include "service/errors/Errno.h"
+#include "service/replica/JournalTree.h"
 #include "service/upload/UploaderPlan.h"
 
 namespace tulo {
@@ -80,7 +81,7 @@ std::optional<Uploader::Pick> Uploader::pick(bool patient) {
   if (!hasRoom(now) || parts_.host().empty()) return std::nullopt;
   while (const std::optional<NodeId> node = due_.next(now, patient)) {
     const Turn turn = replica_.read([&](ReplicaReader& reader) {
-      const std::optional<Change> change = journal::find(reader.connection(), *node);
+      const std::optional<Change> change = journal::find(reader, *node);
       const bool due = change && change->due <= now && !change->attention && !change->held;
       return due ? turnOf(reader, *change) : Turn::later;
     });
@@ -107,7 +108,7 @@ void Uploader::checkAwaited(NodeId id) try {
   std::optional<Change> change;
   bool staysHere = false;
   replica_.read([&](ReplicaReader& reader) {
-    change = journal::find(reader.connection(), id);
+    change = journal::find(reader, id);
     const std::optional<Node> node = reader.node(id);
     staysHere = !node || (change && !change->deleted && parts_.localNames.matches(node->name));
   });
@@ -159,10 +160,10 @@ void Uploader::carryOut(NodeId node, bool aside) {
     verdicts_.failed(node, EIO);
     try {
       const auto putOff = [&](ReplicaWriter& writer) {
-        std::optional<Change> change = journal::find(writer.connection(), node);
+        std::optional<Change> change = journal::find(writer, node);
         if (!change) return;
         change->due = parts_.files.now() + backOff(++change->attempts, Reaction::retry, 0);
-        journal::put(writer.connection(), *change);
+        journal::put(writer, *change);
       };
       // Nothing else makes room on a full disk as long as nobody deletes anything.
       replica_.write(Durability::eventual, putOff, Room::fromReserve);
@@ -201,8 +202,8 @@ void Uploader::scheduleLoop() {
         workers_->async([this, next = *picked] { carryOut(next.node, next.aside); });
       }
       const std::int64_t now = parts_.files.now();
-      const auto next = replica_.read(
-          [&](ReplicaReader& reader) { return journal::nextDue(reader.connection(), now); });
+      const auto next =
+          replica_.read([&](ReplicaReader& reader) { return journal::nextDue(reader, now); });
       for (const auto& until : {next, verdicts_.nextDeadline()}) {
         if (until && *until > now)
           rest = std::min(rest, std::chrono::milliseconds(*until - now + 1));
@@ -227,7 +228,7 @@ void Uploader::retry(bool refused) {
   }
   const std::int64_t now = parts_.files.now();
   replica_.write(Durability::eventual,
-                 [&](ReplicaWriter& writer) { journal::retry(writer.connection(), now, refused); });
+                 [&](ReplicaWriter& writer) { journal::retry(writer, now, refused); });
   due_.again();
   std::lock_guard lock(mutex_);
   poked_ = true;
@@ -237,11 +238,11 @@ void Uploader::retry(bool refused) {
 void Uploader::retry(const std::vector<NodeId>& nodes) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (NodeId node : nodes) {
-      std::optional<Change> change = journal::find(writer.connection(), node);
+      std::optional<Change> change = journal::find(writer, node);
       if (!change) continue;
       change->attention = false;
       change->attempts = 0;
-      journal::put(writer.connection(), *change);
+      journal::put(writer, *change);
       writer.setError(node, "");
     }
   });
@@ -252,19 +253,15 @@ void Uploader::hurry(const std::vector<NodeId>& nodes) {
   const std::int64_t now = parts_.files.now();
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (NodeId node : nodes)
-      journal::hurry(writer.connection(), node, now);
+      journal::hurry(writer, node, now);
   });
   lookNow();
 }
 
 void Uploader::hurryAll() {
   const std::int64_t now = parts_.files.now();
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    writer.connection()
-        .cached("UPDATE pending SET due=min(due,?) WHERE attention=0 AND held=0")
-        .bind(now)
-        .run();
-  });
+  replica_.write(Durability::eventual,
+                 [&](ReplicaWriter& writer) { journal::hurryAll(writer, now); });
   lookNow();
 }
 
@@ -304,7 +301,7 @@ void Uploader::unreachable(NodeId node, std::int64_t now) {
 Uploader::Statistics Uploader::statistics() {
   const bool present = !parts_.host().empty();
   const journal::Counts counts =
-      replica_.read([](ReplicaReader& reader) { return journal::counts(reader.connection()); });
+      replica_.read([](ReplicaReader& reader) { return journal::counts(reader); });
   std::lock_guard lock(mutex_);
   Statistics result = statistics_;
   result.counts = counts;
@@ -348,7 +345,7 @@ void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction r
   }
   bool attention = false;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
+    std::optional<Change> change = journal::find(writer, plan.node.id);
     if (!change) return;
     ++change->attempts;
     change->due = now + backOff(change->attempts, reaction, random);
@@ -360,7 +357,7 @@ void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction r
     words += adviceFor(reaction, change->attention);
     change->reason = words;
     attention = change->attention;
-    journal::put(writer.connection(), *change);
+    journal::put(writer, *change);
     const bool shown = change->attention || reaction == Reaction::retryShown;
     if (shown) writer.setError(plan.node.id, words);
   });

@@ -4,6 +4,8 @@
 
 #include "service/base/Names.h"
 #include "service/errors/Errno.h"
+#include "service/replica/KeptNodes.h"
+#include "service/replica/Meta.h"
 #include "service/upload/UploaderPlan.h"
 
 namespace tulo {
@@ -13,7 +15,7 @@ namespace {
 // Where the host had it before it stepped aside, and where it is here.
 std::vector<Place> placesFor(ReplicaReader& reader, const Node& node, const Change& change) {
   std::vector<Place> places;
-  const std::string former = reader.metaText(asideKey(change.baseFilename));
+  const std::string former = meta::text(reader, asideKey(change.baseFilename));
   if (former.empty()) return places;
   const std::size_t end = former.find('\n');
   places.push_back({former.substr(0, end), former.substr(end + 1)});
@@ -37,7 +39,7 @@ int Uploader::comeBack(NodeId id) {
   std::optional<Plan> plan;
   std::vector<Place> places;
   replica_.read([&](ReplicaReader& reader) {
-    const std::optional<Change> change = journal::find(reader.connection(), id);
+    const std::optional<Change> change = journal::find(reader, id);
     const std::optional<Node> node = reader.node(id);
     if (!change || !node || node->identifier.empty()) return;
     places = placesFor(reader, *node, *change);
@@ -77,12 +79,12 @@ int Uploader::putBack(Plan& plan, const Place& place) {
   if (answer.stopped) return EBUSY;
   if (answer.error) return errnoFor(*answer.error);
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
+    std::optional<Change> change = journal::find(writer, plan.node.id);
     if (!change) return;
     change->baseParent = place.parent;
     change->baseFilename = place.filename;
-    journal::put(writer.connection(), *change);
-    writer.removeMeta(asideKey(plan.change.baseFilename));
+    journal::put(writer, *change);
+    meta::remove(writer, asideKey(plan.change.baseFilename));
   });
   return 0;
 }
@@ -107,9 +109,9 @@ int Uploader::moveBack(ReplicaWriter& writer, Node node, const Change& change,
   node.filename = change.baseFilename;
   node.kept = node.pinned || home->kept;
   writer.update(node);
-  writer.setKeptBelow(node.id, node.kept);
+  keptNodes::setBelow(writer, node.id, node.kept);
   writer.setError(node.id, "");
-  journal::erase(writer.connection(), node.id);
+  journal::erase(writer, node.id);
   return 0;
 }
 
@@ -120,9 +122,8 @@ int Uploader::discard(NodeId id) {
   NodeId folder = kNoNode;
   int error = 0;
   parts_.files.withSettled(id, Durability::eventual, [&](ReplicaWriter& writer) {
-    sqlite::Connection& database = writer.connection();
     const std::optional<Node> node = writer.node(id);
-    const std::optional<Change> change = journal::find(database, id);
+    const std::optional<Change> change = journal::find(writer, id);
     if (!node || !change) {
       error = ENOENT;
       return;
@@ -132,8 +133,8 @@ int Uploader::discard(NodeId id) {
                                            : moveBack(writer, *node, *change, invalidations);
       return;
     }
-    journal::erase(database, id);
-    database.cached("UPDATE node SET identifier=NULL WHERE id=?").bind(id).run();
+    journal::erase(writer, id);
+    writer.clearIdentifier(id);
     writer.detach(id, parts_.files.now() / 1000);
     invalidations = {entryDeleted(node->parent, id, node->name), dataChanged(node->parent)};
     const std::optional<Node> home = writer.nodeFor(change->baseParent);

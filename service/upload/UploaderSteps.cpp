@@ -10,6 +10,10 @@
 #include "service/base/Names.h"
 #include "service/base/ServiceLog.h"
 #include "service/edits/Edits.h"
+#include "service/replica/ContentRows.h"
+#include "service/replica/JournalTree.h"
+#include "service/replica/Meta.h"
+#include "service/replica/NodeContents.h"
 #include "service/upload/UploaderPlan.h"
 
 namespace tulo {
@@ -22,18 +26,9 @@ using platform::NSFileProviderItemParentItemIdentifier;
 
 constexpr std::int64_t kPatience = 2000;
 
-void setIdentifier(ReplicaWriter& writer, NodeId node, const std::string& identifier) {
-  sqlite::Connection& database = writer.connection();
-  if (identifier.empty()) {
-    database.cached("UPDATE node SET identifier=NULL WHERE id=?").bind(node).run();
-  } else {
-    database.cached("UPDATE node SET identifier=? WHERE id=?").bind(identifier, node).run();
-  }
-}
-
 void dropSentContent(ReplicaWriter& writer, const Change& change, ContentId current) {
   if (change.sentContent == kNoContent || change.sentContent == current) return;
-  writer.connection().cached("UPDATE content SET used=0 WHERE id=?").bind(change.sentContent).run();
+  contentRows::disuse(writer, change.sentContent);
 }
 
 bool sameBytes(const std::string& one, const std::string& other) {
@@ -60,14 +55,14 @@ std::int64_t fileSize(const std::string& path) {
 // What the two are at the host changes hands, and their order with it.
 void exchangeIdentities(ReplicaWriter& writer, const Node& node, Change& change, const Node& former,
                         Change& other) {
-  setIdentifier(writer, node.id, "");
-  setIdentifier(writer, former.id, node.identifier);
+  writer.clearIdentifier(node.id);
+  writer.setIdentifier(former.id, node.identifier);
   other.baseParent.swap(change.baseParent);
   other.baseFilename.swap(change.baseFilename);
   other.baseVersion.swap(change.baseVersion);
   std::swap(other.sequence, change.sequence);
-  journal::erase(writer.connection(), node.id);
-  journal::put(writer.connection(), other);
+  journal::erase(writer, node.id);
+  journal::put(writer, other);
 }
 
 platform::NSFileProviderItemFields changedFields(bool creates, const Node& node,
@@ -83,11 +78,10 @@ platform::NSFileProviderItemFields changedFields(bool creates, const Node& node,
 
 // An empty file of the host has no contents here; to be sent, it needs some.
 void Uploader::giveEmptyContents(ReplicaWriter& writer, Node& node) {
-  node.content = writer.reserveContent(node.id);
+  node.content = contentRows::reserve(writer, node.id);
   parts_.store.create(node.content, node.name);
-  sqlite::Connection& database = writer.connection();
-  database.cached("UPDATE content SET used=1 WHERE id=?").bind(node.content).run();
-  database.cached("UPDATE node SET content=? WHERE id=?").bind(node.content, node.id).run();
+  contentRows::use(writer, node.content);
+  nodeContents::set(writer, node.id, node.content);
 }
 
 // A new file in the place of one that was deleted or set aside as a backup is new contents of that
@@ -95,10 +89,9 @@ void Uploader::giveEmptyContents(ReplicaWriter& writer, Node& node) {
 // it is a backup, or for the end of what is being done with it.
 bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
                             const std::string& parentIdentifier) {
-  sqlite::Connection& database = writer.connection();
   if (!mayInherit(node)) return true;
   if (change.baseParent == parentIdentifier && change.baseFilename == node.filename) return true;
-  for (Change& other : journal::basedOn(database, parentIdentifier, node.filename)) {
+  for (Change& other : journal::basedOn(writer, parentIdentifier, node.filename)) {
     const std::optional<Node> former = writer.node(other.node);
     if (!former || former->id == node.id || former->kind != NodeKind::file) continue;
     if (other.sent || isActive(former->id)) return false;
@@ -106,14 +99,14 @@ bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
     if (!other.deleted && !backup) continue;
     if (backup && !node.identifier.empty()) continue;
     if (backup && former->state == ContentState::dataless && former->size > 0) return false;
-    setIdentifier(writer, former->id, "");
+    writer.clearIdentifier(former->id);
     if (node.identifier.empty()) {
-      journal::erase(database, former->id);
+      journal::erase(writer, former->id);
       if (other.deleted) {
         writer.detach(former->id, parts_.files.now() / 1000);
       } else {
         // The backup lives on here alone.
-        database.cached("UPDATE node SET state=2 WHERE id=? AND content<>0").bind(former->id).run();
+        nodeContents::markDirtyIfAny(writer, former->id);
         if (former->content != kNoContent) parts_.store.setName(former->content, former->name);
       }
     } else {
@@ -125,15 +118,13 @@ bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
       change.baseVersion = other.baseVersion;
     }
     node.identifier = former->identifier;
-    setIdentifier(writer, node.id, node.identifier);
-    database.cached("UPDATE node SET content_version=? WHERE id=?")
-        .bind(change.baseVersion, node.id)
-        .run();
+    writer.setIdentifier(node.id, node.identifier);
+    writer.setContentVersion(node.id, change.baseVersion);
     if (node.content == kNoContent) giveEmptyContents(writer, node);
-    database.cached("UPDATE node SET state=2 WHERE id=?").bind(node.id).run();
+    nodeContents::markDirty(writer, node.id);
     node.contentVersion = change.baseVersion;
     change.contents = true;
-    journal::put(database, change);
+    journal::put(writer, change);
     break;
   }
   return true;
@@ -144,11 +135,10 @@ Uploader::Plan Uploader::planAside(ReplicaWriter& writer, const Node& node, cons
   Plan plan{Plan::Kind::modify, node, change, change.baseParent, NSFileProviderItemFilename};
   plan.node.filename = asideName(node);
   if (!isAsideName(change.baseFilename)) {
-    writer.setMeta(asideKey(plan.node.filename), change.baseParent + '\n' + change.baseFilename);
+    meta::set(writer, asideKey(plan.node.filename), change.baseParent + '\n' + change.baseFilename);
   }
   const std::optional<Node> home = writer.nodeFor(change.baseParent);
-  const std::optional<Change> above =
-      home ? journal::find(writer.connection(), home->id) : std::nullopt;
+  const std::optional<Change> above = home ? journal::find(writer, home->id) : std::nullopt;
   if (above && above->deleted) {
     plan.parentIdentifier = platform::NSFileProviderRootContainerItemIdentifier();
     plan.fields |= NSFileProviderItemParentItemIdentifier;
@@ -170,22 +160,21 @@ std::optional<Uploader::Plan> Uploader::planRemoval(ReplicaWriter& writer, const
   if (!node.identifier.empty()) {
     return Plan{Plan::Kind::remove, node, change, change.baseParent, 0};
   }
-  journal::erase(writer.connection(), node.id);
+  journal::erase(writer, node.id);
   writer.detach(node.id, parts_.files.now() / 1000);
   return std::nullopt;
 }
 
 std::optional<Uploader::Plan> Uploader::planChange(ReplicaWriter& writer, Node& node,
                                                    Change& change, NodeId& wanted) {
-  sqlite::Connection& database = writer.connection();
   if (staysLocal(writer, parts_.localNames, node.parent, node.name)) {
     change.held = true;
-    node.identifier.empty() ? journal::erase(database, node.id) : journal::put(database, change);
+    node.identifier.empty() ? journal::erase(writer, node.id) : journal::put(writer, change);
     return std::nullopt;
   }
   const std::optional<Node> parent = writer.node(node.parent);
   if (!parent || parent->identifier.empty()) return std::nullopt;
-  const auto there = journal::basedOn(database, parent->identifier, node.filename);
+  const auto there = journal::basedOn(writer, parent->identifier, node.filename);
   for (const Change& other : there) {
     // Somebody was faster.
     if (occupies(other, writer.node(other.node), node, parts_.localNames)) return std::nullopt;
@@ -200,7 +189,7 @@ std::optional<Uploader::Plan> Uploader::planChange(ReplicaWriter& writer, Node& 
   Plan plan{creates ? Plan::Kind::create : Plan::Kind::modify, node, change, parent->identifier,
             changedFields(creates, node, change, parent->identifier)};
   if (plan.fields != 0) return plan;
-  journal::erase(database, node.id);
+  journal::erase(writer, node.id);
   return std::nullopt;
 }
 
@@ -208,10 +197,10 @@ std::optional<Uploader::Plan> Uploader::makePlan(NodeId id, bool aside) {
   std::optional<Plan> plan;
   NodeId wanted = kNoNode;
   const auto work = [&](ReplicaWriter& writer) {
-    std::optional<Change> change = journal::find(writer.connection(), id);
+    std::optional<Change> change = journal::find(writer, id);
     std::optional<Node> node = writer.node(id);
     if (!change) return;
-    if (!node) return journal::erase(writer.connection(), id);
+    if (!node) return journal::erase(writer, id);
     // Written to just now.
     if (change->due > parts_.files.now() && !aside) return;
     if (change->sent) {
@@ -318,7 +307,7 @@ bool Uploader::checkSame(Plan& plan, const platform::ItemPointer& item) {
 // Nothing of the request is left to be found out; what the host has of the item is known.
 void Uploader::endDoubt(const Plan& plan, const platform::ItemPointer& item) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
+    std::optional<Change> change = journal::find(writer, plan.node.id);
     const std::optional<Node> node = writer.node(plan.node.id);
     if (!change || !node) return;
     dropSentContent(writer, *change, node->content);
@@ -328,7 +317,7 @@ void Uploader::endDoubt(const Plan& plan, const platform::ItemPointer& item) {
       change->baseParent = item->parentItemIdentifier();
       change->baseFilename = item->filename();
     }
-    journal::put(writer.connection(), *change);
+    journal::put(writer, *change);
   });
   faultPoint("doubt.ended");
 }
@@ -338,11 +327,11 @@ void Uploader::endDoubt(const Plan& plan, const platform::ItemPointer& item) {
 bool Uploader::hadTime(const Plan& plan) {
   if (plan.change.attempts > 0) return true;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
+    std::optional<Change> change = journal::find(writer, plan.node.id);
     if (!change) return;
     ++change->attempts;
     change->due = parts_.files.now() + kPatience;
-    journal::put(writer.connection(), *change);
+    journal::put(writer, *change);
   });
   return false;
 }
@@ -430,7 +419,7 @@ bool Uploader::markSent(Plan& plan) {
   faultPoint("push.checked");
   bool valid = false;
   parts_.files.withSettled(plan.node.id, Durability::eventual, [&](ReplicaWriter& writer) {
-    std::optional<Change> change = journal::find(writer.connection(), plan.node.id);
+    std::optional<Change> change = journal::find(writer, plan.node.id);
     const std::optional<Node> node = writer.node(plan.node.id);
     if (!change || !node || change->sequence != plan.change.sequence) return;
     if (plan.sendsContents()) {
@@ -445,7 +434,7 @@ bool Uploader::markSent(Plan& plan) {
     change->sentContent = plan.sendsContents() ? node->content : kNoContent;
     change->sentParent = plan.parentIdentifier;
     change->sentFilename = plan.node.filename;
-    journal::put(writer.connection(), *change);
+    journal::put(writer, *change);
     plan.change = *change;
   });
   if (!valid) return false;
@@ -464,7 +453,7 @@ void Uploader::mergeTwin(ReplicaWriter& writer, NodeId node, const std::string& 
     child.parent = node;
     writer.update(child);
   }
-  setIdentifier(writer, twin->id, "");
+  writer.setIdentifier(twin->id, "");
   writer.detach(twin->id, parts_.files.now() / 1000);
   if (twin->parent != kNoNode) {
     parts_.notifier.queue({entryDeleted(twin->parent, twin->id, twin->name)});
@@ -473,26 +462,23 @@ void Uploader::mergeTwin(ReplicaWriter& writer, NodeId node, const std::string& 
 
 void Uploader::applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
                                     const platform::ItemPointer& item, ContentId& clean) {
-  sqlite::Connection& database = writer.connection();
-  std::optional<Change> change = journal::find(database, plan.node.id);
+  std::optional<Change> change = journal::find(writer, plan.node.id);
   const std::optional<Node> node = writer.node(plan.node.id);
   if (!change || !node) return;
   const std::string identifier =
       plan.kind == Plan::Kind::create ? item->itemIdentifier() : node->identifier;
   mergeTwin(writer, node->id, identifier);
-  setIdentifier(writer, node->id, identifier);
+  writer.setIdentifier(node->id, identifier);
   parts_.acknowledged.note(identifier);
   const bool placeholder = isPlaceholder(plan.node, *item);
   const platform::NSFileProviderItemVersion version =
       placeholder ? platform::NSFileProviderItemVersion() : item->itemVersion();
   if (plan.sendsContents() || plan.kind == Plan::Kind::create) {
     change->baseVersion = version.contentVersion;
-    database.cached("UPDATE node SET content_version=?,metadata_version=? WHERE id=?")
-        .bind(version.contentVersion, version.metadataVersion, node->id)
-        .run();
+    writer.setVersions(node->id, version.contentVersion, version.metadataVersion);
   }
   if (isAsideName(change->baseFilename) && !isAsideName(plan.node.filename)) {
-    writer.removeMeta(asideKey(change->baseFilename));
+    meta::remove(writer, asideKey(change->baseFilename));
   }
   change->baseParent = plan.parentIdentifier;
   change->baseFilename = placeholder ? plan.node.filename : item->filename();
@@ -500,8 +486,8 @@ void Uploader::applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
   if (plan.sendsContents() && sameContent) {
     change->contents = false;
     if (node->content != kNoContent) {
-      database.cached("UPDATE content SET durable=0 WHERE id=?").bind(node->content).run();
-      database.cached("UPDATE node SET state=1 WHERE id=?").bind(node->id).run();
+      contentRows::clearDurable(writer, node->content);
+      nodeContents::markDownloaded(writer, node->id);
       clean = node->content;
     }
   }
@@ -515,9 +501,9 @@ void Uploader::applyAcknowledgement(ReplicaWriter& writer, const Plan& plan,
   change->attempts = 0;
   change->reason.clear();
   if (more) {
-    journal::put(database, *change);
+    journal::put(writer, *change);
   } else {
-    journal::erase(database, node->id);
+    journal::erase(writer, node->id);
   }
 }
 
@@ -536,8 +522,8 @@ void Uploader::forget(NodeId id) {
     if (const std::optional<Node> node = writer.node(id)) {
       parts_.acknowledged.note(node->identifier);
     }
-    journal::erase(writer.connection(), id);
-    setIdentifier(writer, id, "");
+    journal::erase(writer, id);
+    writer.setIdentifier(id, "");
     writer.detach(id, parts_.files.now() / 1000);
   });
 }
@@ -546,8 +532,8 @@ void Uploader::forget(NodeId id) {
 void Uploader::keepAtHost(const Plan& plan) {
   NodeId folder = kNoNode;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    journal::erase(writer.connection(), plan.node.id);
-    setIdentifier(writer, plan.node.id, "");
+    journal::erase(writer, plan.node.id);
+    writer.setIdentifier(plan.node.id, "");
     writer.detach(plan.node.id, parts_.files.now() / 1000);
     if (const std::optional<Node> parent = writer.nodeFor(plan.change.baseParent)) {
       folder = parent->id;
@@ -567,9 +553,8 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
   const ItemRecord record = recordOf(*item);
   Invalidations invalidations;
   parts_.files.withSettled(plan.node.id, Durability::eventual, [&](ReplicaWriter& writer) {
-    sqlite::Connection& database = writer.connection();
     std::optional<Node> node = writer.node(plan.node.id);
-    std::optional<Change> change = journal::find(database, plan.node.id);
+    std::optional<Change> change = journal::find(writer, plan.node.id);
     if (!node || !change || change->deleted) return;
     const std::string former = node->name;
     for (unsigned attempt = 1; attempt == 1 || writer.childNamed(node->parent, node->name);
@@ -580,7 +565,7 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
     node->contentVersion.clear();
     writer.update(*node);
     parts_.acknowledged.note(record.identifier);
-    setIdentifier(writer, node->id, "");
+    writer.setIdentifier(node->id, "");
     parts_.store.setName(node->content, node->name);
     change->baseParent.clear();
     change->baseFilename.clear();
@@ -590,7 +575,7 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
     change->sentContent = kNoContent;
     change->attempts = 0;
     change->due = parts_.files.now();
-    journal::put(database, *change);
+    journal::put(writer, *change);
     const std::optional<Node> home = writer.nodeFor(record.parentIdentifier);
     Node remote;
     remote.parent = home ? home->id : node->parent;
@@ -625,18 +610,17 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
 void Uploader::itemGone(const Plan& plan) {
   Invalidations invalidations;
   parts_.files.withSettled(plan.node.id, Durability::eventual, [&](ReplicaWriter& writer) {
-    sqlite::Connection& database = writer.connection();
     const std::optional<Node> node = writer.node(plan.node.id);
-    std::optional<Change> change = journal::find(database, plan.node.id);
+    std::optional<Change> change = journal::find(writer, plan.node.id);
     if (!node || !change) return;
     parts_.acknowledged.note(node->identifier);
-    setIdentifier(writer, node->id, "");
+    writer.setIdentifier(node->id, "");
     bool wanted = change->contents;
     for (const Node& child : writer.childNodes(node->id)) {
-      wanted = wanted || journal::anyBelow(database, child.id);
+      wanted = wanted || journal::anyBelow(writer, child.id);
     }
     if (!wanted || change->deleted) {
-      journal::erase(database, node->id);
+      journal::erase(writer, node->id);
       writer.detach(node->id, parts_.files.now() / 1000);
       invalidations = {entryDeleted(node->parent, node->id, node->name), dataChanged(node->parent)};
       return;
@@ -647,7 +631,7 @@ void Uploader::itemGone(const Plan& plan) {
     change->sent = false;
     change->attempts = 0;
     change->due = parts_.files.now();
-    journal::put(database, *change);
+    journal::put(writer, *change);
   });
   parts_.notifier.queue(std::move(invalidations));
 }
@@ -655,19 +639,18 @@ void Uploader::itemGone(const Plan& plan) {
 // The folder that something is to be put into is gone at the host: it is made again first.
 void Uploader::parentGone(const Plan& plan) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    sqlite::Connection& database = writer.connection();
     const std::optional<Node> parent = writer.nodeFor(plan.parentIdentifier);
-    if (std::optional<Change> change = journal::find(database, plan.node.id)) {
+    if (std::optional<Change> change = journal::find(writer, plan.node.id)) {
       change->sent = false;
-      journal::put(database, *change);
+      journal::put(writer, *change);
     }
     if (!parent) return;
     Change change = journal::begin(writer, *parent, parts_.files.now());
     change.baseParent.clear();
     change.baseFilename.clear();
     change.sent = false;
-    journal::put(database, change);
-    setIdentifier(writer, parent->id, "");
+    journal::put(writer, change);
+    writer.setIdentifier(parent->id, "");
   });
 }
 

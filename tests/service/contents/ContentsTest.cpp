@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "service/replica/ContentRows.h"
+#include "service/replica/Meta.h"
 #include "tests/service/support/EngineFixture.h"
 
 namespace tulo::test {
@@ -322,14 +324,14 @@ TEST_F(ContentsTest, UnsyncedContentsAreNotTrustedAfterAnotherBoot) {
   const NodeId id = oneFile();
   readThrough(id);
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
-    writer.setMeta("boot", std::string_view("an earlier one"));
+    meta::set(writer, "boot", std::string_view("an earlier one"));
   });
   reopen();
   EXPECT_EQ(row(id)->state, ContentState::dataless);
   readThrough(id);
   EXPECT_TRUE(engine->contents().durableStep());
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
-    writer.setMeta("boot", std::string_view("an earlier one"));
+    meta::set(writer, "boot", std::string_view("an earlier one"));
   });
   reopen();
   EXPECT_EQ(row(id)->state, ContentState::downloaded);
@@ -344,7 +346,7 @@ TEST_F(ContentsTest, WhatWasChangedHereSurvivesAnotherBootWithoutHavingBeenSynce
   ASSERT_EQ(file->write("unsent", 6, 0), 6);
   ASSERT_EQ(engine->files().settle(made.entry.id), 0);
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
-    writer.setMeta("boot", std::string_view("an earlier one"));
+    meta::set(writer, "boot", std::string_view("an earlier one"));
   });
   reopen();
   engine->housekeepingStep();
@@ -406,7 +408,7 @@ TEST_F(ContentsTest, ContentsOnTheirWayAreNoLeftOvers) {
   const NodeId id = oneFile();
   std::optional<IncomingContent> incoming;
   engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
-    incoming.emplace(engine->store(), writer.reserveContent(id));
+    incoming.emplace(engine->store(), contentRows::reserve(writer, id));
   });
   engine->store().create(incoming->number(), "a.txt");
   while (engine->contents().purgeStep()) {

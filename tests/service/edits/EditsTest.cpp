@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/WritingFixture.h"
 
 namespace tulo::test {
@@ -322,9 +323,8 @@ TEST_F(EditsTest, ModesAndTimesAreKeptHere) {
 
 TEST_F(EditsTest, AFullDiskFailsTheChangeAsAWhole) {
   makeFile("before", "x");
-  engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
-    writer.connection().execute("PRAGMA max_page_count=1");
-  });
+  engine->replica().write(Durability::eventual,
+                          [](ReplicaWriter& writer) { runSql(writer, "PRAGMA max_page_count=1"); });
   unsigned made = 0;
   int code = 0;
   try {
@@ -337,7 +337,7 @@ TEST_F(EditsTest, AFullDiskFailsTheChangeAsAWhole) {
   EXPECT_EQ(names().size(), 1U + made);
   EXPECT_EQ(counts().pending, 1 + made);
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
-    writer.connection().execute("PRAGMA max_page_count=1000000");
+    runSql(writer, "PRAGMA max_page_count=1000000");
   });
   EXPECT_EQ(make("after").error, 0);
 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/WritingFixture.h"
 
 namespace tulo::test {
@@ -31,17 +32,17 @@ class LocalFilesTest : public WritingFixture {
   // The change is on its way: sent, and not answered.
   void markSent(NodeId id) {
     files().withSettled(id, Durability::eventual, [&](ReplicaWriter& writer) {
-      Change sent = *journal::find(writer.connection(), id);
+      Change sent = *journal::find(writer, id);
       sent.sent = true;
       sent.sentContent = writer.node(id)->content;
-      journal::put(writer.connection(), sent);
+      journal::put(writer, sent);
     });
   }
 
   bool isDurable(ContentId content) {
     return engine->replica().read([&](ReplicaReader& reader) {
-      return reader.integer("SELECT durable FROM content WHERE id=" +
-                            std::to_string(content.number())) != 0;
+      return askSql(reader, "SELECT durable FROM content WHERE id=" +
+                                std::to_string(content.number())) != 0;
     });
   }
 };

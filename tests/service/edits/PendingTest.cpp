@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/FileProvider.h"
+#include "service/replica/JournalTree.h"
+#include "tests/service/support/ReplicaSql.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
@@ -40,7 +42,7 @@ class PendingTest : public ::testing::Test {
   void remove(NodeId id) {
     change(id, [](Change& each) { each.deleted = true; });
     write([&](ReplicaWriter& writer) {
-      writer.connection().cached("UPDATE node SET parent=NULL WHERE id=?").bind(id).run();
+      runSql(writer, "UPDATE node SET parent=NULL WHERE id=" + std::to_string(id.number()));
     });
   }
 
@@ -59,18 +61,18 @@ class PendingTest : public ::testing::Test {
     write([&](ReplicaWriter& writer) {
       Change each = journal::begin(writer, *writer.node(id), 0);
       set(each);
-      journal::put(writer.connection(), each);
+      journal::put(writer, each);
     });
   }
 
   pending::Item item(NodeId id) {
     return replica.read([&](ReplicaReader& reader) {
-      return pending::describe(reader, *journal::find(reader.connection(), id));
+      return pending::describe(reader, *journal::find(reader, id));
     });
   }
 
   std::vector<NodeId> within(NodeId id) {
-    return replica.read([&](ReplicaReader& reader) { return pending::within(reader, id); });
+    return replica.read([&](ReplicaReader& reader) { return journal::within(reader, id); });
   }
 
   NodeId deletedFrom(NodeId folder, const std::string& name) {
@@ -79,7 +81,7 @@ class PendingTest : public ::testing::Test {
   }
 
   std::int64_t localItems() {
-    return replica.read([](ReplicaReader& reader) { return pending::localItems(reader); });
+    return replica.read([](ReplicaReader& reader) { return journal::countLocal(reader); });
   }
 
   TemporaryDirectory directory;

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "tests/service/support/EngineFixture.h"
+#include "tests/service/support/ReplicaSql.h"
 
 namespace tulo::test {
 namespace {
@@ -307,7 +308,7 @@ TEST_F(SyncTest, NumbersAreNeverGivenOutAgain) {
   commit();
   refresh();
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
-    writer.connection().execute("UPDATE node SET detached=1 WHERE detached IS NOT NULL");
+    runSql(writer, "UPDATE node SET detached=1 WHERE detached IS NOT NULL");
   });
   EXPECT_TRUE(engine->contents().purgeStep());
   EXPECT_FALSE(row(first));
@@ -332,7 +333,7 @@ TEST_F(SyncTest, WhatIsInADeletedFolderGoesWithIt) {
   commit();
   refresh();
   engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
-    writer.connection().execute("UPDATE node SET detached=1 WHERE detached IS NOT NULL");
+    runSql(writer, "UPDATE node SET detached=1 WHERE detached IS NOT NULL");
   });
   while (engine->contents().purgeStep()) {
   }

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "service/replica/JournalTree.h"
+#include "service/replica/Meta.h"
 #include "service/replica/Schema.h"
+#include "tests/service/support/ReplicaSql.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
@@ -20,7 +23,7 @@ class JournalTest : public ::testing::Test {
 
   template <typename Function>
   auto read(const Function& function) {
-    return replica.read([&](ReplicaReader& reader) { return function(reader.connection()); });
+    return replica.read([&](ReplicaReader& reader) { return function(reader); });
   }
 
   void write(const Replica::WriteFunction& function) {
@@ -44,19 +47,19 @@ class JournalTest : public ::testing::Test {
     write([&](ReplicaWriter& writer) {
       change = journal::begin(writer, *writer.node(id), due);
       if (adjust) adjust(change);
-      journal::put(writer.connection(), change);
+      journal::put(writer, change);
     });
     return change;
   }
 
   std::optional<Change> find(NodeId id) {
-    return read([&](sqlite::Connection& database) { return journal::find(database, id); });
+    return read([&](ReplicaReader& reader) { return journal::find(reader, id); });
   }
 
   std::vector<NodeId> due(std::int64_t now, std::int64_t limit = 100) {
     std::vector<NodeId> result;
-    for (const journal::Due& each : read([&](sqlite::Connection& database) {
-           return journal::due(database, now, -1, kNoNode, limit);
+    for (const journal::Due& each : read([&](ReplicaReader& reader) {
+           return journal::due(reader, now, -1, kNoNode, limit);
          })) {
       result.push_back(each.node);
     }
@@ -142,8 +145,7 @@ TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
     EXPECT_TRUE(journal::again(writer, id, 5));
     EXPECT_FALSE(journal::again(writer, NodeId(id.number() + 1), 5));
   });
-  const auto after =
-      read([&](sqlite::Connection& database) { return journal::find(database, id); });
+  const auto after = read([&](ReplicaReader& reader) { return journal::find(reader, id); });
   ASSERT_TRUE(after);
   EXPECT_FALSE(after->attention);
   EXPECT_FALSE(after->held);
@@ -165,9 +167,8 @@ TEST_F(JournalTest, WhatIsDueAtTheSameTimeComesUpOnceInEachPass) {
   std::vector<NodeId> found;
   journal::Due after{-1, kNoNode};
   for (bool more = true; more;) {
-    const auto batch = read([&](sqlite::Connection& database) {
-      return journal::due(database, 200, after.due, after.node, 2);
-    });
+    const auto batch = read(
+        [&](ReplicaReader& reader) { return journal::due(reader, 200, after.due, after.node, 2); });
     for (const journal::Due& each : batch)
       found.push_back(each.node);
     more = !batch.empty();
@@ -211,7 +212,7 @@ TEST_F(JournalTest, OnlyWhatIsDueComesUp) {
 
 TEST_F(JournalTest, TheNextDueIsTheFirstThatIsStillToCome) {
   const auto next = [&](std::int64_t now) {
-    return read([&](sqlite::Connection& database) { return journal::nextDue(database, now); });
+    return read([&](ReplicaReader& reader) { return journal::nextDue(reader, now); });
   };
   EXPECT_FALSE(next(0));
   begin(add("a", "i:1"), 100);
@@ -227,7 +228,7 @@ TEST_F(JournalTest, CountsTellWaitingFromRefusedAndLeaveOutWhatIsHeld) {
   begin(add("b", "i:2"));
   begin(add("c", "i:3"), 0, [](Change& change) { change.attention = true; });
   begin(add("d", "i:4"), 0, [](Change& change) { change.held = true; });
-  const auto counts = read([](sqlite::Connection& database) { return journal::counts(database); });
+  const auto counts = read([](ReplicaReader& reader) { return journal::counts(reader); });
   EXPECT_EQ(counts.pending, 2);
   EXPECT_EQ(counts.attention, 1);
 }
@@ -242,12 +243,12 @@ TEST_F(JournalTest, RetryHurriesWhatFailedAndNothingElse) {
     change.attention = true;
     change.attempts = 5;
   });
-  write([](ReplicaWriter& writer) { journal::retry(writer.connection(), 100, false); });
+  write([](ReplicaWriter& writer) { journal::retry(writer, 100, false); });
   EXPECT_EQ(find(failed)->due, 100);
   EXPECT_EQ(find(failed)->attempts, 2);
   EXPECT_EQ(find(quiet)->due, 9'000);
   EXPECT_TRUE(find(refused)->attention);
-  write([](ReplicaWriter& writer) { journal::retry(writer.connection(), 200, true); });
+  write([](ReplicaWriter& writer) { journal::retry(writer, 200, true); });
   EXPECT_FALSE(find(refused)->attention);
   EXPECT_EQ(find(refused)->attempts, 0);
   EXPECT_EQ(find(refused)->due, 200);
@@ -258,7 +259,7 @@ TEST_F(JournalTest, RetryTakesTheErrorsBackThatItTriesAgain) {
   begin(refused, 0, [](Change& change) { change.attention = true; });
   write([&](ReplicaWriter& writer) {
     writer.setError(refused, "no such name");
-    journal::retry(writer.connection(), 1, true);
+    journal::retry(writer, 1, true);
   });
   EXPECT_TRUE(
       replica.read([&](ReplicaReader& reader) { return reader.node(refused); })->error.empty());
@@ -270,7 +271,7 @@ TEST_F(JournalTest, HurryTakesTheFoldersAboveAlong) {
   const NodeId other = add("other", "");
   for (const NodeId id : {folder, file, other})
     begin(id, 9'000);
-  write([&](ReplicaWriter& writer) { journal::hurry(writer.connection(), file, 100); });
+  write([&](ReplicaWriter& writer) { journal::hurry(writer, file, 100); });
   EXPECT_EQ(find(file)->due, 100);
   EXPECT_EQ(find(folder)->due, 100);
   EXPECT_EQ(find(other)->due, 9'000);
@@ -282,16 +283,16 @@ TEST_F(JournalTest, ChangesAreFoundByTheirBase) {
   begin(one);
   begin(two);
   const auto there =
-      read([](sqlite::Connection& database) { return journal::basedOn(database, "root", "a"); });
+      read([](ReplicaReader& reader) { return journal::basedOn(reader, "root", "a"); });
   ASSERT_EQ(there.size(), 1U);
   EXPECT_EQ(there[0].node, one);
-  const auto all = [](sqlite::Connection& database) { return journal::basedIn(database, "root"); };
+  const auto all = [](ReplicaReader& reader) { return journal::basedIn(reader, "root"); };
   EXPECT_EQ(read(all).size(), 2U);
-  EXPECT_TRUE(read(
-      [&](sqlite::Connection& database) { return journal::anyBasedIn(database, "root", one); }));
-  write([&](ReplicaWriter& writer) { journal::erase(writer.connection(), two); });
-  EXPECT_FALSE(read(
-      [&](sqlite::Connection& database) { return journal::anyBasedIn(database, "root", one); }));
+  EXPECT_TRUE(
+      read([&](ReplicaReader& reader) { return journal::anyBasedIn(reader, "root", one); }));
+  write([&](ReplicaWriter& writer) { journal::erase(writer, two); });
+  EXPECT_FALSE(
+      read([&](ReplicaReader& reader) { return journal::anyBasedIn(reader, "root", one); }));
 }
 
 TEST_F(JournalTest, KnowsWhetherAnythingBelowIsToBeSent) {
@@ -299,12 +300,12 @@ TEST_F(JournalTest, KnowsWhetherAnythingBelowIsToBeSent) {
   const NodeId inner = add("inner", "f:2", folder);
   const NodeId file = add("file", "i:1", inner);
   const auto any = [&] {
-    return read([&](sqlite::Connection& database) { return journal::anyBelow(database, folder); });
+    return read([&](ReplicaReader& reader) { return journal::anyBelow(reader, folder); });
   };
   EXPECT_FALSE(any());
   begin(file);
   EXPECT_TRUE(any());
-  write([&](ReplicaWriter& writer) { journal::erase(writer.connection(), file); });
+  write([&](ReplicaWriter& writer) { journal::erase(writer, file); });
   EXPECT_FALSE(any());
   add("new", "", inner);
   EXPECT_TRUE(any());
@@ -354,16 +355,16 @@ TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
   EXPECT_EQ(node->modified, 1'700'000'000);
   EXPECT_EQ(node->content, ContentId(3));
   EXPECT_TRUE(node->pinned);
-  EXPECT_EQ(replica.read([](ReplicaReader& reader) { return reader.metaInteger("generation"); }),
+  EXPECT_EQ(replica.read([](ReplicaReader& reader) { return meta::integer(reader, "generation"); }),
             7);
   EXPECT_EQ(
-      replica.read([](ReplicaReader& reader) { return reader.integer("PRAGMA user_version"); }),
+      replica.read([](ReplicaReader& reader) { return askSql(reader, "PRAGMA user_version"); }),
       schema::kVersion);
   replica.write(Durability::durable, [&](ReplicaWriter& writer) {
-    journal::put(writer.connection(), journal::begin(writer, *writer.node(NodeId(20)), 1));
+    journal::put(writer, journal::begin(writer, *writer.node(NodeId(20)), 1));
   });
-  EXPECT_TRUE(replica.read(
-      [](ReplicaReader& reader) { return journal::find(reader.connection(), NodeId(20)); }));
+  EXPECT_TRUE(
+      replica.read([](ReplicaReader& reader) { return journal::find(reader, NodeId(20)); }));
 }
 
 }  // namespace

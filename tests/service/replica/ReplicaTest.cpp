@@ -6,6 +6,7 @@
 #include <set>
 #include <thread>
 
+#include "service/replica/Meta.h"
 #include "service/replica/Schema.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -154,7 +155,7 @@ TEST_F(ReplicaTest, ALongLogIsMovedIntoTheDatabaseByAStepOfItsOwn) {
   for (int round = 0; round < 2; ++round) {
     replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
       for (int i = 0; i < 5000; ++i)
-        writer.setMeta(std::to_string(round) + "." + std::to_string(i), std::string(4000, 'x'));
+        meta::set(writer, std::to_string(round) + "." + std::to_string(i), std::string(4000, 'x'));
     });
     EXPECT_TRUE(replica.checkpointStep());
     EXPECT_FALSE(replica.checkpointStep());
@@ -172,20 +173,21 @@ class ReplicaCopy {
 
   std::int64_t number(const std::string& key) const {
     Replica replica(directory.path());
-    return replica.read([&](ReplicaReader& reader) { return reader.metaInteger(key); });
+    return replica.read([&](ReplicaReader& reader) { return meta::integer(reader, key); });
   }
 
   TemporaryDirectory directory;
 };
 
 void setNumber(Replica& replica, const std::string& key, std::int64_t number) {
-  replica.write(Durability::eventual, [&](ReplicaWriter& writer) { writer.setMeta(key, number); });
+  replica.write(Durability::eventual,
+                [&](ReplicaWriter& writer) { meta::set(writer, key, number); });
 }
 
 // More than the writer keeps in memory, so that a part of it goes to the log before the rest.
 void setMuch(ReplicaWriter& writer, const std::string& prefix) {
   for (int i = 0; i < 6000; ++i)
-    writer.setMeta(prefix + std::to_string(i), std::string(4000, 'x'));
+    meta::set(writer, prefix + std::to_string(i), std::string(4000, 'x'));
 }
 
 TEST_F(ReplicaTest, ACommitIsInTheLogFileWhenItReturns) {
@@ -195,7 +197,7 @@ TEST_F(ReplicaTest, ACommitIsInTheLogFileWhenItReturns) {
     EXPECT_EQ(ReplicaCopy(directory.path()).number("small"), i);
     replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
       setMuch(writer, std::to_string(i) + ".");
-      writer.setMeta("large", i);
+      meta::set(writer, "large", i);
     });
     EXPECT_EQ(ReplicaCopy(directory.path()).number("large"), i);
     // The log begins anew.
@@ -208,7 +210,7 @@ TEST_F(ReplicaTest, WhatWasRolledBackLeavesNothingInTheLog) {
   setNumber(replica, "before", 1);
   const auto fail = [](ReplicaWriter& writer) {
     setMuch(writer, "x.");
-    writer.setMeta("failed", 1);
+    meta::set(writer, "failed", 1);
     throw std::runtime_error("no");
   };
   EXPECT_THROW(replica.write(Durability::eventual, fail), std::runtime_error);
@@ -227,8 +229,8 @@ TEST_F(ReplicaTest, ATransactionThatReachedTheLogInPartDoesNotCount) {
   const auto before = std::filesystem::file_size(log);
   replica.write(Durability::eventual, [](ReplicaWriter& writer) {
     for (int i = 0; i < 20; ++i)
-      writer.setMeta(std::to_string(i), std::string(4000, 'x'));
-    writer.setMeta("second", 2);
+      meta::set(writer, std::to_string(i), std::string(4000, 'x'));
+    meta::set(writer, "second", 2);
   });
   const auto after = std::filesystem::file_size(log);
   ASSERT_GT(after, before + 20 * 4096);
@@ -245,7 +247,7 @@ TEST_F(ReplicaTest, ATransactionThatReachedTheLogInPartDoesNotCount) {
 TEST_F(ReplicaTest, ABriefReadSeesWhatWasCommittedBefore) {
   Replica replica(directory.path());
   const auto number = [&] {
-    return replica.readBriefly([](ReplicaReader& reader) { return reader.metaInteger("n"); });
+    return replica.readBriefly([](ReplicaReader& reader) { return meta::integer(reader, "n"); });
   };
   std::vector<std::thread> threads;
   for (int thread = 0; thread < 2; ++thread) {
@@ -270,8 +272,8 @@ TEST_F(ReplicaTest, ABriefReadDoesNotWaitForAWriter) {
   Replica replica(directory.path());
   setNumber(replica, "n", 1);
   replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    writer.setMeta("n", 2);
-    EXPECT_EQ(replica.readBriefly([](ReplicaReader& reader) { return reader.metaInteger("n"); }),
+    meta::set(writer, "n", 2);
+    EXPECT_EQ(replica.readBriefly([](ReplicaReader& reader) { return meta::integer(reader, "n"); }),
               1);
   });
 }
@@ -305,7 +307,8 @@ TEST_F(ReplicaTest, ABriefReadThatFailsLetsTheNextOneIn) {
   const auto fail = [](ReplicaReader&) -> int { throw std::runtime_error("no"); };
   EXPECT_THROW(replica.readBriefly(fail), std::runtime_error);
   setNumber(replica, "n", 1);
-  EXPECT_EQ(replica.readBriefly([](ReplicaReader& reader) { return reader.metaInteger("n"); }), 1);
+  EXPECT_EQ(replica.readBriefly([](ReplicaReader& reader) { return meta::integer(reader, "n"); }),
+            1);
 }
 
 }  // namespace

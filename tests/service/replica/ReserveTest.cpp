@@ -5,7 +5,9 @@
 
 #include <filesystem>
 
+#include "service/replica/Meta.h"
 #include "service/replica/Replica.h"
+#include "tests/service/support/ReplicaSql.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
@@ -68,9 +70,8 @@ class FullReplicaTest : public ReserveTest {
  protected:
   FullReplicaTest() {
     replica.refillReserveStep();
-    replica.write(Durability::eventual, [](ReplicaWriter& writer) {
-      writer.connection().execute("PRAGMA max_page_count=1");
-    });
+    replica.write(Durability::eventual,
+                  [](ReplicaWriter& writer) { runSql(writer, "PRAGMA max_page_count=1"); });
   }
 
   int write(Room room, int failures) {
@@ -79,8 +80,8 @@ class FullReplicaTest : public ReserveTest {
       replica.write(
           Durability::eventual,
           [&](ReplicaWriter& writer) {
-            if (++runs > failures) writer.connection().execute("PRAGMA max_page_count=1000000");
-            writer.setMeta("large", std::string(100'000, 'x'));
+            if (++runs > failures) runSql(writer, "PRAGMA max_page_count=1000000");
+            meta::set(writer, "large", std::string(100'000, 'x'));
           },
           room);
       written = true;

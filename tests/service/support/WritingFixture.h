@@ -78,8 +78,7 @@ class WritingFixture : public EngineFixture {
   // What is in the replica.
 
   std::optional<Change> change(NodeId id) {
-    return engine->replica().read(
-        [&](ReplicaReader& reader) { return journal::find(reader.connection(), id); });
+    return engine->replica().read([&](ReplicaReader& reader) { return journal::find(reader, id); });
   }
 
   NodeId named(const std::string& name, NodeId folder = kRootNode) {

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/WritingFixture.h"
 
 namespace tulo::test {
@@ -656,7 +657,7 @@ TEST_F(AsideTest, NothingIsRememberedOnceEachHasItsName) {
   pushAll();
   EXPECT_EQ(hostContents(nameHere()), contents());
   EXPECT_EQ(engine->replica().read([](ReplicaReader& reader) {
-    return reader.integer("SELECT count(*) FROM meta WHERE key LIKE 'place before%'");
+    return askSql(reader, "SELECT count(*) FROM meta WHERE key LIKE 'place before%'");
   }),
             0);
 }

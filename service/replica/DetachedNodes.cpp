@@ -1,0 +1,20 @@
+#include "service/replica/DetachedNodes.h"
+
+#include "service/replica/ReplicaColumns.h"
+
+namespace tulo::detachedNodes {
+
+std::vector<NodeId> since(ReplicaReader& reader, std::int64_t latest, std::int64_t limit) {
+  return columns::idsFrom(reader.connection()
+                              .cached("SELECT id FROM node WHERE detached<=? LIMIT ?")
+                              .bind(latest, limit));
+}
+
+std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit) {
+  return columns::idsFrom(
+      reader.connection()
+          .cached("SELECT id FROM node WHERE detached>? AND identifier IS NULL LIMIT ?")
+          .bind(0, limit));
+}
+
+}  // namespace tulo::detachedNodes

@@ -1,0 +1,19 @@
+// Rows of nodes that are out of the tree, and stay a while in case that their item turns up again.
+//
+// Threads: the functions run inside the transaction or reading session that they are given.
+// Errors: DatabaseError.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "service/replica/Replica.h"
+
+namespace tulo::detachedNodes {
+
+// Those that have been out of the tree since then or longer, in seconds.
+std::vector<NodeId> since(ReplicaReader& reader, std::int64_t latest, std::int64_t limit);
+// Those that are no item of the host's, and so cannot come back.
+std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit);
+
+}  // namespace tulo::detachedNodes
