@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,13 @@ struct Listing {
   std::string digest() const;
 };
 
+// The state of the source that a listing was made in.
+struct ListingStamp {
+  std::uint64_t generation = 0;
+  std::string fingerprint;  // empty: cannot be recognised again
+};
+
+using ExtensionPointer = std::shared_ptr<platform::NSFileProviderReplicatedExtension>;
 using ListingCompletion = std::function<void(Listing)>;
 
 // Lists all pages. The completion comes once, on a thread of the provider's choosing.

@@ -430,25 +430,4 @@ Reconciler::Result Reconciler::attempt(NodeId folder, const Listing& listing,
   return result;
 }
 
-std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing,
-                                         const std::unordered_set<std::string>& newer) {
-  std::unordered_set<std::string_view> listed;
-  for (const ItemRecord& item : listing.items)
-    listed.insert(item.identifier);
-  const std::vector<Node> children =
-      replica.read([&](ReplicaReader& reader) { return reader.childNodes(folder); });
-  std::vector<std::string> sample;
-  for (const NodeKind kind : {NodeKind::folder, NodeKind::file}) {
-    for (const Node& child : children) {
-      if (child.kind != kind || child.identifier.empty() || listed.contains(child.identifier) ||
-          newer.contains(child.identifier)) {
-        continue;
-      }
-      sample.push_back(child.identifier);
-      break;
-    }
-  }
-  return sample;
-}
-
 }  // namespace tulo

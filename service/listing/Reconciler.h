@@ -2,9 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
-#include <unordered_set>
-#include <vector>
 
 #include "service/kernel/Acknowledged.h"
 #include "service/kernel/Notifier.h"
@@ -13,12 +10,6 @@
 #include "service/replica/Replica.h"
 
 namespace tulo {
-
-// The state of the source that a listing was made in.
-struct ListingStamp {
-  std::uint64_t generation = 0;
-  std::string fingerprint;  // empty: cannot be recognised again
-};
 
 // Threads: reconcile may run for several folders at once, for one folder once at a time.
 class Reconciler {
@@ -40,10 +31,5 @@ class Reconciler {
   Replica& replica_;
   OpenFiles& openFiles_;
 };
-
-// Of the folder's known children, up to two (a folder and a file) that the listing lacks and that
-// are not newer.
-std::vector<std::string> sampleOfMissing(Replica& replica, NodeId folder, const Listing& listing,
-                                         const std::unordered_set<std::string>& newer);
 
 }  // namespace tulo

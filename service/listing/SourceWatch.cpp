@@ -11,15 +11,20 @@
 #include <cstdint>
 #include <ctime>
 
+#include "service/base/Time.h"
+
 namespace tulo {
+
+using namespace std::chrono_literals;
 
 namespace {
 
 // A commit is published a moment after the write that the notification reports; the looks after a
 // notification catch it. The last one is the rhythm when nothing happens.
-constexpr std::array<int, 9> kLooks = {1, 2, 5, 10, 20, 50, 100, 300, 1000};
+constexpr std::array<milliseconds, 9> kLooks = {1ms,  2ms,   5ms,   10ms,  20ms,
+                                                50ms, 100ms, 300ms, 1000ms};
 
-constexpr std::int64_t kRecentNanoseconds = 50'000'000;
+constexpr nanoseconds kRecent = 50ms;
 
 // The header of SQLite's shared-memory file: offsets of what identifies the last committed frame.
 constexpr std::size_t kHeaderSize = 48;
@@ -47,11 +52,10 @@ void drain(int descriptor) {
 }  // namespace
 
 SourceWatch::SourceWatch(SourceFiles files)
-    : files_(std::move(files)), wakeDescriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+    : files_(std::move(files)), wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 SourceWatch::~SourceWatch() {
   stop();
-  if (wakeDescriptor_ >= 0) ::close(wakeDescriptor_);
 }
 
 std::string SourceWatch::path(const char* suffix) const {
@@ -64,7 +68,6 @@ bool SourceWatch::present() const {
   return ::stat(path("").c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0;
 }
 
-// What identifies the last commit; empty while no process publishes any. The mutex is held.
 std::string SourceWatch::headerFrames() {
   std::array<char, kHeaderSize> header;
   if (!published_ || ::pread(published_.get(), header.data(), header.size(), 0) !=
@@ -93,7 +96,7 @@ void SourceWatch::openPublished() {
 // Without a process that has the database open there is no such file, or one that is being
 // rebuilt; the commits are then still those that were seen last.
 std::string SourceWatch::committedFrames() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   openPublished();
   std::string frames = headerFrames();
   if (!frames.empty()) lastFrames_ = std::move(frames);
@@ -101,7 +104,7 @@ std::string SourceWatch::committedFrames() {
 }
 
 bool SourceWatch::publishedSince() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const std::string frames = headerFrames();
   return !frames.empty() && frames != lastFrames_;
 }
@@ -121,9 +124,9 @@ bool SourceWatch::recentlyWritten() const {
   for (const char* suffix : {"", "-wal"}) {
     struct stat status = {};
     if (::stat(path(suffix).c_str(), &status) != 0) continue;
-    const std::int64_t age = (now.tv_sec - status.st_mtim.tv_sec) * 1'000'000'000 +
-                             (now.tv_nsec - status.st_mtim.tv_nsec);
-    if (age < kRecentNanoseconds) return true;
+    const nanoseconds age = seconds(now.tv_sec - status.st_mtim.tv_sec) +
+                            nanoseconds(now.tv_nsec - status.st_mtim.tv_nsec);
+    if (age < kRecent) return true;
   }
   return false;
 }
@@ -136,7 +139,7 @@ void SourceWatch::start(std::function<void()> changed) {
 void SourceWatch::stop() {
   if (!thread_.joinable()) return;
   const std::uint64_t one = 1;
-  if (::write(wakeDescriptor_, &one, sizeof one) < 0) return;
+  if (::write(wake_.get(), &one, sizeof one) < 0) return;
   thread_.join();
 }
 
@@ -148,9 +151,9 @@ void SourceWatch::run(const std::function<void()>& changed) {
     // Added again each time: the directory may be new, or another one under the same name.
     watch = ::inotify_add_watch(notifications.get(), files_.directory.c_str(),
                                 IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_MOVED_FROM);
-    struct pollfd waits[] = {{wakeDescriptor_, POLLIN, 0},
+    struct pollfd waits[] = {{wake_.get(), POLLIN, 0},
                              {watch >= 0 ? notifications.get() : -1, POLLIN, 0}};
-    const int ready = ::poll(waits, 2, kLooks[look]);
+    const int ready = ::poll(waits, 2, static_cast<int>(kLooks[look].count()));
     if (waits[0].revents != 0) return;
     if (ready > 0 && waits[1].revents != 0) {
       drain(notifications.get());

@@ -9,11 +9,11 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/Mutex.h"
 
 namespace tulo {
 
@@ -50,18 +50,19 @@ class SourceWatch {
 
  private:
   std::string path(const char* suffix) const;
-  void openPublished();
-  std::string headerFrames();
+  void openPublished() TULO_REQUIRES(mutex_);
+  // What identifies the last commit; empty while no process publishes any.
+  std::string headerFrames() TULO_REQUIRES(mutex_);
   std::string committedFrames();
   void run(const std::function<void()>& changed);
 
   SourceFiles files_;
-  // Guards the next two; a leaf.
-  std::mutex mutex_;
-  std::string lastFrames_;
-  FileDescriptor published_;
+  // A leaf.
+  Mutex mutex_;
+  std::string lastFrames_ TULO_GUARDED_BY(mutex_);
+  FileDescriptor published_ TULO_GUARDED_BY(mutex_);
   std::thread thread_;
-  int wakeDescriptor_ = -1;
+  const FileDescriptor wake_;
 };
 
 }  // namespace tulo

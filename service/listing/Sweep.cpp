@@ -1,172 +1,101 @@
-// The background half of Sync.
-#include <algorithm>
+#include "service/listing/Sweep.h"
+
 #include <chrono>
 #include <future>
-
-#include "service/base/ServiceLog.h"
-#include "service/listing/Sync.h"
+#include <utility>
+#include <vector>
 
 namespace tulo {
 
 namespace {
 
-// The most recently used folders come first in every pass, the rest oldest first, so that a host
-// that commits all the time starves nobody.
-constexpr std::size_t kHotFolders = 16;
-
-// After so many folders of one pass the kernel's listings of the others are dropped: whoever lists
-// one of them asks here first.
-constexpr std::size_t kQuickFolders = 64;
-
 constexpr std::chrono::milliseconds kRetryInterval{500};
-
-class ChangeObserver final : public platform::NSFileProviderChangeObserver {
- public:
-  void didUpdateItems(std::vector<platform::ItemPointer>) override {}
-  void didDeleteItems(std::vector<platform::NSFileProviderItemIdentifier>) override {}
-  void finishEnumeratingChanges(const platform::NSFileProviderSyncAnchor&, bool) override {}
-  void finishEnumeratingWithError(const platform::NSError&) override {}
-};
 
 }  // namespace
 
-std::vector<NodeId> Sync::planPass(std::uint64_t generation) {
-  std::vector<NodeId> plan = folders_.olderThan(generation);
-  if (plan.size() <= kHotFolders) return plan;
-  std::vector<std::pair<std::uint64_t, NodeId>> rest;
-  for (std::size_t i = kHotFolders; i < plan.size(); ++i) {
-    rest.emplace_back(folders_.verified(plan[i]).value_or(0), plan[i]);
-  }
-  std::stable_sort(rest.begin(), rest.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  for (std::size_t i = 0; i < rest.size(); ++i)
-    plan[kHotFolders + i] = rest[i].second;
-  return plan;
+Sweep::Sweep(SweepPlan& plan, const Generations& generations, Lister& lister, Notifier& notifier,
+             Anchor& anchor)
+    : plan_(plan),
+      generations_(generations),
+      lister_(lister),
+      notifier_(notifier),
+      anchor_(anchor) {}
+
+void Sweep::start() {
+  thread_ = std::thread([this] { run(); });
 }
 
-// A pass that the next commit cuts short after its first folder begins with the one that was used
-// last and the one that has waited longest, in turns.
-std::vector<NodeId> Sync::planShortPass(std::uint64_t generation) {
-  std::vector<NodeId> plan = folders_.olderThan(generation);
-  oldestFirst_ = !oldestFirst_;
-  if (!oldestFirst_ || plan.empty()) return plan;
-  const auto age = [this](NodeId folder) { return folders_.verified(folder).value_or(0); };
-  std::swap(plan.front(), *std::min_element(plan.begin(), plan.end(),
-                                            [&](NodeId a, NodeId b) { return age(a) < age(b); }));
-  return plan;
-}
-
-// The protocol's own question about changes. Every listing is compared anyway, so the answer only
-// serves to show the anchor.
-void Sync::askAnchor() {
-  const auto enumerator =
-      extension_->enumerator(platform::NSFileProviderRootContainerItemIdentifier(), {});
-  std::string last;
+void Sweep::stop() {
   {
-    std::lock_guard lock(runningMutex_);
-    last = statistics_.anchor;
+    const MutexLock lock(mutex_);
+    stopping_ = true;
+    wanted_.notifyAll();
   }
-  if (!last.empty()) enumerator->enumerateChanges(std::make_shared<ChangeObserver>(), last);
-  enumerator->currentSyncAnchor([this](std::optional<platform::NSFileProviderSyncAnchor> anchor) {
-    std::lock_guard lock(runningMutex_);
-    statistics_.anchor = anchor.value_or("");
-  });
+  if (thread_.joinable()) thread_.join();
 }
 
-void Sync::dropListings() {
+void Sweep::committed() {
+  const MutexLock lock(mutex_);
+  pace_.committed(SweepPace::Clock::now());
+  wanted_.notifyAll();
+}
+
+bool Sweep::isPouring() {
+  const MutexLock lock(mutex_);
+  return pace_.isPouring(SweepPace::Clock::now());
+}
+
+void Sweep::dropListings(const std::vector<NodeId>& folders) {
   Invalidations invalidations;
-  {
-    std::lock_guard lock(sweepMutex_);
-    for (NodeId folder : pass_)
-      invalidations.push_back(dataChanged(folder));
-  }
+  for (NodeId folder : folders)
+    invalidations.push_back(dataChanged(folder));
   notifier_.queue(std::move(invalidations));
 }
 
-bool Sync::sweepStep() {
-  const std::uint64_t now = generation();
-  NodeId folder = kNoNode;
-  bool newPass = false;
-  bool drop = false;
-  bool retried = false;
-  {
-    std::lock_guard lock(sweepMutex_);
-    if (passGeneration_ != now) {
-      const bool isShort = pace_.isPouring(SweepPace::Clock::now());
-      const std::vector<NodeId> plan = isShort ? planShortPass(now) : planPass(now);
-      pass_.assign(plan.begin(), plan.end());
-      passGeneration_ = now;
-      sweptInPass_ = 0;
-      newPass = true;
-    }
-    drop = ++sweptInPass_ == kQuickFolders;
-    if (!pass_.empty()) {
-      folder = pass_.front();
-      pass_.pop_front();
-    } else if (!retry_.empty()) {
-      folder = *retry_.begin();
-      retry_.erase(retry_.begin());
-      retried = true;
-    }
-  }
-  if (newPass) askAnchor();
-  if (folder == kNoNode) return false;
-  if (drop) dropListings();
+int Sweep::refresh(NodeId folder) {
   std::promise<int> done;
-  refresh(folder, [&done](int error) { done.set_value(error); });
-  const int error = done.get_future().get();
-  return error == 0 || !retried;
+  lister_.refresh(folder, [&done](int error) { done.set_value(error); });
+  return done.get_future().get();
 }
 
-bool Sync::waitForWork(std::unique_lock<std::mutex>& lock) {
-  sweepWanted_.wait_for(lock, kRetryInterval,
-                        [this] { return stopping_ || passGeneration_ != generation(); });
+bool Sweep::step() {
+  const SweepPlan::Step step = plan_.next(generations_.current(), isPouring());
+  if (step.beginsPass) anchor_.ask();
+  if (step.folder == kNoNode) return false;
+  dropListings(step.overtaken);
+  return refresh(step.folder) == 0 || !step.isRetry;
+}
+
+bool Sweep::waitForWork(MutexLock& lock) {
+  const auto end = SweepPace::Clock::now() + kRetryInterval;
+  while (!stopping_ && !plan_.isBehind(generations_.current())) {
+    if (!wanted_.waitUntil(lock, end)) break;
+  }
   return !stopping_;
 }
 
-// False when the sweep is to end.
-bool Sync::rest(std::unique_lock<std::mutex>& lock) {
-  for (;;) {
-    if (stopping_) return false;
+bool Sweep::rest(MutexLock& lock) {
+  while (!stopping_) {
     const auto now = SweepPace::Clock::now();
     const auto due = pace_.due(now);
     if (due <= now) return true;
-    sweepWanted_.wait_until(lock, due);
+    wanted_.waitUntil(lock, due);
   }
+  return false;
 }
 
-void Sync::sweepLoop() {
-  std::unique_lock lock(sweepMutex_);
+void Sweep::run() {
+  MutexLock lock(mutex_);
   while (waitForWork(lock)) {
     pace_.beganRun(SweepPace::Clock::now());
     for (bool more = true; more && rest(lock);) {
       lock.unlock();
       const auto began = SweepPace::Clock::now();
-      more = sweepStep();
+      more = step();
       lock.lock();
       pace_.listed(began, SweepPace::Clock::now());
     }
   }
-}
-
-void Sync::start() {
-  sweeper_ = std::thread([this] { sweepLoop(); });
-  source_.start([this] { checkSource(); });
-}
-
-void Sync::stop() {
-  source_.stop();
-  {
-    std::lock_guard lock(sweepMutex_);
-    std::lock_guard running(runningMutex_);
-    stopping_ = true;
-    sweepWanted_.notify_all();
-  }
-  if (sweeper_.joinable()) sweeper_.join();
-  workers_.stop();
-  // Listings and look-ups that the provider has not answered hold references to this object.
-  std::unique_lock lock(runningMutex_);
-  runningChanged_.wait(lock, [this] { return running_.empty() && lookUps_ == 0; });
 }
 
 }  // namespace tulo
