@@ -45,8 +45,8 @@ Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
       store_(options.stateDirectory, options.source.directory, options.limits),
       policy_(options.noDownloadList),
       pins_(replica_, folders_),
-      files_(replica_, store_, openFiles_, options.clock, options.quietMilliseconds),
-      edits_(replica_, files_, store_, openFiles_, LocalNames(options.localNames)) {
+      files_({replica_, store_, openFiles_, QuietTime(options.clock, options.quietMilliseconds)}),
+      edits_({replica_, files_, store_, LocalNames(options.localNames), options.beforeWaiting}) {
   if (!replica_.setAside().empty()) {
     serviceLog().error("the replica was damaged and is kept as %{public}@", {replica_.setAside()});
   }

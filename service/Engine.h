@@ -41,6 +41,8 @@ struct EngineOptions {
   // After the last change of an item before it goes up.
   std::int64_t quietMilliseconds = 1000;
   MillisecondClock clock = systemClock();
+  // Called on a program's thread that is about to wait for the disk.
+  std::function<void()> beforeWaiting = [] {};
 };
 
 class Engine {

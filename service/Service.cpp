@@ -11,6 +11,7 @@
 #include "service/base/ServiceLog.h"
 #include "service/control/Control.h"
 #include "service/control/ServiceControl.h"
+#include "service/mount/RequestLoop.h"
 
 namespace tulo {
 
@@ -48,6 +49,7 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   engineOptions.noDownloadList = DownloadPolicy::userListPath();
   engineOptions.readWrite = options.readWrite;
   engineOptions.quietMilliseconds = options.quietMilliseconds;
+  engineOptions.beforeWaiting = &RequestLoop::passTurn;
   try {
     engine_ = std::make_unique<Engine>(engineOptions, factory);
   } catch (const sqlite::DatabaseError& error) {

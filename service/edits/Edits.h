@@ -5,79 +5,59 @@
 // Errors: an errno, 0 when all went well; DatabaseError where the replica cannot be written.
 #pragma once
 
-#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
 
-#include "service/edits/LocalFiles.h"
-#include "service/edits/LocalNames.h"
-#include "service/kernel/OpenFiles.h"
-#include "service/replica/Journal.h"
-#include "service/replica/Replica.h"
+#include "service/edits/EditParts.h"
+#include "service/edits/NewNodes.h"
+#include "service/edits/Removals.h"
+#include "service/edits/Renames.h"
 
 namespace tulo {
 
-struct EditResult {
-  int error = 0;
-  Entry entry;
-};
-
 class Edits {
  public:
-  Edits(Replica& replica, LocalFiles& files, ContentStore& store, OpenFiles& openFiles,
-        LocalNames localNames);
+  explicit Edits(EditParts parts);
 
-  EditResult makeFile(NodeId folder, std::string_view name, int mode);
-  // The same for a program that goes on with it: the contents are open in LocalFiles afterwards,
-  // until LocalFiles::released.
-  EditResult makeOpenFile(NodeId folder, std::string_view name, int mode);
-  EditResult makeFolder(NodeId folder, std::string_view name, int mode = 0700);
-  EditResult makeLink(NodeId folder, std::string_view name, std::string_view target);
-  // EINVAL for what is no symbolic link.
-  int readLink(NodeId link, std::string& target);
+  EditResult makeFile(NodeId folder, std::string_view name, int mode) {
+    return newNodes_.makeFile(folder, name, mode);
+  }
+  EditResult makeOpenFile(NodeId folder, std::string_view name, int mode) {
+    return newNodes_.makeOpenFile(folder, name, mode);
+  }
+  EditResult makeFolder(NodeId folder, std::string_view name, int mode = 0700) {
+    return newNodes_.makeFolder(folder, name, mode);
+  }
+  EditResult makeLink(NodeId folder, std::string_view name, std::string_view target) {
+    return newNodes_.makeLink(folder, name, target);
+  }
+  // Nothing for what is no symbolic link.
+  std::optional<std::string> readLink(NodeId link) const;
 
-  int removeFile(NodeId folder, std::string_view name);
-  // The folder must have been listed just now: what is not known to be empty is not removed.
-  int removeFolder(NodeId folder, std::string_view name);
-
-  // `flags`: RENAME_NOREPLACE or RENAME_EXCHANGE. `moved` is the node that moved.
+  int removeFile(NodeId folder, std::string_view name) {
+    return removals_.removeFile(folder, name);
+  }
+  int removeFolder(NodeId folder, std::string_view name) {
+    return removals_.removeFolder(folder, name);
+  }
   int rename(NodeId folder, std::string_view name, NodeId newFolder, std::string_view newName,
-             unsigned flags);
+             unsigned flags) {
+    return renames_.rename({folder, name, newFolder, newName, flags});
+  }
 
   // Kept here; the host knows no such thing.
   int setMode(NodeId node, int mode);
   // 0 when a program may write to the file.
-  int mayWrite(NodeId node);
+  int mayWrite(NodeId node) const;
 
-  const LocalNames& localNames() const { return localNames_; }
+  const LocalNames& localNames() const { return parts_.localNames; }
 
  private:
-  int rename(ReplicaWriter& writer, NodeId folder, std::string_view name, NodeId newFolder,
-             std::string_view newName, unsigned flags);
-  using Step = std::function<void(ReplicaWriter&, const Node&)>;
-  EditResult make(NodeId folder, Node node, const Step& added);
-  EditResult makeFile(NodeId folder, std::string_view name, int mode, bool open);
-  int removeOne(ReplicaWriter& writer, const Node& node);
-  bool noteChange(ReplicaWriter& writer, const Node& node);
-  void place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name);
-  void makeKnown(ReplicaWriter& writer, NodeId node);
-  bool staysHere(ReplicaWriter& writer, NodeId folder, std::string_view name);
-  bool staysHere(ReplicaWriter& writer, const Node& folder, std::string_view name);
-  void forceReplacement(NodeId folder, std::string_view name, NodeId newFolder,
-                        std::string_view newName);
-  void touchFolder(ReplicaWriter& writer, NodeId folder);
-  std::int64_t due() const { return files_.now() + files_.quiet(); }
-
-  Replica& replica_;
-  LocalFiles& files_;
-  ContentStore& store_;
-  OpenFiles& openFiles_;
-  const LocalNames localNames_;
+  const EditParts parts_;
+  NewNodes newNodes_;
+  Removals removals_;
+  Renames renames_;
 };
-
-// Whether the item stays on this machine under that name in that folder.
-bool staysLocal(ReplicaWriter& writer, const LocalNames& names, NodeId folder,
-                std::string_view name);
 
 }  // namespace tulo

@@ -1,165 +1,91 @@
 // The contents of files that are open, or were changed here.
 //
-// Contents that changed here are written in place, in one file shared by all who have the file
-// open. Before the first byte changes, the journal says that the contents are dirty. While a
-// version is on its way to the host it stays as it is: the first write then goes to a copy.
-//
 // Threads: every member may be called on any thread.
-// Lifetime: a WritableFile may outlive nothing that LocalFiles was given.
+// Errors: an errno, 0 when all went well, unless a function says otherwise.
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
+#include <ctime>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <set>
-#include <shared_mutex>
 #include <string>
-#include <thread>
-#include <unordered_map>
-#include <vector>
+#include <utility>
 
-#include "service/kernel/OpenFiles.h"
-#include "service/replica/ContentStore.h"
-#include "service/replica/Journal.h"
-#include "service/replica/Replica.h"
+#include "service/edits/FileParts.h"
+#include "service/edits/RowKeeper.h"
+#include "service/edits/WritableFile.h"
+#include "service/edits/WritableFiles.h"
 
 namespace tulo {
 
-// Milliseconds since 1970.
-using MillisecondClock = std::function<std::int64_t()>;
-MillisecondClock systemClock();
-
-class LocalFiles;
-
-// The contents of one node as long as somebody has it open. Every call returns 0 or an errno.
-class WritableFile {
- public:
-  WritableFile(LocalFiles& owner, NodeId node) : owner_(owner), node_(node) {}
-
-  // The number of bytes, or an errno as a negative number; -ENODATA: as long as nobody has opened
-  // the contents here, they are read elsewhere.
-  ssize_t read(char* data, std::size_t size, off_t offset);
-  ssize_t write(const char* data, std::size_t size, off_t offset);
-  int truncate(off_t size);
-  int allocate(int mode, off_t offset, off_t length);
-  off_t seek(off_t offset, int whence);
-  ssize_t copyFrom(WritableFile& source, off_t from, off_t to, std::size_t size);
-  // Forces the bytes to the disk.
-  int force(bool dataOnly);
-  // The descriptor to read from; nothing when there are no contents yet.
-  std::optional<FileDescriptor> duplicateDescriptor();
-
- private:
-  friend class LocalFiles;
-
-  // Makes the contents writable; the lock is held exclusively. Throws.
-  void prepare(bool keepContents);
-  template <typename Function>
-  auto changing(bool keepContents, const Function& function);
-
-  LocalFiles& owner_;
-  const NodeId node_;
-  // Shared for reading and writing bytes, exclusive for exchanging the file. Taken before the
-  // replica's own locks; those of several files in the order of their nodes.
-  std::shared_mutex mutex_;
-  FileDescriptor file_;
-  ContentId content_ = kNoContent;
-  bool writable_ = false;              // the journal knows, and nobody sends it
-  std::atomic<bool> changed_ = false;  // since the row was brought up to date
-  unsigned settlers_ = 0;              // guarded by the owner
+// The contents of a node, or why there are none.
+struct OpenedFile {
+  std::shared_ptr<WritableFile> file;
+  int error = 0;
 };
 
 class LocalFiles {
  public:
-  LocalFiles(Replica& replica, ContentStore& store, OpenFiles& openFiles, MillisecondClock clock,
-             std::int64_t quietMilliseconds);
-  ~LocalFiles();
+  explicit LocalFiles(const FileParts& parts);
 
-  // After a restart: sizes and times of dirty contents are what their files say.
+  // After a restart: sizes and times of dirty contents are what their files say. Throws
+  // DatabaseError.
   void start();
   // Brings every row up to date and ends the thread that does so in the background.
-  void stop();
+  void stop() { keeper_.stop(); }
 
-  // The shared contents of a node whose contents are here; null with an errno otherwise.
-  std::shared_ptr<WritableFile> open(NodeId node, int& error);
+  // The shared contents of a node whose contents are here.
+  OpenedFile open(NodeId node);
   // The same for contents that are made just now, inside the transaction that makes the node and
   // journals them: only so can nobody have sent them yet. Open until released().
   void openNew(NodeId node, ContentId content, FileDescriptor contents);
-  // The same if somebody has it open already.
-  std::shared_ptr<WritableFile> find(NodeId node) const;
+  // The same if somebody has it open already; else null.
+  std::shared_ptr<WritableFile> find(NodeId node) const { return files_.find(node); }
+  // Nobody has it open any more.
+  void released(NodeId node) { files_.released(node); }
 
   // A handle that could write was flushed or closed: brings the row up to date; the quiet time
-  // begins. Returns 0 or an errno.
+  // begins.
   int settle(NodeId node);
-  // Settles soon: the bytes are safe where they are, and a start after a crash finds them, so
-  // that closing a file need not wait for its row.
-  void settleLater(NodeId node);
-  // What was written to the node, and the journal, survive a power cut. Returns 0 or an errno.
+  // Settles soon, so that closing a file need not wait for its row.
+  void settleLater(NodeId node) { keeper_.settleLater(node); }
+  // What was written to the node, and the journal, survive a power cut.
   int synchronize(NodeId node, bool dataOnly);
   // Kept until the host reports other contents.
   int setModified(NodeId node, const timespec& modified);
   // Does what was put off.
-  void catchUp();
+  void catchUp() { keeper_.catchUp(); }
   // Notes the name that unsent contents are recovered under, soon.
-  void nameLater(ContentId content, std::string name);
+  void nameLater(ContentId content, std::string name) {
+    keeper_.nameLater(content, std::move(name));
+  }
   // The contents are the host's.
-  void forgetName(ContentId content);
-  // Nobody has it open any more.
-  void released(NodeId node);
+  void forgetName(ContentId content) { keeper_.forgetName(content); }
 
   // Changes size and times of an entry to what a program sees that has written since.
   void overlay(Entry& entry) const;
 
-  // Runs `function` in a transaction in which the contents of the node cannot change.
+  // Runs `function` in a transaction in which the contents of the node cannot change. Throws what
+  // that throws, and DatabaseError.
   void withSettled(NodeId node, Durability durability, const Replica::WriteFunction& function);
   // The contents went up or were replaced: the next write begins anew.
   void contentsSent(NodeId node);
 
-  Replica& replica() { return replica_; }
-  std::int64_t now() const { return clock_(); }
-  std::int64_t quiet() const { return quiet_; }
-  // Called when a change was journaled.
+  std::int64_t now() const { return parts_.quiet.now(); }
+  std::int64_t quiet() const { return parts_.quiet.length(); }
+  const QuietTime& quietTime() const { return parts_.quiet; }
+  // Called when a change was journaled. Set before anything is changed.
   void setOnChange(std::function<void()> onChange) { onChange_ = std::move(onChange); }
   void changed() const {
     if (onChange_) onChange_();
   }
 
  private:
-  friend class WritableFile;
-
-  class Settler;
-
-  std::shared_ptr<WritableFile> slot(NodeId node);
-  void eraseUnused(NodeId node);
-  void updateRow(ReplicaWriter& writer, WritableFile& file);
-  void noteChange(WritableFile& file);
   int forceContents(NodeId node, bool dataOnly);
-  void wakeKeeper();
-  void keepUp();
-  void settleAll(const std::vector<std::shared_ptr<WritableFile>>& files);
 
-  Replica& replica_;
-  ContentStore& store_;
-  OpenFiles& openFiles_;
-  const MillisecondClock clock_;
-  const std::int64_t quiet_;
+  const FileParts parts_;
   std::function<void()> onChange_;
-
-  // Guards the map; a leaf.
-  mutable std::mutex mutex_;
-  std::unordered_map<NodeId, std::shared_ptr<WritableFile>> files_;
-
-  // Guards what is put off; a leaf.
-  std::mutex laterMutex_;
-  std::condition_variable laterChanged_;
-  std::set<NodeId> unsettled_;
-  std::unordered_map<ContentId, std::string> names_;
-  bool keeperRests_ = false;
-  bool stopping_ = false;
-  std::thread keeper_;
+  WritableFiles files_;
+  RowKeeper keeper_;
 };
 
 }  // namespace tulo

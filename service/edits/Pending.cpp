@@ -1,20 +1,19 @@
 #include "service/edits/Pending.h"
 
 #include "service/base/Names.h"
+#include "service/edits/Ancestors.h"
 #include "service/replica/JournalTree.h"
 
 namespace tulo::pending {
 
 namespace {
 
-constexpr int kDeepest = 4096;
-
 std::string joined(const std::string& folder, const std::string& name) {
   return folder.empty() ? name : folder + '/' + name;
 }
 
 // Where the host has it.
-std::string basePath(ReplicaReader& reader, const Change& change, int depth = 0) {
+std::string basePath(ReplicaReader& reader, const Change& change, std::size_t depth = 0) {
   const std::string name = names::shown(change.baseFilename);
   const std::optional<Node> folder = reader.nodeFor(change.baseParent);
   if (!folder || folder->id == kRootNode || depth > kDeepest) return name;

@@ -51,7 +51,8 @@ void MountSession::afterVerdict(fuse_req_t request, const std::vector<NodeId>& n
 
 bool MountSession::writesThrough(const fuse_file_info& info, OpenFile& file, int& error) {
   if ((info.flags & O_ACCMODE) == O_RDONLY || !parts_.files) return false;
-  if (!parts_.files->open(file.node(), error)) return false;
+  error = parts_.files->open(file.node()).error;
+  if (error != 0) return false;
   file.setWrites();
   return true;
 }
@@ -65,8 +66,9 @@ void MountSession::openEmptied(fuse_req_t request, NodeId node, const fuse_file_
   }
   if (!answer.file) {
     answer.error = ESTALE;
-  } else if (const auto file = parts_.files->open(node, answer.error)) {
-    answer.error = file->truncate(0);
+  } else {
+    const OpenedFile opened = parts_.files->open(node);
+    answer.error = opened.file ? opened.file->truncate(0) : opened.error;
   }
   replyOpen(request, info, std::move(answer));
 }
@@ -105,10 +107,9 @@ void MountSession::release(fuse_req_t request, const fuse_file_info& info) {
 }
 
 std::shared_ptr<WritableFile> MountSession::shared(fuse_req_t request, NodeId node) {
-  int error = EBADF;
-  std::shared_ptr<WritableFile> file = parts_.files ? parts_.files->open(node, error) : nullptr;
-  if (!file) fuse_reply_err(request, error);
-  return file;
+  const OpenedFile opened = parts_.files ? parts_.files->open(node) : OpenedFile{nullptr, EBADF};
+  if (!opened.file) fuse_reply_err(request, opened.error);
+  return opened.file;
 }
 
 void MountSession::create(fuse_req_t request, NodeId folder, const char* name, mode_t mode,
@@ -183,12 +184,11 @@ void MountSession::symlink(fuse_req_t request, const char* target, NodeId folder
 
 void MountSession::readlink(fuse_req_t request, NodeId node) {
   guarded(request, [&] {
-    std::string target;
-    const int error = parts_.edits ? parts_.edits->readLink(node, target) : EINVAL;
-    if (error != 0) {
-      fuse_reply_err(request, error);
+    const auto target = parts_.edits ? parts_.edits->readLink(node) : std::nullopt;
+    if (target) {
+      fuse_reply_readlink(request, target->c_str());
     } else {
-      fuse_reply_readlink(request, target.c_str());
+      fuse_reply_err(request, EINVAL);
     }
   });
 }
@@ -268,10 +268,10 @@ int MountSession::truncate(NodeId node, off_t size) {
     open = parts_.contents.openAsIs(node);
   }
   if (!open) return ESTALE;
-  int error = 0;
-  const std::shared_ptr<WritableFile> file = parts_.files->open(node, error);
-  if (file) {
-    error = file->truncate(size);
+  const OpenedFile opened = parts_.files->open(node);
+  int error = opened.error;
+  if (opened.file) {
+    error = opened.file->truncate(size);
     const int settled = parts_.files->settle(node);
     if (error == 0) error = settled;
   }

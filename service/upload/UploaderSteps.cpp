@@ -9,7 +9,7 @@
 #include "service/base/FaultPoints.h"
 #include "service/base/Names.h"
 #include "service/base/ServiceLog.h"
-#include "service/edits/Edits.h"
+#include "service/edits/StaysLocal.h"
 #include "service/replica/ContentRows.h"
 #include "service/replica/JournalTree.h"
 #include "service/replica/Meta.h"

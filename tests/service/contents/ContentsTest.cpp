@@ -340,8 +340,7 @@ TEST_F(ContentsTest, UnsyncedContentsAreNotTrustedAfterAnotherBoot) {
 TEST_F(ContentsTest, WhatWasChangedHereSurvivesAnotherBootWithoutHavingBeenSynced) {
   const EditResult made = engine->edits().makeFile(kRootNode, "new.txt", 0600);
   ASSERT_EQ(made.error, 0);
-  int error = 0;
-  const auto file = engine->files().open(made.entry.id, error);
+  const auto file = engine->files().open(made.entry.id).file;
   ASSERT_NE(file, nullptr);
   ASSERT_EQ(file->write("unsent", 6, 0), 6);
   ASSERT_EQ(engine->files().settle(made.entry.id), 0);
@@ -444,8 +443,7 @@ TEST_F(ContentsTest, WhatIsBeingWrittenIsNoLeftOver) {
   });
   for (int i = 0; i < kFiles; ++i) {
     const NodeId id = idOf("i:" + std::to_string(i));
-    int error = 0;
-    const auto file = engine->files().open(id, error);
+    const auto file = engine->files().open(id).file;
     ASSERT_TRUE(file);
     EXPECT_EQ(file->truncate(0), 0);
     EXPECT_TRUE(std::filesystem::exists(engine->store().path(row(id)->content))) << i;

@@ -308,17 +308,17 @@ TEST_F(LocalFilesTest, AReaderWhoComesBeforeTheRowFollowsTheBytesReadsAll) {
 }
 
 TEST_F(LocalFilesTest, AFileThatIsGoneIsNotOpened) {
-  int error = 0;
-  EXPECT_EQ(files().open(NodeId(999'999), error), nullptr);
-  EXPECT_EQ(error, ESTALE);
+  const OpenedFile opened = files().open(NodeId(999'999));
+  EXPECT_EQ(opened.file, nullptr);
+  EXPECT_EQ(opened.error, ESTALE);
 }
 
 TEST_F(LocalFilesTest, AFileWhoseContentsAreGoneTellsOfIt) {
   const NodeId id = makeFile("a", "hello");
   std::filesystem::remove(engine->store().path(row(id)->content));
-  int error = 0;
-  EXPECT_EQ(files().open(id, error), nullptr);
-  EXPECT_EQ(error, EIO);
+  const OpenedFile opened = files().open(id);
+  EXPECT_EQ(opened.file, nullptr);
+  EXPECT_EQ(opened.error, EIO);
 }
 
 TEST_F(LocalFilesTest, ADeletedFileCanStillBeWritten) {

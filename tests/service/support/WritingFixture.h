@@ -60,10 +60,9 @@ class WritingFixture : public EngineFixture {
   }
 
   std::shared_ptr<WritableFile> open(NodeId id) {
-    int error = 0;
-    auto file = engine->files().open(id, error);
-    EXPECT_EQ(error, 0);
-    return file;
+    const OpenedFile opened = engine->files().open(id);
+    EXPECT_EQ(opened.error, 0);
+    return opened.file;
   }
 
   void close(NodeId id) {
