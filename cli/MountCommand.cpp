@@ -84,7 +84,7 @@ ServiceOptions optionsOf(const Arguments& arguments) {
   options.debug = arguments.debug;
   options.readWrite = !arguments.readOnly;
   if (arguments.sync) {
-    options.syncMilliseconds = static_cast<std::int64_t>(arguments.syncTimeout * 1000);
+    options.syncPatience = milliseconds(static_cast<std::int64_t>(arguments.syncTimeout * 1000));
   }
   return options;
 }

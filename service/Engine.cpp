@@ -45,7 +45,7 @@ Engine::Engine(const EngineOptions& options, const ExtensionFactory& factory)
       store_(options.stateDirectory, options.source.directory, options.limits),
       policy_(options.noDownloadList),
       pins_(replica_, folders_),
-      files_({replica_, store_, openFiles_, QuietTime(options.clock, options.quietMilliseconds)}),
+      files_({replica_, store_, openFiles_, QuietTime(options.clock, options.quiet)}),
       edits_({replica_, files_, store_, LocalNames(options.localNames), options.beforeWaiting}) {
   if (!replica_.setAside().empty()) {
     serviceLog().error("the replica was damaged and is kept as %{public}@", {replica_.setAside()});
@@ -114,7 +114,7 @@ void Engine::addRoot() {
   root.identifier = platform::NSFileProviderRootContainerItemIdentifier();
   root.capabilities = platform::NSFileProviderItemCapabilitiesAllowsReading |
                       platform::NSFileProviderItemCapabilitiesAllowsAddingSubItems;
-  root.modified = std::time(nullptr);
+  root.modified = {secondsNow(), {}};
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) { writer.insert(root); });
 }
 

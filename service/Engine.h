@@ -39,8 +39,8 @@ struct EngineOptions {
   bool readWrite = false;
   std::vector<std::string> localNames = LocalNames::defaults();
   // After the last change of an item before it goes up.
-  std::int64_t quietMilliseconds = 1000;
-  MillisecondClock clock = systemClock();
+  milliseconds quiet{1000};
+  WallClock clock = systemClock;
   // Called on a program's thread that is about to wait for the disk.
   std::function<void()> beforeWaiting = [] {};
 };

@@ -48,7 +48,7 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   engineOptions.limits = options.limits;
   engineOptions.noDownloadList = DownloadPolicy::userListPath();
   engineOptions.readWrite = options.readWrite;
-  engineOptions.quietMilliseconds = options.quietMilliseconds;
+  engineOptions.quiet = options.quiet;
   engineOptions.beforeWaiting = &RequestLoop::passTurn;
   try {
     engine_ = std::make_unique<Engine>(engineOptions, factory);
@@ -70,8 +70,8 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   if (options.readWrite) {
     parts.edits = &engine_->edits();
     parts.files = &engine_->files();
-    parts.awaited = options.syncMilliseconds > 0 ? &engine_->uploader() : nullptr;
-    parts.patience = options.syncMilliseconds;
+    parts.awaited = options.syncPatience > milliseconds::zero() ? &engine_->uploader() : nullptr;
+    parts.patience = options.syncPatience;
   }
   startThumbnails();
   engine_->sync().whenReconciled([this](NodeId folder) { listed(folder); });
@@ -122,7 +122,9 @@ void Service::listed(NodeId folder) {
         for (const auto& [id, name] : names) {
           const std::optional<Node> node = reader.node(id);
           if (!node || node->identifier.empty()) continue;
-          page.push_back({node->identifier, {base + '/' + name, node->modified, node->size}});
+          page.push_back(
+              {node->identifier,
+               {base + '/' + name, node->modified.whole.time_since_epoch().count(), node->size}});
         }
       });
     } catch (const sqlite::DatabaseError& error) {

@@ -21,9 +21,9 @@ struct ServiceOptions {
   bool allowOther = false;
   bool debug = false;
   bool readWrite = false;
-  std::int64_t quietMilliseconds = 1000;
+  milliseconds quiet{1000};
   // How long closing a file, renaming and the like wait for the host; 0: not at all.
-  std::int64_t syncMilliseconds = 0;
+  milliseconds syncPatience{0};
 };
 
 class ControlServer;

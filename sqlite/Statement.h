@@ -6,6 +6,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <concepts>
 #include <cstdint>
 #include <memory>
@@ -62,6 +63,15 @@ class Statement {
     { value.number() } -> std::same_as<std::uint64_t>;
   }
   void bindOne(int index, const Value& value) { bindOne(index, value.number()); }
+  // Times count in the unit of their type.
+  template <typename Rep, typename Period>
+  void bindOne(int index, std::chrono::duration<Rep, Period> value) {
+    bindOne(index, static_cast<std::int64_t>(value.count()));
+  }
+  template <typename Duration>
+  void bindOne(int index, std::chrono::sys_time<Duration> value) {
+    bindOne(index, value.time_since_epoch());
+  }
   // The text must stay until the statement is reset.
   void bindOne(int index, std::string_view value);
   void bindOne(int index, const std::string& value) { bindOne(index, std::string_view(value)); }

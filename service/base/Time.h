@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <ctime>
 #include <functional>
 
 namespace tulo {
@@ -12,7 +13,7 @@ using std::chrono::seconds;
 
 // The wall's clock, as the journal keeps it: when a change is due.
 using WallTime = std::chrono::sys_time<milliseconds>;
-// What a test steers; everything else uses systemClock().
+// What a test steers; everything else uses systemClock.
 using WallClock = std::function<WallTime()>;
 
 inline WallTime systemClock() {
@@ -26,11 +27,24 @@ inline WallSeconds secondsNow() {
   return std::chrono::floor<seconds>(std::chrono::system_clock::now());
 }
 
+inline WallSeconds inSeconds(WallTime time) {
+  return std::chrono::floor<seconds>(time);
+}
+
 // When a file was changed. In two parts, as stat(2) has it: what a host says may lie farther away
 // than nanoseconds in one number reach.
 struct FileTime {
   WallSeconds whole{};
   nanoseconds beyond{};  // less than a second
+
+  static FileTime of(WallTime time) {
+    const WallSeconds whole = inSeconds(time);
+    return {whole, time - whole};
+  }
+  static FileTime of(const timespec& time) {
+    return {WallSeconds(seconds(time.tv_sec)), nanoseconds(time.tv_nsec)};
+  }
+  timespec spec() const { return {whole.time_since_epoch().count(), beyond.count()}; }
 
   friend bool operator==(const FileTime&, const FileTime&) = default;
 };

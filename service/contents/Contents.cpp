@@ -1,7 +1,6 @@
 #include "service/contents/Contents.h"
 
 #include <cerrno>
-#include <ctime>
 #include <utility>
 
 #include "service/base/ServiceLog.h"
@@ -102,7 +101,7 @@ std::optional<OpenAnswer> Contents::openNow(NodeId id, bool verified) {
   if (node->state == ContentState::dataless && node->size > 0) return std::nullopt;
   {
     std::lock_guard lock(mutex_);
-    used_[id] = std::time(nullptr);
+    used_[id] = secondsNow();
   }
   return OpenAnswer{0, handle(id, node->content, node->state, node->size)};
 }

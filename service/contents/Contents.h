@@ -126,7 +126,7 @@ class Contents : public std::enable_shared_from_this<Contents> {
   struct Transfer {
     NodeId node = kNoNode;
     std::int64_t size = 0;
-    std::int64_t startedAt = 0;
+    WallSeconds startedAt{};
     bool ahead = false;
     bool active = false;
   };
@@ -199,7 +199,7 @@ class Contents : public std::enable_shared_from_this<Contents> {
   std::size_t active_ = 0;
   std::size_t activeAhead_ = 0;
   std::size_t insideCallback_ = 0;
-  std::unordered_map<NodeId, std::int64_t> used_;
+  std::unordered_map<NodeId, WallSeconds> used_;
   Statistics statistics_;
 
   // Begins fetches, so that those who ask for one (the kernel's requests, the deliveries to it)

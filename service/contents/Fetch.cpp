@@ -40,7 +40,7 @@ void Contents::enlist(NodeId node, bool ahead, FetchCompletion& completion) {
   if (isNew) {
     fetch = std::make_shared<Fetch>();
     fetch->node = node;
-    fetch->startedAt = std::time(nullptr);
+    fetch->startedAt = secondsNow();
   }
   fetch->waiters.push_back(std::move(completion));
   if (isNew) {

@@ -15,7 +15,7 @@ struct Contents::Fetch {
   NodeId node = kNoNode;
   bool ahead = false;
   bool active = false;
-  std::int64_t startedAt = 0;
+  WallSeconds startedAt{};
   std::vector<FetchCompletion> waiters;
 
   NodeId folder = kNoNode;

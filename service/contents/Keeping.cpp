@@ -1,6 +1,5 @@
 // The background half of Contents: room, pins, left-overs.
 #include <cerrno>
-#include <ctime>
 #include <fstream>
 
 #include "service/base/ServiceLog.h"
@@ -21,7 +20,7 @@ constexpr std::int64_t kBatch = 64;
 constexpr std::size_t kAheadQueue = 32;
 
 // An item that moved between two listings is back long before.
-constexpr std::int64_t kDetachedSeconds = 60;
+constexpr seconds kDetached{60};
 
 std::string bootIdentifier() {
   std::ifstream file("/proc/sys/kernel/random/boot_id");
@@ -166,7 +165,7 @@ bool Contents::purgeStep() {
   const bool removed = purgeContents();
   const bool isFull = store_.diskShortage(0) > 0;
   const auto detached = replica_.read([&](ReplicaReader& reader) {
-    auto found = detachedNodes::since(reader, std::time(nullptr) - kDetachedSeconds, kBatch);
+    auto found = detachedNodes::since(reader, secondsNow() - kDetached, kBatch);
     if (!found.empty() || !isFull) return found;
     // What no item of the host's is cannot come back; whoever empties a full disk wants room now.
     return detachedNodes::unknown(reader, kBatch);
@@ -178,7 +177,7 @@ bool Contents::purgeStep() {
     for (NodeId id : detached) {
       if (openFiles_.isOpen(id)) continue;
       rescueChanged(writer, id);
-      writer.detachChildren(id, std::time(nullptr) - kDetachedSeconds);
+      writer.detachChildren(id, secondsNow() - kDetached);
       writer.remove(id);
       any = true;
     }
@@ -200,7 +199,7 @@ bool Contents::durableStep() {
 }
 
 bool Contents::saveUseStep() {
-  std::unordered_map<NodeId, std::int64_t> used;
+  std::unordered_map<NodeId, WallSeconds> used;
   {
     std::lock_guard lock(mutex_);
     used.swap(used_);

@@ -33,7 +33,7 @@ json transfersOf(Engine& engine, const Contents::Statistics& statistics) {
     if (result.size() >= kShownTransfers) break;
     result.push_back({{"path", pathOf(engine, transfer.node)},
                       {"size", transfer.size},
-                      {"since", transfer.startedAt},
+                      {"since", transfer.startedAt.time_since_epoch().count()},
                       {"ahead", transfer.ahead},
                       {"active", transfer.active}});
   }

@@ -6,12 +6,11 @@ namespace tulo::edits {
 
 namespace {
 
-// Milliseconds.
-constexpr std::int64_t kFolderTick = 10;
+constexpr milliseconds kFolderTick{10};
 
 }  // namespace
 
-std::int64_t due(const EditParts& parts) {
+WallTime due(const EditParts& parts) {
   return parts.files.quietTime().due();
 }
 
@@ -26,8 +25,8 @@ std::optional<Node> childOf(ReplicaWriter& writer, NodeId folder, std::string_vi
 
 void touchFolder(ReplicaWriter& writer, const EditParts& parts, NodeId folder) {
   // No finer than this, so that a storm of changes writes the folder's row now and then only.
-  const std::int64_t now = parts.files.now() / kFolderTick * kFolderTick;
-  writer.touch(folder, now / 1000, now % 1000 * 1000000);
+  const WallTime tick(parts.files.now().time_since_epoch() / kFolderTick * kFolderTick);
+  writer.touch(folder, FileTime::of(tick));
 }
 
 }  // namespace tulo::edits

@@ -28,7 +28,7 @@ struct EditParts {
 namespace edits {
 
 // When a change that is made now is due.
-std::int64_t due(const EditParts& parts);
+WallTime due(const EditParts& parts);
 // The provider's name behind what a program wrote.
 std::string filenameFor(std::string_view name);
 std::optional<Node> childOf(ReplicaWriter& writer, NodeId folder, std::string_view name);

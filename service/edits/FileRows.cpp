@@ -15,12 +15,11 @@ constexpr std::int64_t kBlock = 512;
 
 bool isNoted(const Node& node, const struct stat& status) {
   return node.size == status.st_size && node.blocks == status.st_blocks &&
-         node.modified == status.st_mtim.tv_sec && node.nanoseconds == status.st_mtim.tv_nsec;
+         node.modified == FileTime::of(status.st_mtim);
 }
 
 void noteFile(ReplicaWriter& writer, NodeId node, const struct stat& status) {
-  writer.setWritten(node, status.st_size, status.st_blocks, status.st_mtim.tv_sec,
-                    status.st_mtim.tv_nsec);
+  writer.setWritten(node, status.st_size, status.st_blocks, FileTime::of(status.st_mtim));
 }
 
 void noteIfDirty(ReplicaWriter& writer, const ContentStore& store, NodeId id) {

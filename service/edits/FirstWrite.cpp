@@ -61,12 +61,12 @@ FileDescriptor FirstWrite::openContents(ContentId open) {
 void FirstWrite::note() {
   // Were the row lost in a power cut, the changed bytes would pass for the host's.
   const Durability durability = wasDurable_ ? Durability::durable : Durability::eventual;
-  const std::int64_t due = parts_.quiet.due();
+  const WallTime due = parts_.quiet.due();
   parts_.replica.write(
       durability, [this, due](ReplicaWriter& writer) { note(writer, due); }, room_);
 }
 
-void FirstWrite::note(ReplicaWriter& writer, std::int64_t due) {
+void FirstWrite::note(ReplicaWriter& writer, WallTime due) {
   const Node node = existing(writer, node_);
   nodeContents::beginChange(writer, node_, content_);
   writer.setError(node_, "");

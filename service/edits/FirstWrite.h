@@ -36,7 +36,7 @@ class FirstWrite {
 
  private:
   void reserve(ReplicaWriter& writer);
-  void note(ReplicaWriter& writer, std::int64_t due);
+  void note(ReplicaWriter& writer, WallTime due);
 
   const FileParts& parts_;
   const NodeId node_;

@@ -49,7 +49,7 @@ int LocalFiles::settle(NodeId id) try {
 int LocalFiles::setModified(NodeId id, const timespec& modified) try {
   ContentId dirty = kNoContent;
   const auto set = [&](ReplicaWriter& writer) {
-    writer.setModified(id, modified.tv_sec, modified.tv_nsec);
+    writer.setModified(id, FileTime::of(modified));
     localTimes::note(writer, id);
     const std::optional<Node> node = writer.node(id);
     if (node && node->state == ContentState::dirty) dirty = node->content;

@@ -70,8 +70,8 @@ class LocalFiles {
   // The contents went up or were replaced: the next write begins anew.
   void contentsSent(NodeId node);
 
-  std::int64_t now() const { return parts_.quiet.now(); }
-  std::int64_t quiet() const { return parts_.quiet.length(); }
+  WallTime now() const { return parts_.quiet.now(); }
+  milliseconds quiet() const { return parts_.quiet.length(); }
   const QuietTime& quietTime() const { return parts_.quiet; }
   // Called when a change was journaled. Set before anything is changed.
   void setOnChange(std::function<void()> onChange) { onChange_ = std::move(onChange); }

@@ -42,8 +42,7 @@ EditResult NewNodes::insert(ReplicaWriter& writer, NodeId folder, Node node, con
   node.parent = folder;
   node.filename = edits::filenameFor(node.name);
   node.capabilities = kEverything;
-  node.modified = parts_.files.now() / 1000;
-  node.nanoseconds = parts_.files.now() % 1000 * 1000000;
+  node.modified = FileTime::of(parts_.files.now());
   node.kept = parent->kept;
   if (node.state == ContentState::dirty) node.content = contentRows::next(writer);
   node.id = writer.insert(node);

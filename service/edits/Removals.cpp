@@ -18,7 +18,7 @@ int Removals::remove(ReplicaWriter& writer, const Node& node) const {
   const std::optional<Change> known = journal::find(writer, node.id);
   if (node.identifier.empty() && !(known && known->sent)) {
     journal::erase(writer, node.id);
-    writer.detach(node.id, parts_.files.now() / 1000);
+    writer.detach(node.id, inSeconds(parts_.files.now()));
     return 0;
   }
   Change change = journal::begin(writer, node, edits::due(parts_));

@@ -148,8 +148,7 @@ void WritableFile::overlay(Entry& entry) {
   entry.size = status.st_size;
   entry.blocks = status.st_blocks;
   if (!changed_) return;
-  entry.modified = status.st_mtim.tv_sec;
-  entry.nanoseconds = status.st_mtim.tv_nsec;
+  entry.modified = FileTime::of(status.st_mtim);
 }
 
 void WritableFile::updateRow(ReplicaWriter& writer) {

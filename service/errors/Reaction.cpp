@@ -8,9 +8,9 @@ namespace {
 
 using platform::NSFileProviderErrorCode;
 
-constexpr std::int64_t kFirst = 500;
-constexpr std::int64_t kLongest = 60 * 1000;
-constexpr std::int64_t kLongestShown = 5 * 60 * 1000;
+constexpr milliseconds kFirst{500};
+constexpr milliseconds kLongest = std::chrono::minutes(1);
+constexpr milliseconds kLongestShown = std::chrono::minutes(5);
 
 }  // namespace
 
@@ -57,12 +57,13 @@ bool provesNotDone(const platform::NSError& error) {
   return reaction != Reaction::uncertain && reaction != Reaction::retryUnreachable;
 }
 
-std::int64_t backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random) {
-  const std::int64_t longest = reaction == Reaction::retryShown ? kLongestShown : kLongest;
+milliseconds backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random) {
+  const milliseconds longest = reaction == Reaction::retryShown ? kLongestShown : kLongest;
   const std::int64_t steps = std::clamp<std::int64_t>(attempts - 1, 0, 20);
-  const std::int64_t pause = std::min(kFirst << steps, longest);
+  const milliseconds pause = std::min(kFirst * (std::int64_t{1} << steps), longest);
   // Between half and the whole of it.
-  return pause / 2 + static_cast<std::int64_t>(random % static_cast<std::uint64_t>(pause / 2 + 1));
+  const auto spread = static_cast<std::uint64_t>((pause / 2).count() + 1);
+  return pause / 2 + milliseconds(static_cast<std::int64_t>(random % spread));
 }
 
 }  // namespace tulo

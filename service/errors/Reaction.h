@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/Error.h"
+#include "service/base/Time.h"
 
 namespace tulo {
 
@@ -31,8 +32,8 @@ bool provesNotDone(const platform::NSError& error);
 // An uncertain change that failed so often is refused.
 inline constexpr std::int64_t kUncertainAttempts = 5;
 
-// The pause before the next attempt, in milliseconds: doubling, capped, and spread by `random` (any
+// The pause before the next attempt, doubling, capped, and spread by `random` (any
 // number) so that not everything comes back at once.
-std::int64_t backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random);
+milliseconds backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random);
 
 }  // namespace tulo

@@ -107,7 +107,7 @@ ItemRecord recordOf(const platform::NSFileProviderItem& item) {
   record.kind = type && *type == platform::UTType::folder() ? NodeKind::folder : NodeKind::file;
   record.size = item.documentSize().value_or(0);
   if (const auto date = item.contentModificationDate()) {
-    record.modified = date->time_since_epoch().count();
+    record.modified = *date;
   }
   record.capabilities = item.capabilities();
   platform::NSFileProviderItemVersion version = item.itemVersion();
@@ -124,7 +124,7 @@ std::string Listing::digest() const {
     digest.add(item.filename);
     digest.add(static_cast<std::uint64_t>(item.kind));
     digest.add(static_cast<std::uint64_t>(item.size));
-    digest.add(static_cast<std::uint64_t>(item.modified));
+    digest.add(static_cast<std::uint64_t>(item.modified.time_since_epoch().count()));
     digest.add(item.capabilities);
     digest.add(item.contentVersion);
     digest.add(item.metadataVersion);

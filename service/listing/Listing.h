@@ -20,7 +20,7 @@ struct ItemRecord {
   std::string filename;
   NodeKind kind = NodeKind::file;
   std::int64_t size = 0;
-  std::int64_t modified = 0;
+  WallSeconds modified{};
   std::uint64_t capabilities = 0;
   std::string contentVersion;
   std::string metadataVersion;

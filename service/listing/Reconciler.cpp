@@ -28,7 +28,7 @@ struct Kept {
 };
 
 bool sameMetadata(const Node& node, const ItemRecord& item) {
-  return node.size == item.size && node.modified == item.modified &&
+  return node.size == item.size && node.modified.whole == item.modified &&
          node.capabilities == item.capabilities && node.metadataVersion == item.metadataVersion &&
          node.contentVersion == item.contentVersion;
 }
@@ -120,7 +120,7 @@ class Pass {
     if (renamedHere) merged.filename = node.filename;
     if (!change || change->contents || node.state == ContentState::dirty) {
       merged.size = node.size;
-      merged.modified = node.modified;
+      merged.modified = node.modified.whole;
       merged.contentVersion = node.contentVersion;
       incomplete_ = true;
     }
@@ -180,13 +180,13 @@ class Pass {
   // The host deleted a folder in which something new waits: the folder is made again for it.
   void becomeLocal(const Node& folder) {
     writer_.clearItem(folder.id);
-    Change change = journal::begin(writer_, folder, 0);
+    Change change = journal::begin(writer_, folder, WallTime{});
     change.baseParent.clear();
     change.baseFilename.clear();
     journal::put(writer_, change);
     for (const Node& child : writer_.childNodes(folder.id)) {
       if (!journal::anyBelow(writer_, child.id)) {
-        writer_.detach(child.id, std::time(nullptr));
+        writer_.detach(child.id, secondsNow());
         invalidations_.push_back(entryDeleted(folder.id, child.id, child.name));
       } else if (child.kind == NodeKind::folder && !child.identifier.empty()) {
         becomeLocal(child);
@@ -233,7 +233,7 @@ class Pass {
   }
 
   void detachMissing() {
-    const std::int64_t now = std::time(nullptr);
+    const WallSeconds now = secondsNow();
     for (const Node* node : missing_) {
       if (outlivesItem(*node)) continue;
       writer_.detach(node->id, now);
@@ -268,7 +268,8 @@ class Pass {
     node.kept = kept_ || node.pinned;
     node.filename = item.filename;
     node.size = item.size;
-    if (item.kind == NodeKind::file && !keepsTime(node, contents)) node.modified = item.modified;
+    if (item.kind == NodeKind::file && !keepsTime(node, contents))
+      node.modified = {item.modified, {}};
     node.capabilities = item.capabilities;
     node.contentVersion = item.contentVersion;
     node.metadataVersion = item.metadataVersion;
@@ -338,7 +339,7 @@ class Pass {
     node.kind = item.kind;
     node.identifier = item.identifier;
     node.size = item.size;
-    node.modified = item.kind == NodeKind::folder ? std::time(nullptr) : item.modified;
+    node.modified = {item.kind == NodeKind::folder ? secondsNow() : item.modified, {}};
     node.capabilities = item.capabilities;
     node.contentVersion = item.contentVersion;
     node.metadataVersion = item.metadataVersion;
@@ -371,7 +372,7 @@ class Pass {
 
   void finishFolder() {
     if (!listingChanged_ || firstTime_) return;
-    writer_.setModified(folder_, std::time(nullptr));
+    writer_.setModified(folder_, {secondsNow(), {}});
     invalidations_.push_back(dataChanged(folder_));
   }
 

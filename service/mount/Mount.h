@@ -49,9 +49,9 @@ struct MountParts {
   Edits* edits = nullptr;
   LocalFiles* files = nullptr;
   // Set: closing a changed file, renaming, making folders and removing wait for the host's word, up
-  // to `patience` milliseconds.
+  // to `patience`.
   Uploader* awaited = nullptr;
-  std::int64_t patience = 0;
+  milliseconds patience{};
 };
 
 class Mount final : public InvalidationSink {

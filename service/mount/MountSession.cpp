@@ -94,7 +94,7 @@ struct stat MountSession::attributes(const Entry& row) const {
   status.st_uid = user_;
   status.st_gid = group_;
   status.st_nlink = 1;
-  status.st_mtim = {entry.modified, entry.nanoseconds};
+  status.st_mtim = entry.modified.spec();
   status.st_ctim = status.st_mtim;
   status.st_atim = status.st_mtim;
   status.st_blksize = 4096;

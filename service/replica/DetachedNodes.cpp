@@ -4,7 +4,7 @@
 
 namespace tulo::detachedNodes {
 
-std::vector<NodeId> since(ReplicaReader& reader, std::int64_t latest, std::int64_t limit) {
+std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, std::int64_t limit) {
   return columns::idsFrom(reader.connection()
                               .cached("SELECT id FROM node WHERE detached<=? LIMIT ?")
                               .bind(latest, limit));

@@ -11,8 +11,8 @@
 
 namespace tulo::detachedNodes {
 
-// Those that have been out of the tree since then or longer, in seconds.
-std::vector<NodeId> since(ReplicaReader& reader, std::int64_t latest, std::int64_t limit);
+// Those that have been out of the tree since then or longer.
+std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, std::int64_t limit);
 // Those that are no item of the host's, and so cannot come back.
 std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit);
 

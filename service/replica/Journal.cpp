@@ -17,7 +17,7 @@ Change changeFrom(const sqlite::Statement& row) {
   change.baseParent = row.text(4);
   change.baseFilename = row.text(5);
   change.baseVersion = row.text(6);
-  change.due = row.integer(7);
+  change.due = WallTime(milliseconds(row.integer(7)));
   change.attempts = row.integer(8);
   change.sent = row.integer(9) != 0;
   change.sentContent = static_cast<ContentId>(row.integer(10));
@@ -70,7 +70,7 @@ void erase(ReplicaWriter& writer, NodeId node) {
   writer.connection().cached("DELETE FROM pending WHERE node=?").bind(node).run();
 }
 
-Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+Change fresh(ReplicaWriter& writer, NodeId node, WallTime due) {
   Change change;
   change.node = node;
   change.sequence = writer.nextSequence();
@@ -78,7 +78,7 @@ Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due) {
   return change;
 }
 
-Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
+Change begin(ReplicaWriter& writer, const Node& node, WallTime due) {
   std::optional<Change> found = find(writer, node.id);
   Change change = found.value_or(Change());
   if (!found) {
@@ -99,7 +99,7 @@ Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due) {
   return change;
 }
 
-bool again(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+bool again(ReplicaWriter& writer, NodeId node, WallTime due) {
   sqlite::Connection& database = writer.connection();
   database
       .cached("UPDATE pending SET sequence=?,attempts=0,attention=0,held=0,reason=x'' WHERE node=?")
@@ -110,15 +110,15 @@ bool again(ReplicaWriter& writer, NodeId node, std::int64_t due) {
   return true;
 }
 
-void postpone(ReplicaWriter& writer, NodeId node, std::int64_t due) {
+void postpone(ReplicaWriter& writer, NodeId node, WallTime due) {
   writer.connection()
       .cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1")
       .bind(due, node)
       .run();
 }
 
-std::vector<Due> due(ReplicaReader& reader, std::int64_t now, std::int64_t afterDue,
-                     NodeId afterNode, std::int64_t limit) {
+std::vector<Due> due(ReplicaReader& reader, WallTime now, WallTime afterDue, NodeId afterNode,
+                     std::int64_t limit) {
   sqlite::Statement& statement =
       reader.connection()
           .cached(
@@ -127,7 +127,8 @@ std::vector<Due> due(ReplicaReader& reader, std::int64_t now, std::int64_t after
           .bind(now, afterDue, afterNode, limit);
   std::vector<Due> result;
   for (sqlite::StatementUse use(statement); statement.step();)
-    result.push_back({statement.integer(0), static_cast<NodeId>(statement.integer(1))});
+    result.push_back(
+        {WallTime(milliseconds(statement.integer(0))), static_cast<NodeId>(statement.integer(1))});
   return result;
 }
 
@@ -171,13 +172,13 @@ bool isEmpty(ReplicaReader& reader) {
   return !exists(reader.connection().cached("SELECT 1 FROM pending LIMIT 1").bind());
 }
 
-std::optional<std::int64_t> nextDue(ReplicaReader& reader, std::int64_t now) {
+std::optional<WallTime> nextDue(ReplicaReader& reader, WallTime now) {
   sqlite::Statement& statement = reader.connection().cached(
       "SELECT min(due) FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 AND due>?");
   statement.bind(now);
   sqlite::StatementUse use(statement);
   if (!statement.step() || statement.isNull(0)) return std::nullopt;
-  return statement.integer(0);
+  return WallTime(milliseconds(statement.integer(0)));
 }
 
 Counts counts(ReplicaReader& reader) {
@@ -193,14 +194,14 @@ Counts counts(ReplicaReader& reader) {
   return result;
 }
 
-void hurryAll(ReplicaWriter& writer, std::int64_t now) {
+void hurryAll(ReplicaWriter& writer, WallTime now) {
   writer.connection()
       .cached("UPDATE pending SET due=min(due,?) WHERE attention=0 AND held=0")
       .bind(now)
       .run();
 }
 
-void retry(ReplicaWriter& writer, std::int64_t now, bool refused) {
+void retry(ReplicaWriter& writer, WallTime now, bool refused) {
   writer.connection()
       .cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
       .bind(now)

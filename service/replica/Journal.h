@@ -25,7 +25,7 @@ struct Change {
   std::string baseParent;    // where the host has it: the folder's identifier and the name there;
   std::string baseFilename;  // both empty while the host does not have it
   std::string baseVersion;   // the version that the contents here grew from
-  std::int64_t due = 0;      // milliseconds; not before
+  WallTime due{};            // not before
   std::int64_t attempts = 0;
   bool sent = false;  // a request was made, and what became of it is not known
   ContentId sentContent = kNoContent;
@@ -48,24 +48,24 @@ void put(ReplicaWriter& writer, const Change& change);
 void erase(ReplicaWriter& writer, NodeId node);
 
 // The row of a node that is made just now. To be put() afterwards.
-Change fresh(ReplicaWriter& writer, NodeId node, std::int64_t due);
+Change fresh(ReplicaWriter& writer, NodeId node, WallTime due);
 
 // The row of a node about to be changed: the one that is there, else one whose base is what the
 // node is now. Neither waiting nor refused any more, and due at `due`. To be put() afterwards.
-Change begin(ReplicaWriter& writer, const Node& node, std::int64_t due);
+Change begin(ReplicaWriter& writer, const Node& node, WallTime due);
 
 // begin() and put() for a change that is there already; false when there is none.
-bool again(ReplicaWriter& writer, NodeId node, std::int64_t due);
+bool again(ReplicaWriter& writer, NodeId node, WallTime due);
 // Nothing else of the change is different.
-void postpone(ReplicaWriter& writer, NodeId node, std::int64_t due);
+void postpone(ReplicaWriter& writer, NodeId node, WallTime due);
 
 struct Due {
-  std::int64_t due = 0;
+  WallTime due{};
   NodeId node = kNoNode;
 };
 // Waiting changes that are due, after the given one.
-std::vector<Due> due(ReplicaReader& reader, std::int64_t now, std::int64_t afterDue,
-                     NodeId afterNode, std::int64_t limit);
+std::vector<Due> due(ReplicaReader& reader, WallTime now, WallTime afterDue, NodeId afterNode,
+                     std::int64_t limit);
 std::vector<Change> all(ReplicaReader& reader, std::int64_t limit);
 // The changes whose base is that place.
 std::vector<Change> basedOn(ReplicaReader& reader, const std::string& parent,
@@ -83,12 +83,12 @@ std::vector<Change> sentInto(ReplicaReader& reader, const std::string& parent);
 std::vector<Change> inFolder(ReplicaReader& reader, NodeId folder);
 bool isEmpty(ReplicaReader& reader);
 // When the next change becomes due after `now`.
-std::optional<std::int64_t> nextDue(ReplicaReader& reader, std::int64_t now);
+std::optional<WallTime> nextDue(ReplicaReader& reader, WallTime now);
 Counts counts(ReplicaReader& reader);
 // Makes all that waits due at `now`.
-void hurryAll(ReplicaWriter& writer, std::int64_t now);
+void hurryAll(ReplicaWriter& writer, WallTime now);
 // Retries at once what failed, or (all) also what was refused.
-void retry(ReplicaWriter& writer, std::int64_t now, bool refused);
+void retry(ReplicaWriter& writer, WallTime now, bool refused);
 
 }  // namespace journal
 

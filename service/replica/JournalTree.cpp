@@ -45,7 +45,7 @@ std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node) {
           .bind(node));
 }
 
-void hurry(ReplicaWriter& writer, NodeId node, std::int64_t now) {
+void hurry(ReplicaWriter& writer, NodeId node, WallTime now) {
   writer.connection()
       .cached(
           "WITH RECURSIVE up(id) AS (SELECT ?1 UNION SELECT node.parent FROM node JOIN up "

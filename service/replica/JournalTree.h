@@ -20,7 +20,7 @@ std::vector<NodeId> within(ReplicaReader& reader, NodeId node);
 // The node and what is below it with contents that were changed here and are not to be deleted.
 std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node);
 // Makes the waiting change of the node, and those of the folders that it is in, due at `now`.
-void hurry(ReplicaWriter& writer, NodeId node, std::int64_t now);
+void hurry(ReplicaWriter& writer, NodeId node, WallTime now);
 
 // The nodes that stay here, by number: the host hears neither of them nor of what is done to them.
 std::vector<NodeId> localNodes(ReplicaReader& reader, std::int64_t limit);

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "service/base/Time.h"
 #include "service/replica/Ids.h"
 
 namespace tulo {
@@ -29,8 +30,7 @@ struct Entry {
   NodeId id = kNoNode;
   NodeKind kind = NodeKind::file;
   std::int64_t size = 0;
-  std::int64_t modified = 0;  // in seconds, and what is beyond the second
-  std::int64_t nanoseconds = 0;
+  FileTime modified;
   std::uint64_t capabilities = 0;
   // Local permission bits, with kModeSet; 0: those that follow from the capabilities.
   int mode = 0;
@@ -49,7 +49,7 @@ struct Node : Entry {
   std::string metadataVersion;
   bool pinned = false;  // asked for by the user, here
   bool kept = false;    // pinned, or in a pinned folder
-  std::int64_t lastUsed = 0;
+  WallSeconds lastUsed{};
   std::string error;  // of the last attempt to have it here or there; empty when that went well
   // The change generation of the last listing that this folder was brought up to; 0: never listed.
   std::uint64_t listed = 0;

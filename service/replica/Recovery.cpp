@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 
 #include "platform/FileProvider.h"
@@ -24,9 +23,9 @@ constexpr std::uint64_t kAllCapabilities = 47;
 NodeId insertUnsent(ReplicaWriter& writer, Node node) {
   node.capabilities = kAllCapabilities;
   node.filename = node.name;
-  node.modified = std::time(nullptr);
+  node.modified = {secondsNow(), {}};
   node.id = writer.insert(node);
-  Change change = journal::begin(writer, node, 0);
+  Change change = journal::begin(writer, node, WallTime{});
   change.contents = node.kind == NodeKind::file;
   journal::put(writer, change);
   return node.id;
@@ -74,7 +73,7 @@ void rescueChanged(ReplicaWriter& writer, NodeId id) {
     node->filename = node->name;
     writer.update(*node);
     writer.clearIdentifier(changed);
-    Change change = journal::begin(writer, *node, 0);
+    Change change = journal::begin(writer, *node, WallTime{});
     change.contents = true;
     change.baseParent.clear();
     change.baseFilename.clear();

@@ -113,9 +113,9 @@ class ReplicaWriter : public ReplicaReader {
   void update(const Node& node);
   // Takes the node out of the tree; its row stays until purged, so that an item that turns up
   // elsewhere keeps its number and contents.
-  void detach(NodeId id, std::int64_t now);
+  void detach(NodeId id, WallSeconds now);
   // Takes everything directly inside a folder out of the tree.
-  void detachChildren(NodeId folder, std::int64_t now);
+  void detachChildren(NodeId folder, WallSeconds now);
   // Another name in the same folder.
   void setName(NodeId id, const std::string& name, const std::string& filename);
   // Gives a free name for a moment, so that names can be exchanged.
@@ -124,9 +124,9 @@ class ReplicaWriter : public ReplicaReader {
   NodeId renumber(NodeId id);
   void setListed(NodeId folder, std::uint64_t generation, std::string_view digest);
   void setListedGeneration(NodeId folder, std::uint64_t generation);
-  void setModified(NodeId id, std::int64_t seconds, std::int64_t nanoseconds = 0);
+  void setModified(NodeId id, const FileTime& modified);
   void setError(NodeId id, std::string_view error);
-  void setLastUsed(NodeId id, std::int64_t when);
+  void setLastUsed(NodeId id, WallSeconds when);
   void setPinned(NodeId id, bool pinned);
   void setKept(NodeId id, bool kept);
   // The item of the host's that the node is; empty: none.
@@ -138,10 +138,9 @@ class ReplicaWriter : public ReplicaReader {
   void setVersions(NodeId id, std::string_view contentVersion, std::string_view metadataVersion);
   void setMode(NodeId id, int mode);
   // What was written to a file.
-  void setWritten(NodeId id, std::int64_t size, std::int64_t blocks, std::int64_t seconds,
-                  std::int64_t nanoseconds);
+  void setWritten(NodeId id, std::int64_t size, std::int64_t blocks, const FileTime& modified);
   // The time of a folder in which something changed; not written when it has it.
-  void touch(NodeId id, std::int64_t seconds, std::int64_t nanoseconds);
+  void touch(NodeId id, const FileTime& modified);
   // Out of the tree at once, but not to be purged: its change tells when it may be.
   void takeOut(NodeId id);
   void remove(NodeId id);

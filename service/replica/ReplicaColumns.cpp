@@ -24,13 +24,12 @@ Entry entryFrom(const sqlite::Statement& row) {
   entry.id = static_cast<NodeId>(row.integer(0));
   entry.kind = static_cast<NodeKind>(row.integer(1));
   entry.size = row.integer(2);
-  entry.modified = row.integer(3);
+  entry.modified = {WallSeconds(seconds(row.integer(3))), nanoseconds(row.integer(10))};
   entry.capabilities = static_cast<std::uint64_t>(row.integer(4));
   entry.mode = static_cast<int>(row.integer(5));
   entry.state = static_cast<ContentState>(row.integer(6));
   entry.blocks = row.integer(7);
   entry.content = static_cast<ContentId>(row.integer(9));
-  entry.nanoseconds = row.integer(10);
   return entry;
 }
 
@@ -45,7 +44,7 @@ Node nodeFrom(const sqlite::Statement& row) {
   node.metadataVersion = row.text(15);
   node.pinned = row.integer(16) != 0;
   node.kept = row.integer(17) != 0;
-  node.lastUsed = row.integer(18);
+  node.lastUsed = WallSeconds(seconds(row.integer(18)));
   node.error = row.text(19);
   node.listed = static_cast<std::uint64_t>(row.integer(20));
   node.digest = row.text(21);

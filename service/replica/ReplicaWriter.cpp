@@ -41,7 +41,7 @@ std::optional<NodeId> parentColumn(NodeId id, NodeId parent) {
 void bindNode(sqlite::Statement& statement, int before, NodeId id, const Node& node) {
   statement.bindFrom(before, id, parentColumn(id, node.parent), node.name, filenameColumn(node),
                      static_cast<int>(node.kind), orNull(node.identifier), node.contentVersion,
-                     node.metadataVersion, node.size, node.modified, node.nanoseconds,
+                     node.metadataVersion, node.size, node.modified.whole, node.modified.beyond,
                      node.capabilities, node.mode, node.pinned, node.kept,
                      static_cast<int>(node.state), node.content);
 }
@@ -114,16 +114,16 @@ void ReplicaWriter::insertMany(std::vector<Node>& nodes) {
 
 void ReplicaWriter::update(const Node& node) {
   update_.bind(parentColumn(node.id, node.parent), node.name, filenameColumn(node),
-               node.contentVersion, node.metadataVersion, node.size, node.modified,
+               node.contentVersion, node.metadataVersion, node.size, node.modified.whole,
                node.capabilities, node.mode, node.kept, node.id);
   update_.run();
 }
 
-void ReplicaWriter::detach(NodeId id, std::int64_t now) {
+void ReplicaWriter::detach(NodeId id, WallSeconds now) {
   connection().cached("UPDATE node SET parent=NULL,detached=? WHERE id=?").bind(now, id).run();
 }
 
-void ReplicaWriter::detachChildren(NodeId folder, std::int64_t now) {
+void ReplicaWriter::detachChildren(NodeId folder, WallSeconds now) {
   connection()
       .cached("UPDATE node SET parent=NULL,detached=? WHERE parent=?")
       .bind(now, folder)
@@ -169,10 +169,10 @@ void ReplicaWriter::setListedGeneration(NodeId folder, std::uint64_t generation)
       .run();
 }
 
-void ReplicaWriter::setModified(NodeId id, std::int64_t seconds, std::int64_t nanoseconds) {
+void ReplicaWriter::setModified(NodeId id, const FileTime& modified) {
   connection()
       .cached("UPDATE node SET modified=?,nanoseconds=? WHERE id=?")
-      .bind(seconds, nanoseconds, id)
+      .bind(modified.whole, modified.beyond, id)
       .run();
 }
 
@@ -183,7 +183,7 @@ void ReplicaWriter::setError(NodeId id, std::string_view error) {
       .run();
 }
 
-void ReplicaWriter::setLastUsed(NodeId id, std::int64_t when) {
+void ReplicaWriter::setLastUsed(NodeId id, WallSeconds when) {
   connection().cached("UPDATE node SET last_used=? WHERE id=?").bind(when, id).run();
 }
 
@@ -223,19 +223,19 @@ void ReplicaWriter::setMode(NodeId id, int mode) {
 }
 
 void ReplicaWriter::setWritten(NodeId id, std::int64_t size, std::int64_t blocks,
-                               std::int64_t seconds, std::int64_t nanoseconds) {
+                               const FileTime& modified) {
   connection()
       .cached("UPDATE node SET size=?,blocks=?,modified=?,nanoseconds=? WHERE id=?")
-      .bind(size, blocks, seconds, nanoseconds, id)
+      .bind(size, blocks, modified.whole, modified.beyond, id)
       .run();
 }
 
-void ReplicaWriter::touch(NodeId id, std::int64_t seconds, std::int64_t nanoseconds) {
+void ReplicaWriter::touch(NodeId id, const FileTime& modified) {
   connection()
       .cached(
           "UPDATE node SET modified=?1,nanoseconds=?2 WHERE id=?3 AND NOT (modified=?1 AND "
           "nanoseconds=?2)")
-      .bind(seconds, nanoseconds, id)
+      .bind(modified.whole, modified.beyond, id)
       .run();
 }
 

@@ -13,7 +13,7 @@ constexpr int kPause = 10;
 
 }  // namespace
 
-bool DueChanges::fill(std::int64_t now) {
+bool DueChanges::fill(WallTime now) {
   const auto found = replica_.read([&](ReplicaReader& reader) {
     return journal::due(reader, now, lastDue_, lastNode_, kBatch);
   });
@@ -38,12 +38,12 @@ bool DueChanges::beginPass(bool patient) {
   passing_ = true;
   began_ = now;
   inVain_ = true;
-  lastDue_ = -1;
+  lastDue_ = WallTime(milliseconds(-1));
   lastNode_ = kNoNode;
   return true;
 }
 
-std::optional<NodeId> DueChanges::next(std::int64_t now, bool patient) {
+std::optional<NodeId> DueChanges::next(WallTime now, bool patient) {
   while (batch_.empty()) {
     if (fill(now)) break;
     if (std::exchange(passing_, false)) endPass();

@@ -23,7 +23,7 @@ class DueChanges {
 
   // The node of the next change that is due; nothing when the pass has ended. `patient`: keeps the
   // pause between passes.
-  std::optional<NodeId> next(std::int64_t now, bool patient);
+  std::optional<NodeId> next(WallTime now, bool patient);
   // The node that next() gave is being seen to.
   void taken() { inVain_ = false; }
   // What was passed by may be ready now.
@@ -32,14 +32,14 @@ class DueChanges {
  private:
   using Clock = std::chrono::steady_clock;
 
-  bool fill(std::int64_t now);
+  bool fill(WallTime now);
   bool beginPass(bool patient);
   void endPass();
 
   Replica& replica_;
   std::atomic<bool> wanted_ = true;
   std::deque<NodeId> batch_;
-  std::int64_t lastDue_ = -1;
+  WallTime lastDue_{milliseconds(-1)};
   NodeId lastNode_ = kNoNode;
   bool passing_ = false;
   bool inVain_ = true;

@@ -16,8 +16,8 @@ namespace {
 
 // So many items in a row that could not be sent mean that none can.
 constexpr std::size_t kHostIsDown = 3;
-// The longest pause, in milliseconds, between two looks whether the host is back.
-constexpr std::int64_t kProbe = 15000;
+// The longest pause between two looks whether the host is back.
+constexpr milliseconds kProbe{15000};
 constexpr std::chrono::milliseconds kLongestRest{1000};
 
 }  // namespace
@@ -48,7 +48,7 @@ void Uploader::stop() {
 
 void Uploader::poke() {
   // Nothing is due before its quiet time is over; a storm of changes wakes nobody.
-  if (wakesAt_ <= parts_.files.now() + parts_.files.quiet()) return;
+  if (wakesAt_.load() <= parts_.files.now() + parts_.files.quiet()) return;
   std::lock_guard lock(mutex_);
   poked_ = true;
   changed_.notify_all();
@@ -69,15 +69,15 @@ Turn Uploader::turnOf(ReplicaReader& reader, const Change& change) {
 }
 
 // Whether one more change may be on its way to the host.
-bool Uploader::hasRoom(std::int64_t now) {
+bool Uploader::hasRoom(WallTime now) {
   std::lock_guard lock(mutex_);
   if (pausedUntil_ > now || probeAt_ > now) return false;
-  const bool probing = !reachable_ || pausedUntil_ != 0;
+  const bool probing = !reachable_ || pausedUntil_ != WallTime{};
   return active_.size() < (probing ? 1 : kParallel);
 }
 
 std::optional<Uploader::Pick> Uploader::pick(bool patient) {
-  const std::int64_t now = parts_.files.now();
+  const WallTime now = parts_.files.now();
   if (!hasRoom(now) || parts_.host().empty()) return std::nullopt;
   while (const std::optional<NodeId> node = due_.next(now, patient)) {
     const Turn turn = replica_.read([&](ReplicaReader& reader) {
@@ -123,8 +123,8 @@ void Uploader::checkAwaited(NodeId id) try {
 }
 
 void Uploader::awaitVerdict(Verdicts::Ticket ticket, const std::vector<NodeId>& nodes,
-                            std::int64_t patience) try {
-  const std::int64_t now = parts_.files.now();
+                            milliseconds patience) try {
+  const WallTime now = parts_.files.now();
   verdicts_.await(ticket, nodes, now + patience);
   for (NodeId node : nodes)
     checkAwaited(node);
@@ -201,18 +201,17 @@ void Uploader::scheduleLoop() {
       while (const std::optional<Pick> picked = pick(true)) {
         workers_->async([this, next = *picked] { carryOut(next.node, next.aside); });
       }
-      const std::int64_t now = parts_.files.now();
+      const WallTime now = parts_.files.now();
       const auto next =
           replica_.read([&](ReplicaReader& reader) { return journal::nextDue(reader, now); });
       for (const auto& until : {next, verdicts_.nextDeadline()}) {
-        if (until && *until > now)
-          rest = std::min(rest, std::chrono::milliseconds(*until - now + 1));
+        if (until && *until > now) rest = std::min(rest, *until - now + milliseconds(1));
       }
     } catch (const std::exception& error) {
       serviceLog().error("cannot look for changes to send: %{public}@", {error.what()});
     }
     lock.lock();
-    wakesAt_ = parts_.files.now() + rest.count();
+    wakesAt_ = parts_.files.now() + rest;
     changed_.wait_for(lock, rest, [this] { return stopping_ || poked_; });
     if (!poked_) due_.again();
   }
@@ -221,12 +220,12 @@ void Uploader::scheduleLoop() {
 void Uploader::retry(bool refused) {
   {
     std::lock_guard lock(mutex_);
-    pausedUntil_ = 0;
-    probeAt_ = 0;
+    pausedUntil_ = {};
+    probeAt_ = {};
     reachable_ = true;
     failedNodes_.clear();
   }
-  const std::int64_t now = parts_.files.now();
+  const WallTime now = parts_.files.now();
   replica_.write(Durability::eventual,
                  [&](ReplicaWriter& writer) { journal::retry(writer, now, refused); });
   due_.again();
@@ -250,7 +249,7 @@ void Uploader::retry(const std::vector<NodeId>& nodes) {
 }
 
 void Uploader::hurry(const std::vector<NodeId>& nodes) {
-  const std::int64_t now = parts_.files.now();
+  const WallTime now = parts_.files.now();
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     for (NodeId node : nodes)
       journal::hurry(writer, node, now);
@@ -259,7 +258,7 @@ void Uploader::hurry(const std::vector<NodeId>& nodes) {
 }
 
 void Uploader::hurryAll() {
-  const std::int64_t now = parts_.files.now();
+  const WallTime now = parts_.files.now();
   replica_.write(Durability::eventual,
                  [&](ReplicaWriter& writer) { journal::hurryAll(writer, now); });
   lookNow();
@@ -267,7 +266,7 @@ void Uploader::hurryAll() {
 
 void Uploader::lookNow() {
   due_.again();
-  const std::int64_t now = parts_.files.now();
+  const WallTime now = parts_.files.now();
   std::lock_guard lock(mutex_);
   // Somebody may have signed in meanwhile.
   pausedUntil_ = std::min(pausedUntil_, now);
@@ -283,7 +282,7 @@ void Uploader::reached() {
     pauses_ = 0;
     probes_ = 0;
     failedNodes_.clear();
-    if (reachable_ && pausedUntil_ == 0) return;
+    if (reachable_ && pausedUntil_ == WallTime{}) return;
   }
   // What waited for the host need not wait any longer.
   retry(false);
@@ -291,7 +290,7 @@ void Uploader::reached() {
 
 // One item may be locked at the host, which looks the same; when several cannot be sent, and none
 // can, it is the host.
-void Uploader::unreachable(NodeId node, std::int64_t now) {
+void Uploader::unreachable(NodeId node, WallTime now) {
   failedNodes_.insert(node);
   if (failedNodes_.size() < kHostIsDown) return;
   reachable_ = false;
@@ -308,7 +307,7 @@ Uploader::Statistics Uploader::statistics() {
   result.present = present;
   result.active = active_.size();
   result.activeNodes.assign(active_.begin(), active_.end());
-  result.paused = pausedUntil_ != 0;
+  result.paused = pausedUntil_ != WallTime{};
   result.reachable = reachable_ && present;
   return result;
 }
@@ -331,7 +330,7 @@ void Uploader::react(const Plan& plan, const platform::NSError& error) {
 
 void Uploader::note(const Plan& plan, const platform::NSError& error, Reaction reaction) {
   std::string words = descriptionOf(error);
-  const std::int64_t now = parts_.files.now();
+  const WallTime now = parts_.files.now();
   std::uint64_t random = 0;
   bool stopsAll = false;
   {

@@ -82,9 +82,9 @@ class Uploader {
 
   // Has the changes of the nodes go up at once, also of a file that is still open, and completes
   // the ticket with what becomes of the first attempt: EHOSTDOWN at once when there is no host,
-  // ETIMEDOUT after `patience` milliseconds. The changes stay journaled whatever the verdict is.
+  // ETIMEDOUT after `patience`. The changes stay journaled whatever the verdict is.
   void awaitVerdict(Verdicts::Ticket ticket, const std::vector<NodeId>& nodes,
-                    std::int64_t patience);
+                    milliseconds patience);
   Verdicts& verdicts() { return verdicts_; }
 
   // Tries again at once; `refused`: also what waits for the user.
@@ -125,7 +125,7 @@ class Uploader {
     bool aside = false;  // makes room for another
   };
   std::optional<Pick> pick(bool patient);
-  bool hasRoom(std::int64_t now);
+  bool hasRoom(WallTime now);
   Turn turnOf(ReplicaReader& reader, const Change& change);
   bool isActive(NodeId node);
   void lookNow();
@@ -175,14 +175,14 @@ class Uploader {
   void react(const Plan& plan, const platform::NSError& error);
   void note(const Plan& plan, const platform::NSError& error, Reaction reaction);
   void reached();
-  void unreachable(NodeId node, std::int64_t now);
+  void unreachable(NodeId node, WallTime now);
 
   const UploaderParts parts_;
   Replica& replica_;
   // The scheduler's, or that of whoever calls step().
   DueChanges due_;
   // When the scheduler looks again by itself.
-  std::atomic<std::int64_t> wakesAt_ = 0;
+  std::atomic<WallTime> wakesAt_{WallTime{}};
 
   // Guards everything below; a leaf.
   std::mutex mutex_;
@@ -191,9 +191,9 @@ class Uploader {
   bool stopping_ = false;
   bool poked_ = false;
   bool reachable_ = true;
-  std::int64_t pausedUntil_ = 0;
+  WallTime pausedUntil_{};
   std::int64_t pauses_ = 0;
-  std::int64_t probeAt_ = 0;
+  WallTime probeAt_{};
   std::int64_t probes_ = 0;
   // Could not be sent since the last one that could.
   std::unordered_set<NodeId> failedNodes_;

@@ -135,7 +135,7 @@ int Uploader::discard(NodeId id) {
     }
     journal::erase(writer, id);
     writer.clearIdentifier(id);
-    writer.detach(id, parts_.files.now() / 1000);
+    writer.detach(id, inSeconds(parts_.files.now()));
     invalidations = {entryDeleted(node->parent, id, node->name), dataChanged(node->parent)};
     const std::optional<Node> home = writer.nodeFor(change->baseParent);
     folder = home ? home->id : node->parent;

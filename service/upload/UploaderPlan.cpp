@@ -37,7 +37,7 @@ class LocalItem final : public platform::NSFileProviderItem {
     return node_.size;
   }
   std::optional<platform::Date> contentModificationDate() const override {
-    return platform::Date(std::chrono::seconds(node_.modified));
+    return platform::Date(node_.modified.whole);
   }
   platform::NSFileProviderItemVersion itemVersion() const override {
     return {node_.contentVersion, node_.metadataVersion};
@@ -143,9 +143,9 @@ bool isPlaceholder(const Node& sent, const platform::NSFileProviderItem& item) {
   return !folder || item.filename() != sent.filename;
 }
 
-std::string conflictedName(const std::string& name, const std::string& machine,
-                           std::int64_t seconds, unsigned attempt) {
-  const std::time_t time = seconds;
+std::string conflictedName(const std::string& name, const std::string& machine, WallSeconds when,
+                           unsigned attempt) {
+  const std::time_t time = std::chrono::system_clock::to_time_t(when);
   std::tm parts = {};
   ::localtime_r(&time, &parts);
   std::array<char, 16> date{};

@@ -63,7 +63,7 @@ platform::ItemPointer templateFor(const Node& node, const std::string& parentIde
 bool isPlaceholder(const Node& sent, const platform::NSFileProviderItem& item);
 
 // "name (conflicted copy of MACHINE, DATE).ext"; `attempt` counts up when that is taken.
-std::string conflictedName(const std::string& name, const std::string& machine,
-                           std::int64_t seconds, unsigned attempt);
+std::string conflictedName(const std::string& name, const std::string& machine, WallSeconds time,
+                           unsigned attempt);
 
 }  // namespace tulo

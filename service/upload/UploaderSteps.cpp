@@ -24,7 +24,7 @@ using platform::NSFileProviderItemContents;
 using platform::NSFileProviderItemFilename;
 using platform::NSFileProviderItemParentItemIdentifier;
 
-constexpr std::int64_t kPatience = 2000;
+constexpr milliseconds kPatience{2000};
 
 void dropSentContent(ReplicaWriter& writer, const Change& change, ContentId current) {
   if (change.sentContent == kNoContent || change.sentContent == current) return;
@@ -103,7 +103,7 @@ bool Uploader::takeIdentity(ReplicaWriter& writer, Node& node, Change& change,
     if (node.identifier.empty()) {
       journal::erase(writer, former->id);
       if (other.deleted) {
-        writer.detach(former->id, parts_.files.now() / 1000);
+        writer.detach(former->id, inSeconds(parts_.files.now()));
       } else {
         // The backup lives on here alone.
         nodeContents::markDirtyIfAny(writer, former->id);
@@ -161,7 +161,7 @@ std::optional<Uploader::Plan> Uploader::planRemoval(ReplicaWriter& writer, const
     return Plan{Plan::Kind::remove, node, change, change.baseParent, 0};
   }
   journal::erase(writer, node.id);
-  writer.detach(node.id, parts_.files.now() / 1000);
+  writer.detach(node.id, inSeconds(parts_.files.now()));
   return std::nullopt;
 }
 
@@ -454,7 +454,7 @@ void Uploader::mergeTwin(ReplicaWriter& writer, NodeId node, const std::string& 
     writer.update(child);
   }
   writer.setIdentifier(twin->id, "");
-  writer.detach(twin->id, parts_.files.now() / 1000);
+  writer.detach(twin->id, inSeconds(parts_.files.now()));
   if (twin->parent != kNoNode) {
     parts_.notifier.queue({entryDeleted(twin->parent, twin->id, twin->name)});
   }
@@ -524,7 +524,7 @@ void Uploader::forget(NodeId id) {
     }
     journal::erase(writer, id);
     writer.setIdentifier(id, "");
-    writer.detach(id, parts_.files.now() / 1000);
+    writer.detach(id, inSeconds(parts_.files.now()));
   });
 }
 
@@ -534,7 +534,7 @@ void Uploader::keepAtHost(const Plan& plan) {
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     journal::erase(writer, plan.node.id);
     writer.setIdentifier(plan.node.id, "");
-    writer.detach(plan.node.id, parts_.files.now() / 1000);
+    writer.detach(plan.node.id, inSeconds(parts_.files.now()));
     if (const std::optional<Node> parent = writer.nodeFor(plan.change.baseParent)) {
       folder = parent->id;
       writer.setListed(folder, 1, "");
@@ -559,7 +559,7 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
     const std::string former = node->name;
     for (unsigned attempt = 1; attempt == 1 || writer.childNamed(node->parent, node->name);
          ++attempt) {
-      node->name = conflictedName(former, parts_.machine, parts_.files.now() / 1000, attempt);
+      node->name = conflictedName(former, parts_.machine, inSeconds(parts_.files.now()), attempt);
     }
     node->filename = node->name;
     node->contentVersion.clear();
@@ -586,7 +586,7 @@ void Uploader::makeConflict(const Plan& plan, const platform::ItemPointer& item)
     remote.contentVersion = record.contentVersion;
     remote.metadataVersion = record.metadataVersion;
     remote.size = record.size;
-    remote.modified = record.modified;
+    remote.modified = {record.modified, {}};
     remote.capabilities = record.capabilities;
     remote.kept = node->kept;
     if (writer.insert(remote) == kNoNode) {
@@ -621,7 +621,7 @@ void Uploader::itemGone(const Plan& plan) {
     }
     if (!wanted || change->deleted) {
       journal::erase(writer, node->id);
-      writer.detach(node->id, parts_.files.now() / 1000);
+      writer.detach(node->id, inSeconds(parts_.files.now()));
       invalidations = {entryDeleted(node->parent, node->id, node->name), dataChanged(node->parent)};
       return;
     }

@@ -31,7 +31,7 @@ Verdicts::Ticket Verdicts::begin(Completion completion) {
   return ticket;
 }
 
-void Verdicts::await(Ticket ticket, const std::vector<NodeId>& nodes, std::int64_t deadline) {
+void Verdicts::await(Ticket ticket, const std::vector<NodeId>& nodes, WallTime deadline) {
   std::lock_guard lock(mutex_);
   const auto found = waiters_.find(ticket);
   if (found == waiters_.end()) return;
@@ -74,15 +74,15 @@ void Verdicts::failAll(int error) {
   finishWhere([](Ticket, const Waiter& waiter) { return waiter.waits; }, error);
 }
 
-void Verdicts::expire(std::int64_t now) {
+void Verdicts::expire(WallTime now) {
   finishWhere(
       [now](Ticket, const Waiter& waiter) { return waiter.waits && waiter.deadline <= now; },
       ETIMEDOUT);
 }
 
-std::optional<std::int64_t> Verdicts::nextDeadline() const {
+std::optional<WallTime> Verdicts::nextDeadline() const {
   std::lock_guard lock(mutex_);
-  std::optional<std::int64_t> first;
+  std::optional<WallTime> first;
   for (const auto& [ticket, waiter] : waiters_) {
     if (waiter.waits && (!first || waiter.deadline < *first)) first = waiter.deadline;
   }

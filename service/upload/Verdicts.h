@@ -25,9 +25,9 @@ class Verdicts {
 
   // The ticket can be given to cancel() before the waiting begins.
   Ticket begin(Completion completion);
-  // Waits for the changes of the nodes, not longer than until `deadline` (milliseconds). Nothing
+  // Waits for the changes of the nodes, not longer than until `deadline`. Nothing
   // when the ticket was cancelled meanwhile.
-  void await(Ticket ticket, const std::vector<NodeId>& nodes, std::int64_t deadline);
+  void await(Ticket ticket, const std::vector<NodeId>& nodes, WallTime deadline);
   // Nothing when the completion ran already.
   void cancel(Ticket ticket, int error);
 
@@ -40,14 +40,14 @@ class Verdicts {
   // Of all that wait already.
   void failAll(int error);
   // Ends the waiting of those whose deadline has passed, with ETIMEDOUT.
-  void expire(std::int64_t now);
-  std::optional<std::int64_t> nextDeadline() const;
+  void expire(WallTime now);
+  std::optional<WallTime> nextDeadline() const;
 
  private:
   struct Waiter {
     Completion completion;
     std::unordered_set<NodeId> nodes;
-    std::int64_t deadline = 0;
+    WallTime deadline{};
     bool waits = false;
   };
 

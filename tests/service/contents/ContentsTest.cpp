@@ -8,6 +8,7 @@
 #include "service/replica/ContentRows.h"
 #include "service/replica/Meta.h"
 #include "tests/service/support/EngineFixture.h"
+#include "tests/service/support/Times.h"
 
 namespace tulo::test {
 namespace {
@@ -271,15 +272,15 @@ TEST_F(ContentsTest, TheSizeLimitEvictsTheLeastRecentlyUsedFirst) {
     readThrough(idOf("i:" + std::to_string(i)));
     engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
       // Uses within one second cannot be told apart, so they are spread here.
-      writer.setLastUsed(idOf("i:" + std::to_string(i)), i == 1 ? 100 : i);
+      writer.setLastUsed(idOf("i:" + std::to_string(i)), atSecond(i == 1 ? 100 : i));
     });
   }
   // The first one was used last; the second one goes.
   engine->contents().saveUseStep();
   engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
-    writer.setLastUsed(idOf("i:1"), 100);
-    writer.setLastUsed(idOf("i:2"), 2);
-    writer.setLastUsed(idOf("i:3"), 3);
+    writer.setLastUsed(idOf("i:1"), atSecond(100));
+    writer.setLastUsed(idOf("i:2"), atSecond(2));
+    writer.setLastUsed(idOf("i:3"), atSecond(3));
   });
   readThrough(idOf("i:4"));
   EXPECT_EQ(row(idOf("i:2"))->state, ContentState::dataless);

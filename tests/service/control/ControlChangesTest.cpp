@@ -43,7 +43,7 @@ class ControlChangesTest : public WritingFixture {
     Verdicts::Ticket ticket = 0;
   };
 
-  void await(Program& program, NodeId node, std::int64_t patience = 5000) {
+  void await(Program& program, NodeId node, milliseconds patience = milliseconds(5000)) {
     program.ticket =
         engine->uploader().verdicts().begin([&program](int error) { program.told = error; });
     engine->uploader().awaitVerdict(program.ticket, {node}, patience);

@@ -57,9 +57,9 @@ TEST_F(EditsTest, ANewFileIsInTheTreeAndInTheJournalWhenTheCallReturns) {
 
 TEST_F(EditsTest, AChangeOfAFolderChangesItsTime) {
   const NodeId folder = makeFolder("Docs");
-  clock += 5'000;
+  clock += milliseconds(5'000);
   makeFile("a.txt", "", folder);
-  EXPECT_EQ(row(folder)->modified, clock / 1000);
+  EXPECT_EQ(row(folder)->modified, FileTime::of(clock));
 }
 
 TEST_F(EditsTest, ANameThatIsTakenIsNotMadeAgain) {
@@ -311,12 +311,12 @@ TEST_F(EditsTest, ModesAndTimesAreKeptHere) {
   EXPECT_EQ(engine->files().setModified(id, {.tv_sec = 1'234'567'890, .tv_nsec = 42}), 0);
   list();
   EXPECT_EQ(row(id)->mode & 0777, 0751);
-  EXPECT_EQ(row(id)->modified, 1'234'567'890);
-  EXPECT_EQ(row(id)->nanoseconds, 42);
+  EXPECT_EQ(row(id)->modified.whole, atSecond(1'234'567'890));
+  EXPECT_EQ(row(id)->modified.beyond, nanoseconds(42));
   EXPECT_FALSE(change(id));
   extension->edit("i:1", "new contents");
   list();
-  EXPECT_EQ(row(id)->modified, 1'700'000'000);
+  EXPECT_EQ(row(id)->modified.whole, atSecond(1'700'000'000));
 }
 
 TEST_F(EditsTest, AFullDiskFailsTheChangeAsAWhole) {

@@ -138,7 +138,7 @@ TEST_F(LocalFilesTest, ClosingBringsSizeAndTimeIntoTheRow) {
   const auto file = open(id);
   put(*file, "hello", 0);
   EXPECT_EQ(row(id)->size, 0);
-  clock += 300;
+  clock += milliseconds(300);
   close(id);
   EXPECT_EQ(row(id)->size, 5);
   EXPECT_GT(row(id)->blocks, 0);
@@ -148,7 +148,7 @@ TEST_F(LocalFilesTest, ClosingBringsSizeAndTimeIntoTheRow) {
 TEST_F(LocalFilesTest, ClosingWithoutAWriteChangesNothing) {
   const NodeId id = makeFile("a", "hello");
   const Change before = *change(id);
-  clock += 300;
+  clock += milliseconds(300);
   open(id);
   close(id);
   EXPECT_EQ(change(id)->due, before.due);
@@ -161,7 +161,7 @@ TEST_F(LocalFilesTest, WhatIsShownFollowsTheWritesAtOnce) {
   Entry entry = *row(id);
   files().overlay(entry);
   EXPECT_EQ(entry.size, 5);
-  EXPECT_GT(entry.modified, 0);
+  EXPECT_GT(entry.modified.whole, WallSeconds{});
 }
 
 TEST_F(LocalFilesTest, TheJournalKnowsOfAnEditBeforeTheFirstByteIsWritten) {

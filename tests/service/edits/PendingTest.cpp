@@ -59,7 +59,7 @@ class PendingTest : public ::testing::Test {
 
   void change(NodeId id, const std::function<void(Change&)>& set) {
     write([&](ReplicaWriter& writer) {
-      Change each = journal::begin(writer, *writer.node(id), 0);
+      Change each = journal::begin(writer, *writer.node(id), WallTime{});
       set(each);
       journal::put(writer, each);
     });

@@ -52,21 +52,21 @@ TEST(ReactionTest, TheUserIsToldWhatToDoWhereSomethingCanBeDone) {
 
 TEST(BackOffTest, PausesDoubleUpToTheCap) {
   constexpr std::uint64_t kLeast = 0;
-  EXPECT_EQ(backOff(1, Reaction::retry, kLeast), 250);
-  EXPECT_EQ(backOff(2, Reaction::retry, kLeast), 500);
-  EXPECT_EQ(backOff(3, Reaction::retry, kLeast), 1000);
-  EXPECT_EQ(backOff(8, Reaction::retry, kLeast), 30'000);
-  EXPECT_EQ(backOff(1000, Reaction::retry, kLeast), 30'000);
-  EXPECT_EQ(backOff(1000, Reaction::retryShown, kLeast), 150'000);
-  EXPECT_EQ(backOff(0, Reaction::retry, kLeast), 250);
-  EXPECT_EQ(backOff(-1, Reaction::retry, kLeast), 250);
+  EXPECT_EQ(backOff(1, Reaction::retry, kLeast).count(), 250);
+  EXPECT_EQ(backOff(2, Reaction::retry, kLeast).count(), 500);
+  EXPECT_EQ(backOff(3, Reaction::retry, kLeast).count(), 1000);
+  EXPECT_EQ(backOff(8, Reaction::retry, kLeast).count(), 30'000);
+  EXPECT_EQ(backOff(1000, Reaction::retry, kLeast).count(), 30'000);
+  EXPECT_EQ(backOff(1000, Reaction::retryShown, kLeast).count(), 150'000);
+  EXPECT_EQ(backOff(0, Reaction::retry, kLeast).count(), 250);
+  EXPECT_EQ(backOff(-1, Reaction::retry, kLeast).count(), 250);
 }
 
 TEST(BackOffTest, PausesAreSpreadBetweenHalfAndTheWhole) {
   std::int64_t least = 60'000;
   std::int64_t most = 0;
   for (std::uint64_t random = 0; random < 60'002; ++random) {
-    const std::int64_t pause = backOff(20, Reaction::retryUnreachable, random);
+    const std::int64_t pause = backOff(20, Reaction::retryUnreachable, random).count();
     least = std::min(least, pause);
     most = std::max(most, pause);
   }
@@ -75,7 +75,7 @@ TEST(BackOffTest, PausesAreSpreadBetweenHalfAndTheWhole) {
 }
 
 TEST(BackOffTest, AnyRandomNumberWillDo) {
-  const std::int64_t pause = backOff(3, Reaction::retry, ~std::uint64_t{0});
+  const std::int64_t pause = backOff(3, Reaction::retry, ~std::uint64_t{0}).count();
   EXPECT_GE(pause, 1000);
   EXPECT_LE(pause, 2000);
 }

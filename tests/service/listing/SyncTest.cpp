@@ -21,7 +21,7 @@ TEST_F(SyncTest, ListsAFolderWithItsKindsSizesAndTimes) {
   const Node file = *node("i:1");
   EXPECT_EQ(file.kind, NodeKind::file);
   EXPECT_EQ(file.size, 5);
-  EXPECT_EQ(file.modified, 1'700'000'000);
+  EXPECT_EQ(file.modified.whole, WallSeconds(seconds(1'700'000'000)));
   EXPECT_EQ(file.blocks, 0);
   EXPECT_EQ(file.contentVersion, "1");
   EXPECT_EQ(node("f:1")->kind, NodeKind::folder);

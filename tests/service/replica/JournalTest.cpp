@@ -6,6 +6,7 @@
 #include "service/replica/Meta.h"
 #include "service/replica/Schema.h"
 #include "tests/service/support/ReplicaSql.h"
+#include "tests/service/support/Times.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
@@ -45,7 +46,7 @@ class JournalTest : public ::testing::Test {
                const std::function<void(Change&)>& adjust = nullptr) {
     Change change;
     write([&](ReplicaWriter& writer) {
-      change = journal::begin(writer, *writer.node(id), due);
+      change = journal::begin(writer, *writer.node(id), at(due));
       if (adjust) adjust(change);
       journal::put(writer, change);
     });
@@ -59,7 +60,7 @@ class JournalTest : public ::testing::Test {
   std::vector<NodeId> due(std::int64_t now, std::int64_t limit = 100) {
     std::vector<NodeId> result;
     for (const journal::Due& each : read([&](ReplicaReader& reader) {
-           return journal::due(reader, now, -1, kNoNode, limit);
+           return journal::due(reader, at(now), at(-1), kNoNode, limit);
          })) {
       result.push_back(each.node);
     }
@@ -76,7 +77,7 @@ TEST_F(JournalTest, ARowSaysWhatTheHostHas) {
   EXPECT_EQ(change.baseParent, "root");
   EXPECT_EQ(change.baseFilename, "a.txt");
   EXPECT_EQ(change.baseVersion, "v1");
-  EXPECT_EQ(change.due, 500);
+  EXPECT_EQ(change.due, at(500));
 }
 
 TEST_F(JournalTest, WhatTheHostDoesNotHaveHasNoBase) {
@@ -116,7 +117,7 @@ TEST_F(JournalTest, ALaterChangeKeepsTheBaseOfTheFirst) {
   const Change second = begin(id, 200);
   EXPECT_EQ(second.baseFilename, "a.txt");
   EXPECT_TRUE(second.contents);
-  EXPECT_EQ(second.due, 200);
+  EXPECT_EQ(second.due, at(200));
   EXPECT_GT(second.sequence, first.sequence);
 }
 
@@ -142,8 +143,8 @@ TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
     change.reason = "why";
   });
   replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    EXPECT_TRUE(journal::again(writer, id, 5));
-    EXPECT_FALSE(journal::again(writer, NodeId(id.number() + 1), 5));
+    EXPECT_TRUE(journal::again(writer, id, at(5)));
+    EXPECT_FALSE(journal::again(writer, NodeId(id.number() + 1), at(5)));
   });
   const auto after = read([&](ReplicaReader& reader) { return journal::find(reader, id); });
   ASSERT_TRUE(after);
@@ -151,7 +152,7 @@ TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
   EXPECT_FALSE(after->held);
   EXPECT_EQ(after->attempts, 0);
   EXPECT_TRUE(after->reason.empty());
-  EXPECT_EQ(after->due, 5);
+  EXPECT_EQ(after->due, at(5));
   EXPECT_GT(after->sequence, before.sequence);
 }
 
@@ -165,10 +166,11 @@ TEST_F(JournalTest, WhatIsDueAtTheSameTimeComesUpOnceInEachPass) {
   begin(last, 101);
   wanted.push_back(last);
   std::vector<NodeId> found;
-  journal::Due after{-1, kNoNode};
+  journal::Due after{at(-1), kNoNode};
   for (bool more = true; more;) {
-    const auto batch = read(
-        [&](ReplicaReader& reader) { return journal::due(reader, 200, after.due, after.node, 2); });
+    const auto batch = read([&](ReplicaReader& reader) {
+      return journal::due(reader, at(200), after.due, after.node, 2);
+    });
     for (const journal::Due& each : batch)
       found.push_back(each.node);
     more = !batch.empty();
@@ -212,14 +214,14 @@ TEST_F(JournalTest, OnlyWhatIsDueComesUp) {
 
 TEST_F(JournalTest, TheNextDueIsTheFirstThatIsStillToCome) {
   const auto next = [&](std::int64_t now) {
-    return read([&](ReplicaReader& reader) { return journal::nextDue(reader, now); });
+    return read([&](ReplicaReader& reader) { return journal::nextDue(reader, at(now)); });
   };
   EXPECT_FALSE(next(0));
   begin(add("a", "i:1"), 100);
   begin(add("b", "i:2"), 200);
   begin(add("c", "i:3"), 50, [](Change& change) { change.attention = true; });
-  EXPECT_EQ(next(0), 100);
-  EXPECT_EQ(next(100), 200);
+  EXPECT_EQ(next(0), at(100));
+  EXPECT_EQ(next(100), at(200));
   EXPECT_FALSE(next(200));
 }
 
@@ -243,15 +245,15 @@ TEST_F(JournalTest, RetryHurriesWhatFailedAndNothingElse) {
     change.attention = true;
     change.attempts = 5;
   });
-  write([](ReplicaWriter& writer) { journal::retry(writer, 100, false); });
-  EXPECT_EQ(find(failed)->due, 100);
+  write([](ReplicaWriter& writer) { journal::retry(writer, at(100), false); });
+  EXPECT_EQ(find(failed)->due, at(100));
   EXPECT_EQ(find(failed)->attempts, 2);
-  EXPECT_EQ(find(quiet)->due, 9'000);
+  EXPECT_EQ(find(quiet)->due, at(9'000));
   EXPECT_TRUE(find(refused)->attention);
-  write([](ReplicaWriter& writer) { journal::retry(writer, 200, true); });
+  write([](ReplicaWriter& writer) { journal::retry(writer, at(200), true); });
   EXPECT_FALSE(find(refused)->attention);
   EXPECT_EQ(find(refused)->attempts, 0);
-  EXPECT_EQ(find(refused)->due, 200);
+  EXPECT_EQ(find(refused)->due, at(200));
 }
 
 TEST_F(JournalTest, RetryTakesTheErrorsBackThatItTriesAgain) {
@@ -259,7 +261,7 @@ TEST_F(JournalTest, RetryTakesTheErrorsBackThatItTriesAgain) {
   begin(refused, 0, [](Change& change) { change.attention = true; });
   write([&](ReplicaWriter& writer) {
     writer.setError(refused, "no such name");
-    journal::retry(writer, 1, true);
+    journal::retry(writer, at(1), true);
   });
   EXPECT_TRUE(
       replica.read([&](ReplicaReader& reader) { return reader.node(refused); })->error.empty());
@@ -271,10 +273,10 @@ TEST_F(JournalTest, HurryTakesTheFoldersAboveAlong) {
   const NodeId other = add("other", "");
   for (const NodeId id : {folder, file, other})
     begin(id, 9'000);
-  write([&](ReplicaWriter& writer) { journal::hurry(writer, file, 100); });
-  EXPECT_EQ(find(file)->due, 100);
-  EXPECT_EQ(find(folder)->due, 100);
-  EXPECT_EQ(find(other)->due, 9'000);
+  write([&](ReplicaWriter& writer) { journal::hurry(writer, file, at(100)); });
+  EXPECT_EQ(find(file)->due, at(100));
+  EXPECT_EQ(find(folder)->due, at(100));
+  EXPECT_EQ(find(other)->due, at(9'000));
 }
 
 TEST_F(JournalTest, ChangesAreFoundByTheirBase) {
@@ -352,7 +354,7 @@ TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
   EXPECT_EQ(node->id, NodeId(20));
   EXPECT_EQ(node->name, "a");
   EXPECT_EQ(node->size, 5);
-  EXPECT_EQ(node->modified, 1'700'000'000);
+  EXPECT_EQ(node->modified.whole, atSecond(1'700'000'000));
   EXPECT_EQ(node->content, ContentId(3));
   EXPECT_TRUE(node->pinned);
   EXPECT_EQ(replica.read([](ReplicaReader& reader) { return meta::integer(reader, "generation"); }),
@@ -361,7 +363,7 @@ TEST(SchemaTest, AReplicaOfTheFirstVersionKeepsItsRows) {
       replica.read([](ReplicaReader& reader) { return askSql(reader, "PRAGMA user_version"); }),
       schema::kVersion);
   replica.write(Durability::durable, [&](ReplicaWriter& writer) {
-    journal::put(writer, journal::begin(writer, *writer.node(NodeId(20)), 1));
+    journal::put(writer, journal::begin(writer, *writer.node(NodeId(20)), at(1)));
   });
   EXPECT_TRUE(
       replica.read([](ReplicaReader& reader) { return journal::find(reader, NodeId(20)); }));

@@ -12,6 +12,7 @@
 #include "service/replica/Journal.h"
 #include "service/upload/Uploader.h"
 #include "tests/service/support/EngineFixture.h"
+#include "tests/service/support/Times.h"
 
 namespace tulo::test {
 
@@ -19,11 +20,11 @@ class WritingFixture : public EngineFixture {
  protected:
   using Mutation = ScriptedExtension::Mutation;
   using Kind = ScriptedExtension::Mutation::Kind;
-  static constexpr std::int64_t kQuiet = 1000;
+  static constexpr milliseconds kQuiet{1000};
 
   WritingFixture() {
     options.readWrite = true;
-    options.quietMilliseconds = kQuiet;
+    options.quiet = kQuiet;
     options.clock = [this] { return clock; };
     // There is a host.
     writeFile(directory.file("fp.sock"), "");
@@ -132,7 +133,7 @@ class WritingFixture : public EngineFixture {
   // Until nothing waits, however long the pauses are.
   void pushAll() {
     for (unsigned i = 0; i < 20 && counts().pending > 0; ++i) {
-      clock += 10 * 60 * 1000;
+      clock += std::chrono::minutes(10);
       drain();
     }
     EXPECT_EQ(counts().pending, 0);
@@ -153,7 +154,7 @@ class WritingFixture : public EngineFixture {
     return items.empty() ? std::string() : items.front().contents;
   }
 
-  std::int64_t clock = 1'800'000'000'000;
+  WallTime clock = at(1'800'000'000'000);
 };
 
 }  // namespace tulo::test

@@ -46,7 +46,7 @@ class UploadOrderTest : public WritingFixture {
     return std::any_of(all.begin(), all.end(), isAsideName);
   }
 
-  static constexpr std::int64_t kLater = kQuiet / 10;
+  static constexpr milliseconds kLater = kQuiet / 10;
 };
 
 TEST_F(UploadOrderTest, ANewFileRestsWhileTheOneWhosePlaceItTakesIsBeingDeleted) {
@@ -130,7 +130,7 @@ TEST_F(UploadOrderTest, APlaceIsNotWaitedForOnceTheUnansweredRequestIsGivenUp) {
   extension->setListingError(fileProviderError(NSFileProviderErrorCode::cannotSynchronize));
   for (int i = 0; i < 40 && !change(first)->attention; ++i) {
     EXPECT_EQ(sent().size(), 1U);
-    clock += 60 * 1000;
+    clock += milliseconds(60 * 1000);
     engine->uploader().step();
   }
   ASSERT_TRUE(change(first)->attention);

@@ -33,9 +33,9 @@ class UploaderTest : public WritingFixture {
 TEST_F(UploaderTest, ANewFileGoesUpOnceWithItsContentsAfterTheQuietTime) {
   const NodeId id = makeFile("a.txt", "hello");
   EXPECT_EQ(drain(), 0U);
-  clock += kQuiet - 1;
+  clock += kQuiet - milliseconds(1);
   EXPECT_EQ(drain(), 0U);
-  clock += 1;
+  clock += milliseconds(1);
   EXPECT_EQ(drain(), 1U);
   ASSERT_EQ(sent().size(), 1U);
   EXPECT_EQ(sent()[0].kind, Kind::create);
@@ -456,7 +456,7 @@ TEST_F(UploaderTest, QuotaIsTriedAgainForEverAndShown) {
       .error = fileProviderError(NSFileProviderErrorCode::insufficientQuota)});
   push();
   for (int i = 0; i < 12; ++i) {
-    clock += 10 * 60 * 1000;
+    clock += milliseconds(10 * 60 * 1000);
     drain();
   }
   EXPECT_EQ(sent().size(), 13U);
@@ -473,10 +473,10 @@ TEST_F(UploaderTest, AFailureWaitsForItsPause) {
   const NodeId id = makeFile("a.txt", "hello");
   failOnce(fileProviderError(NSFileProviderErrorCode::insufficientQuota));
   push();
-  const std::int64_t due = change(id)->due;
+  const WallTime due = change(id)->due;
   EXPECT_GT(due, clock);
   EXPECT_EQ(drain(), 0U);
-  clock = due - 1;
+  clock = due - milliseconds(1);
   EXPECT_EQ(drain(), 0U);
   clock = due;
   EXPECT_EQ(drain(), 1U);
@@ -505,7 +505,7 @@ TEST_F(UploaderTest, WhatTheHostRefusesWaitsForTheUser) {
   EXPECT_TRUE(change(id)->attention);
   EXPECT_FALSE(row(id)->error.empty());
   EXPECT_EQ(counts().attention, 1);
-  clock += 24 * 3600 * 1000;
+  clock += milliseconds(24 * 3600 * 1000);
   EXPECT_EQ(drain(), 0U);
   EXPECT_EQ(contentsOf(id), "hello");
   engine->uploader().retry(true);
@@ -530,7 +530,7 @@ TEST_F(UploaderTest, WhatFailsForNoKnownReasonIsGivenUpAfterSomeAttempts) {
       .error = fileProviderError(NSFileProviderErrorCode::cannotSynchronize)});
   push();
   for (int i = 0; i < 40 && !change(id)->attention; ++i) {
-    clock += 10 * 60 * 1000;
+    clock += milliseconds(10 * 60 * 1000);
     drain();
   }
   EXPECT_TRUE(change(id)->attention);
@@ -544,7 +544,7 @@ TEST_F(UploaderTest, AnUnreachableHostIsTriedForEver) {
       .error = fileProviderError(NSFileProviderErrorCode::serverUnreachable)});
   push();
   for (int i = 0; i < 20; ++i) {
-    clock += 10 * 60 * 1000;
+    clock += milliseconds(10 * 60 * 1000);
     drain();
   }
   EXPECT_FALSE(change(id)->attention);

@@ -4,10 +4,12 @@
 
 #include <cerrno>
 
+#include "tests/service/support/Times.h"
+
 namespace tulo::test {
 namespace {
 
-constexpr std::int64_t kNever = 1'000'000;
+const WallTime kNever = at(1'000'000);
 
 // What one waiting program was told; -1 while it waits.
 struct Program {
@@ -25,7 +27,7 @@ struct Program {
 class VerdictsTest : public ::testing::Test {
  protected:
   Verdicts::Ticket await(Program& program, const std::vector<NodeId>& nodes,
-                         std::int64_t deadline = kNever) {
+                         WallTime deadline = kNever) {
     const Verdicts::Ticket ticket = verdicts.begin(program.completion());
     verdicts.await(ticket, nodes, deadline);
     return ticket;
@@ -37,8 +39,8 @@ class VerdictsTest : public ::testing::Test {
 TEST_F(VerdictsTest, TellsThoseWhoWaitForTheNode) {
   Program one;
   Program other;
-  await(one, {NodeId(NodeId(20))});
-  await(other, {NodeId(NodeId(21))});
+  await(one, {NodeId(20)});
+  await(other, {NodeId(21)});
   verdicts.settled(NodeId(20));
   EXPECT_EQ(one.told, 0);
   EXPECT_EQ(other.told, -1);
@@ -52,8 +54,8 @@ TEST_F(VerdictsTest, TellsThoseWhoWaitForTheNode) {
 TEST_F(VerdictsTest, TellsAllWhoWaitForOneNode) {
   Program one;
   Program other;
-  await(one, {NodeId(NodeId(20))});
-  await(other, {NodeId(NodeId(20))});
+  await(one, {NodeId(20)});
+  await(other, {NodeId(20)});
   verdicts.failed(NodeId(20), EIO);
   EXPECT_EQ(one.told, EIO);
   EXPECT_EQ(other.told, EIO);
@@ -62,8 +64,8 @@ TEST_F(VerdictsTest, TellsAllWhoWaitForOneNode) {
 TEST_F(VerdictsTest, SeveralNodesAreWaitedForTogetherButFailAlone) {
   Program good;
   Program bad;
-  await(good, {NodeId(NodeId(20)), NodeId(NodeId(21))});
-  await(bad, {NodeId(NodeId(20)), NodeId(NodeId(22))});
+  await(good, {NodeId(20), NodeId(21)});
+  await(bad, {NodeId(20), NodeId(22)});
   verdicts.settled(NodeId(20));
   EXPECT_EQ(good.told, -1);
   verdicts.settled(NodeId(21));
@@ -76,7 +78,7 @@ TEST_F(VerdictsTest, ACancelledOneIsToldOnceAndNeverWaits) {
   Program program;
   const Verdicts::Ticket ticket = verdicts.begin(program.completion());
   verdicts.cancel(ticket, EINTR);
-  verdicts.await(ticket, {NodeId(NodeId(20))}, kNever);
+  verdicts.await(ticket, {NodeId(20)}, kNever);
   verdicts.settled(NodeId(20));
   verdicts.cancel(ticket, EIO);
   EXPECT_EQ(program.told, EINTR);
@@ -87,12 +89,12 @@ TEST_F(VerdictsTest, ACancelledOneIsToldOnceAndNeverWaits) {
 TEST_F(VerdictsTest, WhoDoesNotWaitYetIsNotToldThatAllFail) {
   Program waiting;
   Program early;
-  await(waiting, {NodeId(NodeId(20))});
+  await(waiting, {NodeId(20)});
   const Verdicts::Ticket ticket = verdicts.begin(early.completion());
   verdicts.failAll(EHOSTDOWN);
   EXPECT_EQ(waiting.told, EHOSTDOWN);
   EXPECT_EQ(early.told, -1);
-  verdicts.await(ticket, {NodeId(NodeId(21))}, kNever);
+  verdicts.await(ticket, {NodeId(21)}, kNever);
   verdicts.failAll(EHOSTDOWN);
   EXPECT_EQ(early.told, EHOSTDOWN);
 }
@@ -103,22 +105,22 @@ TEST_F(VerdictsTest, TheDeadlineEndsTheWaiting) {
   Program early;
   verdicts.begin(early.completion());
   EXPECT_EQ(verdicts.nextDeadline(), std::nullopt);
-  await(later, {NodeId(NodeId(20))}, 200);
-  await(soon, {NodeId(NodeId(20))}, 100);
-  EXPECT_EQ(verdicts.nextDeadline(), 100);
-  verdicts.expire(99);
+  await(later, {NodeId(20)}, at(200));
+  await(soon, {NodeId(20)}, at(100));
+  EXPECT_EQ(verdicts.nextDeadline(), at(100));
+  verdicts.expire(at(99));
   EXPECT_EQ(soon.told, -1);
-  verdicts.expire(100);
+  verdicts.expire(at(100));
   EXPECT_EQ(soon.told, ETIMEDOUT);
   EXPECT_EQ(later.told, -1);
   EXPECT_EQ(early.told, -1);
-  EXPECT_EQ(verdicts.nextDeadline(), 200);
+  EXPECT_EQ(verdicts.nextDeadline(), at(200));
 }
 
 TEST_F(VerdictsTest, ACompletionMayBeginToWaitAgain) {
   Program again;
-  const Verdicts::Ticket ticket = verdicts.begin([&](int) { await(again, {NodeId(NodeId(21))}); });
-  verdicts.await(ticket, {NodeId(NodeId(20))}, kNever);
+  const Verdicts::Ticket ticket = verdicts.begin([&](int) { await(again, {NodeId(21)}); });
+  verdicts.await(ticket, {NodeId(20)}, kNever);
   verdicts.settled(NodeId(20));
   EXPECT_TRUE(verdicts.isAwaited(NodeId(21)));
   verdicts.settled(NodeId(21));
