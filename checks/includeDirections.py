@@ -8,8 +8,9 @@ The page, docs/architecture.md, has two fenced blocks that this reads:
   ```arrows              FOLDER -> FOLDER...     whose headers a folder may include
   ```libraries           HEADER : FOLDER...      who may include a header from outside the tree
 
-A folder in the list covers what is below it, except what a longer name in the list covers. A
-header of the second block may end in "*". Headers that it does not name are free for all.
+A folder in the list covers what is below it, except what a longer name in the list covers; right
+of an arrow, FOLDER/* stands for the folder and all that the list has below it. A header of the
+second block may end in "*". Headers that it does not name are free for all.
 """
 
 import argparse
@@ -50,6 +51,15 @@ def folderOf(path, folders):
     """The listed folder that the path belongs to: the longest of those that contain it."""
     candidates = [f for f in folders if path.startswith(f + "/")]
     return max(candidates, key=len, default=None)
+
+
+def spelledOut(arrows):
+    """The arrows with every FOLDER/* replaced by the listed folders that it stands for."""
+    def foldersFor(target):
+        if not target.endswith("/*"):
+            return {target}
+        return {f for f in arrows if f == target[:-2] or f.startswith(target[:-1])} or {target}
+    return {own: set().union(*map(foldersFor, targets)) for own, targets in arrows.items()}
 
 
 def patternOf(header, patterns):
@@ -98,7 +108,7 @@ def faultsOf(path, root, arrows, libraries):
 def check(root):
     """All faults of the tree, and how many files were read."""
     page = (root / PAGE).read_text(encoding="utf-8")
-    arrows = table(page, "arrows", "->")
+    arrows = spelledOut(table(page, "arrows", "->"))
     libraries = table(page, "libraries", ":")
     unknown = {f for targets in arrows.values() for f in targets} - arrows.keys()
     if unknown:

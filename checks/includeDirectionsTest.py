@@ -46,6 +46,13 @@ class IncludeDirectionsTest(unittest.TestCase):
         self.write("low/B.cpp", '\n#include "high/A.h"\n')
         self.assertEqual(self.faults(), ['low/B.cpp:2: "high/A.h": no arrow low -> high'])
 
+    def testAStarStandsForAFolderAndItsListedParts(self):
+        self.write("docs/architecture.md", PAGE.replace("high     -> low", "high -> low/*\nlone ->"))
+        self.write("high/A.cpp", '#include "low/B.h"\n#include "low/part/C.h"\n')
+        self.assertEqual(self.faults(), [])
+        self.write("high/A.cpp", '#include "lone/D.h"\n')
+        self.assertEqual(self.faults(), ['high/A.cpp:1: "lone/D.h": no arrow high -> lone'])
+
     def testAFolderDoesNotReachIntoItsListedPart(self):
         self.write("high/A.cpp", '#include "low/part/C.h"\n')
         self.assertEqual(self.faults(), ['high/A.cpp:1: "low/part/C.h": no arrow high -> low/part'])

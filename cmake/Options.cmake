@@ -17,6 +17,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   target_compile_options(tulo_options INTERFACE -Wno-array-bounds -Wno-restrict
                                                 -Wno-stringop-overflow -Wno-stringop-overread)
 endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # Holds the annotations of platform/linux/Mutex.h against the code.
+  target_compile_options(tulo_options INTERFACE -Wthread-safety)
+endif()
 if(TULO_WERROR)
   target_compile_options(tulo_options INTERFACE -Werror)
 endif()
