@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <utility>
 
 #include "cli/ServiceClient.h"
 #include "service/base/ServicePaths.h"
@@ -14,7 +15,8 @@ namespace tulo::cli {
 
 namespace {
 
-using nlohmann::json;
+using control::ChangesRequest;
+using control::DeletedName;
 
 // Nothing when there is no such file.
 std::optional<struct stat> look(const std::string& path) {
@@ -29,23 +31,30 @@ std::filesystem::path whole(const std::string& path) {
   return result.has_filename() ? result : result.parent_path();
 }
 
+template <typename T>
+void add(std::optional<std::vector<T>>& list, T item) {
+  if (!list) list.emplace();
+  list->push_back(std::move(item));
+}
+
 }  // namespace
 
 // Inode numbers are the service's own numbers.
-std::map<std::string, json> namedByDomain(const std::vector<std::string>& paths, Deleted deleted) {
-  std::map<std::string, json> result;
+std::map<std::string, ChangesRequest> namedByDomain(const std::vector<std::string>& paths,
+                                                    Deleted deleted) {
+  std::map<std::string, ChangesRequest> result;
   for (const std::string& path : paths) {
     const std::string folder = whole(path).parent_path();
     if (const auto status = look(path)) {
       // Of a link the attributes would be those of what it points to.
       const std::string domain = domainOfPath(S_ISLNK(status->st_mode) ? folder : path);
-      result[domain]["nodes"].push_back(status->st_ino);
+      add(result[domain].nodes, NodeId(status->st_ino));
       continue;
     }
     const auto above = deleted == Deleted::isMeant ? look(folder) : std::nullopt;
     if (!above) throw ServiceError(path + ": " + std::strerror(ENOENT));
-    result[domainOfPath(folder)]["deleted"].push_back(
-        {{"folder", above->st_ino}, {"name", whole(path).filename().string()}});
+    add(result[domainOfPath(folder)].deleted,
+        DeletedName{NodeId(above->st_ino), whole(path).filename().string()});
   }
   return result;
 }

@@ -1,11 +1,11 @@
-// `tulo pin`, `unpin`, `download` and `evict`: where the contents of files are kept.
+// `tulo pin` and `unpin`: which files are kept here.
 #pragma once
 
 #include <CLI/CLI.hpp>
 
 namespace tulo::cli {
 
-// Adds the commands. `exitStatus` becomes 0 when each was done for all files.
+// Adds the commands. `exitStatus` becomes 0 when it was done for all files.
 void addPinCommands(CLI::App& app, int& exitStatus);
 
 }  // namespace tulo::cli

@@ -4,22 +4,19 @@
 #include <cctype>
 #include <cstdio>
 #include <string_view>
+#include <variant>
 
 namespace tulo::cli {
 
-using nlohmann::json;
-
-std::string printable(const json& value) {
-  std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+std::string printable(std::string text) {
   std::replace_if(
       text.begin(), text.end(),
       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }, '?');
   return text;
 }
 
-std::string reasonOf(const json& change) {
-  const std::string error = change.value("error", "");
-  return printable(error.substr(0, error.find("; ")));
+std::string reasonOf(const control::PendingChange& change) {
+  return printable(change.error.substr(0, change.error.find("; ")));
 }
 
 std::string counted(std::int64_t count, const std::string& noun) {
@@ -38,15 +35,17 @@ std::string shellWord(const std::string& text) {
   return result + '\'';
 }
 
-void printFailures(const json& answer) {
-  for (const json& failure : answer.value("failures", json::array())) {
-    const json what = failure.contains("path") ? failure["path"] : failure.value("node", json());
-    std::fprintf(stderr, "tulo: %s: %s\n", printable(what).c_str(),
-                 printable(failure.value("error", json(""))).c_str());
+std::string nameOf(const control::Failure& failure) {
+  const auto* path = std::get_if<std::string>(&failure.what);
+  return path ? *path : std::to_string(std::get<NodeId>(failure.what).number());
+}
+
+void printFailures(const control::Outcome& outcome) {
+  for (const control::Failure& failure : outcome.failures.value_or(control::Failures())) {
+    std::fprintf(stderr, "tulo: %s: %s\n", printable(nameOf(failure)).c_str(),
+                 printable(failure.error).c_str());
   }
-  if (answer.contains("error")) {
-    std::fprintf(stderr, "tulo: %s\n", printable(answer["error"]).c_str());
-  }
+  if (outcome.error) std::fprintf(stderr, "tulo: %s\n", printable(*outcome.error).c_str());
 }
 
 }  // namespace tulo::cli

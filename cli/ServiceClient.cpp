@@ -10,7 +10,8 @@
 
 #include "service/base/Names.h"
 #include "service/base/ServicePaths.h"
-#include "service/control/Control.h"
+#include "service/control/ControlClient.h"
+#include "service/control/Replies.h"
 
 namespace tulo::cli {
 
@@ -35,14 +36,14 @@ std::vector<std::string> knownDomains() {
   return domains;
 }
 
-nlohmann::json askDomain(const std::string& domain, const nlohmann::json& request,
-                         const ProgressHandler& progress) {
+nlohmann::json askDomain(const std::string& domain, control::Operation operation,
+                         const nlohmann::json& fields, const ProgressHandler& progress) {
   ControlClient client(paths::controlSocket(domain));
   nlohmann::json last;
-  client.ask(request.dump(), [&](const std::string& line) {
+  client.ask(control::requestOf(operation, fields).dump(), [&](const std::string& line) {
     nlohmann::json answer = nlohmann::json::parse(line, nullptr, false);
-    if (answer.contains("progress")) {
-      if (progress) progress(answer["progress"]);
+    if (const auto told = control::progressIn(answer)) {
+      if (progress) progress(*told);
       return true;
     }
     last = std::move(answer);
@@ -50,11 +51,6 @@ nlohmann::json askDomain(const std::string& domain, const nlohmann::json& reques
   });
   if (!last.is_object()) throw ServiceError("the service gave no answer");
   return last;
-}
-
-nlohmann::json askService(const std::string& path, const nlohmann::json& request,
-                          const ProgressHandler& progress) {
-  return askDomain(domainOfPath(path), request, progress);
 }
 
 }  // namespace tulo::cli

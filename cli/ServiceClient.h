@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "service/control/Requests.h"
+
 namespace tulo::cli {
 
 // The domain that the path belongs to. Throws ServiceError when it is in no mount.
@@ -16,11 +18,11 @@ std::vector<std::string> knownDomains();
 
 using ProgressHandler = std::function<void(const nlohmann::json& progress)>;
 
-// Sends the request to the service of the mount that the path is in, and returns the answer's last
-// line; `progress` gets those before it. Throws ServiceError.
-nlohmann::json askService(const std::string& path, const nlohmann::json& request,
-                          const ProgressHandler& progress = {});
-nlohmann::json askDomain(const std::string& domain, const nlohmann::json& request,
+// Sends the request to the account's service and returns the answer's last line; `progress` gets
+// what the lines before it tell. `fields` is one of the structs of Requests.h, the answer is one of
+// Replies.h or StatusReply.h. Throws ServiceError.
+nlohmann::json askDomain(const std::string& domain, control::Operation operation,
+                         const nlohmann::json& fields = nlohmann::json::object(),
                          const ProgressHandler& progress = {});
 
 }  // namespace tulo::cli

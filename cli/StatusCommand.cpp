@@ -16,11 +16,18 @@
 #include "cli/ServiceClient.h"
 #include "cli/Sizes.h"
 #include "service/base/ServicePaths.h"
+#include "service/control/StatusReply.h"
 
 namespace tulo::cli {
 
 namespace {
 
+using control::ChangeKind;
+using control::ChangeState;
+using control::HostState;
+using control::PendingChange;
+using control::StatusReply;
+using control::Transfer;
 using nlohmann::json;
 
 constexpr const char* kHelp =
@@ -39,12 +46,15 @@ struct Arguments {
   bool watch = false;
 };
 
+// As they came: what a service of another version tells is passed on with --json.
 std::vector<json> statuses(const Arguments& arguments) {
-  if (!arguments.path.empty()) return {askService(arguments.path, {{"op", "status"}})};
+  if (!arguments.path.empty()) {
+    return {askDomain(domainOfPath(arguments.path), control::Operation::status)};
+  }
   std::vector<json> result;
   for (const std::string& domain : knownDomains()) {
     try {
-      result.push_back(askDomain(domain, {{"op", "status"}}));
+      result.push_back(askDomain(domain, control::Operation::status));
     } catch (const ServiceError&) {
       // Not running.
     }
@@ -52,30 +62,27 @@ std::vector<json> statuses(const Arguments& arguments) {
   return result;
 }
 
-void printTransfers(const json& transfers) {
-  for (const json& transfer : transfers) {
-    const bool active = transfer.value("active", false);
-    std::printf("  %s  %s (%s)\n", active ? "fetching" : "waiting ",
-                printable(transfer.at("path")).c_str(),
-                sizeText(transfer.value("size", std::int64_t{0})).c_str());
+void printTransfers(const std::vector<Transfer>& transfers) {
+  for (const Transfer& transfer : transfers) {
+    std::printf("  %s  %s (%s)\n", transfer.active ? "fetching" : "waiting ",
+                printable(transfer.path).c_str(), sizeText(transfer.size).c_str());
   }
 }
 
-std::string hostText(const json& status) {
-  const bool running = status.value("hostPresent", false);
-  std::string text = running ? "running" : "not running";
-  if (running && status.value("paused", false)) text += ", but nobody is signed in there";
-  if (running && !status.value("hostReachable", true)) text += ", but it does not answer";
-  if (!status.value("indexPresent", false)) text += "; it has no index of this account";
-  const std::string failure = status.value("lastListingError", "");
+std::string hostText(const StatusReply& status) {
+  const HostState& host = status.uploads.host;
+  std::string text = host.present ? "running" : "not running";
+  if (host.present && host.paused) text += ", but nobody is signed in there";
+  if (host.present && !host.reachable) text += ", but it does not answer";
+  if (!status.listing.indexPresent) text += "; it has no index of this account";
+  const std::string& failure = status.listing.lastError;
   if (!failure.empty()) text += "; the last listing failed: " + printable(failure);
   return text;
 }
 
-std::string changesText(const json& status) {
-  const auto waiting = status.value("pending", std::int64_t{0});
-  const auto refused = status.value("needsAttention", std::int64_t{0});
-  if (!status.value("readWrite", false)) {
+std::string changesText(const StatusReply& status) {
+  const auto [waiting, refused] = status.uploads.counts;
+  if (!status.readWrite) {
     const std::string kept = "; " + counted(waiting + refused, "change") + " kept for later";
     return "none can be made: mounted read-only" + (waiting + refused > 0 ? kept : "");
   }
@@ -86,77 +93,87 @@ std::string changesText(const json& status) {
     text += (text.empty() ? "" : ", ") + counted(refused, "change") +
             (refused == 1 ? " needs you" : " need you");
   }
-  const auto conflicts = status.value("conflicts", std::int64_t{0});
+  const auto conflicts = static_cast<std::int64_t>(status.uploads.conflicts);
   if (conflicts > 0) text += ", " + counted(conflicts, "conflict");
-  const auto local = status.value("localItems", std::int64_t{0});
+  const std::int64_t local = status.uploads.localItems;
   if (local > 0)
     text += "; " + counted(local, "item") + (local == 1 ? " stays" : " stay") + " here";
   return text;
 }
 
-std::string shortText(const json& change) {
-  const std::string kind = change.value("kind", "");
-  if (kind == "delete") return "to be deleted";
-  if (kind == "name") return "renamed or moved";
-  if (change.value("folder", false)) return "new folder";
-  return (kind == "new" ? "new, " : "") + sizeText(change.value("size", std::int64_t{0}));
+std::string shortText(const PendingChange& change) {
+  if (change.kind == ChangeKind::deleted) return "to be deleted";
+  if (change.kind == ChangeKind::place) return "renamed or moved";
+  if (change.folder) return "new folder";
+  return (change.kind == ChangeKind::added ? "new, " : "") + sizeText(change.size.value_or(0));
 }
 
-void printChange(const char* what, const json& change) {
+void printChange(const char* what, const PendingChange& change) {
   const std::string reason = reasonOf(change);
-  std::printf("  %s  %s (%s)%s\n", what, printable(change.at("path")).c_str(),
-              shortText(change).c_str(), reason.empty() ? "" : (": " + reason).c_str());
+  std::printf("  %s  %s (%s)%s\n", what, printable(change.path).c_str(), shortText(change).c_str(),
+              reason.empty() ? "" : (": " + reason).c_str());
+}
+
+void printRefused(const std::string& mountPoint, const PendingChange& change) {
+  printChange("refused ", change);
+  const std::string path = shellWord(printable(mountPoint) + '/' + printable(change.path));
+  std::printf("            tulo retry %s\n            tulo discard %s\n", path.c_str(),
+              path.c_str());
+}
+
+const char* wordFor(ChangeState state) {
+  if (state == ChangeState::beingWritten) return "open    ";
+  return state == ChangeState::tryingAgain ? "retrying" : "waiting ";
 }
 
 // What is sent, what waits, and what the user has to decide on.
-void printChanges(const json& status) {
-  for (const json& change : status.value("uploads", json::array()))
+void printChanges(const StatusReply& status) {
+  for (const PendingChange& change : status.uploads.uploads)
     printChange("sending ", change);
   std::size_t waiting = 0;
-  for (const json& change : status.value("changes", json::array())) {
-    const std::string state = change.value("state", "");
-    if (state == "needs attention") {
-      printChange("refused ", change);
-      const std::string path = printable(status.at("mountPoint")) + '/' + printable(change["path"]);
-      std::printf("            tulo retry %s\n            tulo discard %s\n",
-                  shellWord(path).c_str(), shellWord(path).c_str());
-    } else if (state != "local" && state != "sending" && ++waiting <= kShownWaiting) {
-      printChange(state == "being written"  ? "open    "
-                  : state == "trying again" ? "retrying"
-                                            : "waiting ",
-                  change);
+  for (const PendingChange& change : status.uploads.changes) {
+    if (change.state == ChangeState::needsAttention) {
+      printRefused(status.mountPoint, change);
+    } else if (change.state != ChangeState::local && change.state != ChangeState::sending &&
+               ++waiting <= kShownWaiting) {
+      printChange(wordFor(change.state), change);
     }
   }
-  const auto all = status.value("pending", std::int64_t{0});
-  const auto more = all - static_cast<std::int64_t>(kShownWaiting);
+  const auto more = status.uploads.counts.pending - static_cast<std::int64_t>(kShownWaiting);
   if (waiting > kShownWaiting)
     std::printf("  waiting   and %lld more\n", static_cast<long long>(more));
 }
 
-bool isToldAsChange(const json& status, const std::string& path) {
-  const json changes = status.value("changes", json::array());
-  return std::any_of(changes.begin(), changes.end(),
-                     [&](const json& change) { return change.value("path", "") == path; });
+void printErrors(const StatusReply& status) {
+  const std::vector<PendingChange>& changes = status.uploads.changes;
+  for (const control::Failure& error : status.errors) {
+    const std::string path = nameOf(error);
+    const bool told = std::any_of(changes.begin(), changes.end(),
+                                  [&](const auto& change) { return change.path == path; });
+    if (told) continue;
+    std::printf("  error     %s: %s\n", printable(path).c_str(), printable(error.error).c_str());
+  }
 }
 
-void printStatus(const json& status) {
-  std::printf("%s\n", printable(status.at("mountPoint")).c_str());
-  std::printf("  account   %s\n", printable(status.at("domain")).c_str());
+void printStatus(const StatusReply& status) {
+  std::printf("%s\n", printable(status.mountPoint).c_str());
+  std::printf("  account   %s\n", printable(status.domain).c_str());
   std::printf("  host      %s\n", hostText(status).c_str());
   std::printf("  changes   %s\n", changesText(status).c_str());
   printChanges(status);
-  const json& cache = status.at("cache");
-  std::printf("  cache     %s of %s\n", sizeText(cache.value("used", std::int64_t{0})).c_str(),
-              sizeText(cache.value("limit", std::int64_t{0})).c_str());
-  std::printf("  fetched   %s, failed %s, evicted %s\n", printable(status.at("fetched")).c_str(),
-              printable(status.at("failedFetches")).c_str(),
-              printable(status.at("evicted")).c_str());
-  printTransfers(status.at("transfers"));
-  for (const json& error : status.at("errors")) {
-    if (isToldAsChange(status, error.value("path", ""))) continue;
-    std::printf("  error     %s: %s\n", printable(error.at("path")).c_str(),
-                printable(error.at("error")).c_str());
-  }
+  std::printf("  cache     %s of %s\n", sizeText(status.cache.used).c_str(),
+              sizeText(status.cache.limit).c_str());
+  const control::DownloadStatus& downloads = status.downloads;
+  std::printf("  fetched   %s, failed %s, evicted %s\n", std::to_string(downloads.fetched).c_str(),
+              std::to_string(downloads.failed).c_str(), std::to_string(downloads.evicted).c_str());
+  printTransfers(downloads.transfers);
+  printErrors(status);
+}
+
+StatusReply answered(const json& status) {
+  auto reply = status.get<StatusReply>();
+  if (reply.outcome.error) throw ServiceError(*reply.outcome.error);
+  return reply;
 }
 
 int show(const Arguments& arguments) {
@@ -166,7 +183,7 @@ int show(const Arguments& arguments) {
     if (arguments.asJson) {
       std::printf("%s\n", status.dump(-1, ' ', false, json::error_handler_t::replace).c_str());
     } else {
-      printStatus(status);
+      printStatus(answered(status));
     }
   }
   if (found.empty() && !arguments.asJson) std::fprintf(stderr, "tulo: no account is mounted\n");

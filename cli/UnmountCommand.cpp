@@ -12,6 +12,7 @@
 #include "cli/PlainText.h"
 #include "cli/ServiceClient.h"
 #include "service/base/ServicePaths.h"
+#include "service/control/Replies.h"
 #include "service/mount/Mount.h"
 
 namespace tulo::cli {
@@ -41,14 +42,15 @@ bool waitForEnd(const std::string& domain) {
 int unmount(const std::string& mountPoint) {
   if (Mount::clearStale(mountPoint)) return 0;
   const std::string domain = domainOfPath(mountPoint);
-  const nlohmann::json answer = askDomain(domain, {{"op", "unmount"}});
-  if (!answer.value("ok", false)) return 1;
-  if (const auto waiting = answer.value("pending", std::int64_t{0}); waiting > 0) {
+  const auto reply = askDomain(domain, control::Operation::unmount).get<control::UnmountReply>();
+  if (!reply.outcome.ok) return 1;
+  if (reply.left.pending > 0) {
     std::printf("%s not sent yet; kept here, and sent after the next mount\n",
-                counted(waiting, "change").c_str());
+                counted(reply.left.pending, "change").c_str());
   }
-  if (const auto refused = answer.value("needsAttention", std::int64_t{0}); refused > 0) {
-    std::printf("%s that the host refused; kept here\n", counted(refused, "change").c_str());
+  if (reply.left.needsAttention > 0) {
+    std::printf("%s that the host refused; kept here\n",
+                counted(reply.left.needsAttention, "change").c_str());
   }
   std::fflush(stdout);
   if (waitForEnd(domain)) return 0;

@@ -7,12 +7,16 @@
 #include <sstream>
 #include <string>
 
-#include "cli/ChangesCommand.h"
 #include "cli/DemoCommand.h"
+#include "cli/DiscardCommand.h"
+#include "cli/DownloadCommand.h"
+#include "cli/EvictCommand.h"
+#include "cli/FlushCommand.h"
 #include "cli/HostCommand.h"
 #include "cli/MountCommand.h"
 #include "cli/PinCommand.h"
 #include "cli/ProviderCommand.h"
+#include "cli/RetryCommand.h"
 #include "cli/StatusCommand.h"
 #include "cli/UnmountCommand.h"
 #include "platform/Deployment.h"
@@ -45,8 +49,12 @@ int run(int argc, char** argv) {
   tulo::cli::addMountCommand(app, exitStatus);
   tulo::cli::addUnmountCommand(app, exitStatus);
   tulo::cli::addStatusCommand(app, exitStatus);
-  tulo::cli::addChangesCommands(app, exitStatus);
+  tulo::cli::addFlushCommand(app, exitStatus);
+  tulo::cli::addRetryCommand(app, exitStatus);
+  tulo::cli::addDiscardCommand(app, exitStatus);
   tulo::cli::addPinCommands(app, exitStatus);
+  tulo::cli::addDownloadCommand(app, exitStatus);
+  tulo::cli::addEvictCommand(app, exitStatus);
   tulo::cli::addHostCommand(app, exitStatus);
   tulo::cli::addProviderCommand(app, exitStatus);
   tulo::cli::addDemoCommand(app, exitStatus);

@@ -8,8 +8,9 @@
 #include <cerrno>
 #include <thread>
 
+#include "service/EngineParts.h"
 #include "service/base/ServiceLog.h"
-#include "service/control/Control.h"
+#include "service/control/ControlServer.h"
 #include "service/control/ServiceControl.h"
 #include "service/mount/RequestLoop.h"
 
@@ -81,8 +82,9 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
                               parts);
   control_ = std::make_unique<ControlServer>(
       paths::controlSocket(options.domain),
-      [this](const std::string& request, const ControlServer::Emit& emit) {
-        if (answerControl(*engine_, options_.mountPoint, request, emit)) stop();
+      [this, parts = controlPartsOf(*engine_, options.mountPoint)](
+          const std::string& request, const ControlServer::Emit& emit) {
+        if (answerControl(parts, request, emit)) stop();
       });
 }
 

@@ -1,11 +1,11 @@
+#include "service/control/ControlClient.h"
+
 #include <sys/socket.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 
 #include "service/base/ServicePaths.h"
-#include "service/control/Control.h"
 #include "service/control/ControlSocket.h"
 
 namespace tulo {
@@ -15,48 +15,6 @@ namespace {
 constexpr std::size_t kLongestAnswer = 64 << 20;
 
 }  // namespace
-
-namespace control {
-
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    throw ServiceError("the path of the control socket is too long: " + path);
-  }
-  std::memcpy(address.sun_path, path.data(), path.size());
-  return address;
-}
-
-bool sendAll(int descriptor, const std::string& text) {
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t count = ::send(descriptor, text.data() + done, text.size() - done, MSG_NOSIGNAL);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    done += static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
-bool LineReader::next(std::string& line) {
-  for (;;) {
-    const std::size_t end = buffer_.find('\n');
-    if (end != std::string::npos) {
-      line = buffer_.substr(0, end);
-      buffer_.erase(0, end + 1);
-      return true;
-    }
-    if (buffer_.size() > longest_) return false;
-    std::array<char, 65536> piece;
-    const ssize_t count = ::recv(descriptor_, piece.data(), piece.size(), 0);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    buffer_.append(piece.data(), static_cast<std::size_t>(count));
-  }
-}
-
-}  // namespace control
 
 ControlClient::ControlClient(const std::string& path)
     : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {

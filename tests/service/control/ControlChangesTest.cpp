@@ -1,13 +1,12 @@
 // What the user may ask of changes: over the control socket's requests, and with a program that
 // waits for the host's word.
 
-#include "service/control/ControlChanges.h"
-
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <nlohmann/json.hpp>
 
+#include "service/EngineParts.h"
 #include "service/control/ServiceControl.h"
 #include "tests/service/support/WritingFixture.h"
 
@@ -24,7 +23,7 @@ class ControlChangesTest : public WritingFixture {
   // The last line of the answer.
   json ask(const std::string& request) {
     json last;
-    answerControl(*engine, "/mount", request, [&last](const std::string& line) {
+    answerControl(controlPartsOf(*engine, "/mount"), request, [&last](const std::string& line) {
       last = json::parse(line);
       return true;
     });
@@ -83,10 +82,11 @@ TEST_F(ControlChangesTest, FlushWaitsNoLongerThanItMay) {
 TEST_F(ControlChangesTest, FlushEndsWhenNobodyListens) {
   makeFile("a.txt", "hello");
   int lines = 0;
-  answerControl(*engine, "/mount", R"({"op":"flush","wait":true})", [&lines](const std::string&) {
-    ++lines;
-    return false;
-  });
+  answerControl(controlPartsOf(*engine, "/mount"), R"({"op":"flush","wait":true})",
+                [&lines](const std::string&) {
+                  ++lines;
+                  return false;
+                });
   EXPECT_EQ(lines, 2);
 }
 

@@ -1,4 +1,4 @@
-#include "service/control/Control.h"
+#include "service/control/ControlServer.h"
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -9,6 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "service/base/ServiceLog.h"
 #include "service/base/ServicePaths.h"
@@ -61,19 +63,23 @@ void ControlServer::stop() {
   const std::uint64_t one = 1;
   if (::write(wake_.get(), &one, sizeof one) < 0) return;
   acceptor_.join();
+  std::vector<std::thread> threads;
   {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     for (auto& [number, connection] : connections_) {
       if (!connection.ended) ::shutdown(connection.descriptor, SHUT_RDWR);
+      threads.push_back(std::move(connection.thread));
     }
   }
-  for (auto& [number, connection] : connections_)
-    connection.thread.join();
+  // Each takes the lock in the end.
+  for (std::thread& thread : threads)
+    thread.join();
+  MutexLock lock(mutex_);
   connections_.clear();
 }
 
 void ControlServer::joinEnded() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   for (auto at = connections_.begin(); at != connections_.end();) {
     if (at->second.ended) {
       at->second.thread.join();
@@ -91,15 +97,18 @@ void ControlServer::accept() {
     if (waits[0].revents != 0) return;
     FileDescriptor descriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     joinEnded();
-    if (!descriptor || !sameUser(descriptor.get())) continue;
-    std::lock_guard lock(mutex_);
-    if (connections_.size() >= kConnections) continue;
-    const std::size_t number = nextConnection_++;
-    Connection& connection = connections_[number];
-    connection.descriptor = descriptor.release();
-    connection.thread =
-        std::thread([this, number, raw = connection.descriptor] { serve(number, raw); });
+    if (descriptor && sameUser(descriptor.get())) welcome(std::move(descriptor));
   }
+}
+
+void ControlServer::welcome(FileDescriptor descriptor) {
+  MutexLock lock(mutex_);
+  if (connections_.size() >= kConnections) return;
+  const std::size_t number = nextConnection_++;
+  Connection& connection = connections_[number];
+  connection.descriptor = descriptor.release();
+  connection.thread =
+      std::thread([this, number, raw = connection.descriptor] { serve(number, raw); });
 }
 
 void ControlServer::serve(std::size_t number, int raw) {
@@ -115,7 +124,7 @@ void ControlServer::serve(std::size_t number, int raw) {
   } catch (const std::exception& error) {
     serviceLog().error("control request failed: %{public}@", {error.what()});
   }
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   // Closed under the lock: stop() must not shut down a number that is somebody else's by then.
   descriptor.reset();
   connections_[number].ended = true;

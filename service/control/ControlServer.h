@@ -1,17 +1,16 @@
-// The socket on which the running service is asked: JSON, one object a line in both directions.
-// docs/replica.md describes the operations.
+// The socket on which the running service is asked: one line a request, any number of lines for an
+// answer. What is in them, Requests.h and Replies.h say.
 //
 // Only processes of the same user are answered; the socket's mode says the same.
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <unordered_map>
-#include <vector>
 
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/Mutex.h"
 
 namespace tulo {
 
@@ -38,33 +37,19 @@ class ControlServer {
     bool ended = false;
   };
 
-  void accept();
-  void serve(std::size_t number, int descriptor);
-  void joinEnded();
+  void accept() TULO_EXCLUDES(mutex_);
+  void welcome(FileDescriptor descriptor) TULO_EXCLUDES(mutex_);
+  void serve(std::size_t number, int descriptor) TULO_EXCLUDES(mutex_);
+  void joinEnded() TULO_EXCLUDES(mutex_);
 
   std::string path_;
   Handler handler_;
   FileDescriptor listener_;
   FileDescriptor wake_;
   std::thread acceptor_;
-  // Guards the connections; a leaf, never held while a request is handled.
-  std::mutex mutex_;
-  std::unordered_map<std::size_t, Connection> connections_;
-  std::size_t nextConnection_ = 0;
-};
-
-// The other end.
-class ControlClient {
- public:
-  // Throws ServiceError, in words for the user when no service runs.
-  explicit ControlClient(const std::string& path);
-
-  // Sends the request and hands over each line of the answer until the service closes or `line`
-  // returns false.
-  void ask(const std::string& request, const std::function<bool(const std::string&)>& line);
-
- private:
-  FileDescriptor socket_;
+  Mutex mutex_;  // a leaf, never held while a request is handled
+  std::unordered_map<std::size_t, Connection> connections_ TULO_GUARDED_BY(mutex_);
+  std::size_t nextConnection_ TULO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace tulo

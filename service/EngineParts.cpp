@@ -1,0 +1,22 @@
+#include "service/EngineParts.h"
+
+namespace tulo {
+
+ControlParts controlPartsOf(Engine& engine, const std::string& mountPoint) {
+  return {.replica = engine.replica(),
+          .sync = engine.sync(),
+          .contents = engine.contents(),
+          .store = engine.store(),
+          .source = engine.source(),
+          .openFiles = engine.openFiles(),
+          .folders = engine.folders(),
+          .files = engine.files(),
+          .pins = engine.pins(),
+          .uploader = engine.uploader(),
+          .domain = engine.options().domain,
+          .mountPoint = mountPoint,
+          .readWrite = engine.options().readWrite,
+          .poke = [&engine] { engine.poke(); }};
+}
+
+}  // namespace tulo

@@ -1,0 +1,40 @@
+// The parts of the service that the control socket asks and steers.
+//
+// Lifetime: all of them outlive the ControlServer whose requests are answered with them.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "service/contents/Contents.h"
+#include "service/contents/Pins.h"
+#include "service/edits/LocalFiles.h"
+#include "service/kernel/Folders.h"
+#include "service/kernel/OpenFiles.h"
+#include "service/listing/SourceWatch.h"
+#include "service/listing/Sync.h"
+#include "service/replica/ContentStore.h"
+#include "service/replica/Replica.h"
+#include "service/upload/Uploader.h"
+
+namespace tulo {
+
+struct ControlParts {
+  Replica& replica;
+  Sync& sync;
+  Contents& contents;
+  ContentStore& store;
+  SourceWatch& source;
+  OpenFiles& openFiles;
+  Folders& folders;
+  LocalFiles& files;
+  Pins& pins;
+  Uploader& uploader;
+  std::string domain;
+  std::string mountPoint;
+  bool readWrite = false;
+  // Has the next round of the housekeeping begin at once.
+  std::function<void()> poke;
+};
+
+}  // namespace tulo
