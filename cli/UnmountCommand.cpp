@@ -13,7 +13,7 @@
 #include "cli/ServiceClient.h"
 #include "service/base/ServicePaths.h"
 #include "service/control/Replies.h"
-#include "service/mount/Mount.h"
+#include "service/mount/MountPoint.h"
 
 namespace tulo::cli {
 
@@ -40,7 +40,7 @@ bool waitForEnd(const std::string& domain) {
 }
 
 int unmount(const std::string& mountPoint) {
-  if (Mount::clearStale(mountPoint)) return 0;
+  if (MountPoint(mountPoint).clearStale()) return 0;
   const std::string domain = domainOfPath(mountPoint);
   const auto reply = askDomain(domain, control::Operation::unmount).get<control::UnmountReply>();
   if (!reply.outcome.ok) return 1;

@@ -138,7 +138,7 @@ void Service::listed(NodeId folder) {
 }
 
 void Service::run(const std::function<void()>& ready) {
-  engine_->notifier().start(*mount_);
+  engine_->notifier().start(mount_->caches());
   engine_->start();
   control_->start();
   if (thumbnails_) thumbnails_->start();

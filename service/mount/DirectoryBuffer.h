@@ -1,10 +1,12 @@
 // The reply to one directory request. Private to the mount.
 #pragma once
 
-#include <algorithm>
+#include <sys/stat.h>
+
+#include <cstddef>
 #include <memory>
 
-#include "service/mount/MountSession.h"
+#include "service/mount/Fuse.h"
 
 namespace tulo {
 

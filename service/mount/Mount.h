@@ -7,58 +7,20 @@
 // Threads: run() serves on several threads until stop(), which any thread may call.
 #pragma once
 
-#include <functional>
 #include <memory>
-#include <stdexcept>
-#include <string>
 
-#include "service/contents/Contents.h"
-#include "service/edits/Edits.h"
-#include "service/kernel/Folders.h"
 #include "service/kernel/Notifier.h"
-#include "service/listing/Sync.h"
-#include "service/replica/Replica.h"
-#include "service/upload/Uploader.h"
+#include "service/mount/MountOptions.h"
+#include "service/mount/MountParts.h"
+#include "service/mount/MountPoint.h"
 
 namespace tulo {
 
-class MountError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-struct MountOptions {
-  std::string mountPoint;
-  std::string name;  // shown as the mount's source
-  bool allowOther = false;
-  bool readWrite = false;
-  bool debug = false;
-};
-
-struct MountParts {
-  Replica& replica;
-  Sync& sync;
-  Contents& contents;
-  OpenFiles& openFiles;
-  Folders& folders;
-  Notifier& notifier;
-  std::string domain;
-  // Somebody lists the folder. Must return at once.
-  std::function<void(NodeId)> listed;
-  // Null for a mount in which nothing can be changed.
-  Edits* edits = nullptr;
-  LocalFiles* files = nullptr;
-  // Set: closing a changed file, renaming, making folders and removing wait for the host's word, up
-  // to `patience`.
-  Uploader* awaited = nullptr;
-  milliseconds patience{};
-};
-
-class Mount final : public InvalidationSink {
+class Mount final {
  public:
   // Mounts. Throws MountError, which says what is wrong with the mount point.
   Mount(const MountOptions& options, const MountParts& parts);
-  ~Mount() override;
+  ~Mount();
 
   // Serves until unmounted or stopped.
   void run();
@@ -67,10 +29,8 @@ class Mount final : public InvalidationSink {
   // Cuts the connection, so that nothing in the kernel waits for an answer any more. After run().
   void abort();
 
-  void deliver(const Invalidation& invalidation) override;
-
-  // Unmounts what a service that died has left at the path; false when there is nothing like that.
-  static bool clearStale(const std::string& mountPoint);
+  // What the kernel remembers of the mount.
+  InvalidationSink& caches();
 
  private:
   struct Session;

@@ -1,9 +1,11 @@
-// Private to the mount.
+// The one place where what a handler throws becomes an answer. Private to the mount.
 #pragma once
+
+#include <exception>
 
 #include "service/base/ServiceLog.h"
 #include "service/errors/Errno.h"
-#include "service/mount/MountSession.h"
+#include "service/mount/Fuse.h"
 
 namespace tulo {
 

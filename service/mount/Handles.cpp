@@ -1,0 +1,40 @@
+#include "service/mount/Handles.h"
+
+#include <fcntl.h>
+
+namespace tulo {
+
+Handles::Handles(const MountParts& parts, Passthrough& passthrough)
+    : files_(parts.files), passthrough_(passthrough), waitsWhenClosing_(parts.awaited != nullptr) {}
+
+int Handles::prepareToWrite(const fuse_file_info& flags, OpenFile& file) const {
+  if ((flags.flags & O_ACCMODE) == O_RDONLY || !files_) return 0;
+  const OpenedFile opened = files_->open(file.node());
+  if (!opened.file) return opened.error;
+  file.setWrites();
+  return 0;
+}
+
+fuse_file_info Handles::give(fuse_req_t request, fuse_file_info info,
+                             std::unique_ptr<OpenFile> file) {
+  // One number stands for one version, so the pages are good as long as the number is; changes
+  // are invalidated.
+  info.keep_cache = 1;
+  // Whether close(2) has something to wait for; otherwise the release does all.
+  info.noflush = file->writes() && waitsWhenClosing_ ? 0 : 1;
+  passthrough_.opened(request, *file, info);
+  info.fh = reinterpret_cast<std::uint64_t>(file.release());
+  return info;
+}
+
+void Handles::drop(fuse_req_t request, const fuse_file_info& info) {
+  std::unique_ptr<OpenFile> file(&fileOf(info));
+  passthrough_.closed(request, file->node());
+  if (!files_) return;
+  const NodeId node = file->node();
+  if (file->writes()) files_->settleLater(node);
+  file.reset();
+  files_->released(node);
+}
+
+}  // namespace tulo

@@ -1,0 +1,34 @@
+// What stands behind the handle that the kernel has of an open file. Private to the mount.
+//
+// Threads: every member may be called on any thread; a handle is dropped once, after all else.
+#pragma once
+
+#include <memory>
+
+#include "service/mount/Fuse.h"
+#include "service/mount/MountParts.h"
+#include "service/mount/Passthrough.h"
+
+namespace tulo {
+
+class Handles {
+ public:
+  Handles(const MountParts& parts, Passthrough& passthrough);
+
+  // Has the contents open for writing, if that is what the flags ask for. Returns 0 or an errno.
+  int prepareToWrite(const fuse_file_info& flags, OpenFile& file) const;
+  // The answer to an open, which has the file from now on, until drop().
+  fuse_file_info give(fuse_req_t request, fuse_file_info info, std::unique_ptr<OpenFile> file);
+  static OpenFile& fileOf(const fuse_file_info& info) {
+    return *reinterpret_cast<OpenFile*>(info.fh);
+  }
+  // Without a request when the kernel did not get the answer to the open.
+  void drop(fuse_req_t request, const fuse_file_info& info);
+
+ private:
+  LocalFiles* const files_;
+  Passthrough& passthrough_;
+  const bool waitsWhenClosing_;
+};
+
+}  // namespace tulo
