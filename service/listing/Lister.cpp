@@ -114,7 +114,7 @@ void Lister::verifyMissing(const AttemptPointer& attempt, std::vector<std::strin
 
 void Lister::apply(const AttemptPointer& attempt) try {
   auto [invalidations, outdated] = reconciler_.reconcile(
-      attempt->folder.id, attempt->listing, attempt->digest, attempt->stamp, attempt->watch);
+      {attempt->folder.id, attempt->listing, attempt->digest, attempt->stamp, attempt->watch});
   for (const Invalidation& invalidation : invalidations) {
     if (invalidation.kind == Invalidation::Kind::entryDeleted) {
       parts_.folders.remove(invalidation.node);

@@ -1,4 +1,9 @@
 // Brings a folder's rows to what a listing says, by identifier.
+//
+// The listing is sorted out (ListingSort), then what it lacks goes (MissingRows), what stays is
+// brought up to date (RowUpdates), and what is new gets its rows (NewRows).
+//
+// Errors: what the replica throws; then nothing is changed.
 #pragma once
 
 #include <string>
@@ -20,13 +25,18 @@ class Reconciler {
     Invalidations invalidations;  // what the kernel must be told
     bool outdated = false;        // some of it was newer here, so the folder is to be listed again
   };
-  // One transaction. The listing must be complete; `watch` began before it did.
-  Result reconcile(NodeId folder, const Listing& listing, const std::string& digest,
-                   const ListingStamp& stamp, const Acknowledged::Watch& watch);
+  struct Input {
+    NodeId folder;
+    const Listing& listing;     // complete
+    const std::string& digest;  // of the listing
+    const ListingStamp& stamp;
+    const Acknowledged::Watch& watch;  // began before the listing did
+  };
+  // One transaction.
+  Result reconcile(const Input& input);
 
  private:
-  Result attempt(NodeId folder, const Listing& listing, const std::string& digest,
-                 const ListingStamp& stamp, const Acknowledged::Watch& watch, bool gateHeld);
+  Result attempt(const Input& input, bool gateHeld);
 
   Replica& replica_;
   OpenFiles& openFiles_;
