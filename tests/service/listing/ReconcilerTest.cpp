@@ -1,0 +1,88 @@
+#include "service/listing/Reconciler.h"
+
+#include "tests/service/support/EngineFixture.h"
+#include "tests/service/support/ReplicaSql.h"
+
+namespace tulo::test {
+namespace {
+
+class ReconcilerTest : public EngineFixture {};
+
+TEST_F(ReconcilerTest, AFirstListingTellsTheKernelNothing) {
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  EXPECT_TRUE(delivered().all.empty());
+}
+
+TEST_F(ReconcilerTest, AMoveKeepsNumberAndContentsWhicheverFolderIsListedFirst) {
+  for (const bool sourceFirst : {false, true}) {
+    const std::string suffix = sourceFirst ? "s" : "t";
+    const std::string from = extension->folder("f:from" + suffix, "from" + suffix);
+    const std::string to = extension->folder("f:to" + suffix, "to" + suffix);
+    const std::string moved = extension->file("i:" + suffix, "a.txt", "hello", from);
+    commit();
+    refresh();
+    refresh(idOf(from));
+    refresh(idOf(to));
+    const NodeId id = idOf(moved);
+    EXPECT_EQ(readThrough(id), "hello");
+    extension->change(moved, [&](ScriptedItem& item) { item.parent = to; });
+    commit();
+    refresh(idOf(sourceFirst ? from : to));
+    refresh(idOf(sourceFirst ? to : from));
+    EXPECT_TRUE(names(idOf(from)).empty());
+    EXPECT_EQ(names(idOf(to)), (std::map<std::string, NodeId>{{"a.txt", id}}));
+    EXPECT_EQ(row(id)->state, ContentState::downloaded);
+  }
+  EXPECT_EQ(extension->fetchCount(), 2U);
+}
+
+TEST_F(ReconcilerTest, NumbersAreNeverGivenOutAgain) {
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  const NodeId first = idOf("i:1");
+  extension->remove("i:1");
+  commit();
+  refresh();
+  engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
+    runSql(writer, "UPDATE node SET detached=1 WHERE detached IS NOT NULL");
+  });
+  EXPECT_TRUE(engine->contents().purgeStep());
+  EXPECT_FALSE(row(first));
+  reopen();
+  extension->file("i:2", "b.txt", "hello");
+  commit();
+  refresh();
+  EXPECT_GT(idOf("i:2"), first);
+}
+
+TEST_F(ReconcilerTest, WhatWasAcknowledgedSinceTheListingBeganStaysAndTheFolderIsListedAgain) {
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  Acknowledged acknowledged;
+  const Acknowledged::Watch watch(acknowledged);
+  acknowledged.note("i:1");
+  const Listing empty;
+  Reconciler reconciler(engine->replica(), engine->openFiles());
+  const auto result = reconciler.reconcile({kRootNode, empty, "digest", {7, "mark"}, watch});
+  EXPECT_TRUE(result.outdated);
+  EXPECT_TRUE(result.invalidations.empty());
+  EXPECT_EQ(names().count("a.txt"), 1U);
+  // No listing equals this one.
+  EXPECT_EQ(row(kRootNode)->digest, "");
+  EXPECT_EQ(row(kRootNode)->listed, 7U);
+}
+
+TEST_F(ReconcilerTest, AFolderThatIsGoneMeanwhileIsLeftAlone) {
+  Acknowledged acknowledged;
+  const Acknowledged::Watch watch(acknowledged);
+  Listing listing;
+  listing.items.emplace_back().identifier = "i:1";
+  Reconciler reconciler(engine->replica(), engine->openFiles());
+  const auto result = reconciler.reconcile({NodeId(4711), listing, "digest", {7, ""}, watch});
+  EXPECT_FALSE(result.outdated);
+  EXPECT_FALSE(node("i:1"));
+}
+
+}  // namespace
+}  // namespace tulo::test

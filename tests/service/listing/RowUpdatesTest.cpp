@@ -1,0 +1,105 @@
+#include "service/listing/RowUpdates.h"
+
+#include <cerrno>
+#include <chrono>
+#include <future>
+
+#include "tests/service/support/EngineFixture.h"
+
+namespace tulo::test {
+namespace {
+
+class RowUpdatesTest : public EngineFixture {};
+
+TEST_F(RowUpdatesTest, ARenameKeepsTheNumberAndInvalidatesBothNames) {
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  const NodeId id = idOf("i:1");
+  extension->change("i:1", [](ScriptedItem& item) { item.name = "z.txt"; });
+  commit();
+  refresh();
+  EXPECT_EQ(names(), (std::map<std::string, NodeId>{{"z.txt", id}}));
+  const auto told = delivered();
+  EXPECT_TRUE(told.has(entryChanged(kRootNode, "a.txt")));
+  EXPECT_TRUE(told.has(entryChanged(kRootNode, "z.txt")));
+}
+
+TEST_F(RowUpdatesTest, TwoItemsThatExchangeTheirNamesKeepTheirNumbers) {
+  extension->file("i:1", "a", "1");
+  extension->file("i:2", "b", "2");
+  refresh();
+  const NodeId one = idOf("i:1");
+  const NodeId two = idOf("i:2");
+  extension->change("i:1", [](ScriptedItem& item) { item.name = "b"; });
+  extension->change("i:2", [](ScriptedItem& item) { item.name = "a"; });
+  commit();
+  ASSERT_EQ(refresh(), 0);
+  EXPECT_EQ(names(), (std::map<std::string, NodeId>{{"b", one}, {"a", two}}));
+}
+
+TEST_F(RowUpdatesTest, ANewVersionDropsContentsAndPages) {
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  const NodeId id = idOf("i:1");
+  EXPECT_EQ(readThrough(id), "hello");
+  delivered();
+  extension->edit("i:1", "good-bye");
+  commit();
+  refresh();
+  EXPECT_EQ(row(id)->state, ContentState::dataless);
+  EXPECT_EQ(row(id)->size, 8);
+  EXPECT_TRUE(delivered().has(dataChanged(id)));
+  EXPECT_EQ(readThrough(id), "good-bye");
+}
+
+TEST_F(RowUpdatesTest, AnOpenFileStaysWholeAndTheNameGoesOnUnderAnotherNumber) {
+  extension->file("i:1", "a.txt", "old contents");
+  refresh();
+  const NodeId before = idOf("i:1");
+  const OpenAnswer open = openFile(before);
+  ASSERT_EQ(open.error, 0);
+  extension->edit("i:1", "new");
+  commit();
+  refresh();
+  const NodeId after = idOf("i:1");
+  EXPECT_NE(after, before);
+  EXPECT_TRUE(delivered().has(entryChanged(kRootNode, "a.txt")));
+  EXPECT_EQ(readThrough(after), "new");
+  while (engine->contents().purgeStep()) {
+  }
+  EXPECT_EQ(contentsOf(*open.file), "old contents");
+  EXPECT_EQ(engine->openFiles().leftBehind(before)->size, 12);
+  EXPECT_EQ(openFile(before).error, ESTALE);
+}
+
+TEST_F(RowUpdatesTest, ContentsChangeOnlyWhileNobodyIsOpeningAFile) {
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  const NodeId id = idOf("i:1");
+  EXPECT_EQ(readThrough(id), "hello");
+  extension->edit("i:1", "good-bye");
+  commit();
+  std::future<int> listed;
+  {
+    const SharedLock opening(engine->openFiles().gate());
+    listed = std::async(std::launch::async, [&] { return refresh(); });
+    EXPECT_EQ(listed.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(row(id)->state, ContentState::downloaded);
+  }
+  EXPECT_EQ(listed.get(), 0);
+  EXPECT_EQ(row(id)->state, ContentState::dataless);
+}
+
+TEST_F(RowUpdatesTest, OtherPropertiesChangeWhileFilesAreBeingOpened) {
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  extension->change("i:1", [](ScriptedItem& item) { item.capabilities = 3; });
+  commit();
+  const SharedLock opening(engine->openFiles().gate());
+  EXPECT_EQ(refresh(), 0);
+  EXPECT_EQ(node("i:1")->capabilities, 3U);
+  EXPECT_TRUE(delivered().has(attributesChanged(idOf("i:1"))));
+}
+
+}  // namespace
+}  // namespace tulo::test
