@@ -1,6 +1,5 @@
 #include "service/listing/MissingSample.h"
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
