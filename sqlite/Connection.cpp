@@ -44,6 +44,11 @@ void Connection::checkpoint() {
   if (result != SQLITE_OK && result != SQLITE_BUSY) fail(handle_.get(), result);
 }
 
+void Connection::keepLogFiles() {
+  int keep = 1;
+  sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_PERSIST_WAL, &keep);
+}
+
 Statement& Connection::cached(std::string_view sql) {
   auto found = statements_.find(sql);
   if (found == statements_.end()) {

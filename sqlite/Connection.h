@@ -41,6 +41,9 @@ class Connection {
   void countLogFrames(std::atomic<int>& frames);
   // Moves the frames into the database as far as nobody still reads them, holding up nobody.
   void checkpoint();
+  // Leaves the log's files beside the database when it is closed: readers without the right to
+  // create files can then open it at any time.
+  void keepLogFiles();
   bool inTransaction() const { return sqlite3_get_autocommit(handle_.get()) == 0; }
 
  private:

@@ -4,6 +4,15 @@
 
 namespace tulo::sqlite {
 
+namespace {
+
+// A null pointer would bind NULL; what is empty stays empty.
+const char* bytesOf(std::string_view value) {
+  return value.data() ? value.data() : "";
+}
+
+}  // namespace
+
 Statement::Statement(sqlite3* database, std::string_view sql) {
   sqlite3_stmt* statement = nullptr;
   const int result = sqlite3_prepare_v3(database, sql.data(), static_cast<int>(sql.size()),
@@ -64,8 +73,12 @@ void Statement::bindOne(int index, std::nullptr_t) {
 // Names and versions are bytes, not necessarily text: all are stored as blobs, which compare by
 // their bytes.
 void Statement::bindOne(int index, std::string_view value) {
-  check(sqlite3_bind_blob64(statement_.get(), index, value.data() ? value.data() : "", value.size(),
-                            SQLITE_STATIC));
+  check(sqlite3_bind_blob64(statement_.get(), index, bytesOf(value), value.size(), SQLITE_STATIC));
+}
+
+void Statement::bindOne(int index, Text value) {
+  check(sqlite3_bind_text64(statement_.get(), index, bytesOf(value.bytes), value.bytes.size(),
+                            SQLITE_STATIC, SQLITE_UTF8));
 }
 
 }  // namespace tulo::sqlite

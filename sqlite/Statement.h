@@ -16,6 +16,12 @@
 
 namespace tulo::sqlite {
 
+// Bound as TEXT, where bytes by themselves are bound as a blob: for tables whose readers compare
+// with text. Bytes that are not UTF-8 are carried as they are.
+struct Text {
+  std::string_view bytes;
+};
+
 class Statement {
  public:
   Statement() = default;
@@ -74,6 +80,7 @@ class Statement {
   }
   // The text must stay until the statement is reset.
   void bindOne(int index, std::string_view value);
+  void bindOne(int index, Text value);
   void bindOne(int index, const std::string& value) { bindOne(index, std::string_view(value)); }
   void bindOne(int index, const char* value) { bindOne(index, std::string_view(value)); }
   template <typename Value>
