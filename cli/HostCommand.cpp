@@ -83,7 +83,7 @@ host::HostOptions hostOptions(const Arguments& arguments, bool hasQuota) {
   if (hasQuota) options.quota = arguments.quota;
   for (const std::string& account : arguments.accounts) {
     auto [name, folder] = splitAccount(account);
-    if (!options.accounts.emplace(name, folder).second) {
+    if (!options.accounts.emplace(name, host::FolderSource{folder}).second) {
       throw host::StartError("the account \"" + name + "\" is given twice");
     }
   }

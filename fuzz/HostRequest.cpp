@@ -1,6 +1,7 @@
 // What anybody may send to the host: it is a request, or the host says what was expected.
 #include "fuzz/Input.h"
-#include "host/account/Request.h"
+#include "host/base/HostError.h"
+#include "host/server/RequestParser.h"
 
 using tulo::fuzz::require;
 using tulo::host::BadRequest;

@@ -1,4 +1,4 @@
-// The reference host application: serves local folders as accounts to the file-provider extension.
+// The reference host application: serves accounts to the file-provider extension.
 //
 // For each account it keeps an index database in the shared container, and for all of them it
 // answers requests on the container's socket. docs/host-contract.md describes both for the makers
@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "host/AccountKinds.h"
 #include "host/server/Faults.h"
 #include "host/server/Server.h"
 
@@ -21,8 +22,8 @@ namespace tulo::host {
 struct HostOptions {
   // The primary account's folder.
   std::string root;
-  // The folders of further accounts, by account name.
-  std::map<std::string, std::string> accounts;
+  // Further accounts, by name.
+  std::map<std::string, AccountSource> accounts;
   // Made if it does not exist.
   std::string container;
   // The most bytes of each account.
@@ -34,8 +35,8 @@ struct HostOptions {
 
   // Staged copies that no request has named, and handed-over copies that nobody has taken, are
   // removed at this age.
-  std::chrono::seconds sweepAge{24 * 60 * 60};
-  std::chrono::milliseconds sweepInterval{60 * 60 * 1000};
+  std::chrono::seconds uncollectedAge = std::chrono::days(1);
+  std::chrono::milliseconds collectionInterval = std::chrono::hours(1);
   Server::Limits limits;
 };
 
@@ -57,7 +58,7 @@ class Host {
   // Closes the socket, lets the running requests end, and leaves each index complete in one file.
   void stop();
 
-  // The folder names and paths in force.
+  // The container in force, absolute.
   const std::string& containerPath() const;
 
   // Failures and delays for requests to come.

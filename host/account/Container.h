@@ -4,8 +4,9 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
-#include "host/base/Files.h"
+#include "host/base/EntryStat.h"
 #include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {

@@ -5,7 +5,9 @@
 
 #include <cerrno>
 
-#include "host/account/Sweep.h"
+#include "host/account/Uncollected.h"
+#include "host/base/FileCopies.h"
+#include "host/base/Files.h"
 #include "host/base/HostError.h"
 
 namespace tulo::host {
@@ -38,10 +40,11 @@ void Downloads::takeBack(const std::string& path) {
   ::unlink(path.c_str());
 }
 
-void Downloads::sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now) {
+void Downloads::removeUncollected(std::chrono::seconds age,
+                                  std::chrono::system_clock::time_point now) {
   const FileDescriptor folder = open();
   const auto isInUse = [](const std::string&) { return false; };
-  for (const std::string& name : sweepFolder(folder.get(), age, now, isInUse, log_)) {
+  for (const std::string& name : host::removeUncollected(folder.get(), age, now, isInUse, log_)) {
     log_.info("swept the copy " + inQuotes(name) + ", which nobody has fetched");
   }
 }

@@ -1,7 +1,7 @@
 // The folder "fp-download", in which the host puts the copies that it hands over.
 //
-// A copy belongs to its receiver from the reply on, who moves or removes it; the host sweeps what
-// is left after a long time.
+// A copy belongs to its receiver from the reply on, who moves or removes it; the host removes
+// what is left after a long time.
 //
 // Threads: every member may be called on any thread.
 #pragma once
@@ -12,6 +12,7 @@
 #include "host/account/Container.h"
 #include "host/base/HostLog.h"
 #include "host/index/Ulid.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -26,7 +27,7 @@ class Downloads {
   // Takes back a copy whose path nobody has been told.
   void takeBack(const std::string& path);
 
-  void sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now);
+  void removeUncollected(std::chrono::seconds age, std::chrono::system_clock::time_point now);
 
  private:
   FileDescriptor open() const;

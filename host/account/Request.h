@@ -1,26 +1,16 @@
 // What can be asked of the host: the five operations of the extension, and those by which this
 // host's own command steers it.
 //
-// One request is one JSON object. Unknown keys are ignored, null stands for a key that is left out
-// (but for the "parent" of a modify, where it means the top level); a key of another type, a
-// missing key and an unknown operation are a BadRequest.
-//
 // Threads: pure functions.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 
-#include "host/base/HostError.h"
-
 namespace tulo::host {
-
-// Longer requests are refused.
-inline constexpr std::size_t maximumRequestSize = std::size_t{1} << 20;
 
 struct FetchRequest {
   std::string account;
@@ -75,15 +65,6 @@ struct StatusRequest {};
 
 using Request = std::variant<FetchRequest, ThumbnailRequest, CreateRequest, ModifyRequest,
                              DeleteRequest, LockRequest, SignInRequest, StatusRequest>;
-
-// The text is not a request of this host; the message says what was expected.
-class BadRequest : public OperationError {
- public:
-  explicit BadRequest(const std::string& message) : OperationError(kind::badRequest, message) {}
-};
-
-// Throws BadRequest.
-Request parseRequest(std::string_view text);
 
 // The "op" of a request.
 std::string_view operationName(const Request& request);

@@ -9,7 +9,9 @@
 #include <memory>
 #include <vector>
 
-#include "host/account/Sweep.h"
+#include "host/account/Uncollected.h"
+#include "host/base/EntryStat.h"
+#include "host/base/Files.h"
 #include "host/base/HostError.h"
 
 namespace tulo::host {
@@ -168,10 +170,11 @@ std::string Thumbnails::render(const std::string& ulid, std::int64_t version, in
   return container_.pathOf(Container::thumbnailName) + "/" + name;
 }
 
-void Thumbnails::sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now) {
+void Thumbnails::removeUncollected(std::chrono::seconds age,
+                                   std::chrono::system_clock::time_point now) {
   const FileDescriptor folder = open();
   const auto isInUse = [](const std::string&) { return false; };
-  const auto names = sweepFolder(folder.get(), age, now, isInUse, log_);
+  const auto names = host::removeUncollected(folder.get(), age, now, isInUse, log_);
   if (!names.empty()) {
     log_.info("swept " + std::to_string(names.size()) + " thumbnails of long ago");
   }

@@ -10,6 +10,7 @@
 
 #include "host/account/Container.h"
 #include "host/base/HostLog.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -31,7 +32,7 @@ class Thumbnails {
   // Renders it and returns its path; pictures of other versions go.
   std::string render(const std::string& ulid, std::int64_t version, int file) const;
 
-  void sweep(std::chrono::seconds age, std::chrono::system_clock::time_point now);
+  void removeUncollected(std::chrono::seconds age, std::chrono::system_clock::time_point now);
 
  private:
   FileDescriptor open() const;

@@ -7,36 +7,12 @@
 // Threads: any thread. Errors: OperationError, unless a function says otherwise.
 #pragma once
 
-#include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
-
-struct EntryStat {
-  bool isFolder = false;
-  bool isFile = false;
-  std::uint32_t mode = 0;
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  // 0 where the file system does not know it.
-  std::int64_t birthNs = 0;
-  std::int64_t changedNs = 0;
-  std::int64_t size = 0;
-  std::int64_t mtimeNs = 0;
-
-  // Neither a folder nor a regular file: a link, a socket, a device, a pipe.
-  bool isOther() const { return !isFolder && !isFile; }
-};
-
-inline constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
-
-// Nothing when there is no such entry.
-std::optional<EntryStat> statEntry(int folder, const std::string& name);
-EntryStat statDescriptor(int fd);
 
 // An absolute or relative path as the user gave it; symbolic links are followed.
 FileDescriptor openFolderPath(const std::string& path);
@@ -49,14 +25,6 @@ FileDescriptor makeFolder(int folder, const std::string& name);
 
 // Calls `visit` for each entry but "." and "..". Throws when the folder cannot be read to its end.
 void forEachEntry(int folder, const std::function<void(const std::string& name)>& visit);
-
-// Copies the contents of a file: as a clone that shares its blocks where the file system can.
-void copyContents(int from, int to);
-
-// Copies a file or a folder with all that is in it; symbolic links are copied as links, other
-// special files are left out. The destination must not exist; what was copied of it stays on
-// failure.
-void copyTree(int fromFolder, const std::string& from, int toFolder, const std::string& to);
 
 // Writes a file, or each file and folder of a tree, to the disk.
 void syncTree(int folder, const std::string& name);

@@ -36,6 +36,13 @@ class OperationError : public std::runtime_error {
   std::string kind_;
 };
 
+// What was asked is not a request of this host, or contradicts itself; the message says what was
+// expected.
+class BadRequest : public OperationError {
+ public:
+  explicit BadRequest(const std::string& message) : OperationError(kind::badRequest, message) {}
+};
+
 class StartError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -1,6 +1,6 @@
 #include "host/folder/FileName.h"
 
-#include <algorithm>
+#include "host/base/HostError.h"
 
 namespace tulo::host {
 
@@ -35,6 +35,12 @@ std::string whyInvalidName(std::string_view name) {
            std::to_string(maximumNameLength);
   }
   return {};
+}
+
+void requireValidName(std::string_view name) {
+  if (const std::string why = whyInvalidName(name); !why.empty()) {
+    throw OperationError(kind::invalidName, why);
+  }
 }
 
 std::string diskNameVariant(std::string_view name, unsigned number) {

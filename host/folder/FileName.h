@@ -14,6 +14,9 @@ inline constexpr std::size_t maximumNameLength = 255;
 // Why `name` cannot be the name of a file, in words; empty if it can.
 std::string whyInvalidName(std::string_view name);
 
+// Throws invalid_name with that reason.
+void requireValidName(std::string_view name);
+
 // The name on disk for the `number`-th sibling that is shown as `name`: the name itself for 1, else
 // with "~" and the number before its extension, shortened where the file system needs it.
 std::string diskNameVariant(std::string_view name, unsigned number);

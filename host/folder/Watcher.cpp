@@ -5,11 +5,10 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <fstream>
+#include <utility>
 
 #include "host/base/HostError.h"
 
@@ -17,33 +16,22 @@ namespace tulo::host {
 
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr std::uint32_t watchedEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
-                                        IN_CLOSE_WRITE | IN_MODIFY | IN_ATTRIB | IN_ONLYDIR |
-                                        IN_EXCL_UNLINK;
-
-// A change is told when nothing has happened for the first time, or at the latest after the second:
-// a program that makes a thousand files makes a few commits of the index, not a thousand.
-constexpr milliseconds quietTime{40};
-constexpr milliseconds longestWait{400};
-// A file that stays open while it is written is looked at this often.
-constexpr milliseconds writingInterval{1000};
-
 std::string watchLimit() {
   std::ifstream file("/proc/sys/fs/inotify/max_user_watches");
   std::string text;
   return std::getline(file, text) ? text : "unknown";
 }
 
+std::string refusal(int error, std::chrono::seconds interval) {
+  if (error != ENOSPC) return "a folder cannot be watched: " + errorText(error);
+  return "the system's limit of watched folders is reached (fs.inotify.max_user_watches = " +
+         watchLimit() + "); changes are looked for every " + std::to_string(interval.count()) +
+         " seconds instead";
+}
+
 }  // namespace
 
-Watcher::Watcher(const HostLog& log)
-    : log_(log), inotify_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-  if (!inotify_) {
-    throw systemError(errno, "watching folders (see fs.inotify.max_user_instances)");
-  }
-  wake_.reset(::eventfd(0, EFD_CLOEXEC));
+Watcher::Watcher(const HostLog& log) : log_(log), wake_(::eventfd(0, EFD_CLOEXEC)) {
   if (!wake_) throw systemError(errno, "watching folders");
 }
 
@@ -52,36 +40,9 @@ Watcher::~Watcher() {
 }
 
 void Watcher::watch(const std::string& ulid, int folder) {
-  // The descriptor's name in /proc reaches the very folder that was opened, wherever it is by now.
-  const std::string path = "/proc/self/fd/" + std::to_string(folder);
-  const std::lock_guard lock(mutex_);
-  const int watch = ::inotify_add_watch(inotify_.get(), path.c_str(), watchedEvents);
-  if (watch < 0) {
-    if (!limitReached_) {
-      log_.error(errno == ENOSPC
-                     ? "the system's limit of watched folders is reached "
-                       "(fs.inotify.max_user_watches = " +
-                           watchLimit() + "); changes are looked for every " +
-                           std::to_string(rescanInterval_.count() / 1000) + " seconds instead"
-                     : "a folder cannot be watched: " + errorText(errno));
-    }
-    limitReached_ = true;
-    return;
-  }
-  const auto before = watchOfUlid_.find(ulid);
-  if (before != watchOfUlid_.end() && before->second != watch) ulidOfWatch_.erase(before->second);
-  ulidOfWatch_[watch] = ulid;
-  watchOfUlid_[ulid] = watch;
-}
-
-void Watcher::forget(const std::string& ulid) {
-  const std::lock_guard lock(mutex_);
-  const auto found = watchOfUlid_.find(ulid);
-  if (found == watchOfUlid_.end()) return;
-  // The folder may be gone, and its watch with it.
-  static_cast<void>(::inotify_rm_watch(inotify_.get(), found->second));
-  ulidOfWatch_.erase(found->second);
-  watchOfUlid_.erase(found);
+  const int error = watches_.add(ulid, folder);
+  if (error == 0 || isLimited_.exchange(true)) return;
+  log_.error(refusal(error, std::chrono::duration_cast<std::chrono::seconds>(rescanInterval_)));
 }
 
 void Watcher::start(Callbacks callbacks) {
@@ -99,25 +60,19 @@ void Watcher::stop() {
 
 void Watcher::run() {
   while (true) {
-    std::array<pollfd, 2> waiting{{{wake_.get(), POLLIN, 0}, {inotify_.get(), POLLIN, 0}}};
-    ::poll(waiting.data(), waiting.size(), waitTime());
+    std::array<pollfd, 2> waiting{{{wake_.get(), POLLIN, 0}, {watches_.descriptor(), POLLIN, 0}}};
+    const auto wait = gathering_.waitTime(rescanInterval_);
+    ::poll(waiting.data(), waiting.size(), static_cast<int>(wait.count()));
     if (waiting[0].revents != 0) return;
     if (waiting[1].revents != 0) readEvents();
     deliver();
   }
 }
 
-int Watcher::waitTime() const {
-  milliseconds wait = rescanInterval_;
-  if (!changes_.empty() || lost_) wait = std::min(wait, quietTime);
-  if (!beingWritten_.empty()) wait = std::min(wait, writingInterval / 4);
-  return static_cast<int>(wait.count());
-}
-
 void Watcher::readEvents() {
   alignas(inotify_event) std::array<char, 65536> buffer;
   while (true) {
-    const ssize_t size = ::read(inotify_.get(), buffer.data(), buffer.size());
+    const ssize_t size = ::read(watches_.descriptor(), buffer.data(), buffer.size());
     if (size <= 0) return;
     const char* at = buffer.data();
     const char* const end = at + size;
@@ -131,66 +86,33 @@ void Watcher::readEvents() {
 
 void Watcher::note(int watch, std::uint32_t mask, std::uint32_t cookie, const char* name) {
   const auto now = Clock::now();
-  if ((mask & IN_MOVED_FROM) != 0) {
-    openMove_ = cookie;
-    openMoveSince_ = now;
-  } else if ((mask & IN_MOVED_TO) != 0 && cookie == openMove_) {
-    openMove_ = 0;
-  }
-  if (changes_.empty() && !lost_) firstChange_ = now;
-  lastChange_ = now;
+  if ((mask & IN_MOVED_FROM) != 0) gathering_.beginMove(cookie, now);
+  if ((mask & IN_MOVED_TO) != 0) gathering_.endMove(cookie);
+  gathering_.notice(now);
   if ((mask & IN_Q_OVERFLOW) != 0) {
-    lost_ = true;
-    return;
-  }
-  const std::lock_guard lock(mutex_);
-  const auto found = ulidOfWatch_.find(watch);
-  if (found == ulidOfWatch_.end()) return;
-  if ((mask & IN_IGNORED) != 0) {
-    watchOfUlid_.erase(found->second);
-    ulidOfWatch_.erase(found);
-  } else if (*name != '\0') {
-    const Change change{found->second, name};
+    gathering_.lose();
+  } else if ((mask & IN_IGNORED) != 0) {
+    watches_.forget(watch);
+  } else if (auto ulid = watches_.ulidOf(watch); ulid && *name != '\0') {
+    Change change{*std::move(ulid), name};
     if ((mask & IN_MODIFY) != 0) {
-      beingWritten_.emplace(change, now + writingInterval);
+      gathering_.addWritten(std::move(change), now);
     } else {
-      changes_.insert(change);
+      gathering_.add(std::move(change));
     }
   }
-}
-
-bool Watcher::isQuiet(Clock::time_point now) const {
-  // The other half of a move is just arriving; told apart they would be a removal and a new entry.
-  if (openMove_ != 0 && now - openMoveSince_ < quietTime) return false;
-  return now - lastChange_ >= quietTime || now - firstChange_ >= longestWait;
 }
 
 void Watcher::deliver() {
   const auto now = Clock::now();
-  for (auto entry = beingWritten_.begin(); entry != beingWritten_.end();) {
-    if (entry->second > now) {
-      ++entry;
-      continue;
-    }
-    changes_.insert(entry->first);
-    entry = beingWritten_.erase(entry);
-  }
-  bool limited = false;
-  {
-    const std::lock_guard lock(mutex_);
-    limited = limitReached_;
-  }
-  if (limited && now >= nextRescan_) lost_ = true;
-  if ((changes_.empty() && !lost_) || !isQuiet(now)) return;
-  const std::set<Change> changes = std::exchange(changes_, {});
-  for (const Change& change : changes)
-    beingWritten_.erase(change);
-  if (std::exchange(lost_, false)) {
-    // A look at everything takes the single changes along.
+  if (isLimited_ && now >= nextRescan_) gathering_.lose();
+  const auto batch = gathering_.take(now);
+  if (!batch) return;
+  if (batch->lost) {
     nextRescan_ = now + rescanInterval_;
     callbacks_.lost();
   } else {
-    callbacks_.changed(changes);
+    callbacks_.changed(batch->changes);
   }
 }
 

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 
+#include "host/base/FileCopies.h"
+#include "host/base/Files.h"
 #include "host/base/HostError.h"
 
 namespace tulo::host {
@@ -17,6 +19,14 @@ WorkItem::~WorkItem() {
     removeTree(work_.get(), name_);
   } catch (const OperationError& error) {
     log_.error("cannot clear the working folder: " + std::string(error.what()));
+  }
+}
+
+void WorkItem::fill(const StagedCopy* copy) {
+  if (copy != nullptr) {
+    take(*copy);
+  } else {
+    makeEmptyFolder();
   }
 }
 

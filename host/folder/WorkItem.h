@@ -6,9 +6,10 @@
 
 #include <string>
 
-#include "host/account/Staging.h"
-#include "host/base/Files.h"
+#include "host/account/StagedCopy.h"
+#include "host/base/EntryStat.h"
 #include "host/base/HostLog.h"
+#include "platform/linux/FileDescriptor.h"
 
 namespace tulo::host {
 
@@ -22,9 +23,8 @@ class WorkItem {
   WorkItem& operator=(const WorkItem&) = delete;
 
   // Moves the staged copy here, or copies it from another file system; in both cases it is on the
-  // disk, synced, when the call returns.
-  void take(const StagedCopy& copy);
-  void makeEmptyFolder();
+  // disk, synced, when the call returns. An empty folder where there is no copy.
+  void fill(const StagedCopy* copy);
 
   int folder() const { return work_.get(); }
   const std::string& name() const { return name_; }
@@ -32,6 +32,9 @@ class WorkItem {
   EntryStat stat() const;
 
  private:
+  void take(const StagedCopy& copy);
+  void makeEmptyFolder();
+
   FileDescriptor work_;
   std::string name_;
   const HostLog& log_;

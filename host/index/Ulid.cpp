@@ -13,10 +13,8 @@ constexpr std::string_view alphabet = "0123456789ABCDEFGHJKMNPQRSTVWXYZ";
 constexpr std::size_t textLength = 26;
 constexpr std::size_t timeBytes = 6;
 
-std::uint64_t systemMilliseconds() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return static_cast<std::uint64_t>(
-      std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+UlidSource::Time systemTime() {
+  return std::chrono::time_point_cast<std::chrono::milliseconds>(std::chrono::system_clock::now());
 }
 
 void fillRandom(std::uint8_t* to, std::size_t count) {
@@ -25,7 +23,8 @@ void fillRandom(std::uint8_t* to, std::size_t count) {
   std::generate_n(to, count, [&] { return static_cast<std::uint8_t>(device()); });
 }
 
-UlidBytes fresh(std::uint64_t milliseconds) {
+UlidBytes fresh(UlidSource::Time now) {
+  const auto milliseconds = static_cast<std::uint64_t>(now.time_since_epoch().count());
   UlidBytes bytes;
   for (std::size_t i = 0; i < timeBytes; ++i) {
     bytes[i] = static_cast<std::uint8_t>(milliseconds >> (8 * (timeBytes - 1 - i)));
@@ -70,10 +69,10 @@ std::optional<UlidBytes> ulidBytes(std::string_view text) {
   return bytes;
 }
 
-UlidSource::UlidSource(Clock clock) : clock_(clock ? std::move(clock) : systemMilliseconds) {}
+UlidSource::UlidSource(Clock clock) : clock_(clock ? std::move(clock) : systemTime) {}
 
 std::string UlidSource::next() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const UlidBytes candidate = fresh(clock_());
   // Within one millisecond, and after a step back of the clock, counting up keeps the order.
   if (std::equal(candidate.begin(), candidate.begin() + timeBytes, last_.begin()) ||
@@ -86,7 +85,7 @@ std::string UlidSource::next() {
 }
 
 void UlidSource::follow(std::string_view ulid) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (const auto bytes = ulidBytes(ulid); bytes && *bytes > last_) last_ = *bytes;
 }
 

@@ -6,10 +6,11 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::host {
 
@@ -25,20 +26,21 @@ std::optional<UlidBytes> ulidBytes(std::string_view text);
 // Threads: every member may be called on any thread.
 class UlidSource {
  public:
-  using Clock = std::function<std::uint64_t()>;
+  using Time = std::chrono::sys_time<std::chrono::milliseconds>;
+  using Clock = std::function<Time()>;
 
-  // `clock` gives milliseconds since the epoch; an empty one means the system's.
+  // An empty `clock` means the system's.
   explicit UlidSource(Clock clock = {});
 
-  std::string next();
+  std::string next() TULO_EXCLUDES(mutex_);
 
   // Makes every later identifier greater than `ulid`; text that is not a ULID is ignored.
-  void follow(std::string_view ulid);
+  void follow(std::string_view ulid) TULO_EXCLUDES(mutex_);
 
  private:
-  std::mutex mutex_;
-  Clock clock_;
-  UlidBytes last_{};
+  const Clock clock_;
+  Mutex mutex_;
+  UlidBytes last_ TULO_GUARDED_BY(mutex_){};
 };
 
 }  // namespace tulo::host

@@ -5,7 +5,9 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <string_view>
 
 #include "host/account/Container.h"
 #include "host/base/HostError.h"
@@ -14,6 +16,9 @@
 namespace tulo::host {
 
 namespace {
+
+// Locks and signing in are quick; a host that is busy for longer is worth an error message.
+constexpr std::chrono::seconds patience{60};
 
 FileDescriptor connectTo(const std::string& path) {
   sockaddr_un address{};
@@ -25,12 +30,34 @@ FileDescriptor connectTo(const std::string& path) {
       ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     throw StartError("no host answers at " + path + ": " + errorText(errno));
   }
-  // Locks and signing in are quick; a host that is busy for longer is worth an error message.
-  timeval patience{};
-  patience.tv_sec = 60;
-  ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-  ::setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  timeval time{};
+  time.tv_sec = patience.count();
+  ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time);
+  ::setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
   return fd;
+}
+
+bool send(int fd, std::string_view line) {
+  while (!line.empty()) {
+    const ssize_t count = ::send(fd, line.data(), line.size(), MSG_NOSIGNAL);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    line.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+// To the line feed, or to the end of the stream.
+std::string receive(int fd) {
+  std::string reply;
+  std::array<char, 4096> buffer;
+  while (reply.empty() || reply.back() != '\n') {
+    const ssize_t count = ::recv(fd, buffer.data(), buffer.size(), 0);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    reply.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return reply;
 }
 
 }  // namespace
@@ -38,21 +65,10 @@ FileDescriptor connectTo(const std::string& path) {
 std::string askHost(const std::string& container, const std::string& request) {
   const std::string path = container + "/" + Container::socketName;
   const FileDescriptor fd = connectTo(path);
-  const std::string line = request + "\n";
-  for (std::size_t sent = 0; sent < line.size();) {
-    const ssize_t count = ::send(fd.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) throw StartError("the host at " + path + " does not listen");
-    sent += static_cast<std::size_t>(count);
+  if (!send(fd.get(), request + "\n")) {
+    throw StartError("the host at " + path + " does not listen");
   }
-  std::string reply;
-  std::array<char, 4096> buffer;
-  while (reply.empty() || reply.back() != '\n') {
-    const ssize_t count = ::recv(fd.get(), buffer.data(), buffer.size(), 0);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    reply.append(buffer.data(), static_cast<std::size_t>(count));
-  }
+  std::string reply = receive(fd.get());
   if (reply.empty()) throw StartError("the host at " + path + " gives no reply");
   if (reply.back() == '\n') reply.pop_back();
   return reply;

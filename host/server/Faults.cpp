@@ -54,34 +54,34 @@ Fault parseFault(std::string_view text) {
 
 Delay parseDelay(std::string_view text) {
   auto [operation, rest] = split(text, "OP=MS");
-  constexpr std::int64_t longest = 24 * 60 * 60 * 1000;
+  constexpr std::chrono::milliseconds longest = std::chrono::days(1);
   const auto time = number(rest);
-  if (!time || *time > longest) {
+  if (!time || *time > longest.count()) {
     throw StartError("\"" + std::string(text) +
                      "\": expected OP=MS with MS a number of milliseconds, at most " +
-                     std::to_string(longest));
+                     std::to_string(longest.count()));
   }
   return {std::move(operation), std::chrono::milliseconds(*time)};
 }
 
 void Faults::add(Fault fault) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   faults_.push_back(std::move(fault));
 }
 
 void Faults::add(const Delay& delay) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   delays_[delay.operation] = delay.time;
 }
 
 void Faults::clear() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   faults_.clear();
   delays_.clear();
 }
 
 std::optional<std::string> Faults::take(std::string_view operation) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = std::find_if(faults_.begin(), faults_.end(), [&](const Fault& fault) {
     return concerns(fault.operation, operation);
   });
@@ -92,7 +92,7 @@ std::optional<std::string> Faults::take(std::string_view operation) {
 }
 
 std::chrono::milliseconds Faults::delay(std::string_view operation) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::chrono::milliseconds total{0};
   for (const auto& [rule, time] : delays_) {
     if (concerns(rule, operation)) total += time;

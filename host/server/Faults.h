@@ -4,11 +4,12 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::host {
 
@@ -16,28 +17,11 @@ namespace tulo::host {
 struct Fault {
   // "fetch", "thumbnail", "create", "modify", "delete", or "any".
   std::string operation;
-  // One of the misbehaviours below, or the failure kind to answer with.
+  // One of the misbehaviours (Misbehaviour.h), or the failure kind to answer with.
   std::string kind;
   // How many requests; none: all of them.
   std::optional<std::int64_t> times;
 };
-
-namespace misbehaviour {
-// A line that is not JSON; no work is done.
-inline constexpr std::string_view garbage = "garbage";
-// The connection is closed without a reply; no work is done.
-inline constexpr std::string_view hangUp = "hangup";
-// Nothing is answered until the peer goes; no work is done.
-inline constexpr std::string_view silent = "silent";
-// The work is done and answered with megabytes of padding beside the result.
-inline constexpr std::string_view huge = "huge";
-// The work is done and the connection closed without a reply.
-inline constexpr std::string_view dropReply = "drop-reply";
-// The work is done and answered without its result ("path" or "ulid").
-inline constexpr std::string_view noResult = "no-result";
-// A failure that has a message but no kind; no work is done.
-inline constexpr std::string_view noKind = "no-kind";
-}  // namespace misbehaviour
 
 // "OP=KIND" or "OP=KIND:N". Throws StartError that says what was expected.
 Fault parseFault(std::string_view text);
@@ -53,18 +37,18 @@ Delay parseDelay(std::string_view text);
 // Threads: every member may be called on any thread.
 class Faults {
  public:
-  void add(Fault fault);
-  void add(const Delay& delay);
-  void clear();
+  void add(Fault fault) TULO_EXCLUDES(mutex_);
+  void add(const Delay& delay) TULO_EXCLUDES(mutex_);
+  void clear() TULO_EXCLUDES(mutex_);
 
   // The kind of the first fault that waits for this operation, which is one fewer then.
-  std::optional<std::string> take(std::string_view operation);
-  std::chrono::milliseconds delay(std::string_view operation);
+  std::optional<std::string> take(std::string_view operation) TULO_EXCLUDES(mutex_);
+  std::chrono::milliseconds delay(std::string_view operation) TULO_EXCLUDES(mutex_);
 
  private:
-  std::mutex mutex_;
-  std::vector<Fault> faults_;
-  std::map<std::string, std::chrono::milliseconds, std::less<>> delays_;
+  Mutex mutex_;
+  std::vector<Fault> faults_ TULO_GUARDED_BY(mutex_);
+  std::map<std::string, std::chrono::milliseconds, std::less<>> delays_ TULO_GUARDED_BY(mutex_);
 };
 
 }  // namespace tulo::host

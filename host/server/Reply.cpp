@@ -24,6 +24,18 @@ std::string ulidReply(std::string_view ulid) {
   return line({{"ok", true}, {"ulid", ulid}});
 }
 
+std::string statusReply(const std::map<std::string, AccountStatus>& accounts) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const auto& [name, status] : accounts) {
+    list.push_back({{"account", name},
+                    {"root", status.root},
+                    {"signed_in", status.isSignedIn},
+                    {"folders", status.folders},
+                    {"items", status.items}});
+  }
+  return line({{"ok", true}, {"accounts", list}});
+}
+
 std::string failureReply(std::string_view kind, std::string_view message) {
   nlohmann::json reply{{"ok", false}, {"error", message}};
   if (!kind.empty()) reply["kind"] = kind;

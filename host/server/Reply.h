@@ -3,8 +3,11 @@
 // Threads: pure functions.
 #pragma once
 
+#include <map>
 #include <string>
 #include <string_view>
+
+#include "host/account/Account.h"
 
 namespace tulo::host {
 
@@ -12,6 +15,8 @@ namespace tulo::host {
 std::string successReply();
 std::string pathReply(std::string_view path);
 std::string ulidReply(std::string_view ulid);
+// The accounts by name.
+std::string statusReply(const std::map<std::string, AccountStatus>& accounts);
 // An empty kind is left out.
 std::string failureReply(std::string_view kind, std::string_view message);
 

@@ -1,47 +1,23 @@
 #include "host/server/RequestHandler.h"
 
-#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <variant>
 
 #include "host/base/HostError.h"
+#include "host/server/Misbehaviour.h"
 #include "host/server/Reply.h"
+#include "host/server/RequestParser.h"
 
 namespace tulo::host {
 
 namespace {
 
-constexpr std::size_t hugeSize = std::size_t{8} << 20;
 // How often a file is copied anew that somebody writes to meanwhile.
 constexpr int mostCopies = 3;
 
 std::string failureLine(const OperationError& error) {
   return failureReply(error.kind(), error.what());
-}
-
-// What is left of `line` when the work is done but a misbehaviour was asked for.
-Answer spoiled(const std::string& kind, const std::string& line) {
-  using Manner = Answer::Manner;
-  if (kind == misbehaviour::dropReply) return {Manner::hangUp, {}};
-  nlohmann::json reply = nlohmann::json::parse(line);
-  if (kind == misbehaviour::huge) reply["padding"] = std::string(hugeSize, 'x');
-  if (kind == misbehaviour::noResult) {
-    reply.erase("path");
-    reply.erase("ulid");
-  }
-  return {Manner::reply, reply.dump() + "\n"};
-}
-
-bool doesTheWork(std::string_view kind) {
-  return kind == misbehaviour::huge || kind == misbehaviour::dropReply ||
-         kind == misbehaviour::noResult;
-}
-
-Answer injected(const std::string& kind) {
-  using Manner = Answer::Manner;
-  if (kind == misbehaviour::garbage) return {Manner::reply, "this is no reply\n"};
-  if (kind == misbehaviour::hangUp) return {Manner::hangUp, {}};
-  if (kind == misbehaviour::silent) return {Manner::silence, {}};
-  const std::string message = "failure asked for with --fault";
-  return {Manner::reply, failureReply(kind == misbehaviour::noKind ? "" : kind, message)};
 }
 
 std::string describe(const Request& request) {
@@ -85,9 +61,9 @@ Answer RequestHandler::perform(const Request& request) {
     // First of all, so that the copy is gone whatever the answer is.
     std::unique_ptr<StagedCopy> contents;
     if (const auto path = stagedPathOf(request)) contents = parts_.staging.claim(*path);
-    if (fault && !doesTheWork(*fault)) return injected(*fault);
+    if (fault && !doesTheWork(*fault)) return injectedAnswer(*fault);
     line = std::holds_alternative<StatusRequest>(request)
-               ? statusReply()
+               ? statusLine()
                : std::visit(
                      [&](const auto& each) -> std::string {
                        if constexpr (requires { each.account; }) {
@@ -100,7 +76,7 @@ Answer RequestHandler::perform(const Request& request) {
   } catch (const OperationError& error) {
     line = failureLine(error);
   }
-  if (fault) return spoiled(*fault, line);
+  if (fault) return spoiledAnswer(*fault, line);
   return {Answer::Manner::reply, std::move(line)};
 }
 
@@ -118,24 +94,17 @@ Account& RequestHandler::accountFor(const Request& request) {
   return account;
 }
 
-std::string RequestHandler::statusReply() {
-  nlohmann::json accounts = nlohmann::json::array();
-  for (const auto& [name, account] : parts_.accounts) {
-    const Counts counts = account->counts();
-    accounts.push_back({{"account", name},
-                        {"root", account->root()},
-                        {"signed_in", account->isSignedIn()},
-                        {"folders", counts.folders},
-                        {"items", counts.items}});
-  }
-  const nlohmann::json reply{{"ok", true}, {"accounts", accounts}};
-  return reply.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+std::string RequestHandler::statusLine() {
+  std::map<std::string, AccountStatus> all;
+  for (const auto& [name, account] : parts_.accounts)
+    all[name] = account->status();
+  return statusReply(all);
 }
 
 std::string RequestHandler::result(const FetchRequest& request, Account& account,
                                    const StagedCopy*) {
   for (int copy = 1;; ++copy) {
-    const Account::OpenFile opened = account.openFile(request.ulid);
+    const OpenVersion opened = account.openFile(request.ulid);
     std::string path = parts_.downloads.handOver(opened.file.get());
     // A version that came up during the copying may be half in it.
     if (copy == mostCopies || account.currentVersion(request.ulid) == opened.version) {
@@ -147,7 +116,7 @@ std::string RequestHandler::result(const FetchRequest& request, Account& account
 
 std::string RequestHandler::result(const ThumbnailRequest& request, Account& account,
                                    const StagedCopy*) {
-  const Account::OpenFile opened = account.openFile(request.ulid);
+  const OpenVersion opened = account.openFile(request.ulid);
   if (const auto path = parts_.thumbnails.find(request.ulid, opened.version)) {
     return pathReply(*path);
   }

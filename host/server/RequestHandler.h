@@ -1,20 +1,20 @@
 // Turns one request into its answer, whatever it says.
 #pragma once
 
-#include <chrono>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "host/account/Account.h"
 #include "host/account/Downloads.h"
+#include "host/account/Request.h"
+#include "host/account/StagedCopy.h"
 #include "host/account/Staging.h"
 #include "host/account/Thumbnails.h"
 #include "host/base/HostLog.h"
-#include "host/folder/Account.h"
+#include "host/server/Answer.h"
 #include "host/server/Faults.h"
-#include "host/server/Server.h"
 #include "host/server/StopSignal.h"
 
 namespace tulo::host {
@@ -43,7 +43,7 @@ class RequestHandler {
  private:
   Answer perform(const Request& request);
   Account& accountFor(const Request& request);
-  std::string statusReply();
+  std::string statusLine();
 
   std::string result(const FetchRequest& request, Account& account, const StagedCopy*);
   std::string result(const ThumbnailRequest& request, Account& account, const StagedCopy*);

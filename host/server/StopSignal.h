@@ -2,36 +2,40 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::host {
 
 // Threads: every member may be called on any thread.
 class StopSignal {
  public:
-  void raise() {
-    const std::lock_guard lock(mutex_);
+  void raise() TULO_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
     raised_ = true;
-    condition_.notify_all();
+    condition_.notifyAll();
   }
 
-  bool isRaised() {
-    const std::lock_guard lock(mutex_);
+  bool isRaised() TULO_EXCLUDES(mutex_) {
+    const MutexLock lock(mutex_);
     return raised_;
   }
 
   // True as soon as the signal is raised, false when `time` has passed.
   template <typename Duration>
-  bool wait(Duration time) {
-    std::unique_lock lock(mutex_);
-    return condition_.wait_for(lock, time, [this] { return raised_; });
+  bool wait(Duration time) TULO_EXCLUDES(mutex_) {
+    const auto end = std::chrono::steady_clock::now() + time;
+    MutexLock lock(mutex_);
+    while (!raised_) {
+      if (!condition_.waitUntil(lock, end)) break;
+    }
+    return raised_;
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable condition_;
-  bool raised_ = false;
+  Mutex mutex_;
+  Condition condition_;
+  bool raised_ TULO_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace tulo::host

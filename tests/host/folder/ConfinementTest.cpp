@@ -6,7 +6,8 @@
 
 #include <filesystem>
 
-#include "host/account/Sweep.h"
+#include "host/account/Uncollected.h"
+#include "host/base/Files.h"
 #include "tests/host/HostFixture.h"
 #include "tests/support/CaseName.h"
 #include "tests/support/Eventually.h"
@@ -139,8 +140,8 @@ class HostSweepTest : public HostTest {
   // Sweeps everything that is there already, often.
   host::HostOptions eager() const {
     auto changed = options();
-    changed.sweepAge = std::chrono::seconds(0);
-    changed.sweepInterval = std::chrono::milliseconds(5);
+    changed.uncollectedAge = std::chrono::seconds(0);
+    changed.collectionInterval = std::chrono::milliseconds(5);
     return changed;
   }
 };
@@ -187,9 +188,9 @@ TEST_F(HostSweepTest, AgeIsWhatDecides) {
   const auto everybody = [](const std::string&) { return true; };
   const auto now = std::chrono::system_clock::now();
   const std::chrono::hours day(24);
-  EXPECT_THAT(host::sweepFolder(folder.get(), day, now + day / 2, nobody, log), IsEmpty());
-  EXPECT_THAT(host::sweepFolder(folder.get(), day, now + 2 * day, everybody, log), IsEmpty());
-  EXPECT_THAT(host::sweepFolder(folder.get(), day, now + 2 * day, nobody, log), ElementsAre("a"));
+  EXPECT_THAT(host::removeUncollected(folder.get(), day, now + day / 2, nobody, log), IsEmpty());
+  EXPECT_THAT(host::removeUncollected(folder.get(), day, now + 2 * day, everybody, log), IsEmpty());
+  EXPECT_THAT(host::removeUncollected(folder.get(), day, now + 2 * day, nobody, log), ElementsAre("a"));
 }
 
 TEST_F(HostSweepTest, ACopyThatARequestHoldsIsNotSwept) {

@@ -150,7 +150,7 @@ TEST_F(HostIndexTest, EachAccountHasItsOwn) {
   writeFile(other + "/of-42", "x");
   makeFile("of-primary", "x");
   auto both = options();
-  both.accounts["42"] = other;
+  both.accounts["42"] = host::FolderSource{other};
   startHost(both);
   EXPECT_THAT(paths(), ElementsAre("of-primary"));
   EXPECT_THAT(paths("state-42.db"), ElementsAre("of-42"));

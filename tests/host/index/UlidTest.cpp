@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <set>
 #include <string>
 
 namespace tulo::host {
 namespace {
+
+constexpr UlidSource::Time then{std::chrono::milliseconds(1'700'000'000'000)};
 
 TEST(UlidTest, TextHasTheTimeInItsFirstTenCharacters) {
   UlidBytes bytes{};
@@ -37,7 +40,7 @@ TEST(UlidTest, OtherTextIsNoUlid) {
 }
 
 TEST(UlidSourceTest, EachIsGreaterThanTheOneBeforeWithinAMillisecond) {
-  UlidSource source([] { return std::uint64_t{1'700'000'000'000}; });
+  UlidSource source([] { return then; });
   std::string last = source.next();
   for (int i = 0; i < 10'000; ++i) {
     std::string next = source.next();
@@ -48,10 +51,10 @@ TEST(UlidSourceTest, EachIsGreaterThanTheOneBeforeWithinAMillisecond) {
 }
 
 TEST(UlidSourceTest, OrderSurvivesAClockThatGoesBack) {
-  std::uint64_t now = 1'700'000'000'000;
+  UlidSource::Time now = then;
   UlidSource source([&] { return now; });
   const std::string before = source.next();
-  now -= 3'600'000;
+  now -= std::chrono::hours(1);
   EXPECT_LT(before, source.next());
 }
 
@@ -65,8 +68,8 @@ TEST(UlidSourceTest, FollowsTheGreatestOfAnEarlierRun) {
 }
 
 TEST(UlidSourceTest, RandomPartsDiffer) {
-  std::uint64_t now = 1;
-  UlidSource source([&] { return now++; });
+  UlidSource::Time now = then;
+  UlidSource source([&] { return now += std::chrono::milliseconds(1); });
   std::set<std::string> seen;
   for (int i = 0; i < 1000; ++i)
     seen.insert(source.next().substr(10));

@@ -1,10 +1,11 @@
-#include "host/account/Request.h"
+#include "host/server/RequestParser.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <string_view>
 
+#include "host/base/HostError.h"
 #include "host/server/Reply.h"
 #include "tests/support/CaseName.h"
 

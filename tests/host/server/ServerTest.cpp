@@ -296,10 +296,10 @@ TEST_F(HostServerTest, UnusableOptionsAreNamed) {
   refused([&](auto& o) { o.root = container_; });
   refused([](auto& o) { o.container = ""; });
   refused([](auto& o) { o.container = "/dev/null/x"; });
-  refused([&](auto& o) { o.accounts["primary"] = root_; });
-  refused([&](auto& o) { o.accounts["a/b"] = root_; });
-  refused([&](auto& o) { o.accounts["a?b"] = root_; });
-  refused([&](auto& o) { o.accounts[""] = root_; });
+  refused([&](auto& o) { o.accounts["primary"] = host::FolderSource{root_}; });
+  refused([&](auto& o) { o.accounts["a/b"] = host::FolderSource{root_}; });
+  refused([&](auto& o) { o.accounts["a?b"] = host::FolderSource{root_}; });
+  refused([&](auto& o) { o.accounts[""] = host::FolderSource{root_}; });
   makeFile("file", "x");
   refused([&](auto& o) { o.root = inRoot("file"); });
   startHost();

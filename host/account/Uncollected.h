@@ -1,4 +1,6 @@
-// Removal of files that nobody has come for.
+// Removal of what nobody has come for.
+//
+// Threads: any thread. Errors: OperationError where the folder cannot be read.
 #pragma once
 
 #include <chrono>
@@ -14,9 +16,9 @@ namespace tulo::host {
 // claim; returns their names. The age counts from when the entry itself came to be or was last
 // changed, whatever modification time its contents carry. What cannot be removed is logged and
 // left.
-std::vector<std::string> sweepFolder(int folder, std::chrono::seconds age,
-                                     std::chrono::system_clock::time_point now,
-                                     const std::function<bool(const std::string&)>& isInUse,
-                                     const HostLog& log);
+std::vector<std::string> removeUncollected(int folder, std::chrono::seconds age,
+                                           std::chrono::system_clock::time_point now,
+                                           const std::function<bool(const std::string&)>& isInUse,
+                                           const HostLog& log);
 
 }  // namespace tulo::host

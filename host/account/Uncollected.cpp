@@ -1,19 +1,19 @@
-#include "host/account/Sweep.h"
+#include "host/account/Uncollected.h"
 
+#include "host/base/EntryStat.h"
 #include "host/base/Files.h"
 #include "host/base/HostError.h"
 
 namespace tulo::host {
 
-std::vector<std::string> sweepFolder(int folder, std::chrono::seconds age,
-                                     std::chrono::system_clock::time_point now,
-                                     const std::function<bool(const std::string&)>& isInUse,
-                                     const HostLog& log) {
-  const auto limit = std::chrono::nanoseconds((now - age).time_since_epoch()).count();
+std::vector<std::string> removeUncollected(int folder, std::chrono::seconds age,
+                                           std::chrono::system_clock::time_point now,
+                                           const std::function<bool(const std::string&)>& isInUse,
+                                           const HostLog& log) {
   std::vector<std::string> names;
   forEachEntry(folder, [&](const std::string& name) {
     const auto stat = statEntry(folder, name);
-    if (stat && stat->changedNs <= limit && !isInUse(name)) names.push_back(name);
+    if (stat && stat->changed <= now - age && !isInUse(name)) names.push_back(name);
   });
   std::erase_if(names, [&](const std::string& name) {
     try {

@@ -1,0 +1,227 @@
+#include "host/folder/FolderAccount.h"
+
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "host/account/AccountName.h"
+#include "host/base/Files.h"
+#include "host/base/HostError.h"
+#include "host/folder/FileName.h"
+#include "host/folder/RootIdentity.h"
+#include "host/index/IndexFailure.h"
+
+namespace tulo::host {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string resolvedFolder(const FolderSource& source, const AccountParts& parts) {
+  if (source.path.empty()) throw StartError("the account \"" + parts.name + "\" has no folder");
+  std::error_code error;
+  const fs::path resolved = fs::canonical(source.path, error);
+  if (error) throw StartError("the folder " + source.path + ": " + error.message());
+  if (!fs::is_directory(resolved, error)) throw StartError(source.path + " is not a folder");
+  if (fs::equivalent(resolved, parts.container.path(), error)) {
+    throw StartError("the folder " + resolved.string() + " is the container itself");
+  }
+  return resolved.string();
+}
+
+}  // namespace
+
+FolderAccount::FolderAccount(const FolderSource& source, const AccountParts& parts) try
+    : root_(resolvedFolder(source, parts)),
+      log_(parts.log),
+      ulids_(parts.ulids),
+      folder_(root_, parts.container.stat(), log_),
+      work_(folder_.descriptor()),
+      index_(parts.container.pathOf(indexFileName(parts.name))),
+      places_(folder_, index_.nodes()),
+      tree_(folder_, index_, places_, ulids_),
+      lookup_(index_, places_, tree_),
+      mutations_({index_, places_, tree_, ulids_}, parts.quota),
+      watcher_(log_) {
+  ulids_.follow(index_.rows().greatestUlid());
+  requireSameRoot(index_, folder_, parts.name);
+  tree_.observeFolders(
+      {[this](const std::string& ulid, int folder) { watcher_.watch(ulid, folder); },
+       [this](const std::string& ulid) { watcher_.forget(ulid); }});
+} catch (const sqlite::DatabaseError& error) {
+  throw StartError(indexFailure(error).what());
+} catch (const OperationError& error) {
+  throw StartError(error.what());
+}
+
+FolderAccount::~FolderAccount() {
+  stop();
+}
+
+void FolderAccount::start() {
+  withIndex([this] {
+    const MutexLock lock(mutex_);
+    if (work_.isThere()) {
+      log_.info("removing unfinished work from " + inQuotes(root_));
+      work_.clear();
+    }
+    tree_.scanAll();
+  });
+  watcher_.start({[this](const std::set<Watcher::Change>& changes) { followChanges(changes); },
+                  [this] { followAll(); }});
+}
+
+void FolderAccount::stop() {
+  stopping_ = true;
+  watcher_.stop();
+  const MutexLock lock(mutex_);
+  index_.database().rollback();
+  try {
+    index_.database().checkpoint();
+  } catch (const sqlite::DatabaseError& error) {
+    log_.error(indexFailure(error).what());
+  }
+}
+
+AccountStatus FolderAccount::status() {
+  return withIndex([this] {
+    const MutexLock lock(mutex_);
+    const Counts counts = index_.rows().counts();
+    return AccountStatus{root_, counts.folders, counts.items, index_.state().isSignedIn()};
+  });
+}
+
+bool FolderAccount::isSignedIn() {
+  return withIndex([this] {
+    const MutexLock lock(mutex_);
+    return index_.state().isSignedIn();
+  });
+}
+
+void FolderAccount::setSignedIn(bool signedIn) {
+  withIndex([&] {
+    const MutexLock lock(mutex_);
+    index_.state().setSignedIn(signedIn);
+    index_.database().commit();
+  });
+}
+
+OpenVersion FolderAccount::openFile(const std::string& ulid) {
+  return withIndex([&] {
+    const MutexLock lock(mutex_);
+    folder_.requireThere();
+    const Node node = lookup_.require(ulid, false);
+    const Place place = lookup_.requirePlace(node.parent);
+    FileDescriptor file = host::openFile(place.folder.get(), node.diskName);
+    if (!file) notFound(ulid);
+    return OpenVersion{std::move(file), index_.rows().file(ulid).value_or(FileRow()).version};
+  });
+}
+
+std::optional<std::int64_t> FolderAccount::currentVersion(const std::string& ulid) {
+  return withIndex([&]() -> std::optional<std::int64_t> {
+    const MutexLock lock(mutex_);
+    if (!lookup_.find(ulid)) return std::nullopt;
+    return index_.rows().file(ulid).value_or(FileRow()).version;
+  });
+}
+
+std::string FolderAccount::create(const CreateRequest& request, const StagedCopy* contents) {
+  requireValidName(request.name);
+  return withIndex([&] {
+    {
+      // What is refused anyway is refused before anything is copied.
+      const MutexLock lock(mutex_);
+      folder_.requireThere();
+      mutations_.checkCreate(request, contents);
+    }
+    WorkItem item(work_.open(), ulids_.next(), log_);
+    item.fill(contents);
+    const MutexLock lock(mutex_);
+    folder_.requireThere();
+    return mutations_.create(request, contents, item);
+  });
+}
+
+void FolderAccount::modify(const ModifyRequest& request, const StagedCopy* contents) {
+  if (request.name) requireValidName(*request.name);
+  withIndex([&] {
+    std::unique_ptr<WorkItem> item;
+    if (contents != nullptr) {
+      {
+        const MutexLock lock(mutex_);
+        folder_.requireThere();
+        mutations_.checkModify(request, contents);
+      }
+      item = std::make_unique<WorkItem>(work_.open(), ulids_.next(), log_);
+      item->fill(contents);
+    }
+    const MutexLock lock(mutex_);
+    folder_.requireThere();
+    mutations_.modify(request, contents, item.get());
+  });
+}
+
+void FolderAccount::remove(const DeleteRequest& request) {
+  withIndex([&] {
+    // Outlives the lock: emptying a large folder must not hold up other requests.
+    std::unique_ptr<WorkItem> grave;
+    const MutexLock lock(mutex_);
+    folder_.requireThere();
+    const Node node = mutations_.requireRemovable(request);
+    grave = std::make_unique<WorkItem>(work_.open(), ulids_.next(), log_);
+    mutations_.remove(node, *grave);
+  });
+}
+
+void FolderAccount::setLock(const std::string& path, std::optional<std::int64_t> user) {
+  withIndex([&] {
+    const MutexLock lock(mutex_);
+    folder_.requireThere();
+    const Node node = lookup_.requireAtDiskPath(path, root_);
+    if (node.isFolder) throw BadRequest(inQuotes(path) + " is a folder; only files can be locked");
+    index_.rows().setLock(node.ulid, user);
+    index_.database().commit();
+  });
+}
+
+void FolderAccount::follow(const std::string& what, const std::function<void()>& work) {
+  try {
+    withIndex(work);
+  } catch (const OperationError& error) {
+    log_.error(what + " " + inQuotes(root_) + ": " + error.what());
+  }
+}
+
+void FolderAccount::followChanges(const std::set<Watcher::Change>& changes) {
+  follow("following changes in", [&] {
+    const MutexLock lock(mutex_);
+    IndexChanges indexChanges(index_.database());
+    folder_.requireThere();
+    for (const auto& [folder, name] : changes)
+      tree_.reconcileEntry(folder, name);
+    tree_.settle();
+    indexChanges.keep();
+  });
+}
+
+void FolderAccount::followAll() {
+  log_.info("looking at all of " + inQuotes(root_) + " again");
+  follow("looking at", [this] {
+    MutexLock lock(mutex_);
+    IndexChanges changes(index_.database());
+    folder_.requireThere();
+    tree_.queueFolder(std::string(rootUlid));
+    while (tree_.hasQueued() && !stopping_) {
+      tree_.reconcileNextFolder();
+      // Requests go on between two folders.
+      lock.unlock();
+      lock.lock();
+    }
+    if (stopping_) return;
+    tree_.finish();
+    changes.keep();
+  });
+}
+
+}  // namespace tulo::host
