@@ -21,8 +21,8 @@ class Downloads {
   // All must outlive the object.
   Downloads(const Container& container, UlidSource& ulids, const HostLog& log);
 
-  // The path of a new copy of the file's contents; a clone where the file systems allow one.
-  // Throws OperationError; nothing of the copy is left then.
+  // The path of a new copy of what a file holds that has just been opened; a clone where the file
+  // systems allow one. Throws OperationError; nothing of the copy is left then.
   std::string handOver(int file);
   // Takes back a copy whose path nobody has been told.
   void takeBack(const std::string& path);

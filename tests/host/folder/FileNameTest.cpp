@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/base/HostError.h"
+
 namespace tulo::host {
 namespace {
 
@@ -21,6 +23,17 @@ TEST(FileNameTest, NamesThatNoFileCanHaveAreNot) {
   for (const std::string& name :
        {""s, "."s, ".."s, "/"s, "a/b"s, "../a"s, "a\0b"s, std::string(256, 'x')}) {
     EXPECT_NE(whyInvalidName(name), "") << name;
+  }
+}
+
+TEST(FileNameTest, AnInvalidNameIsRefusedForItsReason) {
+  EXPECT_NO_THROW(requireValidName("a"));
+  try {
+    requireValidName("a/b");
+    FAIL() << "was accepted";
+  } catch (const OperationError& error) {
+    EXPECT_EQ(error.kind(), "invalid_name");
+    EXPECT_EQ(error.what(), whyInvalidName("a/b"));
   }
 }
 

@@ -15,7 +15,7 @@
 #include "host/base/HostError.h"
 #include "host/server/Client.h"
 #include "platform/linux/FileDescriptor.h"
-#include "tests/host/HostFixture.h"
+#include "tests/host/server/ServerFixture.h"
 #include "tests/support/CaseName.h"
 #include "tests/support/Descriptors.h"
 #include "tests/support/Eventually.h"
@@ -25,35 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
-
-FileDescriptor connected(const std::string& path) {
-  FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.data(), path.size());
-  if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    fd.reset();
-  }
-  return fd;
-}
-
-class HostServerTest : public HostTest {
- protected:
-  FileDescriptor connect() { return connected(inContainer("fp.sock")); }
-  // What comes until the peer closes.
-  static std::string received(int fd) {
-    std::string all;
-    char byte = 0;
-    while (::recv(fd, &byte, 1, 0) == 1)
-      all += byte;
-    return all;
-  }
-  static void say(int fd, std::string_view text) {
-    ASSERT_EQ(::send(fd, text.data(), text.size(), MSG_NOSIGNAL),
-              static_cast<ssize_t>(text.size()));
-  }
-  const std::string fetch = R"({"op":"fetch","account":"primary","ulid":"none"})";
-};
 
 TEST_F(HostServerTest, TheReplyIsOneLineAndThenTheConnectionCloses) {
   startHost();
@@ -227,21 +198,6 @@ TEST_F(HostServerTest, AnotherUserIsRefusedEvenWhereThePermissionsLetHimThrough)
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST_F(HostServerTest, ASecondHostOnTheContainerRefusesToStart) {
-  startHost();
-  host::Host* first = &runningHost();
-  try {
-    host::Host second(options());
-    FAIL() << "started";
-  } catch (const host::StartError& error) {
-    EXPECT_EQ(std::string_view(error.what()), "another host (process " +
-                                                  std::to_string(::getpid()) +
-                                                  ") already serves the container " + container_);
-  }
-  EXPECT_EQ(first, &runningHost());
-  EXPECT_EQ(createFolder("still-served")["ok"], true);
-}
-
 TEST_F(HostServerTest, AStaleSocketIsReplaced) {
   fs::create_directory(container_);
   fs::permissions(container_, fs::perms::owner_all);
@@ -284,122 +240,6 @@ TEST_F(HostServerTest, APathThatIsTooLongForTheSocketIsExplained) {
   } catch (const host::StartError& error) {
     EXPECT_THAT(error.what(), testing::HasSubstr("has 104 bytes, more than 103"));
   }
-}
-
-TEST_F(HostServerTest, UnusableOptionsAreNamed) {
-  const auto refused = [&](const std::function<void(host::HostOptions&)>& change) {
-    auto changed = options();
-    change(changed);
-    EXPECT_THROW(startHost(changed), host::StartError);
-  };
-  refused([](auto& o) { o.root += "/none"; });
-  refused([&](auto& o) { o.root = container_; });
-  refused([](auto& o) { o.container = ""; });
-  refused([](auto& o) { o.container = "/dev/null/x"; });
-  refused([&](auto& o) { o.accounts["primary"] = host::FolderSource{root_}; });
-  refused([&](auto& o) { o.accounts["a/b"] = host::FolderSource{root_}; });
-  refused([&](auto& o) { o.accounts["a?b"] = host::FolderSource{root_}; });
-  refused([&](auto& o) { o.accounts[""] = host::FolderSource{root_}; });
-  makeFile("file", "x");
-  refused([&](auto& o) { o.root = inRoot("file"); });
-  startHost();
-}
-
-TEST_F(HostServerTest, AContainerThatOthersMayWriteToIsRefused) {
-  fs::create_directory(container_);
-  ASSERT_EQ(::chmod(container_.c_str(), 0777), 0);
-  EXPECT_THROW(startHost(), host::StartError);
-}
-
-class HostFaultTest : public HostServerTest {
- protected:
-  std::string fetchA() {
-    return exchange(R"({"op":"fetch","account":"primary","ulid":")" + row("a").ulid + "\"}\n");
-  }
-  void startWith(const std::string& fault) {
-    makeFile("a", "x");
-    auto faulty = options();
-    faulty.faults.push_back(host::parseFault(fault));
-    startHost(faulty);
-  }
-};
-
-TEST_F(HostFaultTest, AnyKindCanBeAskedForSoManyTimes) {
-  startWith("fetch=rate_limited:2");
-  EXPECT_EQ(kindOf(json::parse(fetchA())), "rate_limited");
-  EXPECT_EQ(createFolder("d")["ok"], true) << "other operations go on";
-  EXPECT_EQ(kindOf(json::parse(fetchA())), "rate_limited");
-  EXPECT_EQ(json::parse(fetchA())["ok"], true);
-}
-
-TEST_F(HostFaultTest, WithoutANumberItLasts) {
-  startWith("any=network");
-  for (int i = 0; i < 3; ++i)
-    EXPECT_EQ(kindOf(json::parse(fetchA())), "network");
-  EXPECT_EQ(kindOf(create("b", "x")), "network");
-  EXPECT_THAT(stagedCopies(), testing::IsEmpty());
-  EXPECT_FALSE(fs::exists(inRoot("b")));
-}
-
-TEST_F(HostFaultTest, Garbage) {
-  startWith("fetch=garbage:1");
-  EXPECT_FALSE(json::accept(fetchA()));
-}
-
-TEST_F(HostFaultTest, HangUp) {
-  startWith("fetch=hangup:1");
-  EXPECT_EQ(fetchA(), "");
-}
-
-TEST_F(HostFaultTest, SilentUntilThePeerGoes) {
-  startWith("fetch=silent:1");
-  const FileDescriptor fd = connect();
-  say(fd.get(), fetch + "\n");
-  EXPECT_EQ(createFolder("d")["ok"], true);
-  char byte = 0;
-  EXPECT_EQ(::recv(fd.get(), &byte, 1, MSG_DONTWAIT), -1);
-  EXPECT_EQ(errno, EAGAIN);
-}
-
-TEST_F(HostFaultTest, Huge) {
-  startWith("fetch=huge:1");
-  const std::string reply = fetchA();
-  EXPECT_GT(reply.size(), std::size_t{8} << 20);
-  EXPECT_EQ(readFile(json::parse(reply)["path"]), "x");
-}
-
-TEST_F(HostFaultTest, DropReplyHasDoneTheWork) {
-  startWith("create=drop-reply:1");
-  const std::string path = stage("y");
-  EXPECT_EQ(
-      exchange(
-          json{{"op", "create"}, {"account", "primary"}, {"name", "b"}, {"path", path}}.dump() +
-          "\n"),
-      "");
-  EXPECT_EQ(readFile(inRoot("b")), "y");
-}
-
-TEST_F(HostFaultTest, NoResultAndNoKind) {
-  startWith("fetch=no-result:1");
-  runningHost().faults().add(host::parseFault("fetch=no-kind:1"));
-  EXPECT_EQ(json::parse(fetchA()), (json{{"ok", true}}));
-  const json reply = json::parse(fetchA());
-  EXPECT_EQ(reply["ok"], false);
-  EXPECT_TRUE(reply["error"].is_string());
-  EXPECT_FALSE(reply.contains("kind"));
-}
-
-TEST(FaultsTest, WhatCannotBeReadIsExplained) {
-  for (const std::string text : {"", "fetch", "fetch=", "=quota", "fetsch=quota", "fetch=quota:0",
-                                 "fetch=quota:x", "fetch=quota:-1", "fetch=:1"}) {
-    EXPECT_THROW(host::parseFault(text), host::StartError) << text;
-  }
-  for (const std::string text :
-       {"", "fetch", "fetch=", "fetch=x", "fetch=-1", "fetch=1s", "fetch=99999999999999"}) {
-    EXPECT_THROW(host::parseDelay(text), host::StartError) << text;
-  }
-  EXPECT_EQ(host::parseFault("fetch=a:b:3").kind, "a:b");
-  EXPECT_EQ(host::parseDelay("any=0").time, milliseconds(0));
 }
 
 }  // namespace

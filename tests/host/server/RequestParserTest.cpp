@@ -6,13 +6,12 @@
 #include <string_view>
 
 #include "host/base/HostError.h"
-#include "host/server/Reply.h"
 #include "tests/support/CaseName.h"
 
 namespace tulo::host {
 namespace {
 
-TEST(RequestTest, FetchAndThumbnailNameAnItem) {
+TEST(RequestParserTest, FetchAndThumbnailNameAnItem) {
   const auto fetch =
       std::get<FetchRequest>(parseRequest(R"({"op":"fetch","account":"primary","ulid":"01X"})"));
   EXPECT_EQ(fetch.account, "primary");
@@ -21,7 +20,7 @@ TEST(RequestTest, FetchAndThumbnailNameAnItem) {
   EXPECT_EQ(std::get<ThumbnailRequest>(thumbnail).account, "42");
 }
 
-TEST(RequestTest, CreateWithoutParentOrPathHasNeither) {
+TEST(RequestParserTest, CreateWithoutParentOrPathHasNeither) {
   const auto create =
       std::get<CreateRequest>(parseRequest(R"({"op":"create","account":"primary","name":"a\/b"})"));
   EXPECT_EQ(create.name, "a/b");
@@ -29,7 +28,7 @@ TEST(RequestTest, CreateWithoutParentOrPathHasNeither) {
   EXPECT_FALSE(create.path);
 }
 
-TEST(RequestTest, ModifyTellsNoMoveFromAMoveToTheTopLevel) {
+TEST(RequestParserTest, ModifyTellsNoMoveFromAMoveToTheTopLevel) {
   const auto parse = [](const std::string& more) {
     return std::get<ModifyRequest>(parseRequest(
         R"({"op":"modify","account":"primary","ulid":"01X","is_folder":false)" + more + "}"));
@@ -40,17 +39,17 @@ TEST(RequestTest, ModifyTellsNoMoveFromAMoveToTheTopLevel) {
   EXPECT_EQ(parse(R"(,"parent":"01P")").parent, std::optional(std::optional<std::string>("01P")));
 }
 
-TEST(RequestTest, DeleteNeedsItsKind) {
+TEST(RequestParserTest, DeleteNeedsItsKind) {
   const Request request =
       parseRequest(R"({"op":"delete","account":"primary","ulid":"01X","is_folder":true})");
   EXPECT_TRUE(std::get<DeleteRequest>(request).isFolder);
 }
 
-TEST(RequestTest, UnknownKeysAreIgnored) {
+TEST(RequestParserTest, UnknownKeysAreIgnored) {
   EXPECT_NO_THROW(parseRequest(R"({"op":"fetch","account":"a","ulid":"u","new":[{}]})"));
 }
 
-TEST(RequestTest, OperationsAreNamedAsTheyAreAsked) {
+TEST(RequestParserTest, OperationsAreNamedAsTheyAreAsked) {
   for (const std::string op : {"fetch", "thumbnail", "create", "modify", "delete", "lock", "unlock",
                                "login", "logout", "status"}) {
     const std::string text = R"({"op":")" + op +
@@ -109,22 +108,9 @@ INSTANTIATE_TEST_SUITE_P(
                 "the request is longer than 1048576 bytes"}),
     test::CaseName());
 
-TEST(RequestTest, DeepNestingIsNoTrouble) {
+TEST(RequestParserTest, DeepNestingIsNoTrouble) {
   const std::string deep = std::string(200'000, '[') + std::string(200'000, ']');
   EXPECT_NO_THROW(parseRequest(R"({"op":"fetch","account":"a","ulid":"u","more":)" + deep + "}"));
-}
-
-TEST(ReplyTest, IsOneLineWhateverItSays) {
-  EXPECT_EQ(successReply(), "{\"ok\":true}\n");
-  EXPECT_EQ(pathReply("/a\nb"), "{\"ok\":true,\"path\":\"/a\\nb\"}\n");
-  EXPECT_EQ(ulidReply("01X"), "{\"ok\":true,\"ulid\":\"01X\"}\n");
-  EXPECT_EQ(failureReply("quota", "full"),
-            "{\"error\":\"full\",\"kind\":\"quota\",\"ok\":false}\n");
-  EXPECT_EQ(failureReply("", "why"), "{\"error\":\"why\",\"ok\":false}\n");
-}
-
-TEST(ReplyTest, ShowsBrokenTextWithReplacementCharacters) {
-  EXPECT_EQ(failureReply("io", "\xFF"), "{\"error\":\"\uFFFD\",\"kind\":\"io\",\"ok\":false}\n");
 }
 
 }  // namespace

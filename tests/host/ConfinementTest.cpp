@@ -2,12 +2,9 @@
 // only what is its own.
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <filesystem>
 
-#include "host/account/Uncollected.h"
-#include "host/base/Files.h"
 #include "tests/host/HostFixture.h"
 #include "tests/support/CaseName.h"
 #include "tests/support/Eventually.h"
@@ -112,7 +109,7 @@ TEST_F(HostConfinementTest, AStagingFolderThatIsALinkIsNotFollowed) {
   const std::string outside = directory_.file("outside");
   fs::create_directory(outside);
   writeFile(outside + "/precious", "precious");
-  // The first sweep may just be making the folder again.
+  // The first look for what is old may just be making the folder again.
   ASSERT_TRUE(eventually([&] {
     std::error_code error;
     fs::remove(inContainer("fp-upload"), error);
@@ -135,9 +132,9 @@ TEST_F(HostConfinementTest, UlidsAreTextAndNothingElse) {
   EXPECT_THAT(paths(), ElementsAre("a"));
 }
 
-class HostSweepTest : public HostTest {
+class HostUncollectedTest : public HostTest {
  protected:
-  // Sweeps everything that is there already, often.
+  // Takes everything for old that is there already, and looks often.
   host::HostOptions eager() const {
     auto changed = options();
     changed.uncollectedAge = std::chrono::seconds(0);
@@ -146,7 +143,7 @@ class HostSweepTest : public HostTest {
   }
 };
 
-TEST_F(HostSweepTest, OldStagedCopiesGoAndTheLogSaysSo) {
+TEST_F(HostUncollectedTest, OldStagedCopiesGoAndTheLogSaysSo) {
   startHost();
   stopHost();
   const LogRecorder log;
@@ -167,7 +164,7 @@ TEST_F(HostSweepTest, OldStagedCopiesGoAndTheLogSaysSo) {
                             "swept the copy \"never-fetched\", which nobody has fetched"));
 }
 
-TEST_F(HostSweepTest, YoungCopiesStayWhateverTheirModificationTime) {
+TEST_F(HostUncollectedTest, YoungCopiesStayWhateverTheirModificationTime) {
   startHost();
   stopHost();
   const std::string path = stage("x");
@@ -179,25 +176,11 @@ TEST_F(HostSweepTest, YoungCopiesStayWhateverTheirModificationTime) {
   EXPECT_EQ(stagedCopies().size(), 1U);
 }
 
-TEST_F(HostSweepTest, AgeIsWhatDecides) {
-  const host::HostLog log(false);
-  const TemporaryDirectory directory;
-  writeFile(directory.file("a"), "x");
-  const FileDescriptor folder = host::openFolderPath(directory.path());
-  const auto nobody = [](const std::string&) { return false; };
-  const auto everybody = [](const std::string&) { return true; };
-  const auto now = std::chrono::system_clock::now();
-  const std::chrono::hours day(24);
-  EXPECT_THAT(host::removeUncollected(folder.get(), day, now + day / 2, nobody, log), IsEmpty());
-  EXPECT_THAT(host::removeUncollected(folder.get(), day, now + 2 * day, everybody, log), IsEmpty());
-  EXPECT_THAT(host::removeUncollected(folder.get(), day, now + 2 * day, nobody, log), ElementsAre("a"));
-}
-
-TEST_F(HostSweepTest, ACopyThatARequestHoldsIsNotSwept) {
+TEST_F(HostUncollectedTest, ACopyThatARequestHoldsStays) {
   startHost(eager());
   runningHost().faults().add(host::Delay{"create", std::chrono::milliseconds(0)});
   for (int i = 0; i < 20; ++i) {
-    // Either the sweep was first, and there is nothing to take, or the copy arrives whole.
+    // Either that look was first, and there is nothing to take, or the copy arrives whole.
     const json reply = create("a" + std::to_string(i), "x");
     if (reply["ok"] != true) {
       EXPECT_EQ(kindOf(reply), "not_found");
