@@ -4,7 +4,6 @@
 // Threads: not thread-safe; the account guards it. Errors: sqlite::DatabaseError.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>

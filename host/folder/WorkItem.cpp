@@ -1,6 +1,5 @@
 #include "host/folder/WorkItem.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>

@@ -1,7 +1,6 @@
 // The index follows what other programs do in the folder, while the host runs and while it does
 // not.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <grp.h>
 #include <sys/stat.h>

@@ -6,8 +6,6 @@
 #include <set>
 #include <thread>
 
-#include "host/base/HostError.h"
-#include "host/server/Client.h"
 #include "tests/host/HostFixture.h"
 #include "tests/host/HostProcess.h"
 

@@ -1,6 +1,5 @@
 #include "host/base/EntryStat.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "host/base/HostLog.h"

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "host/base/Files.h"
 #include "host/base/HostError.h"
 #include "host/folder/WorkFolder.h"
 #include "tests/host/folder/FolderFixture.h"

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <set>
+
 #include "tests/host/folder/FolderFixture.h"
 
 namespace tulo::host {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <string>
 
 #include "host/base/Files.h"
 #include "tests/support/Eventually.h"

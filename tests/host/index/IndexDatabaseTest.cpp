@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <memory>
 #include <string>
 
 #include "host/base/HostError.h"

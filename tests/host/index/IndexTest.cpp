@@ -4,10 +4,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <set>
 
 #include "host/base/HostError.h"
 #include "host/index/Ulid.h"

@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "host/base/HostError.h"
-#include "host/server/Client.h"
 #include "platform/linux/FileDescriptor.h"
 #include "tests/host/server/ServerFixture.h"
 #include "tests/support/CaseName.h"

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <set>
-#include <string>
 
 #include "host/server/StopSignal.h"
 #include "tests/host/server/SocketPair.h"
