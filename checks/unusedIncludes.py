@@ -6,8 +6,8 @@ usage: unusedIncludes.py [--root FOLDER]
 A header of the tree is used when the file names something that the header declares: a type, a
 function, a constant, an enumerator, a macro, a namespace. A header of the standard library or of the
 system is used when the file names something from the table below; headers that are not in it are
-left alone. A source file's own header always counts as used, and so does a line that ends in
-"// keep: REASON".
+left alone. Always counted as used are a source file's own header, a header that only gathers others,
+what the header of a test's fixture gathers of the tree, and a line that ends in "// keep: REASON".
 """
 
 import argparse
@@ -147,6 +147,15 @@ def isOwnHeader(name, header):
     return pathlib.PurePath(header).stem in {stem, stem.removesuffix("Test")}
 
 
+def onlyGathers(text):
+    """Whether a header declares nothing itself."""
+    return not re.sub(r"^\s*#.*$", "", codeOf(text), flags=re.MULTILINE).strip()
+
+
+def isFixture(name):
+    return name.startswith("tests/") and name.endswith(".h")
+
+
 def faultsOf(name, text, headers):
     body = codeOf("\n".join(line for line in text.splitlines() if not INCLUDE.match(line)))
     words = set(re.findall(r"\w+", body))
@@ -154,7 +163,8 @@ def faultsOf(name, text, headers):
         if kept:
             continue
         if own is not None:
-            if own in headers and not isOwnHeader(name, own) and not headers[own] & words:
+            if (own in headers and not isFixture(name) and not isOwnHeader(name, own)
+                    and not headers[own] & words):
                 yield f'{name}:{number}: nothing of "{own}" is used'
         elif outside in USES and not re.search(USES[outside], body):
             yield f"{name}:{number}: nothing of <{outside}> is used"
@@ -171,12 +181,9 @@ def sourcesIn(root):
 def check(root):
     """All faults of the tree, and how many files were read."""
     texts = dict(sourcesIn(root))
-    headers = {name: declaredIn(text) for name, text in texts.items() if name.endswith(".h")}
-    # A header that is there for others' headers gives their names as well.
-    umbrellas = {name for name in headers if not headers[name]}
-    faults = [fault for name, text in texts.items()
-              for fault in faultsOf(name, text, {h: n for h, n in headers.items()
-                                                 if h not in umbrellas})]
+    headers = {name: declaredIn(text) for name, text in texts.items()
+               if name.endswith(".h") and not onlyGathers(text)}
+    faults = [fault for name, text in texts.items() for fault in faultsOf(name, text, headers)]
     return faults, len(texts)
 
 

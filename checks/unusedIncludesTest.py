@@ -61,6 +61,15 @@ class UnusedIncludesTest(unittest.TestCase):
         self.write("service/A.cpp", "#include <vector>\nstd::vector<int> a;\n")
         self.assertEqual(self.faults(), [])
 
+    def testAHeaderThatOnlyGathersCounts(self):
+        self.write("service/All.h", '#pragma once\n#define VERSION 3\n#include <library.h>\n')
+        self.write("service/A.cpp", '#include "service/All.h"\nint a;\n')
+        self.assertEqual(self.faults(), [])
+
+    def testAFixtureMayGatherWhatItsTestsUse(self):
+        self.write("tests/service/TreeFixture.h", '#include "service/Tree.h"\nclass Fixture;\n')
+        self.assertEqual(self.faults(), [])
+
     def testAReasonKeepsAnInclude(self):
         self.write("service/A.cpp", "#include <vector>  // keep: for a macro\nint a;\n")
         self.assertEqual(self.faults(), [])
