@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "service/EngineParts.h"
+#include "service/ThumbnailPage.h"
 #include "service/base/ServiceLog.h"
 #include "service/control/ControlServer.h"
 #include "service/control/ServiceControl.h"
@@ -35,6 +36,29 @@ bool answers(const std::string& mountPoint) {
   return status == 0;
 }
 
+EngineOptions engineOptions(const ServiceOptions& options, const std::string& state) {
+  EngineOptions result;
+  result.domain = options.domain;
+  result.stateDirectory = state;
+  result.source = options.source;
+  result.limits = options.limits;
+  result.noDownloadList = DownloadPolicy::userListPath();
+  result.readWrite = options.readWrite;
+  result.quiet = options.quiet;
+  result.beforeWaiting = &RequestLoop::passTurn;
+  return result;
+}
+
+std::unique_ptr<Engine> openEngine(const EngineOptions& options, const ExtensionFactory& factory) {
+  try {
+    return std::make_unique<Engine>(options, factory);
+  } catch (const sqlite::DatabaseError& error) {
+    if (!error.meansDamage()) throw;
+    // It left word of that, so now it is set aside.
+    return std::make_unique<Engine>(options, factory);
+  }
+}
+
 }  // namespace
 
 Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
@@ -42,50 +66,38 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   const std::string state = paths::stateDirectory(options.domain);
   paths::createPrivateDirectory(state);
   lock_ = std::make_unique<DomainLock>(state);
-  EngineOptions engineOptions;
-  engineOptions.domain = options.domain;
-  engineOptions.stateDirectory = state;
-  engineOptions.source = options.source;
-  engineOptions.limits = options.limits;
-  engineOptions.noDownloadList = DownloadPolicy::userListPath();
-  engineOptions.readWrite = options.readWrite;
-  engineOptions.quiet = options.quiet;
-  engineOptions.beforeWaiting = &RequestLoop::passTurn;
-  try {
-    engine_ = std::make_unique<Engine>(engineOptions, factory);
-  } catch (const sqlite::DatabaseError& error) {
-    if (!error.meansDamage()) throw;
-    // It left word of that, so now it is set aside.
-    engine_ = std::make_unique<Engine>(engineOptions, factory);
-  }
-  MountParts parts{engine_->replica(),
-                   engine_->sync(),
-                   engine_->contents(),
-                   engine_->openFiles(),
-                   engine_->folders(),
-                   engine_->notifier(),
-                   options.domain,
-                   [this](NodeId folder) { listed(folder); },
-                   nullptr,
-                   nullptr};
-  if (options.readWrite) {
-    parts.edits = &engine_->edits();
-    parts.files = &engine_->files();
-    parts.awaited = options.syncPatience > milliseconds::zero() ? &engine_->uploader() : nullptr;
-    parts.patience = options.syncPatience;
-  }
+  engine_ = openEngine(engineOptions(options, state), factory);
   startThumbnails();
   engine_->sync().whenReconciled([this](NodeId folder) { listed(folder); });
   mount_ =
       std::make_unique<Mount>(MountOptions{options.mountPoint, options.domain, options.allowOther,
                                            options.readWrite, options.debug},
-                              parts);
+                              mountParts());
   control_ = std::make_unique<ControlServer>(
       paths::controlSocket(options.domain),
       [this, parts = controlPartsOf(*engine_, options.mountPoint)](
           const std::string& request, const ControlServer::Emit& emit) {
         if (answerControl(parts, request, emit)) stop();
       });
+}
+
+MountParts Service::mountParts() {
+  MountParts parts{engine_->replica(),
+                   engine_->sync(),
+                   engine_->contents(),
+                   engine_->openFiles(),
+                   engine_->folders(),
+                   engine_->notifier(),
+                   options_.domain,
+                   [this](NodeId folder) { listed(folder); },
+                   nullptr,
+                   nullptr};
+  if (!options_.readWrite) return parts;
+  parts.edits = &engine_->edits();
+  parts.files = &engine_->files();
+  parts.awaited = options_.syncPatience > milliseconds::zero() ? &engine_->uploader() : nullptr;
+  parts.patience = options_.syncPatience;
+  return parts;
 }
 
 Service::~Service() {
@@ -107,33 +119,16 @@ void Service::startThumbnails() {
 // leaves word.
 void Service::listed(NodeId folder) {
   if (!thumbnails_) return;
-  constexpr std::size_t kPage = 256;
   thumbnails_->listed(folder.number(), [this, folder, after = kNoNode]() mutable {
-    std::vector<ThumbnailFile> page;
     try {
-      engine_->replica().read([&](ReplicaReader& reader) {
-        std::string base = options_.mountPoint;
-        for (const std::string& part : reader.path(folder))
-          base += '/' + part;
-        std::vector<std::pair<NodeId, std::string>> names;
-        reader.children(folder, after, [&](const Entry& entry, std::string_view name) {
-          after = entry.id;
-          if (entry.kind == NodeKind::file) names.emplace_back(entry.id, name);
-          return names.size() < kPage;
-        });
-        for (const auto& [id, name] : names) {
-          const std::optional<Node> node = reader.node(id);
-          if (!node || node->identifier.empty()) continue;
-          page.push_back(
-              {node->identifier,
-               {base + '/' + name, node->modified.whole.time_since_epoch().count(), node->size}});
-        }
+      return engine_->replica().read([&](ReplicaReader& reader) {
+        return thumbnailPage(reader, options_.mountPoint, folder, after);
       });
     } catch (const sqlite::DatabaseError& error) {
       serviceLog().error("no thumbnails for folder %d: %{public}@",
                          {folder.number(), error.what()});
+      return std::vector<ThumbnailFile>();
     }
-    return page;
   });
 }
 

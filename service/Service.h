@@ -43,6 +43,7 @@ class Service {
   Engine& engine() { return *engine_; }
 
  private:
+  MountParts mountParts();
   void startThumbnails();
   void listed(NodeId folder);
   void tellUnsent();

@@ -1,7 +1,6 @@
 #include "service/edits/NewNodes.h"
 
 #include <cerrno>
-#include <utility>
 
 #include "service/base/FaultPoints.h"
 #include "service/edits/Capabilities.h"

@@ -1,0 +1,37 @@
+// What an engine is made with.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/FileProvider.h"
+#include "service/base/Time.h"
+#include "service/edits/LocalNames.h"
+#include "service/listing/SourceWatch.h"
+#include "service/replica/ContentStore.h"
+
+namespace tulo {
+
+using ExtensionFactory = std::function<std::shared_ptr<platform::NSFileProviderReplicatedExtension>(
+    platform::DomainPointer)>;
+
+struct EngineOptions {
+  std::string domain;
+  std::string stateDirectory;  // must exist
+  SourceFiles source;
+  CacheLimits limits;
+  // The user's list of programs that may not cause a download; empty: only the built-in one.
+  std::string noDownloadList;
+  // Changes made here go up; without, nothing can be changed.
+  bool readWrite = false;
+  std::vector<std::string> localNames = LocalNames::defaults();
+  // After the last change of an item before it goes up.
+  milliseconds quiet{1000};
+  WallClock clock = systemClock;
+  // Called on a program's thread that is about to wait for the disk.
+  std::function<void()> beforeWaiting = [] {};
+};
+
+}  // namespace tulo

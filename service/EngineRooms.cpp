@@ -1,0 +1,78 @@
+#include "service/EngineRooms.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <future>
+
+namespace tulo {
+
+namespace {
+
+platform::DomainPointer domainFor(const std::string& identifier) {
+  return std::make_shared<platform::NSFileProviderDomain>(identifier, identifier);
+}
+
+std::string machineName() {
+  std::array<char, 256> name{};
+  return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "this machine";
+}
+
+// A host that starts makes its socket anew.
+std::string socketMark(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) return {};
+  return std::to_string(status.st_ino) + '.' + std::to_string(status.st_ctim.tv_sec) + '.' +
+         std::to_string(status.st_ctim.tv_nsec);
+}
+
+UploaderParts uploaderParts(EngineRooms& rooms, const SourceFiles& source) {
+  UploaderParts result{rooms.storage.replica(),
+                       rooms.extension,
+                       rooms.files,
+                       rooms.storage.store(),
+                       rooms.openFiles,
+                       rooms.notifier,
+                       rooms.acknowledged,
+                       rooms.edits.localNames(),
+                       {},
+                       [] { return std::string("host"); },
+                       machineName(),
+                       {}};
+  result.fetch = [&rooms](NodeId node) {
+    std::promise<int> done;
+    rooms.contents->fetch(node, Contents::Priority::opened,
+                          [&done](int error) { done.set_value(error); });
+    return done.get_future().get();
+  };
+  result.relist = [&rooms](NodeId folder) { rooms.sync.refresh(folder, [](int) {}); };
+  if (!source.directory.empty()) {
+    result.host = [socket = source.directory + "/fp.sock"] { return socketMark(socket); };
+  }
+  return result;
+}
+
+}  // namespace
+
+EngineRooms::EngineRooms(const EngineOptions& options, const ExtensionFactory& factory)
+    : extension(factory(domainFor(options.domain))),
+      storage(options.stateDirectory, options.source.directory, options.limits),
+      source(options.source),
+      policy(options.noDownloadList),
+      sync(storage.replica(), extension, notifier, folders, openFiles, source, acknowledged),
+      contents(std::make_shared<Contents>(storage.replica(), extension, sync, notifier, openFiles,
+                                          storage.store(), policy)),
+      pins(storage.replica(), folders),
+      files(
+          {storage.replica(), storage.store(), openFiles, QuietTime(options.clock, options.quiet)}),
+      edits({storage.replica(), files, storage.store(), LocalNames(options.localNames),
+             options.beforeWaiting}) {
+  contents->start();
+  pins.start();
+  files.start();
+  uploader = std::make_unique<Uploader>(uploaderParts(*this, options.source));
+  files.setOnChange([this] { uploader->poke(); });
+}
+
+}  // namespace tulo
