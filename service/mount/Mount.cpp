@@ -9,6 +9,7 @@
 #include "service/mount/Handlers.h"
 #include "service/mount/KernelCaches.h"
 #include "service/mount/KernelRequests.h"
+#include "service/mount/MountPoint.h"
 #include "service/mount/Operations.h"
 #include "service/mount/RequestLoop.h"
 

@@ -12,13 +12,12 @@
 #include "service/kernel/Notifier.h"
 #include "service/mount/MountOptions.h"
 #include "service/mount/MountParts.h"
-#include "service/mount/MountPoint.h"
 
 namespace tulo {
 
 class Mount final {
  public:
-  // Mounts. Throws MountError, which says what is wrong with the mount point.
+  // Mounts. Throws MountError (MountPoint.h), which says what is wrong with the mount point.
   Mount(const MountOptions& options, const MountParts& parts);
   ~Mount();
 

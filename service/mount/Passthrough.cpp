@@ -38,7 +38,7 @@ void Passthrough::end(fuse_req_t request, int backing) {
 
 void Passthrough::opened(fuse_req_t request, OpenFile& file, fuse_file_info& info) {
   if (!negotiated_) return;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   State& state = states_[file.node()];
   if (state.opens++ == 0) {
     end(request, state.backing);
@@ -52,7 +52,7 @@ void Passthrough::opened(fuse_req_t request, OpenFile& file, fuse_file_info& inf
 
 void Passthrough::closed(fuse_req_t request, NodeId node) {
   if (!negotiated_) return;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = states_.find(node);
   if (found == states_.end() || --found->second.opens > 0) return;
   if (!request && found->second.backing != 0) return;

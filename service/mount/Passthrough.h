@@ -10,9 +10,9 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <unordered_map>
 
+#include "platform/linux/Mutex.h"
 #include "service/contents/Contents.h"
 #include "service/mount/Fuse.h"
 
@@ -41,9 +41,8 @@ class Passthrough {
   bool negotiated_ = false;  // set before the first request
   // Set once the kernel refuses: it will not change its mind.
   std::atomic<bool> refused_ = false;
-  // Guards the states; held while the kernel is told of a backing file, taken alone.
-  std::mutex mutex_;
-  std::unordered_map<NodeId, State> states_;
+  Mutex mutex_;  // held while the kernel is told of a backing file, taken alone
+  std::unordered_map<NodeId, State> states_ TULO_GUARDED_BY(mutex_);
 #endif
 };
 

@@ -44,10 +44,10 @@ void RequestLoop::stop() {
 }
 
 void RequestLoop::end() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   ended_ = true;
-  deputyWanted_.notify_all();
-  turnOffered_.notify_all();
+  deputyWanted_.notifyAll();
+  turnOffered_.notifyAll();
 }
 
 void RequestLoop::work(unsigned slot) {
@@ -57,8 +57,9 @@ void RequestLoop::work(unsigned slot) {
 
 // False when there is nothing to do any more.
 bool RequestLoop::awaitTurn() {
-  std::unique_lock lock(mutex_);
-  deputyWanted_.wait(lock, [this] { return ended_ || !hasDeputy_; });
+  MutexLock lock(mutex_);
+  while (!ended_ && hasDeputy_)
+    deputyWanted_.wait(lock);
   if (ended_) return false;
   hasDeputy_ = true;
   const bool taken = watchTurn(lock);
@@ -68,18 +69,14 @@ bool RequestLoop::awaitTurn() {
 
 // The deputy's part: the turn is offered to it, or it takes it from somebody who is too long about
 // one request.
-bool RequestLoop::watchTurn(std::unique_lock<std::mutex>& lock) {
+bool RequestLoop::watchTurn(MutexLock& lock) {
   Number seen = 0;
   unsigned quiet = 0;
-  const auto wanted = [this] { return ended_ || offered_; };
   for (;;) {
     if (quiet < options_.quietRounds) {
-      turnOffered_.wait_for(lock, options_.patience, wanted);
+      watchAwhile(lock);
     } else {
-      deputySleeps_ = true;
-      // Whoever begins to handle one now either sees that the deputy sleeps, or is seen here.
-      turnOffered_.wait(lock, [&] { return wanted() || !deputySleeps_ || !resting_; });
-      deputySleeps_ = false;
+      sleepAsDeputy(lock);
       quiet = 0;
     }
     if (ended_) return false;
@@ -91,17 +88,31 @@ bool RequestLoop::watchTurn(std::unique_lock<std::mutex>& lock) {
   }
 }
 
+void RequestLoop::watchAwhile(MutexLock& lock) {
+  const Clock::time_point end = Clock::now() + options_.patience;
+  while (!ended_ && !offered_ && turnOffered_.waitUntil(lock, end)) {
+  }
+}
+
+void RequestLoop::sleepAsDeputy(MutexLock& lock) {
+  deputySleeps_ = true;
+  // Whoever begins to handle a request now either sees that the deputy sleeps, or is seen here.
+  while (!ended_ && !offered_ && deputySleeps_ && resting_)
+    turnOffered_.wait(lock);
+  deputySleeps_ = false;
+}
+
 void RequestLoop::offerTurn() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   offered_ = true;
-  (hasDeputy_ ? turnOffered_ : deputyWanted_).notify_one();
+  (hasDeputy_ ? turnOffered_ : deputyWanted_).notifyOne();
 }
 
 // Whoever had the turn before is usually back by now.
 void RequestLoop::ensureDeputy() {
   if (hasDeputy_) return;
-  std::lock_guard lock(mutex_);
-  if (!hasDeputy_) deputyWanted_.notify_one();
+  MutexLock lock(mutex_);
+  if (!hasDeputy_) deputyWanted_.notifyOne();
 }
 
 void RequestLoop::passTurn() {
@@ -155,8 +166,8 @@ void RequestLoop::rest() {
   source_.await();
   resting_ = false;
   if (!deputySleeps_.exchange(false)) return;
-  std::lock_guard lock(mutex_);
-  turnOffered_.notify_one();
+  MutexLock lock(mutex_);
+  turnOffered_.notifyOne();
 }
 
 }  // namespace tulo

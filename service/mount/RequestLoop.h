@@ -12,9 +12,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo {
 
@@ -71,14 +71,18 @@ class RequestLoop {
   using Number = std::uint64_t;
 
   void work(unsigned slot);
-  bool awaitTurn();
-  bool watchTurn(std::unique_lock<std::mutex>& lock);
+  bool awaitTurn() TULO_EXCLUDES(mutex_);
+  bool watchTurn(MutexLock& lock) TULO_REQUIRES(mutex_);
+  // Until the turn is offered, the loop ends, or the patience is over.
+  void watchAwhile(MutexLock& lock) TULO_REQUIRES(mutex_);
+  // Until the turn is offered, the loop ends, or a request came.
+  void sleepAsDeputy(MutexLock& lock) TULO_REQUIRES(mutex_);
   void takeRequests(unsigned slot);
   bool receive(unsigned slot);
-  void rest();
-  void offerTurn();
-  void ensureDeputy();
-  void end();
+  void rest() TULO_EXCLUDES(mutex_);
+  void offerTurn() TULO_EXCLUDES(mutex_);
+  void ensureDeputy() TULO_EXCLUDES(mutex_);
+  void end() TULO_EXCLUDES(mutex_);
 
   RequestSource& source_;
   const Options options_;
@@ -93,11 +97,11 @@ class RequestLoop {
   Number last_ = 0;
   Clock::duration pause_ = Clock::duration::max();  // before the last request
 
-  // Guards what is below it; a leaf.
-  std::mutex mutex_;
-  std::condition_variable deputyWanted_;
-  std::condition_variable turnOffered_;
-  bool offered_ = true;
+  Mutex mutex_;  // a leaf
+  Condition deputyWanted_;
+  Condition turnOffered_;
+  bool offered_ TULO_GUARDED_BY(mutex_) = true;
+  // Changed with the lock held, so that nobody who waits misses it; looked at without.
   std::atomic<bool> hasDeputy_ = false;
   std::atomic<bool> deputySleeps_ = false;
 };
