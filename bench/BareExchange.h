@@ -1,8 +1,6 @@
 // The floor of a host exchange: the socket calls alone; and the host that both sides talk to.
 #pragma once
 
-#include <atomic>
-#include <memory>
 #include <string>
 #include <thread>
 

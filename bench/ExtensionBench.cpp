@@ -6,7 +6,6 @@
 //   Exchange               a delete; a fetch whose reply has 5 MB
 //   Staging                a file of 1 GiB
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,9 +1,8 @@
 // Names of a folder: what is decided fast is what the slow and plain model decides. The model knows
 // ASCII only; names of any bytes have the same promises, but for which ones clash.
-#include <algorithm>
 
-#include "fuzz/Input.h"
 #include "index/Collisions.h"
+#include "fuzz/Input.h"
 #include "tests/support/CollisionsModel.h"
 
 using tulo::Collisions;

@@ -1,6 +1,5 @@
 // Rows of any types in the host's index, read through a real database. Nothing may be lost or
 // crash, and a lookup gives a file what the listing gives it.
-#include <map>
 
 #include "fuzz/Input.h"
 #include "index/Index.h"

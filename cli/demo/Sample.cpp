@@ -3,7 +3,6 @@
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <memory>

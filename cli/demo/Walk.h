@@ -10,7 +10,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "cli/demo/Account.h"
 #include "cli/demo/Interruption.h"

@@ -3,8 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <exception>
-
 #include "bridge/HostBridge.h"
 #include "bridge/HostBridgeError.h"
 #include "platform/FileManager.h"

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
-#include <set>
 #include <thread>
 
 #include "tests/bridge/BridgeFixture.h"

@@ -2,10 +2,8 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cmath>
 #include <csignal>
 #include <filesystem>
 #include <limits>

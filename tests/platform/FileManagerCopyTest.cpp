@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <csignal>

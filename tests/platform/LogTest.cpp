@@ -1,8 +1,6 @@
 #include "platform/Log.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <functional>

@@ -2,8 +2,6 @@
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include <initializer_list>
-
 namespace tulo::test {
 
 std::string picture(int width, int height, const std::string& kind) {

@@ -4,8 +4,6 @@
 #include <sys/time.h>
 #include <sys/un.h>
 
-#include <cstring>
-
 namespace tulo::test {
 namespace {
 

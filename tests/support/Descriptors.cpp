@@ -1,7 +1,6 @@
 #include "tests/support/Descriptors.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace tulo::test {
 

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <filesystem>
-
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {

@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "service/Engine.h"
 #include "tests/service/support/ScriptedExtension.h"

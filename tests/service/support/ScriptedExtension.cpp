@@ -1,7 +1,5 @@
 #include "tests/service/support/ScriptedExtension.h"
 
-#include <unistd.h>
-
 #include <condition_variable>
 #include <deque>
 #include <filesystem>

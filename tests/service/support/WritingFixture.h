@@ -3,9 +3,7 @@
 
 #include <fcntl.h>
 
-#include <filesystem>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "service/edits/Edits.h"
