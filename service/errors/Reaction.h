@@ -32,8 +32,8 @@ bool provesNotDone(const platform::NSError& error);
 // An uncertain change that failed so often is refused.
 inline constexpr std::int64_t kUncertainAttempts = 5;
 
-// The pause before the next attempt, doubling, capped, and spread by `random` (any
-// number) so that not everything comes back at once.
+// The pause before the next attempt: doubling, capped, and spread by `random` (any number) so that
+// not everything comes back at once.
 milliseconds backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random);
 
 }  // namespace tulo

@@ -271,6 +271,39 @@ def an_ext4_full_to_the_last_byte(box):
     on_small_disk(box, lambda: small_image(box, 100 << 20))
 
 
+@case
+def a_listing_without_room(box):
+    """A folder that was not listed yet says what is wrong, and so does the status."""
+    small_disk(box, "60m")
+    try:
+        for i in range(3000):
+            box.write("large/" + "n" * 200 + str(i))
+        box.start_host()
+        mount = box.mount("--no-thumbnails")
+        mount.allowed_errors.append(FULL)
+        expect("large" in os.listdir(box.path()), "the root is listed")
+        filler = os.path.join(box.state, "filler")
+        fill(filler)
+
+        def told():
+            return os.strerror(errno.ENOSPC) in box.tulo("status").stdout.decode()
+
+        expect_equal(error_of(lambda: os.listdir(box.path("large"))), errno.ENOSPC, "the listing")
+        expect(told(), "the status says what the listing failed with")
+        os.unlink(filler)
+        eventually(lambda: error_of(lambda: os.listdir(box.path("large"))) == 0, "room")
+        expect_equal(len(os.listdir(box.path("large"))), 3000, "what is in the folder")
+        eventually(lambda: not told(), "the status is well again")
+        mount.unmount()
+        box.mounts.pop()
+    finally:
+        for process in box.processes:
+            process.signal(9)
+            process.process.wait()
+        for path in (box.file("m"), box.state):
+            LIBC.umount2(os.fsencode(path), MNT_DETACH)
+
+
 def replica(box):
     (found,) = pathlib.Path(box.state).glob("tulo/*/replica.db")
     return found
