@@ -1,0 +1,72 @@
+#include "service/mount/Handles.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include "tests/service/support/MountFixture.h"
+
+namespace tulo::test {
+namespace {
+
+class HandlesTest : public MountFixture {
+ protected:
+  std::uint32_t flagsOfOpen(NodeId node, int flags) {
+    const auto answer = kernel().open(node, flags).as<fuse_open_out>();
+    kernel().release(node, answer.fh);
+    return answer.open_flags;
+  }
+
+  Passthrough passthrough;
+};
+
+TEST_F(HandlesTest, PagesOfAnEarlierOpenAreStillGood) {
+  const NodeId file = makeFile("name", "x");
+  EXPECT_NE(flagsOfOpen(file, O_RDONLY) & FOPEN_KEEP_CACHE, 0U);
+  EXPECT_NE(flagsOfOpen(file, O_RDWR) & FOPEN_KEEP_CACHE, 0U);
+}
+
+TEST_F(HandlesTest, TheKernelAsksWhenAFileIsClosedOnlyIfThereIsSomethingToWaitFor) {
+  const NodeId file = makeFile("name", "x");
+  EXPECT_NE(flagsOfOpen(file, O_RDONLY) & FOPEN_NOFLUSH, 0U);
+  EXPECT_NE(flagsOfOpen(file, O_RDWR) & FOPEN_NOFLUSH, 0U);
+  mountWaiting();
+  EXPECT_NE(flagsOfOpen(file, O_RDONLY) & FOPEN_NOFLUSH, 0U);
+  EXPECT_EQ(flagsOfOpen(file, O_RDWR) & FOPEN_NOFLUSH, 0U);
+}
+
+TEST_F(HandlesTest, AHandleIsTheFileUntilItIsDropped) {
+  const NodeId node = makeFile("name", "x");
+  Handles handles(writableParts(), passthrough);
+  fuse_file_info info = {};
+  info.flags = O_RDWR;
+  std::unique_ptr<OpenFile> file = engine->contents().openAsIs(node);
+  ASSERT_TRUE(file);
+  EXPECT_EQ(handles.prepareToWrite(info, *file), 0);
+  OpenFile* const expected = file.get();
+  info = handles.give(nullptr, info, std::move(file));
+  EXPECT_EQ(&Handles::fileOf(info), expected);
+  EXPECT_TRUE(engine->openFiles().isOpenForWriting(node));
+  handles.drop(nullptr, info);
+  EXPECT_FALSE(engine->openFiles().isOpen(node));
+}
+
+TEST_F(HandlesTest, WhoeverOnlyReadsIsNoWriter) {
+  const NodeId node = makeFile("name", "x");
+  Handles handles(writableParts(), passthrough);
+  fuse_file_info info = {};
+  info.flags = O_RDONLY;
+  const std::unique_ptr<OpenFile> file = engine->contents().openAsIs(node);
+  EXPECT_EQ(handles.prepareToWrite(info, *file), 0);
+  EXPECT_FALSE(file->writes());
+}
+
+TEST_F(HandlesTest, ClosingWhatWasWrittenBringsItsRowUpToDateSoon) {
+  const NodeId file = makeFile("name", "");
+  const std::uint64_t handle = kernel().opened(file, O_WRONLY);
+  kernel().write(file, "12345");
+  kernel().release(file, handle);
+  EXPECT_TRUE(eventually([&] { return row(file)->size == 5; }));
+}
+
+}  // namespace
+}  // namespace tulo::test
