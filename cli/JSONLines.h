@@ -3,8 +3,9 @@
 // Threads: print may be called on any thread; lines are not mixed.
 #pragma once
 
-#include <mutex>
 #include <nlohmann/json_fwd.hpp>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::cli {
 
@@ -18,8 +19,8 @@ class JSONLines {
   bool isWhole();
 
  private:
-  std::mutex mutex_;  // guards isWhole_ and the order of the output
-  bool isWhole_ = true;
+  Mutex mutex_;  // held for each line, so that they keep apart
+  bool isWhole_ TULO_GUARDED_BY(mutex_) = true;
 };
 
 }  // namespace tulo::cli

@@ -64,7 +64,7 @@ ChildProcess::~ChildProcess() {
 }
 
 void ChildProcess::signal(int number) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!status_) kill(id_, number);
 }
 
@@ -76,7 +76,7 @@ std::optional<int> ChildProcess::waitForEnd(std::chrono::milliseconds bound) {
   const auto end = std::chrono::steady_clock::now() + bound;
   for (;;) {
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       int waited = 0;
       if (!status_ && waitpid(id_, &waited, WNOHANG) == id_) status_ = statusOf(waited);
       if (status_) return status_;

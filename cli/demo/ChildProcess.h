@@ -7,10 +7,11 @@
 
 #include <chrono>
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::cli::demo {
 
@@ -35,11 +36,11 @@ class ChildProcess {
   std::optional<int> waitForEnd(std::chrono::milliseconds bound);
 
  private:
-  void signal(int number);
+  void signal(int number) TULO_EXCLUDES(mutex_);
 
   pid_t id_ = -1;
-  std::mutex mutex_;  // a process that has been waited for must not be signalled
-  std::optional<int> status_;
+  Mutex mutex_;  // a process that has been waited for must not be signalled
+  std::optional<int> status_ TULO_GUARDED_BY(mutex_);
 };
 
 // The path of this executable.

@@ -4,8 +4,9 @@
 #include <signal.h>
 
 #include <atomic>
-#include <mutex>
 #include <utility>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::cli::demo {
 namespace {
@@ -24,8 +25,8 @@ sigset_t signalsOfInterest() {
 struct Interruption::State {
   std::atomic<bool> isEnding = false;
   std::atomic<int> signal = 0;
-  std::mutex mutex;
-  std::function<void()> wakeUp;  // guarded by mutex, which is held while it runs
+  Mutex mutex;  // held while it runs
+  std::function<void()> wakeUp TULO_GUARDED_BY(mutex);
 
   void loop() {
     const sigset_t signals = signalsOfInterest();
@@ -34,7 +35,7 @@ struct Interruption::State {
       if (sigwait(&signals, &received) != 0 || received == SIGUSR1) continue;
       signal = received;
       signal.notify_all();
-      const std::lock_guard lock(mutex);
+      const MutexLock lock(mutex);
       if (wakeUp) wakeUp();
     }
   }
@@ -66,7 +67,7 @@ void Interruption::wait() const {
 }
 
 void Interruption::setWakeUp(std::function<void()> wakeUp) {
-  const std::lock_guard lock(state_->mutex);
+  const MutexLock lock(state_->mutex);
   state_->wakeUp = std::move(wakeUp);
 }
 

@@ -63,7 +63,7 @@ std::string ServedAccount::hostCommandLine() const {
 void ServedAccount::startHost(const std::function<void()>& whileWaiting) {
   auto host = std::make_unique<ChildProcess>(ownExecutable(), hostArguments(), log_);
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     host_ = std::move(host);
   }
   const auto end = std::chrono::steady_clock::now() + startPatience;
@@ -100,7 +100,7 @@ void ServedAccount::hostCommand(const std::string& name,
 }
 
 void ServedAccount::interrupt() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (host_) host_->terminate();
 }
 

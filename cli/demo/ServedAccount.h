@@ -7,12 +7,12 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "cli/demo/ChildProcess.h"
 #include "cli/demo/TemporaryFolder.h"
+#include "platform/linux/Mutex.h"
 
 namespace tulo::cli::demo {
 
@@ -51,7 +51,7 @@ class ServedAccount {
   std::filesystem::path container_;
   std::filesystem::path desk_;
   std::filesystem::path log_;
-  std::mutex mutex_;  // the pointer, against interrupt()
+  Mutex mutex_;  // the pointer, against interrupt(); only startHost() sets it
   std::unique_ptr<ChildProcess> host_;
 };
 

@@ -1,10 +1,10 @@
 #include "platform/Bundle.h"
 
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include "platform/Deployment.h"
+#include "platform/linux/Mutex.h"
 #include "platform/linux/SystemSide.h"
 
 namespace tulo::platform {
@@ -12,8 +12,8 @@ namespace tulo::platform {
 namespace {
 
 struct BundleInfo {
-  std::mutex mutex;
-  std::optional<std::map<std::string, std::string>> values{
+  Mutex mutex;
+  std::optional<std::map<std::string, std::string>> values TULO_GUARDED_BY(mutex){
       {{"CFBundleShortVersionString", std::string(deployment::version)}}};
 };
 
@@ -27,7 +27,7 @@ BundleInfo& bundleInfo() {
 
 std::optional<std::string> mainBundleInfoString(std::string_view key) {
   BundleInfo& info = bundleInfo();
-  const std::lock_guard lock(info.mutex);
+  const MutexLock lock(info.mutex);
   if (!info.values) return std::nullopt;
   const auto found = info.values->find(std::string(key));
   if (found == info.values->end()) return std::nullopt;
@@ -36,7 +36,7 @@ std::optional<std::string> mainBundleInfoString(std::string_view key) {
 
 void setMainBundleInfo(std::optional<std::map<std::string, std::string>> values) {
   BundleInfo& info = bundleInfo();
-  const std::lock_guard lock(info.mutex);
+  const MutexLock lock(info.mutex);
   info.values = std::move(values);
 }
 

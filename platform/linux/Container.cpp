@@ -2,17 +2,18 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 #include <system_error>
 #include <utility>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::platform {
 
 namespace {
 
 struct Setting {
-  std::mutex mutex;
-  std::optional<std::string> directory;
+  Mutex mutex;
+  std::optional<std::string> directory TULO_GUARDED_BY(mutex);
 };
 
 // Never destroyed: a worker may ask while the process ends.
@@ -53,14 +54,16 @@ void setContainerDirectory(std::optional<std::string> directory) {
   // Made absolute now: the process may change its working directory later.
   if (directory)
     directory = directory->empty() ? std::nullopt : std::optional(absolute(*directory));
-  const std::lock_guard lock(setting().mutex);
-  setting().directory = std::move(directory);
+  Setting& current = setting();
+  const MutexLock lock(current.mutex);
+  current.directory = std::move(directory);
 }
 
 std::string containerDirectory() {
   {
-    const std::lock_guard lock(setting().mutex);
-    if (setting().directory) return *setting().directory;
+    Setting& current = setting();
+    const MutexLock lock(current.mutex);
+    if (current.directory) return *current.directory;
   }
   return defaultDirectory();
 }

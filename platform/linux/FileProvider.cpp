@@ -1,8 +1,8 @@
 #include "platform/FileProvider.h"
 
-#include <mutex>
 #include <utility>
 
+#include "platform/linux/Mutex.h"
 #include "platform/linux/SystemSide.h"
 
 namespace tulo::platform {
@@ -13,8 +13,8 @@ class PlainManager final : public NSFileProviderManager {};
 
 // What the system side provides. Never destroyed: a worker may ask while the process ends.
 struct Managers {
-  std::mutex mutex;
-  ManagerSource source;
+  Mutex mutex;
+  ManagerSource source TULO_GUARDED_BY(mutex);
 };
 
 Managers& managers() {
@@ -46,8 +46,9 @@ std::shared_ptr<NSFileProviderManager> NSFileProviderManager::managerForDomain(
     const DomainPointer& domain) {
   ManagerSource source;
   {
-    const std::lock_guard lock(managers().mutex);
-    source = managers().source;
+    Managers& current = managers();
+    const MutexLock lock(current.mutex);
+    source = current.source;
   }
   // Asked without the lock: the source is the system side's own code and may set another one.
   if (source) return source(domain);
@@ -55,8 +56,9 @@ std::shared_ptr<NSFileProviderManager> NSFileProviderManager::managerForDomain(
 }
 
 void setManagerSource(ManagerSource source) {
-  const std::lock_guard lock(managers().mutex);
-  managers().source.swap(source);
+  Managers& current = managers();
+  const MutexLock lock(current.mutex);
+  current.source.swap(source);
 }
 
 }  // namespace tulo::platform

@@ -7,11 +7,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "platform/linux/LogDelivery.h"
+#include "platform/linux/Mutex.h"
 
 // The place in this file that hands records over says nothing about where they come from.
 #define SD_JOURNAL_SUPPRESS_LOCATION
@@ -100,8 +100,8 @@ void deliverByDefault(const LogRecord& record) {
 }
 
 struct CurrentSink {
-  std::mutex mutex;
-  LogSink sink;
+  Mutex mutex;
+  LogSink sink TULO_GUARDED_BY(mutex);
 };
 
 // Never destroyed: a worker may log while the process ends.
@@ -125,17 +125,19 @@ class DeliveryMark {
 void deliverLogRecord(const LogRecord& record) {
   if (isDelivering) return;
   const DeliveryMark mark;
-  const std::lock_guard lock(currentSink().mutex);
-  if (currentSink().sink) {
-    currentSink().sink(record);
+  CurrentSink& current = currentSink();
+  const MutexLock lock(current.mutex);
+  if (current.sink) {
+    current.sink(record);
   } else {
     deliverByDefault(record);
   }
 }
 
 LogSink setLogSink(LogSink sink) {
-  const std::lock_guard lock(currentSink().mutex);
-  return std::exchange(currentSink().sink, std::move(sink));
+  CurrentSink& current = currentSink();
+  const MutexLock lock(current.mutex);
+  return std::exchange(current.sink, std::move(sink));
 }
 
 std::string logTextLine(const LogRecord& record) {

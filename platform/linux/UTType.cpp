@@ -4,12 +4,11 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 
 #include "platform/Text.h"
 #include "platform/UTF8.h"
 #include "platform/linux/ContentTypes.h"
+#include "platform/linux/Mutex.h"
 
 namespace tulo::platform {
 
@@ -48,20 +47,20 @@ std::optional<UTType> lookedUp(const std::string& extension) {
 class Memory {
  public:
   const std::optional<UTType>* find(const std::string& extension) const {
-    const std::shared_lock lock(mutex_);
+    const SharedLock lock(mutex_);
     const auto found = types_.find(extension);
     // Entries are neither changed nor removed, so the reference outlasts the lock.
     return found == types_.end() ? nullptr : &found->second;
   }
 
   void remember(const std::string& extension, const std::optional<UTType>& type) {
-    const std::unique_lock lock(mutex_);
+    const ExclusiveLock lock(mutex_);
     if (types_.size() < rememberedExtensions) types_.emplace(extension, type);
   }
 
  private:
-  mutable std::shared_mutex mutex_;
-  std::map<std::string, std::optional<UTType>> types_;
+  mutable SharedMutex mutex_;
+  std::map<std::string, std::optional<UTType>> types_ TULO_GUARDED_BY(mutex_);
 };
 
 Memory& memory() {

@@ -28,33 +28,34 @@ WorkerPool::WorkerPool(Options options)
 
 WorkerPool::~WorkerPool() {
   {
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
-    workArrived_.notify_all();
-    workerWanted_.notify_all();
+    workArrived_.notifyAll();
+    workerWanted_.notifyAll();
   }
   starter_.join();
-  Lock lock(mutex_);
-  workerEnded_.wait(lock, [this] { return workers_ == 0; });
+  MutexLock lock(mutex_);
+  while (workers_ != 0)
+    workerEnded_.wait(lock);
 }
 
 void WorkerPool::async(std::function<void()> work) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   queue_.push_back(std::move(work));
   if (needsWorker()) {
-    workerWanted_.notify_one();
+    workerWanted_.notifyOne();
   } else {
-    workArrived_.notify_one();
+    workArrived_.notifyOne();
   }
 }
 
 std::size_t WorkerPool::workerCount() const {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   return workers_;
 }
 
 std::size_t WorkerPool::idleCount() const {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   return idle_;
 }
 
@@ -65,62 +66,65 @@ bool WorkerPool::needsWorker() const {
 
 void WorkerPool::startWorkers() {
   nameThread(options_.name);
-  Lock lock(mutex_);
+  MutexLock lock(mutex_);
   while (true) {
-    workerWanted_.wait(lock, [this] { return needsWorker() || (stopping_ && queue_.empty()); });
+    while (!needsWorker() && !(stopping_ && queue_.empty()))
+      workerWanted_.wait(lock);
     if (!needsWorker()) return;
     startWorker(lock);
   }
 }
 
-void WorkerPool::startWorker(Lock& lock) {
+void WorkerPool::startWorker(MutexLock& lock) {
   ++workers_;
   ++starting_;
-  lock.unlock();
+  mutex_.unlock();
   bool started = true;
   try {
     std::thread([this] { workUntilIdle(); }).detach();
   } catch (const std::system_error&) {
     started = false;
   }
-  lock.lock();
+  mutex_.lock();
   if (started) return;
   --workers_;
   --starting_;
   // With no thread to be had and no worker that will come free, the starter itself must work.
   if (workers_ == 0 && !queue_.empty()) {
-    runNext(lock);
+    runNext();
   } else {
-    workerWanted_.wait_for(lock, retryDelay);
+    workerWanted_.waitFor(lock, retryDelay);
   }
 }
 
 void WorkerPool::workUntilIdle() {
   nameThread(options_.name);
   if (options_.prepareWorker) options_.prepareWorker();
-  Lock lock(mutex_);
+  MutexLock lock(mutex_);
   --starting_;
   while (waitForWork(lock))
-    runNext(lock);
+    runNext();
   --workers_;
   // Both under the lock: the pool may be gone as soon as it is released.
-  if (stopping_) workerWanted_.notify_all();
-  workerEnded_.notify_all();
+  if (stopping_) workerWanted_.notifyAll();
+  workerEnded_.notifyAll();
 }
 
-bool WorkerPool::waitForWork(Lock& lock) {
+bool WorkerPool::waitForWork(MutexLock& lock) {
   ++idle_;
-  workArrived_.wait_for(lock, options_.idleTime, [this] { return !queue_.empty() || stopping_; });
+  const auto end = std::chrono::steady_clock::now() + options_.idleTime;
+  while (queue_.empty() && !stopping_ && workArrived_.waitUntil(lock, end)) {
+  }
   --idle_;
   return !queue_.empty();
 }
 
-void WorkerPool::runNext(Lock& lock) {
+void WorkerPool::runNext() {
   std::function<void()> work = std::move(queue_.front());
   queue_.pop_front();
-  lock.unlock();
+  mutex_.unlock();
   runAndRelease(std::move(work));
-  lock.lock();
+  mutex_.lock();
 }
 
 }  // namespace tulo::platform

@@ -6,13 +6,13 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo::platform {
 
@@ -35,33 +35,31 @@ class WorkerPool {
   WorkerPool& operator=(const WorkerPool&) = delete;
 
   // Submits the work and returns at once. An exception that leaves the work ends the process.
-  void async(std::function<void()> work);
+  void async(std::function<void()> work) TULO_EXCLUDES(mutex_);
 
   // Workers that exist, and those of them that wait for work.
-  std::size_t workerCount() const;
-  std::size_t idleCount() const;
+  std::size_t workerCount() const TULO_EXCLUDES(mutex_);
+  std::size_t idleCount() const TULO_EXCLUDES(mutex_);
 
  private:
-  using Lock = std::unique_lock<std::mutex>;
-
-  void startWorkers();
-  void startWorker(Lock& lock);
-  void workUntilIdle();
-  bool waitForWork(Lock& lock);
-  void runNext(Lock& lock);
-  bool needsWorker() const;
+  void startWorkers() TULO_EXCLUDES(mutex_);
+  // Lets go of the lock in between, as runNext does.
+  void startWorker(MutexLock& lock) TULO_REQUIRES(mutex_);
+  void workUntilIdle() TULO_EXCLUDES(mutex_);
+  bool waitForWork(MutexLock& lock) TULO_REQUIRES(mutex_);
+  void runNext() TULO_REQUIRES(mutex_);
+  bool needsWorker() const TULO_REQUIRES(mutex_);
 
   const Options options_;
-  mutable std::mutex mutex_;
-  std::condition_variable workArrived_;
-  std::condition_variable workerWanted_;
-  std::condition_variable workerEnded_;
-  // All below are guarded by mutex_.
-  std::deque<std::function<void()>> queue_;
-  std::size_t workers_ = 0;
-  std::size_t idle_ = 0;
-  std::size_t starting_ = 0;
-  bool stopping_ = false;
+  mutable Mutex mutex_;
+  Condition workArrived_;
+  Condition workerWanted_;
+  Condition workerEnded_;
+  std::deque<std::function<void()>> queue_ TULO_GUARDED_BY(mutex_);
+  std::size_t workers_ TULO_GUARDED_BY(mutex_) = 0;
+  std::size_t idle_ TULO_GUARDED_BY(mutex_) = 0;
+  std::size_t starting_ TULO_GUARDED_BY(mutex_) = 0;
+  bool stopping_ TULO_GUARDED_BY(mutex_) = false;
   // Starts the workers. A new thread inherits the priority of the one that starts it, and async may
   // be called on a thread whose priority was lowered.
   std::thread starter_;
