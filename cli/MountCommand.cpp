@@ -220,55 +220,71 @@ int mount(Arguments arguments) {
   return report.wait();
 }
 
-void addMount(CLI::App& app, int& exitStatus) {
-  auto arguments = std::make_shared<Arguments>();
-  CLI::App* command = app.add_subcommand("mount", kMountHelp);
-  command->add_option("MOUNTPOINT", arguments->mountPoint, "An existing, empty directory")
+void addAccountOptions(CLI::App& command, Arguments& arguments) {
+  command.add_option("MOUNTPOINT", arguments.mountPoint, "An existing, empty directory")
       ->required()
       ->type_name("DIR");
   command
-      ->add_option("--container", arguments->container,
-                   "The shared container; default $TULO_CONTAINER, else $XDG_DATA_HOME/tulo")
+      .add_option("--container", arguments.container,
+                  "The shared container; default $TULO_CONTAINER, else $XDG_DATA_HOME/tulo")
       ->type_name("DIR");
   CLI::Option* account =
-      command->add_option("--account", arguments->account, "The account; default: the primary one")
+      command.add_option("--account", arguments.account, "The account; default: the primary one")
           ->type_name("NAME");
-  command
-      ->add_option("--domain", arguments->domain, "The domain's identifier, instead of --account")
+  command.add_option("--domain", arguments.domain, "The domain's identifier, instead of --account")
       ->type_name("ID")
       ->excludes(account);
-  command->add_option("--cache-size", arguments->cacheSize, "Most that downloads may take up")
+}
+
+void addCacheOptions(CLI::App& command, Arguments& arguments) {
+  command.add_option("--cache-size", arguments.cacheSize, "Most that downloads may take up")
       ->check(checkSizeText)
       ->type_name("SIZE")
       ->capture_default_str();
   command
-      ->add_option("--keep-free", arguments->keepFree,
-                   "How much of the disk stays free, as a percentage or a size")
+      .add_option("--keep-free", arguments.keepFree,
+                  "How much of the disk stays free, as a percentage or a size")
       ->check(checkSizeOrPercentage)
       ->type_name("AMOUNT")
       ->capture_default_str();
-  command->add_option("--log-format", arguments->logFormat, "How the log is written")
+}
+
+void addMannerOptions(CLI::App& command, Arguments& arguments) {
+  command.add_option("--log-format", arguments.logFormat, "How the log is written")
       ->check(CLI::IsMember({"text", "json"}))
       ->capture_default_str();
-  command->add_flag("--foreground,-f", arguments->foreground, "Stay in the foreground");
-  command->add_flag("--allow-other", arguments->allowOther,
-                    "Let other users look (needs user_allow_other in /etc/fuse.conf)");
-  command->add_flag("--no-thumbnails", arguments->noThumbnails,
-                    "Leave the desktop's thumbnail cache alone");
-  command->add_flag("--debug", arguments->debug, "Log every request of the kernel");
-  CLI::Option* readOnly = command->add_flag("--read-only", arguments->readOnly,
-                                            "Let nothing be changed, and send nothing");
-  CLI::Option* sync = command->add_flag(
-      "--sync", arguments->sync,
+  command.add_flag("--foreground,-f", arguments.foreground, "Stay in the foreground");
+  command.add_flag("--allow-other", arguments.allowOther,
+                   "Let other users look (needs user_allow_other in /etc/fuse.conf)");
+  command.add_flag("--no-thumbnails", arguments.noThumbnails,
+                   "Leave the desktop's thumbnail cache alone");
+  command.add_flag("--debug", arguments.debug, "Log every request of the kernel");
+}
+
+void addWritingOptions(CLI::App& command, Arguments& arguments) {
+  CLI::Option* readOnly = command.add_flag("--read-only", arguments.readOnly,
+                                           "Let nothing be changed, and send nothing");
+  CLI::Option* sync = command.add_flag(
+      "--sync", arguments.sync,
       "Have closing a changed file, renaming, making folders and removing wait for the host");
   sync->excludes(readOnly);
   command
-      ->add_option("--sync-timeout", arguments->syncTimeout,
-                   "How many seconds --sync waits before it fails with ETIMEDOUT")
+      .add_option("--sync-timeout", arguments.syncTimeout,
+                  "How many seconds --sync waits before it fails with ETIMEDOUT")
       ->check(checkSeconds)
       ->needs(sync)
       ->type_name("SECONDS")
       ->capture_default_str();
+}
+
+// In the order of the help.
+void addMount(CLI::App& app, int& exitStatus) {
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("mount", kMountHelp);
+  addAccountOptions(*command, *arguments);
+  addCacheOptions(*command, *arguments);
+  addMannerOptions(*command, *arguments);
+  addWritingOptions(*command, *arguments);
   command->callback([arguments, &exitStatus] { exitStatus = mount(*arguments); });
 }
 
