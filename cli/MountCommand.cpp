@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>

@@ -1,7 +1,5 @@
 #include "platform/FileProvider.h"
 
-#include <utility>
-
 #include "platform/linux/Mutex.h"
 #include "platform/linux/SystemSide.h"
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <thread>
-#include <utility>
 
 #include "platform/linux/FileDescriptor.h"
 #include "service/base/ServicePaths.h"
