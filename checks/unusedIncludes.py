@@ -38,7 +38,7 @@ USES = {
     "cerrno": r"\berrno\b|\bE[A-Z0-9]{2,}\b",
     "charconv": r"std::(from_chars|to_chars)\b",
     "chrono": r"\bchrono\b|\b\d+(ms|s|us|ns|min|h)\b",
-    "cmath": r"std::(abs|floor|ceil|round|lround|sqrt|log\w*|pow|exp|isnan|isfinite|fmod|trunc)\b",
+    "cmath": r"std::(abs|floor|ceil|round|lround|sqrt|log\w*|pow|exp|isnan|isfinite|fmod|trunc|hypot|sin|cos)\b",
     "condition_variable": r"std::condition_variable",
     "csignal": r"std::(signal|raise|sig_atomic_t)|\bSIG[A-Z]+\b|\bsig\w+\(",
     "cstdio": r"\b(std::)?(f?printf|snprintf|fputs|fputc|fflush|fopen|fclose|fread|fwrite|perror|puts|"
