@@ -8,9 +8,7 @@
 
 #include <vector>
 
-#include "service/contents/Contents.h"
 #include "service/kernel/Folders.h"
-#include "service/listing/Sync.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {
@@ -29,25 +27,6 @@ class Pins {
 
   Replica& replica_;
   Folders& folders_;
-};
-
-// Everything under a folder, listed as far as need be.
-class TreeWalk {
- public:
-  TreeWalk(Replica& replica, Sync& sync) : replica_(replica), sync_(sync) {}
-
-  // Files under the node, itself included; folders are listed on the way. Stops early when
-  // `goOn` says false.
-  std::vector<NodeId> files(NodeId top, const std::function<bool(std::size_t found)>& goOn);
-  // The same with what is known, asking nobody.
-  std::vector<NodeId> knownFiles(NodeId top);
-
- private:
-  std::vector<NodeId> walk(NodeId top, bool list,
-                           const std::function<bool(std::size_t found)>& goOn);
-
-  Replica& replica_;
-  Sync& sync_;
 };
 
 }  // namespace tulo

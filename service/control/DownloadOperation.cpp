@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "platform/linux/Mutex.h"
+#include "service/contents/TreeWalk.h"
 #include "service/control/Operations.h"
 #include "service/control/Shown.h"
 

@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "service/contents/TreeWalk.h"
 #include "service/control/Operations.h"
 #include "service/control/Shown.h"
 

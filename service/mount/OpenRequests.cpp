@@ -3,7 +3,6 @@
 #include <fcntl.h>
 
 #include <cerrno>
-#include <optional>
 #include <utility>
 
 #include "service/mount/MountGuard.h"
@@ -31,12 +30,19 @@ void OpenRequests::open(fuse_req_t request, NodeId node, const fuse_file_info& i
       fuse_reply_err(request, refused);
     } else if ((info.flags & O_TRUNC) != 0) {
       openEmptied(request, node, info);
-    } else if (std::optional<OpenAnswer> now = contents_.openNow(node)) {
-      reply(request, info, *std::move(now));
     } else {
-      openWaiting(request, node, info);
+      openWhole(request, node, info);
     }
   });
+}
+
+void OpenRequests::openWhole(fuse_req_t request, NodeId node, const fuse_file_info& info) {
+  OpenAttempt attempt = contents_.openNow(node);
+  if (attempt.isAnswered()) {
+    reply(request, info, std::move(attempt.answer));
+  } else {
+    openWaiting(request, node, info, attempt.step);
+  }
 }
 
 // Nothing of the former contents is wanted, so nothing is fetched.
@@ -55,12 +61,13 @@ int OpenRequests::emptied(NodeId node) const {
   return opened.file ? opened.file->truncate(0) : opened.error;
 }
 
-void OpenRequests::openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info) {
+void OpenRequests::openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info,
+                               OpenStep missing) {
   const int process = fuse_req_ctx(request)->pid;
   const Contents::Ticket ticket = contents_.beginOpen(
-      node, [this, request, info](OpenAnswer answer) { reply(request, info, std::move(answer)); });
+      [this, request, info](OpenAnswer answer) { reply(request, info, std::move(answer)); });
   interrupts_.armOpen(request, ticket);
-  contents_.proceed(ticket, node, process);
+  contents_.proceed(ticket, node, process, missing);
 }
 
 void OpenRequests::reply(fuse_req_t request, const fuse_file_info& wanted, OpenAnswer answer) {

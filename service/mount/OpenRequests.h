@@ -24,7 +24,8 @@ class OpenRequests {
   // Empties the file; 0 or an errno.
   int emptied(NodeId node) const;
   void openEmptied(fuse_req_t request, NodeId node, const fuse_file_info& info);
-  void openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info);
+  void openWhole(fuse_req_t request, NodeId node, const fuse_file_info& info);
+  void openWaiting(fuse_req_t request, NodeId node, const fuse_file_info& info, OpenStep missing);
   void reply(fuse_req_t request, const fuse_file_info& info, OpenAnswer answer);
 
   Contents& contents_;

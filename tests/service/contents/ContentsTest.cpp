@@ -122,10 +122,10 @@ TEST_F(ContentsTest, NobodyElseWaitsForTheProviderToTakeARequest) {
   std::promise<void> take;
   extension->whenFetching([taken = take.get_future().share()] { taken.wait(); });
   std::promise<int> answered;
-  const auto ticket = engine->contents().beginOpen(
-      id, [&](OpenAnswer answer) { answered.set_value(answer.error); });
-  const auto asked =
-      std::async(std::launch::async, [&] { engine->contents().proceed(ticket, id, 0); });
+  const auto ticket =
+      engine->contents().beginOpen([&](OpenAnswer answer) { answered.set_value(answer.error); });
+  const auto asked = std::async(
+      std::launch::async, [&] { engine->contents().proceed(ticket, id, 0, OpenStep::fetch); });
   EXPECT_EQ(asked.wait_for(patience), std::future_status::ready);
   take.set_value();
   EXPECT_EQ(answered.get_future().get(), 0);
@@ -136,8 +136,8 @@ TEST_F(ContentsTest, AWaitingOpenerMayGiveUpWhileTheFetchRunsOn) {
   extension->holdFetches();
   std::promise<int> gaveUp;
   const auto ticket =
-      engine->contents().beginOpen(id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
-  engine->contents().proceed(ticket, id, 0);
+      engine->contents().beginOpen([&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
+  engine->contents().proceed(ticket, id, 0, OpenStep::fetch);
   ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
   engine->contents().cancel(ticket);
   EXPECT_EQ(gaveUp.get_future().get(), EINTR);
@@ -149,9 +149,9 @@ TEST_F(ContentsTest, AnInterruptBeforeTheOpenerIsArmedIsNotLost) {
   const NodeId id = oneFile();
   std::promise<int> gaveUp;
   const auto ticket =
-      engine->contents().beginOpen(id, [&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
+      engine->contents().beginOpen([&](OpenAnswer answer) { gaveUp.set_value(answer.error); });
   engine->contents().cancel(ticket);
-  engine->contents().proceed(ticket, id, 0);
+  engine->contents().proceed(ticket, id, 0, OpenStep::fetch);
   EXPECT_EQ(gaveUp.get_future().get(), EINTR);
   EXPECT_EQ(extension->fetchCount(), 0U);
 }
@@ -389,8 +389,8 @@ TEST_F(ContentsTest, WhatIsEvictedBetweenItsFetchAndItsOpenIsFetchedAgain) {
   ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
   std::promise<int> opened;
   const auto ticket =
-      engine->contents().beginOpen(id, [&](OpenAnswer answer) { opened.set_value(answer.error); });
-  engine->contents().proceed(ticket, id, 0);
+      engine->contents().beginOpen([&](OpenAnswer answer) { opened.set_value(answer.error); });
+  engine->contents().proceed(ticket, id, 0, OpenStep::fetch);
   extension->releaseFetches();
   EXPECT_EQ(opened.get_future().get(), 0);
   EXPECT_EQ(extension->fetchCount(), 2U);
@@ -459,8 +459,8 @@ TEST_F(ContentsTest, StoppingAnswersWhoeverWaits) {
   extension->holdFetches();
   std::promise<int> answer;
   const auto ticket =
-      engine->contents().beginOpen(id, [&](OpenAnswer result) { answer.set_value(result.error); });
-  engine->contents().proceed(ticket, id, 0);
+      engine->contents().beginOpen([&](OpenAnswer result) { answer.set_value(result.error); });
+  engine->contents().proceed(ticket, id, 0, OpenStep::fetch);
   ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
   engine->stop();
   EXPECT_EQ(answer.get_future().get(), EINTR);

@@ -99,12 +99,13 @@ class EngineFixture : public ::testing::Test {
 
   // As a program opens a file, waiting for the answer.
   OpenAnswer openFile(NodeId id, int process = 0) {
-    if (auto now = engine->contents().openNow(id)) return std::move(*now);
+    OpenAttempt attempt = engine->contents().openNow(id);
+    if (attempt.isAnswered()) return std::move(attempt.answer);
     std::promise<OpenAnswer> answer;
     auto future = answer.get_future();
     const auto ticket = engine->contents().beginOpen(
-        id, [&answer](OpenAnswer result) { answer.set_value(std::move(result)); });
-    engine->contents().proceed(ticket, id, process);
+        [&answer](OpenAnswer result) { answer.set_value(std::move(result)); });
+    engine->contents().proceed(ticket, id, process, attempt.step);
     return future.get();
   }
 

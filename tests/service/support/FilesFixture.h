@@ -27,9 +27,9 @@ class FilesFixture : public WritingFixture {
   }
 
   std::unique_ptr<OpenFile> openForReading(NodeId id) {
-    auto answer = engine->contents().openNow(id, true);
-    EXPECT_TRUE(answer && answer->error == 0);
-    return answer ? std::move(answer->file) : nullptr;
+    OpenAttempt attempt = engine->contents().openNow(id);
+    EXPECT_EQ(attempt.step, OpenStep::open);
+    return std::move(attempt.answer.file);
   }
 
   // The change is on its way: sent, and not answered.

@@ -1,0 +1,187 @@
+#include "service/contents/Downloads.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "service/base/ServiceLog.h"
+#include "service/contents/Blocks.h"
+#include "service/errors/Errno.h"
+#include "service/replica/ContentRows.h"
+#include "service/replica/NodeContents.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr unsigned kAttempts = 3;
+// Beginning a fetch may have to make room first, and nobody says how soon the provider returns.
+constexpr unsigned kStarters = 4;
+
+}  // namespace
+
+Downloads::Downloads(Replica& replica, ExtensionPointer extension, Sync& sync, Notifier& notifier,
+                     ContentStore& store, CacheRoom& room)
+    : replica_(replica),
+      extension_(std::move(extension)),
+      sync_(sync),
+      notifier_(notifier),
+      store_(store),
+      room_(room),
+      starters_(kStarters) {}
+
+void Downloads::fetch(NodeId node, DownloadPriority priority, FetchCompletion completion) {
+  if (!queue_.add(node, priority, completion)) return completion(EINTR);
+  startNext();
+}
+
+void Downloads::startNext() {
+  while (const DownloadPointer next = queue_.next()) {
+    starters_.async([this, next] {
+      const Doorway::Visit visit(door_);
+      if (visit) begin(next);
+    });
+  }
+}
+
+std::optional<Node> Downloads::rowOf(const Download& download) {
+  return replica_.read([&](ReplicaReader& reader) { return reader.node(download.node); });
+}
+
+void Downloads::begin(const DownloadPointer& download) try {
+  const std::optional<Node> row = rowOf(*download);
+  if (!row) return finish(download, ESTALE, {});
+  if (row->state != ContentState::dataless || row->size == 0) return finish(download, 0, {});
+  if (row->identifier.empty()) return finish(download, ESTALE, {});
+  if (!room_.make(row->size)) return finish(download, ENOSPC, "no room for it in the cache");
+  store_.reserve(row->size);
+  download->reserved = row->size;
+  request(download, *row);
+} catch (const std::exception& error) {
+  failedWith(download, error);
+}
+
+void Downloads::request(const DownloadPointer& download, const Node& row) {
+  download->folder = row.parent;
+  download->version = row.contentVersion;
+  download->size = row.size;
+  queue_.setSize(download->node, row.size);
+  extension_->fetchContents(
+      row.identifier, platform::NSFileProviderItemVersion{row.contentVersion, row.metadataVersion},
+      {},
+      [weak = weak_from_this(), download](const std::optional<platform::URL>& url,
+                                          const platform::ItemPointer& item,
+                                          const std::optional<platform::NSError>& error) {
+        const auto self = weak.lock();
+        if (!self) return;
+        const Doorway::Visit visit(self->door_);
+        if (visit) self->delivered(download, url, item, error);
+      });
+}
+
+void Downloads::delivered(const DownloadPointer& download, const std::optional<platform::URL>& url,
+                          const platform::ItemPointer& item,
+                          const std::optional<platform::NSError>& error) try {
+  if (error) {
+    const bool transient = isTransient(*error);
+    return finish(download, errnoFor(*error), transient ? std::string() : descriptionOf(*error));
+  }
+  if (!url) return retry(download, "the host delivered no file");
+  download->path = url->path();
+  // Contents of a version that was replaced while they came cannot be told from those of the next.
+  if (item && item->itemVersion().contentVersion != download->version) {
+    return retry(download, "the file keeps changing at the host");
+  }
+  adopt(download);
+} catch (const ContentError& failure) {
+  const int number = errnoFor(failure);
+  if (number != EIO) return finish(download, number, failure.what());
+  retry(download, failure.what());
+} catch (const std::exception& failure) {
+  failedWith(download, failure);
+}
+
+void Downloads::adopt(const DownloadPointer& download) {
+  std::optional<IncomingContent> content;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    content.emplace(store_, contentRows::reserve(writer, download->node));
+  });
+  const std::int64_t blocks = store_.take(download->path, download->size, content->number());
+  download->path.clear();
+  const bool given = give(*download, content->number(), blocks);
+  store_.addUsed(bytesIn(blocks));
+  content.reset();
+  if (!given) return retry(download, "the file keeps changing at the host");
+  notifier_.queue({attributesChanged(download->node)});
+  finish(download, 0, {});
+}
+
+bool Downloads::give(const Download& download, ContentId content, std::int64_t blocks) {
+  bool given = false;
+  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Node> node = writer.node(download.node);
+    given = node && node->contentVersion == download.version && node->size == download.size &&
+            node->state == ContentState::dataless;
+    if (given) nodeContents::adopt(writer, download.node, content, blocks);
+  });
+  return given;
+}
+
+void Downloads::discard(Download& download) {
+  if (!download.path.empty()) store_.discard(download.path);
+  download.path.clear();
+}
+
+void Downloads::retry(const DownloadPointer& download, const std::string& reason) {
+  discard(*download);
+  if (++download->attempts >= kAttempts) return finish(download, EIO, reason);
+  serviceLog().info("fetching node %d again: %{public}@", {download->node.number(), reason});
+  if (download->folder == kNoNode) return requestAgain(download);
+  sync_.refresh(download->folder, [self = shared_from_this(), download](int) {
+    const Doorway::Visit visit(self->door_);
+    if (visit) self->requestAgain(download);
+  });
+}
+
+void Downloads::requestAgain(const DownloadPointer& download) try {
+  const std::optional<Node> row = rowOf(*download);
+  if (!row) return finish(download, ESTALE, {});
+  request(download, *row);
+} catch (const std::exception& error) {
+  failedWith(download, error);
+}
+
+void Downloads::failedWith(const DownloadPointer& download, const std::exception& error) {
+  serviceLog().error("cannot fetch node %d: %{public}@", {download->node.number(), error.what()});
+  finish(download, errnoFor(error), error.what());
+}
+
+void Downloads::recordFailure(const Download& download, int error, const std::string& reason) try {
+  if (reason.empty()) return;
+  serviceLog().info("cannot fetch node %d (errno %d): %{public}@",
+                    {download.node.number(), error, reason});
+  replica_.write(Durability::eventual,
+                 [&](ReplicaWriter& writer) { writer.setError(download.node, reason); });
+} catch (const std::exception& failure) {
+  serviceLog().error("cannot note an error: %{public}@", {failure.what()});
+}
+
+void Downloads::finish(const DownloadPointer& download, int error, const std::string& reason) {
+  discard(*download);
+  store_.reserve(-std::exchange(download->reserved, 0));
+  recordFailure(*download, error, reason);
+  const std::vector<FetchCompletion> waiters = queue_.remove(*download);
+  ++(error == 0 ? fetched_ : failed_);
+  for (const FetchCompletion& waiter : waiters)
+    waiter(error);
+  startNext();
+}
+
+void Downloads::stop() {
+  door_.close();
+  const std::vector<DownloadPointer> left = queue_.stop();
+  starters_.stop();
+  for (const DownloadPointer& download : left)
+    finish(download, EINTR, {});
+}
+
+}  // namespace tulo

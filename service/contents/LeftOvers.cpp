@@ -1,0 +1,88 @@
+#include "service/contents/LeftOvers.h"
+
+#include <optional>
+
+#include "service/base/Time.h"
+#include "service/contents/Blocks.h"
+#include "service/replica/ContentRows.h"
+#include "service/replica/DetachedNodes.h"
+#include "service/replica/Recovery.h"
+
+namespace tulo {
+
+namespace {
+
+constexpr std::int64_t kBatch = 64;
+
+// An item that moved between two listings is back long before.
+constexpr seconds kDetached{60};
+
+WallSeconds longAgo() {
+  return secondsNow() - kDetached;
+}
+
+}  // namespace
+
+// Whether they are still unused is asked in the transaction that removes them: meanwhile a node may
+// have got them. The file goes before the commit: a row without a file is removed again, a file
+// without a row never would be.
+void LeftOvers::remove(const std::vector<ContentId>& contents) {
+  std::int64_t freed = 0;
+  const auto removeUnused = [&](ReplicaWriter& writer) {
+    freed = 0;
+    for (ContentId content : contents) {
+      if (store_.isIncoming(content)) continue;
+      const std::optional<std::int64_t> blocks = contentRows::remove(writer, content);
+      if (!blocks) continue;
+      store_.remove(content);
+      freed += *blocks;
+    }
+  };
+  replica_.write(Durability::eventual, removeUnused, Room::fromReserve);
+  store_.addUsed(-bytesIn(freed));
+}
+
+bool LeftOvers::step() {
+  const bool removed = removeContents();
+  return removeNodes(detachedNodes()) || removed;
+}
+
+bool LeftOvers::removeContents() {
+  auto unused =
+      replica_.read([](ReplicaReader& reader) { return contentRows::unused(reader, kBatch); });
+  std::erase_if(unused, [this](ContentId content) {
+    return store_.isIncoming(content) || openFiles_.isContentOpen(content);
+  });
+  if (unused.empty()) return false;
+  remove(unused);
+  return true;
+}
+
+std::vector<NodeId> LeftOvers::detachedNodes() {
+  const bool isFull = store_.diskShortage(0) > 0;
+  return replica_.read([&](ReplicaReader& reader) {
+    auto found = detachedNodes::since(reader, longAgo(), kBatch);
+    if (!found.empty() || !isFull) return found;
+    // What no item of the host's is cannot come back; whoever empties a full disk wants room now.
+    return detachedNodes::unknown(reader, kBatch);
+  });
+}
+
+bool LeftOvers::removeNodes(const std::vector<NodeId>& nodes) {
+  if (nodes.empty()) return false;
+  const ExclusiveLock gate(openFiles_.gate());
+  bool any = false;
+  const auto purge = [&](ReplicaWriter& writer) {
+    for (NodeId id : nodes) {
+      if (openFiles_.isOpen(id)) continue;
+      rescueChanged(writer, id);
+      writer.detachChildren(id, longAgo());
+      writer.remove(id);
+      any = true;
+    }
+  };
+  replica_.write(Durability::eventual, purge, Room::fromReserve);
+  return any;
+}
+
+}  // namespace tulo
