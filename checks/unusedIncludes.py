@@ -98,7 +98,7 @@ USES = {
                 r"getcwd|sysconf|copy_file_range|fchown\w*|chown|setsid|syncfs|sync|alarm|kill|environ|"
                 r"getopt|lockf|fchownat|linkat|syscall|pause|getegid|pathconf|fpathconf|setpgid)\b"
                 r"|\b(STD(IN|OUT|ERR)_FILENO|[FRWX]_OK|_SC_\w+|_exit|isatty|close|read|write|unlink|"
-                r"getpid|pipe2?|dup2?|SEEK_\w+|fork|rmdir|access|getuid|pid_t|syscall|fsync|fdatasync)\b",
+                r"getpid|gettid|pipe2?|dup2?|SEEK_\w+|fork|rmdir|access|getuid|pid_t|syscall|fsync|fdatasync)\b",
 }
 
 

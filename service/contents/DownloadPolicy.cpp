@@ -73,7 +73,7 @@ bool DownloadPolicy::mayDownload(pid_t pid) {
   const pid_t main = leader(pid);
   const auto record = process(main);
   if (!record) return true;
-  const std::scoped_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   readListIfChanged();
   if (const auto known = remembered(main, *record)) return *known;
   const bool may = decide(main, *record);

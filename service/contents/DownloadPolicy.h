@@ -15,11 +15,11 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 
+#include "platform/linux/Mutex.h"
 #include "service/contents/ProgramList.h"
 
 namespace tulo {
@@ -41,7 +41,7 @@ class DownloadPolicy {
 
   // Whether opening a file that is not here may fetch it for this process. The number may be that
   // of a thread; 0 stands for a caller that this process cannot see.
-  bool mayDownload(pid_t pid);
+  bool mayDownload(pid_t pid) TULO_EXCLUDES(mutex_);
 
  private:
   struct Decision {
@@ -54,19 +54,20 @@ class DownloadPolicy {
   std::optional<ProcessRecord> process(pid_t pid) const;
   pid_t leader(pid_t thread) const;
   std::vector<std::string> arguments(pid_t pid) const;
-  std::optional<bool> remembered(pid_t pid, const ProcessRecord& record) const;
-  bool decide(pid_t pid, ProcessRecord record) const;
-  void readListIfChanged();
+  std::optional<bool> remembered(pid_t pid, const ProcessRecord& record) const
+      TULO_REQUIRES(mutex_);
+  bool decide(pid_t pid, ProcessRecord record) const TULO_REQUIRES(mutex_);
+  void readListIfChanged() TULO_REQUIRES(mutex_);
 
   const std::string listPath_;
   const std::string proc_;
 
-  // Guards the fields below. Held while /proc and the user's file are read: both are short and
+  // Held while /proc and the user's file are read: both are short and
   // local, and nothing is called that could come back here.
-  std::mutex mutex_;
-  ProgramList list_;
-  std::string listStamp_;
-  std::unordered_map<pid_t, Decision> decisions_;
+  Mutex mutex_;
+  ProgramList list_ TULO_GUARDED_BY(mutex_);
+  std::string listStamp_ TULO_GUARDED_BY(mutex_);
+  std::unordered_map<pid_t, Decision> decisions_ TULO_GUARDED_BY(mutex_);
 };
 
 }  // namespace tulo

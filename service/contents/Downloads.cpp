@@ -4,10 +4,7 @@
 #include <utility>
 
 #include "service/base/ServiceLog.h"
-#include "service/contents/Blocks.h"
 #include "service/errors/Errno.h"
-#include "service/replica/ContentRows.h"
-#include "service/replica/NodeContents.h"
 
 namespace tulo {
 
@@ -27,6 +24,7 @@ Downloads::Downloads(Replica& replica, ExtensionPointer extension, Sync& sync, N
       notifier_(notifier),
       store_(store),
       room_(room),
+      deliveries_(replica, store),
       starters_(kStarters) {}
 
 void Downloads::fetch(NodeId node, DownloadPriority priority, FetchCompletion completion) {
@@ -101,38 +99,13 @@ void Downloads::delivered(const DownloadPointer& download, const std::optional<p
 }
 
 void Downloads::adopt(const DownloadPointer& download) {
-  std::optional<IncomingContent> content;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    content.emplace(store_, contentRows::reserve(writer, download->node));
-  });
-  const std::int64_t blocks = store_.take(download->path, download->size, content->number());
-  download->path.clear();
-  const bool given = give(*download, content->number(), blocks);
-  store_.addUsed(bytesIn(blocks));
-  content.reset();
-  if (!given) return retry(download, "the file keeps changing at the host");
+  if (!deliveries_.adopt(*download)) return retry(download, "the file keeps changing at the host");
   notifier_.queue({attributesChanged(download->node)});
   finish(download, 0, {});
 }
 
-bool Downloads::give(const Download& download, ContentId content, std::int64_t blocks) {
-  bool given = false;
-  replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
-    const std::optional<Node> node = writer.node(download.node);
-    given = node && node->contentVersion == download.version && node->size == download.size &&
-            node->state == ContentState::dataless;
-    if (given) nodeContents::adopt(writer, download.node, content, blocks);
-  });
-  return given;
-}
-
-void Downloads::discard(Download& download) {
-  if (!download.path.empty()) store_.discard(download.path);
-  download.path.clear();
-}
-
 void Downloads::retry(const DownloadPointer& download, const std::string& reason) {
-  discard(*download);
+  deliveries_.discard(*download);
   if (++download->attempts >= kAttempts) return finish(download, EIO, reason);
   serviceLog().info("fetching node %d again: %{public}@", {download->node.number(), reason});
   if (download->folder == kNoNode) return requestAgain(download);
@@ -166,7 +139,7 @@ void Downloads::recordFailure(const Download& download, int error, const std::st
 }
 
 void Downloads::finish(const DownloadPointer& download, int error, const std::string& reason) {
-  discard(*download);
+  deliveries_.discard(*download);
   store_.reserve(-std::exchange(download->reserved, 0));
   recordFailure(*download, error, reason);
   const std::vector<FetchCompletion> waiters = queue_.remove(*download);

@@ -19,6 +19,7 @@
 #include "platform/FileProvider.h"
 #include "service/base/WorkQueue.h"
 #include "service/contents/CacheRoom.h"
+#include "service/contents/Deliveries.h"
 #include "service/contents/Doorway.h"
 #include "service/contents/DownloadQueue.h"
 #include "service/kernel/Notifier.h"
@@ -56,9 +57,6 @@ class Downloads : public std::enable_shared_from_this<Downloads> {
   void finish(const DownloadPointer& download, int error, const std::string& reason);
 
   std::optional<Node> rowOf(const Download& download);
-  // False when the node moved on meanwhile.
-  bool give(const Download& download, ContentId content, std::int64_t blocks);
-  void discard(Download& download);
   void failedWith(const DownloadPointer& download, const std::exception& error);
   void recordFailure(const Download& download, int error, const std::string& reason);
 
@@ -69,6 +67,7 @@ class Downloads : public std::enable_shared_from_this<Downloads> {
   ContentStore& store_;
   CacheRoom& room_;
 
+  Deliveries deliveries_;
   DownloadQueue queue_;
   // Callbacks and beginnings are inside.
   Doorway door_;

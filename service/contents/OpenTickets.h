@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <unordered_map>
 
 #include "platform/linux/Mutex.h"

@@ -1,8 +1,6 @@
 #include "service/desktop/PNGText.h"
 
-#include <array>
 #include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <string_view>
 

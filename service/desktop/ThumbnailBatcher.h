@@ -9,27 +9,20 @@
 // Lifetime: callbacks of the provider that come after stop() are harmless.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <string>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/FileProvider.h"
+#include "platform/linux/Mutex.h"
 #include "service/desktop/DesktopThumbnails.h"
+#include "service/desktop/ThumbnailBatch.h"
+#include "service/desktop/ThumbnailMisses.h"
 
 namespace tulo {
-
-struct ThumbnailFile {
-  platform::NSFileProviderItemIdentifier identifier;
-  ThumbnailOriginal original;
-};
 
 // Gives the files of a folder a page at a time; an empty page ends them. Called on the batcher's
 // thread, and must not throw.
@@ -39,10 +32,8 @@ class ThumbnailBatcher {
  public:
   static constexpr std::size_t kBatch = 32;
   static constexpr std::size_t kMostFolders = 64;
-  // The host does not say whether it has no image or cannot answer now, so it is asked again.
-  static constexpr std::chrono::minutes kMissRemembered{10};
 
-  using Clock = std::function<std::chrono::steady_clock::time_point()>;
+  using Clock = ThumbnailMisses::Clock;
 
   ThumbnailBatcher(std::shared_ptr<platform::NSFileProviderThumbnailing> source,
                    DesktopThumbnails desktop, Clock clock = std::chrono::steady_clock::now);
@@ -65,7 +56,7 @@ class ThumbnailBatcher {
   void stop();
 
   // The host came back: what it had no image of is worth asking again.
-  void forgetMisses();
+  void forgetMisses() { misses_.clear(); }
 
  private:
   struct Folder {
@@ -73,37 +64,37 @@ class ThumbnailBatcher {
     ThumbnailPages pages;
     std::deque<ThumbnailFile> files;
   };
-  // What the provider's callbacks write to; it outlives the batcher for those that come late.
-  struct Batch;
 
-  std::vector<ThumbnailFile> nextFiles();
-  bool isWanted(const ThumbnailFile& file);
-  std::shared_ptr<Folder> frontFolder();
-  void drop(const std::shared_ptr<Folder>& folder);
-  void fetch(const std::vector<ThumbnailFile>& files);
-  bool begin(const std::shared_ptr<Batch>& batch);
-  void request(const std::vector<ThumbnailFile>& files, const std::shared_ptr<Batch>& batch);
-  void store(const ThumbnailFile& file, const std::string& image);
-  void remember(const ThumbnailFile& file);
-  bool isStopped();
+  std::vector<ThumbnailFile> nextFiles() TULO_REQUIRES(stepMutex_);
+  bool isWanted(const ThumbnailFile& file) const;
+  std::shared_ptr<Folder> frontFolder() TULO_EXCLUDES(mutex_);
+  void drop(const std::shared_ptr<Folder>& folder) TULO_EXCLUDES(mutex_);
+  void fetch(const std::vector<ThumbnailFile>& files) TULO_REQUIRES(stepMutex_);
+  // False after stop(): nothing is to be asked for.
+  bool begin(const std::shared_ptr<ThumbnailBatch>& batch) TULO_EXCLUDES(mutex_);
+  void request(const std::vector<ThumbnailFile>& files,
+               const std::shared_ptr<ThumbnailBatch>& batch);
+  void end() TULO_EXCLUDES(mutex_);
+  bool isStopped() TULO_EXCLUDES(mutex_);
+  // False when there will be none any more.
+  bool waitForWork() TULO_EXCLUDES(mutex_);
   void run();
 
   const std::shared_ptr<platform::NSFileProviderThumbnailing> source_;
   const DesktopThumbnails desktop_;
-  const Clock clock_;
+  ThumbnailMisses misses_;
 
   // One step at a time. Taken before mutex_ and held during a whole step; folders' pages are read
   // under it alone.
-  std::mutex stepMutex_;
+  Mutex stepMutex_;
 
-  // Guards the fields below; a leaf, never held during a request or while a folder gives its page.
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::shared_ptr<Folder>> folders_;  // the one listed last is in front
-  std::shared_ptr<Batch> running_;
-  // By identifier and time of modification: until when not to ask again.
-  std::unordered_map<std::string, std::chrono::steady_clock::time_point> misses_;
-  bool stopped_ = false;
+  // A leaf, never held during a request or while a folder gives its page.
+  Mutex mutex_;
+  Condition changed_;
+  // The one listed last is in front.
+  std::deque<std::shared_ptr<Folder>> folders_ TULO_GUARDED_BY(mutex_);
+  std::shared_ptr<ThumbnailBatch> running_ TULO_GUARDED_BY(mutex_);
+  bool stopped_ TULO_GUARDED_BY(mutex_) = false;
 
   std::thread thread_;
 };

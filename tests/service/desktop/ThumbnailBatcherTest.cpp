@@ -148,7 +148,7 @@ TEST_F(ThumbnailBatcherTest, AsksAgainForAChangedFile) {
 TEST_F(ThumbnailBatcherTest, AsksAgainAfterAWhile) {
   batcher_.listed(1, pages({file("f:none")}));
   stepToEnd();
-  now_ += ThumbnailBatcher::kMissRemembered;
+  now_ += ThumbnailMisses::kRemembered;
   batcher_.listed(1, pages({file("f:none")}));
   stepToEnd();
   EXPECT_EQ(provider_->requests.size(), 2U);
