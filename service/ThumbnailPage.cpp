@@ -27,9 +27,7 @@ std::vector<ThumbnailFile> thumbnailPage(ReplicaReader& reader, const std::strin
   for (const auto& [id, name] : names) {
     const std::optional<Node> node = reader.node(id);
     if (!node || node->identifier.empty()) continue;
-    page.push_back(
-        {node->identifier,
-         {base + '/' + name, node->modified.whole.time_since_epoch().count(), node->size}});
+    page.push_back({node->identifier, {base + '/' + name, node->modified.whole, node->size}});
   }
   return page;
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "service/desktop/ThumbnailBatcher.h"
+#include "service/desktop/ThumbnailMisses.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {

@@ -120,9 +120,14 @@ Pixels scaled(const Pixels& picture, int side) {
       gdk_pixbuf_scale_simple(picture.get(), shrunk(width), shrunk(height), GDK_INTERP_BILINEAR));
 }
 
+// As the thumbnail carries it: seconds since 1970.
+std::string stamp(const ThumbnailOriginal& original) {
+  return std::to_string(original.modified.time_since_epoch().count());
+}
+
 std::optional<std::string> png(GdkPixbuf* picture, const std::string& uri,
                                const ThumbnailOriginal& original) {
-  const std::string modified = std::to_string(original.modified);
+  const std::string modified = stamp(original);
   const std::string size = std::to_string(original.size);
   char* bytes = nullptr;
   gsize count = 0;
@@ -172,7 +177,7 @@ bool DesktopThumbnails::has(const ThumbnailOriginal& original) const {
   const auto address = uri(original.path);
   if (!address) return false;
   const std::string name = fileName(*address);
-  const std::string modified = std::to_string(original.modified);
+  const std::string modified = stamp(original);
   return std::all_of(kSizes.begin(), kSizes.end(), [&](const ThumbnailSize& size) {
     const auto texts = pngTexts(directory_ + "/" + size.directory + "/" + name);
     if (!texts) return false;

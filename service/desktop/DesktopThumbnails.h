@@ -17,13 +17,15 @@
 #include <string>
 #include <string_view>
 
+#include "service/base/Time.h"
+
 namespace tulo {
 
 // The file that a thumbnail shows. `path` is absolute, as a user reaches it through the mount.
 struct ThumbnailOriginal {
   std::string path;
-  std::int64_t modified = 0;  // whole seconds since 1970
-  std::int64_t size = 0;      // bytes
+  WallSeconds modified{};
+  std::int64_t size = 0;  // bytes
 };
 
 class DesktopThumbnails {

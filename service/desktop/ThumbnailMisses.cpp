@@ -5,7 +5,7 @@ namespace tulo {
 namespace {
 
 std::string keyOf(const ThumbnailFile& file) {
-  return file.identifier + '\0' + std::to_string(file.original.modified);
+  return file.identifier + '\0' + std::to_string(file.original.modified.time_since_epoch().count());
 }
 
 }  // namespace

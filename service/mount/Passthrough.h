@@ -13,7 +13,7 @@
 #include <unordered_map>
 
 #include "platform/linux/Mutex.h"
-#include "service/contents/Contents.h"
+#include "service/contents/OpenFile.h"
 #include "service/mount/Fuse.h"
 
 namespace tulo {

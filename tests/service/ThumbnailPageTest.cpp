@@ -26,7 +26,7 @@ TEST_F(ThumbnailPageTest, NamesTheHostsFilesByTheirPathInTheMount) {
   EXPECT_EQ(page[0].identifier, "i:1");
   EXPECT_EQ(page[0].original.path, "/mnt/account/Docs/a.png");
   EXPECT_EQ(page[0].original.size, 5);
-  EXPECT_EQ(page[0].original.modified, 1'700'000'000);
+  EXPECT_EQ(page[0].original.modified, WallSeconds(seconds(1'700'000'000)));
   EXPECT_TRUE(next(idOf("f:1")).empty());
 }
 

@@ -6,9 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 
-#include "tests/support/Eventually.h"
 #include "tests/support/Gate.h"
 #include "tests/support/TemporaryDirectory.h"
 

@@ -3,10 +3,10 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <fstream>
 
 #include "service/desktop/PNGText.h"
 #include "tests/service/Pictures.h"
+#include "tests/service/support/Times.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
@@ -36,7 +36,7 @@ class DesktopThumbnailsTest : public testing::Test {
 
   TemporaryDirectory folder_;
   DesktopThumbnails thumbnails_{directory()};
-  const ThumbnailOriginal original_{"/home/jens/photos/me.png", 1'700'000'000, 4321};
+  const ThumbnailOriginal original_{"/home/jens/photos/me.png", atSecond(1'700'000'000), 4321};
   // The name that the desktops' common documentation gives for this file.
   const std::string name_ = "c6ee772d9e49320e97ec29a7eb5b1697.png";
 };
@@ -112,7 +112,7 @@ TEST_F(DesktopThumbnailsTest, HasWhatItWroteForThatTimeOnly) {
   EXPECT_FALSE(thumbnails_.has(original_));
   ASSERT_EQ(thumbnails_.store(original_, picture(400, 200)), Outcome::written);
   EXPECT_TRUE(thumbnails_.has(original_));
-  EXPECT_FALSE(thumbnails_.has({original_.path, original_.modified + 1, original_.size}));
+  EXPECT_FALSE(thumbnails_.has({original_.path, original_.modified + seconds(1), original_.size}));
   EXPECT_FALSE(thumbnails_.has({"/home/jens/photos/you.png", original_.modified, 1}));
   fs::remove(in("large", name_));
   EXPECT_FALSE(thumbnails_.has(original_));
@@ -120,7 +120,7 @@ TEST_F(DesktopThumbnailsTest, HasWhatItWroteForThatTimeOnly) {
 
 TEST_F(DesktopThumbnailsTest, ReplacesAnOlderOne) {
   ASSERT_EQ(thumbnails_.store(original_, picture(400, 200)), Outcome::written);
-  const ThumbnailOriginal later{original_.path, original_.modified + 60, 5};
+  const ThumbnailOriginal later{original_.path, original_.modified + seconds(60), 5};
   ASSERT_EQ(thumbnails_.store(later, picture(200, 400)), Outcome::written);
   EXPECT_TRUE(thumbnails_.has(later));
   EXPECT_EQ(readPicture(in("normal", name_)).height, 128);
@@ -157,8 +157,8 @@ INSTANTIATE_TEST_SUITE_P(Bytes, BadImageTest,
                          [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(DesktopThumbnailsTest, RefusesARelativePath) {
-  EXPECT_EQ(thumbnails_.store({"photos/me.png", 1, 1}, picture(10, 10)), Outcome::failed);
-  EXPECT_FALSE(thumbnails_.has({"photos/me.png", 1, 1}));
+  EXPECT_EQ(thumbnails_.store({"photos/me.png", atSecond(1), 1}, picture(10, 10)), Outcome::failed);
+  EXPECT_FALSE(thumbnails_.has({"photos/me.png", atSecond(1), 1}));
   EXPECT_THAT(names(), testing::IsEmpty());
 }
 

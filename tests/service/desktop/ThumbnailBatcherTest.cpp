@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "tests/service/Pictures.h"
+#include "tests/service/support/Times.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -47,7 +48,7 @@ class Provider : public platform::NSFileProviderThumbnailing {
 };
 
 ThumbnailFile file(const std::string& identifier, std::int64_t modified = 1000) {
-  return {identifier, {"/mount/" + identifier, modified, 10}};
+  return {identifier, {"/mount/" + identifier, atSecond(modified), 10}};
 }
 
 // All files in one page.

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/service/support/Times.h"
+
 namespace tulo::test {
 namespace {
 
@@ -9,7 +11,7 @@ class ThumbnailMissesTest : public testing::Test {
  protected:
   std::chrono::steady_clock::time_point now;
   ThumbnailMisses misses{[this] { return now; }};
-  const ThumbnailFile file{"i:1", {"/a.png", 1'700'000'000, 5}};
+  const ThumbnailFile file{"i:1", {"/a.png", atSecond(1'700'000'000), 5}};
 };
 
 TEST_F(ThumbnailMissesTest, AMissIsRememberedForAWhile) {
