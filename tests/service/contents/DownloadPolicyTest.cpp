@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-
 #include "tests/support/Gate.h"
 #include "tests/support/TemporaryDirectory.h"
 
