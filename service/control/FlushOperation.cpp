@@ -26,8 +26,8 @@ ChangeCounts countsIn(const ControlParts& parts, const Scope& scope) {
   parts.replica.read([&](ReplicaReader& reader) {
     for (NodeId node : nodes) {
       const std::optional<Change> change = journal::find(reader, node);
-      if (!change || change->held) continue;
-      ++(change->attention ? counts.needsAttention : counts.pending);
+      if (!change || change->standing.isHeld()) continue;
+      ++(change->standing.isRefused() ? counts.needsAttention : counts.pending);
     }
   });
   return counts;
@@ -50,9 +50,9 @@ std::vector<PendingChange> someIn(const ControlParts& parts, const Scope& scope)
   parts.replica.read([&](ReplicaReader& reader) {
     std::vector<Change> changes = changesIn(reader, scope, nodes);
     std::stable_partition(changes.begin(), changes.end(),
-                          [](const Change& change) { return change.attention; });
+                          [](const Change& change) { return change.standing.isRefused(); });
     for (const Change& change : changes) {
-      if (change.held || result.size() >= kShown) continue;
+      if (change.standing.isHeld() || result.size() >= kShown) continue;
       result.push_back(shown(parts.openFiles, pending::describe(reader, change)));
     }
   });

@@ -71,12 +71,12 @@ bool answerControl(const ControlParts& parts, const std::string& request,
       result = answer(parts, *operation, parsed, emit);
       end = operation == Operation::unmount;
     } else {
-      result = Outcome::refused("unknown operation: " + asked);
+      result = control::Outcome::refused("unknown operation: " + asked);
     }
   } catch (const json::exception& error) {
-    result = Outcome::refused(std::string("not a request: ") + error.what());
+    result = control::Outcome::refused(std::string("not a request: ") + error.what());
   } catch (const std::exception& error) {
-    result = Outcome::refused(error.what());
+    result = control::Outcome::refused(error.what());
   }
   emit(text(result));
   return end;

@@ -9,10 +9,10 @@ namespace {
 constexpr std::int64_t kNamed = 4;
 
 ChangeState stateOf(const OpenFiles& openFiles, const Change& change) {
-  if (change.attention) return ChangeState::needsAttention;
-  if (change.held) return ChangeState::local;
-  if (openFiles.isOpenForWriting(change.node)) return ChangeState::beingWritten;
-  return change.attempts > 0 ? ChangeState::tryingAgain : ChangeState::waiting;
+  if (change.standing.isRefused()) return ChangeState::needsAttention;
+  if (change.standing.isHeld()) return ChangeState::local;
+  if (openFiles.isOpenForWriting(change.node())) return ChangeState::beingWritten;
+  return change.standing.attempts() > 0 ? ChangeState::tryingAgain : ChangeState::waiting;
 }
 
 }  // namespace
@@ -37,10 +37,10 @@ PendingChange shown(const OpenFiles& openFiles, const pending::Item& item) {
   result.kind = changeKindNamed(pending::kindOf(item.change));
   result.folder = item.kind == NodeKind::folder;
   result.state = stateOf(openFiles, item.change);
-  result.attempts = item.change.attempts;
-  result.error = item.change.reason;
+  result.attempts = item.change.standing.attempts();
+  result.error = item.change.standing.reason();
   if (!item.former.empty()) result.from = item.former;
-  if (item.kind == NodeKind::file && !item.change.deleted) result.size = item.size;
+  if (item.kind == NodeKind::file && !item.change.isDeleted()) result.size = item.size;
   return result;
 }
 
@@ -50,7 +50,7 @@ std::optional<PendingChange> shownInFull(const OpenFiles& openFiles, ReplicaRead
   if (!change) return std::nullopt;
   const pending::Item item = pending::describe(reader, *change);
   PendingChange result = shown(openFiles, item);
-  if (item.kind == NodeKind::folder && item.isNew && !change->deleted) {
+  if (item.kind == NodeKind::folder && item.isNew && !change->isDeleted()) {
     result.keeps = journal::localPaths(reader, node, kNamed);
   }
   return result;

@@ -84,7 +84,7 @@ std::vector<PendingChange> someChanges(const ControlParts& parts, ReplicaReader&
   std::vector<PendingChange> result;
   for (const Change& change : journal::all(reader, kShownChanges)) {
     result.push_back(shown(parts.openFiles, pending::describe(reader, change)));
-    const bool sending = std::find(active.begin(), active.end(), change.node) != active.end();
+    const bool sending = std::find(active.begin(), active.end(), change.node()) != active.end();
     if (sending) result.back().state = ChangeState::sending;
   }
   return result;

@@ -38,7 +38,8 @@ void FirstWrite::reserve(ReplicaWriter& writer) {
   }
   name_ = node.name;
   const std::optional<Change> change = journal::find(writer, node_);
-  const bool sending = change && change->sent && change->sentContent == node.content;
+  const bool sending =
+      change && change->request.isOpen() && change->request.contents() == node.content;
   wasDurable_ =
       node.state == ContentState::downloaded && contentRows::isDurable(writer, node.content);
   content_ = node.content;
@@ -75,7 +76,7 @@ void FirstWrite::note(ReplicaWriter& writer, WallTime due) {
   // A file that the host does not know and that has no change stays here.
   if (node.identifier.empty() && !known) return;
   Change change = journal::begin(writer, node, due);
-  change.contents = true;
+  change.contentsChanged();
   journal::put(writer, change);
 }
 
@@ -84,8 +85,8 @@ bool FirstWrite::isDone(ReplicaReader& reader, const Node& node) {
     return false;
   const std::optional<Change> change = journal::find(reader, node.id);
   if (!change) return node.identifier.empty();
-  return change->contents && !change->sent && !change->deleted && !change->attention &&
-         !change->held && change->attempts == 0;
+  return change->hasContents() && !change->isDeleted() && change->standing.attempts() == 0 &&
+         change->phase() == Change::Phase::waiting;
 }
 
 }  // namespace tulo

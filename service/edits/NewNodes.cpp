@@ -56,7 +56,7 @@ void NewNodes::note(ReplicaWriter& writer, const Node& parent, const Node& node)
   if (node.kind == NodeKind::link) return;
   if (staysLocal(writer, parts_.localNames, parent, node.name)) return;
   Change change = journal::fresh(writer, node.id, edits::due(parts_));
-  change.contents = node.kind == NodeKind::file;
+  if (node.kind == NodeKind::file) change.contentsChanged();
   journal::put(writer, change);
 }
 

@@ -2,6 +2,7 @@
 
 #include "service/base/Names.h"
 #include "service/edits/Ancestors.h"
+#include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
 
 namespace tulo::pending {
@@ -14,8 +15,8 @@ std::string joined(const std::string& folder, const std::string& name) {
 
 // Where the host has it.
 std::string basePath(ReplicaReader& reader, const Change& change, std::size_t depth = 0) {
-  const std::string name = names::shown(change.baseFilename);
-  const std::optional<Node> folder = reader.nodeFor(change.baseParent);
+  const std::string name = names::shown(change.base().place.filename);
+  const std::optional<Node> folder = reader.nodeFor(change.base().place.parent);
   if (!folder || folder->id == kRootNode || depth > kDeepest) return name;
   if (folder->parent != kNoNode) return joined(pathOf(reader, folder->id), name);
   const std::optional<Change> deleted = journal::find(reader, folder->id);
@@ -25,9 +26,9 @@ std::string basePath(ReplicaReader& reader, const Change& change, std::size_t de
 }  // namespace
 
 const char* kindOf(const Change& change) {
-  if (change.deleted) return "delete";
-  if (change.baseFilename.empty()) return "new";
-  return change.contents ? "contents" : "name";
+  if (change.isDeleted()) return "delete";
+  if (change.base().place.filename.empty()) return "new";
+  return change.hasContents() ? "contents" : "name";
 }
 
 std::string pathOf(ReplicaReader& reader, NodeId node) {
@@ -40,15 +41,15 @@ std::string pathOf(ReplicaReader& reader, NodeId node) {
 Item describe(ReplicaReader& reader, const Change& change) {
   Item item;
   item.change = change;
-  const std::optional<Node> node = reader.node(change.node);
+  const std::optional<Node> node = reader.node(change.node());
   if (node) {
     item.kind = node->kind;
     item.size = node->size;
   }
-  item.isNew = change.baseFilename.empty();
+  item.isNew = change.base().place.filename.empty();
   const std::string base = item.isNew ? std::string() : basePath(reader, change);
-  item.path = change.deleted ? base : pathOf(reader, change.node);
-  if (change.deleted && item.isNew && node) item.path = node->name;
+  item.path = change.isDeleted() ? base : pathOf(reader, change.node());
+  if (change.isDeleted() && item.isNew && node) item.path = node->name;
   if (item.path != base) item.former = base;
   return item;
 }
@@ -58,7 +59,7 @@ NodeId deletedFrom(ReplicaReader& reader, NodeId folder, std::string_view name) 
   const std::string filename = names::filename(name).value_or(std::string(name));
   if (!parent) return kNoNode;
   for (const Change& change : journal::basedOn(reader, parent->identifier, filename)) {
-    if (change.deleted) return change.node;
+    if (change.isDeleted()) return change.node();
   }
   return kNoNode;
 }

@@ -16,14 +16,13 @@ int Removals::errorOfEmptiness(ReplicaWriter& writer, const Node& folder) {
 int Removals::remove(ReplicaWriter& writer, const Node& node) const {
   if (!allows(node, platform::NSFileProviderItemCapabilitiesAllowsDeleting)) return EACCES;
   const std::optional<Change> known = journal::find(writer, node.id);
-  if (node.identifier.empty() && !(known && known->sent)) {
+  if (node.identifier.empty() && !(known && known->request.isOpen())) {
     journal::erase(writer, node.id);
     writer.detach(node.id, inSeconds(parts_.files.now()));
     return 0;
   }
   Change change = journal::begin(writer, node, edits::due(parts_));
-  change.deleted = true;
-  change.contents = false;
+  change.deletedHere();
   journal::put(writer, change);
   writer.takeOut(node.id);
   return 0;

@@ -74,7 +74,7 @@ void Renames::makeKnown(ReplicaWriter& writer, NodeId id) {
   if (!node->identifier.empty()) return;
   if (!journal::find(writer, id)) {
     Change change = journal::begin(writer, *node, edits::due(parts_));
-    change.contents = node->kind == NodeKind::file;
+    if (node->kind == NodeKind::file) change.contentsChanged();
     journal::put(writer, change);
   }
   if (node->kind != NodeKind::folder) return;

@@ -1,5 +1,7 @@
 #include "service/listing/FolderChanges.h"
 
+#include "service/replica/Journal.h"
+
 #include <optional>
 #include <utility>
 
@@ -19,7 +21,7 @@ FolderChanges::FolderChanges(ReplicaWriter& writer, const Node& folder)
 
 void FolderChanges::add(std::vector<Change> changes) {
   for (Change& change : changes) {
-    const NodeId node = change.node;
+    const NodeId node = change.node();
     changes_.emplace(node, std::move(change));
   }
 }
@@ -30,9 +32,9 @@ Change* FolderChanges::of(NodeId node) {
 }
 
 void FolderChanges::rebase(Change& change, const ItemRecord& item) {
-  if (change.baseParent == identifier_ && change.baseFilename == item.filename) return;
-  change.baseParent = identifier_;
-  change.baseFilename = item.filename;
+  const Place place{identifier_, item.filename};
+  if (change.base().place == place) return;
+  change.hostHasIn(place);
   journal::put(writer_, change);
 }
 
@@ -42,9 +44,10 @@ bool FolderChanges::isOurs(const ItemRecord& item) {
 
 bool FolderChanges::isBeingMade(const ItemRecord& item) {
   for (const auto& [id, change] : changes_) {
-    if (!change.sent || !change.baseParent.empty()) continue;
+    if (!change.request.isOpen() || change.base().isPlaced()) continue;
     const std::optional<Node> node = writer_.node(id);
-    if (node && node->kind == item.kind && change.sentFilename == item.filename) return true;
+    if (node && node->kind == item.kind && change.request.place().filename == item.filename)
+      return true;
   }
   return false;
 }
@@ -57,7 +60,8 @@ bool FolderChanges::isElsewhere(const ItemRecord& item) {
   if (!change) return false;
   // Moved or deleted here; or moved there and changed here, which is no reason not to follow.
   const std::optional<Node> parent = writer_.node(known->parent);
-  const bool movedHere = change->deleted || !parent || parent->identifier != change->baseParent;
+  const bool movedHere =
+      change->isDeleted() || !parent || parent->identifier != change->base().place.parent;
   if (movedHere) rebase(*change, item);
   return movedHere;
 }

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "service/listing/Listing.h"
-#include "service/replica/Journal.h"
+#include "service/replica/Change.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {

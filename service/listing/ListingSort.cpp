@@ -84,11 +84,11 @@ class Sorter {
 
   // A name or contents that were changed here stay until the host has them; the rest follows it.
   const ItemRecord& merge(const Node& node, const ItemRecord& item, Change* change) {
-    const bool renamedHere = change && node.filename != change->baseFilename;
+    const bool renamedHere = change && node.filename != change->base().place.filename;
     if (change) parts_.changes.rebase(*change, item);
     ItemRecord& merged = result_.merged.emplace_back(item);
     if (renamedHere) merged.filename = node.filename;
-    if (!change || change->contents || node.state == ContentState::dirty) {
+    if (!change || change->hasContents() || node.state == ContentState::dirty) {
       merged.size = node.size;
       merged.modified = node.modified.whole;
       merged.contentVersion = node.contentVersion;

@@ -13,8 +13,7 @@ void becomeLocal(Reconciliation& pass, const Node& folder) {
   ReplicaWriter& writer = pass.writer;
   writer.clearItem(folder.id);
   Change change = journal::begin(writer, folder, WallTime{});
-  change.baseParent.clear();
-  change.baseFilename.clear();
+  change.hostHasNothing();
   journal::put(writer, change);
   for (const Node& child : writer.childNodes(folder.id)) {
     if (!journal::anyBelow(writer, child.id)) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "service/edits/Pending.h"
+#include "service/replica/Journal.h"
 
 namespace tulo {
 
@@ -28,7 +29,7 @@ std::optional<ItemAttributes> ItemAttributes::of(ReplicaReader& reader, NodeId i
 
 bool ItemAttributes::isLocal() const {
   if (node_.id == kRootNode) return false;
-  return change_ ? change_->held : node_.identifier.empty();
+  return change_ ? change_->standing.isHeld() : node_.identifier.empty();
 }
 
 const char* ItemAttributes::stateName() const {
@@ -47,12 +48,12 @@ const char* ItemAttributes::stateName() const {
 
 std::optional<std::string> ItemAttributes::error() const {
   if (!node_.error.empty()) return node_.error;
-  if (change_ && !change_->reason.empty()) return change_->reason;
+  if (change_ && !change_->standing.reason().empty()) return change_->standing.reason();
   return std::nullopt;
 }
 
 std::optional<std::string> ItemAttributes::pending() const {
-  if (!change_ || change_->held) return std::nullopt;
+  if (!change_ || change_->standing.isHeld()) return std::nullopt;
   return pending::kindOf(*change_);
 }
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "service/replica/Journal.h"
+#include "service/replica/Change.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {

@@ -26,7 +26,8 @@ bool VerdictReplies::isUnsent(NodeId file) {
   return replica_.read([&](ReplicaReader& reader) {
     const std::optional<Entry> entry = reader.entry(file);
     const std::optional<Change> change = journal::find(reader, file);
-    return entry && entry->size > 0 && change && change->contents && !change->attention;
+    return entry && entry->size > 0 && change && change->hasContents() &&
+           !change->standing.isRefused();
   });
 }
 

@@ -9,24 +9,13 @@ constexpr const char* kColumns =
     "attempts,sent,sent_content,attention,held,reason,sent_parent,sent_filename FROM pending";
 
 Change changeFrom(const sqlite::Statement& row) {
-  Change change;
-  change.node = static_cast<NodeId>(row.integer(0));
-  change.sequence = row.integer(1);
-  change.deleted = row.integer(2) != 0;
-  change.contents = row.integer(3) != 0;
-  change.baseParent = row.text(4);
-  change.baseFilename = row.text(5);
-  change.baseVersion = row.text(6);
-  change.due = WallTime(milliseconds(row.integer(7)));
-  change.attempts = row.integer(8);
-  change.sent = row.integer(9) != 0;
-  change.sentContent = static_cast<ContentId>(row.integer(10));
-  change.attention = row.integer(11) != 0;
-  change.held = row.integer(12) != 0;
-  change.reason = row.text(13);
-  change.sentParent = row.text(14);
-  change.sentFilename = row.text(15);
-  return change;
+  const auto text = [&](int column) { return std::string(row.text(column)); };
+  Base base{{text(4), text(5)}, text(6)};
+  Request request(row.integer(9) != 0, ContentId(row.integer(10)), {text(14), text(15)});
+  Standing standing(WallTime(milliseconds(row.integer(7))), row.integer(8), row.integer(11) != 0,
+                    row.integer(12) != 0, text(13));
+  return {NodeId(row.integer(0)), row.integer(1),     row.integer(2) != 0, row.integer(3) != 0,
+          std::move(base),        std::move(request), std::move(standing)};
 }
 
 std::vector<Change> rows(sqlite::Statement& statement) {
@@ -39,6 +28,13 @@ std::vector<Change> rows(sqlite::Statement& statement) {
 
 sqlite::Statement& query(ReplicaReader& reader, const std::string& condition) {
   return reader.connection().cached(kColumns + condition);
+}
+
+// What a node is that nobody changed here yet.
+Base baseOf(ReplicaWriter& writer, const Node& node) {
+  if (node.identifier.empty()) return {};
+  const std::optional<Node> parent = writer.node(node.parent);
+  return {{parent ? parent->identifier : std::string(), node.filename}, node.contentVersion};
 }
 
 bool exists(sqlite::Statement& statement) {
@@ -59,10 +55,12 @@ void put(ReplicaWriter& writer, const Change& change) {
           "INSERT OR REPLACE INTO pending (node,sequence,deleted,contents,base_parent,"
           "base_filename,base_version,due,attempts,sent,sent_content,attention,held,reason,"
           "sent_parent,sent_filename) VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
-      .bind(change.node, change.sequence, change.deleted, change.contents, change.baseParent,
-            change.baseFilename, change.baseVersion, change.due, change.attempts, change.sent,
-            change.sentContent, change.attention, change.held, change.reason, change.sentParent,
-            change.sentFilename)
+      .bind(change.node(), change.sequence(), change.isDeleted(), change.hasContents(),
+            change.base().place.parent, change.base().place.filename, change.base().version,
+            change.standing.due(), change.standing.attempts(), change.request.isOpen(),
+            change.request.contents(), change.standing.isRefused(), change.standing.isHeld(),
+            change.standing.reason(), change.request.place().parent,
+            change.request.place().filename)
       .run();
 }
 
@@ -71,32 +69,14 @@ void erase(ReplicaWriter& writer, NodeId node) {
 }
 
 Change fresh(ReplicaWriter& writer, NodeId node, WallTime due) {
-  Change change;
-  change.node = node;
-  change.sequence = writer.nextSequence();
-  change.due = due;
-  return change;
+  return {node, writer.nextSequence(), {}, due};
 }
 
 Change begin(ReplicaWriter& writer, const Node& node, WallTime due) {
   std::optional<Change> found = find(writer, node.id);
-  Change change = found.value_or(Change());
-  if (!found) {
-    change.node = node.id;
-    if (!node.identifier.empty()) {
-      const std::optional<Node> parent = writer.node(node.parent);
-      change.baseParent = parent ? parent->identifier : std::string();
-      change.baseFilename = node.filename;
-      change.baseVersion = node.contentVersion;
-    }
-  }
-  change.sequence = writer.nextSequence();
-  change.due = due;
-  change.attempts = 0;
-  change.attention = false;
-  change.held = false;
-  change.reason.clear();
-  return change;
+  if (!found) return {node.id, writer.nextSequence(), baseOf(writer, node), due};
+  found->changedAgain(writer.nextSequence(), due);
+  return *found;
 }
 
 bool again(ReplicaWriter& writer, NodeId node, WallTime due) {

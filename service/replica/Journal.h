@@ -1,8 +1,7 @@
 // What the host has not heard of yet: one row for each node that differs from what the host has.
 //
-// A row says what the host has (the base), the node's own row says what it shall be. So changes
-// coalesce by themselves: the difference is worked out when it is sent. The sequence orders changes
-// that depend on one another.
+// A row (Change) says what the host has, the node's own row says what it shall be. So changes
+// coalesce by themselves: the difference is worked out when it is sent.
 //
 // Threads: the functions run inside the transaction or reading session that they are given.
 // Errors: DatabaseError.
@@ -13,28 +12,10 @@
 #include <string>
 #include <vector>
 
+#include "service/replica/Change.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {
-
-struct Change {
-  NodeId node = kNoNode;
-  std::int64_t sequence = 0;
-  bool deleted = false;
-  bool contents = false;     // the contents here are to go up
-  std::string baseParent;    // where the host has it: the folder's identifier and the name there;
-  std::string baseFilename;  // both empty while the host does not have it
-  std::string baseVersion;   // the version that the contents here grew from
-  WallTime due{};            // not before
-  std::int64_t attempts = 0;
-  bool sent = false;  // a request was made, and what became of it is not known
-  ContentId sentContent = kNoContent;
-  std::string sentParent;
-  std::string sentFilename;
-  bool attention = false;  // refused; waits for the user
-  bool held = false;       // stays here as long as its name says so
-  std::string reason;
-};
 
 namespace journal {
 

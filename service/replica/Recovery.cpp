@@ -26,7 +26,7 @@ NodeId insertUnsent(ReplicaWriter& writer, Node node) {
   node.modified = {secondsNow(), {}};
   node.id = writer.insert(node);
   Change change = journal::begin(writer, node, WallTime{});
-  change.contents = node.kind == NodeKind::file;
+  if (node.kind == NodeKind::file) change.contentsChanged();
   journal::put(writer, change);
   return node.id;
 }
@@ -74,11 +74,9 @@ void rescueChanged(ReplicaWriter& writer, NodeId id) {
     writer.update(*node);
     writer.clearIdentifier(changed);
     Change change = journal::begin(writer, *node, WallTime{});
-    change.contents = true;
-    change.baseParent.clear();
-    change.baseFilename.clear();
-    change.baseVersion.clear();
-    change.sent = false;
+    change.contentsChanged();
+    change.hostHasNothing();
+    change.request.hadNoEffect();
     journal::put(writer, change);
   }
 }

@@ -1,6 +1,7 @@
 #include "service/upload/UploadOrder.h"
 
 #include "service/base/Names.h"
+#include "service/replica/Journal.h"
 
 namespace tulo {
 
@@ -9,12 +10,8 @@ namespace {
 constexpr std::size_t kDeepest = 4096;
 const std::string kAside = ".exchanging-";
 
-bool isAt(const Change& change, const std::string& parent, const std::string& filename) {
-  return change.baseParent == parent && change.baseFilename == filename;
-}
-
 bool waitsForUser(const Change& change) {
-  return change.attention || change.held;
+  return !change.standing.isReady();
 }
 
 }  // namespace
@@ -38,26 +35,27 @@ bool mayInherit(const Node& node) {
 
 bool occupies(const Change& other, const std::optional<Node>& former, const Node& node,
               const LocalNames& localNames) {
-  if (other.node == node.id || waitsForUser(other)) return false;
+  if (other.node() == node.id || waitsForUser(other)) return false;
   const bool leavesIdentity = former && former->kind == NodeKind::file && mayInherit(node) &&
-                              !other.sent && (other.deleted || localNames.matches(former->name));
+                              !other.request.isOpen() &&
+                              (other.isDeleted() || localNames.matches(former->name));
   return !leavesIdentity;
 }
 
 Turn UploadOrder::turnOf(const Change& change) {
   // What became of a request is found out first, whatever the order of what comes after.
-  if (change.sent) return Turn::now;
-  const std::optional<Node> node = reader_.node(change.node);
+  if (change.request.isOpen()) return Turn::now;
+  const std::optional<Node> node = reader_.node(change.node());
   if (!node) return Turn::now;
-  return change.deleted ? turnOfRemoval(change, *node) : turnOfMove(change, *node);
+  return change.isDeleted() ? turnOfRemoval(change, *node) : turnOfMove(change, *node);
 }
 
 Turn UploadOrder::turnOfRemoval(const Change& change, const Node& node) {
   if (node.kind == NodeKind::folder) {
-    return journal::anyBasedIn(reader_, node.identifier, change.node) ? Turn::later : Turn::now;
+    return journal::anyBasedIn(reader_, node.identifier, change.node()) ? Turn::later : Turn::now;
   }
   // Something new has its place and takes over its identity.
-  const std::optional<Node> parent = reader_.nodeFor(change.baseParent);
+  const std::optional<Node> parent = reader_.nodeFor(change.base().place.parent);
   if (!parent) return Turn::now;
   return isWanted(change, *parent) ? Turn::later : Turn::now;
 }
@@ -67,7 +65,7 @@ Turn UploadOrder::turnOfMove(const Change& change, const Node& node) {
   if (!parent || (parent->identifier.empty() && !localNames_.matches(node.name))) {
     // A folder that stays here keeps what is in it here.
     const std::optional<Change> above = parent ? journal::find(reader_, parent->id) : std::nullopt;
-    if (!above || above->held) return Turn::now;
+    if (!above || above->standing.isHeld()) return Turn::now;
   } else if (const std::optional<Turn> turn = turnIn(*parent, change, node)) {
     return *turn;
   }
@@ -77,17 +75,17 @@ Turn UploadOrder::turnOfMove(const Change& change, const Node& node) {
 std::optional<Turn> UploadOrder::turnIn(const Node& parent, const Change& change,
                                         const Node& node) {
   for (const Change& other : journal::sentTo(reader_, parent.identifier, node.filename)) {
-    if (other.node != change.node && !other.attention) return Turn::later;
+    if (other.node() != change.node() && !other.standing.isRefused()) return Turn::later;
   }
   bool occupied = false;
   for (const Change& other : journal::basedOn(reader_, parent.identifier, node.filename)) {
-    if (other.node == change.node) continue;
-    if (isActive_(other.node)) return Turn::later;
-    occupied = occupied || occupies(other, reader_.node(other.node), node, localNames_);
+    if (other.node() == change.node()) continue;
+    if (isActive_(other.node())) return Turn::later;
+    occupied = occupied || occupies(other, reader_.node(other.node()), node, localNames_);
   }
   if (occupied) return std::nullopt;
-  const bool folderMoves = node.kind == NodeKind::folder && !change.baseParent.empty() &&
-                           change.baseParent != parent.identifier;
+  const bool folderMoves = node.kind == NodeKind::folder && change.base().isPlaced() &&
+                           change.base().place.parent != parent.identifier;
   if (!folderMoves) return Turn::now;
   switch (hostHasInside(parent.id, node.id)) {
     case Inside::no:
@@ -104,10 +102,10 @@ UploadOrder::Inside UploadOrder::hostHasInside(NodeId folder, NodeId ancestor) {
   for (std::size_t i = 0; i < kDeepest && folder != kRootNode && folder != kNoNode; ++i) {
     if (folder == ancestor) return Inside::yes;
     const std::optional<Change> change = journal::find(reader_, folder);
-    if (change && (change->sent || isActive_(folder))) return Inside::unknown;
-    const bool moved = change && !change->baseParent.empty();
+    if (change && (change->request.isOpen() || isActive_(folder))) return Inside::unknown;
+    const bool moved = change && change->base().isPlaced();
     const std::optional<Node> node =
-        moved ? reader_.nodeFor(change->baseParent) : reader_.node(folder);
+        moved ? reader_.nodeFor(change->base().place.parent) : reader_.node(folder);
     if (!node) return Inside::no;
     folder = moved ? node->id : node->parent;
   }
@@ -116,24 +114,24 @@ UploadOrder::Inside UploadOrder::hostHasInside(NodeId folder, NodeId ancestor) {
 
 // Whether another node is to have the place that the change's item has at the host.
 bool UploadOrder::isWanted(const Change& change, const Node& home) {
-  const NameLookup found = reader_.lookup(home.id, names::shown(change.baseFilename));
-  if (!found.entry || found.entry->id == change.node) return false;
+  const NameLookup found = reader_.lookup(home.id, names::shown(change.base().place.filename));
+  if (!found.entry || found.entry->id == change.node()) return false;
   const std::optional<Node> heir = reader_.node(found.entry->id);
   const std::optional<Change> other = journal::find(reader_, found.entry->id);
-  if (!heir || !other || other->deleted || waitsForUser(*other) ||
-      isAt(*other, change.baseParent, change.baseFilename)) {
+  if (!heir || !other || other->isDeleted() || waitsForUser(*other) ||
+      other->base().place == change.base().place) {
     return false;
   }
-  return !change.deleted || mayInherit(*heir);
+  return !change.isDeleted() || mayInherit(*heir);
 }
 
 bool UploadOrder::shouldStepAside(const Change& change, const Node& node) {
-  if (node.identifier.empty() || change.baseParent.empty()) return false;
-  const std::optional<Node> home = reader_.nodeFor(change.baseParent);
+  if (node.identifier.empty() || !change.base().isPlaced()) return false;
+  const std::optional<Node> home = reader_.nodeFor(change.base().place.parent);
   if (!home) return false;
   const std::optional<Change> above = journal::find(reader_, home->id);
-  if (above && above->deleted) return true;
-  return change.baseFilename != asideName(node) && isWanted(change, *home);
+  if (above && above->isDeleted()) return true;
+  return change.base().place.filename != asideName(node) && isWanted(change, *home);
 }
 
 }  // namespace tulo

@@ -14,7 +14,7 @@
 #include <string>
 
 #include "service/edits/LocalNames.h"
-#include "service/replica/Journal.h"
+#include "service/replica/Change.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {

@@ -10,7 +10,7 @@ template <typename Predicate>
 void Verdicts::finishWhere(const Predicate& predicate, int error) {
   std::vector<Completion> completions;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     for (auto at = waiters_.begin(); at != waiters_.end();) {
       if (predicate(at->first, at->second)) {
         completions.push_back(std::move(at->second.completion));
@@ -25,14 +25,14 @@ void Verdicts::finishWhere(const Predicate& predicate, int error) {
 }
 
 Verdicts::Ticket Verdicts::begin(Completion completion) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const Ticket ticket = next_++;
   waiters_[ticket].completion = std::move(completion);
   return ticket;
 }
 
 void Verdicts::await(Ticket ticket, const std::vector<NodeId>& nodes, WallTime deadline) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = waiters_.find(ticket);
   if (found == waiters_.end()) return;
   found->second.nodes.insert(nodes.begin(), nodes.end());
@@ -45,13 +45,13 @@ void Verdicts::cancel(Ticket ticket, int error) {
 }
 
 bool Verdicts::isAwaited(NodeId node) const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return std::any_of(waiters_.begin(), waiters_.end(),
                      [node](const auto& each) { return each.second.nodes.contains(node); });
 }
 
 std::vector<NodeId> Verdicts::awaited() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::unordered_set<NodeId> nodes;
   for (const auto& [ticket, waiter] : waiters_)
     nodes.insert(waiter.nodes.begin(), waiter.nodes.end());
@@ -81,7 +81,7 @@ void Verdicts::expire(WallTime now) {
 }
 
 std::optional<WallTime> Verdicts::nextDeadline() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::optional<WallTime> first;
   for (const auto& [ticket, waiter] : waiters_) {
     if (waiter.waits && (!first || waiter.deadline < *first)) first = waiter.deadline;

@@ -7,13 +7,14 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
-#include "service/replica/Node.h"
+#include "platform/linux/Mutex.h"
+#include "service/base/Time.h"
+#include "service/replica/Ids.h"
 
 namespace tulo {
 
@@ -25,8 +26,8 @@ class Verdicts {
 
   // The ticket can be given to cancel() before the waiting begins.
   Ticket begin(Completion completion);
-  // Waits for the changes of the nodes, not longer than until `deadline`. Nothing
-  // when the ticket was cancelled meanwhile.
+  // Waits for the changes of the nodes, not longer than until `deadline`. Nothing when the ticket
+  // was cancelled meanwhile.
   void await(Ticket ticket, const std::vector<NodeId>& nodes, WallTime deadline);
   // Nothing when the completion ran already.
   void cancel(Ticket ticket, int error);
@@ -52,12 +53,12 @@ class Verdicts {
   };
 
   template <typename Predicate>
-  void finishWhere(const Predicate& predicate, int error);
+  void finishWhere(const Predicate& predicate, int error) TULO_EXCLUDES(mutex_);
 
-  // Guards the fields below; a leaf.
-  mutable std::mutex mutex_;
-  std::unordered_map<Ticket, Waiter> waiters_;
-  Ticket next_ = 1;
+  // A leaf.
+  mutable Mutex mutex_;
+  std::unordered_map<Ticket, Waiter> waiters_ TULO_GUARDED_BY(mutex_);
+  Ticket next_ TULO_GUARDED_BY(mutex_) = 1;
 };
 
 }  // namespace tulo

@@ -37,7 +37,7 @@ class ControlFixture : public WritingFixture {
     refuseOnce();
     const NodeId id = makeFile(name, "x");
     push();
-    EXPECT_TRUE(change(id)->attention);
+    EXPECT_TRUE(change(id)->standing.isRefused());
     return id;
   }
 };

@@ -15,7 +15,7 @@ TEST_F(RetryOperationTest, ItIsAboutWhatIsNamed) {
   drain();
   EXPECT_FALSE(change(one));
   EXPECT_TRUE(row(one)->error.empty());
-  EXPECT_TRUE(change(other)->attention);
+  EXPECT_TRUE(change(other)->standing.isRefused());
 }
 
 TEST_F(RetryOperationTest, WithoutANameItIsAboutAllThatWasRefused) {

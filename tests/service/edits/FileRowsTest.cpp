@@ -41,7 +41,7 @@ TEST_F(FileRowsTest, TheRowSaysWhatTheFileSays) {
   EXPECT_EQ(row(id)->modified.whole, atSecond(1'234'567'890));
   EXPECT_EQ(row(id)->modified.beyond, nanoseconds(42));
   EXPECT_EQ(engine->store().used(), used + 16 * 512);
-  EXPECT_EQ(change(id)->due, clock + kQuiet);
+  EXPECT_EQ(change(id)->standing.due(), clock + kQuiet);
 }
 
 TEST_F(FileRowsTest, NothingIsNotedOfContentsThatAreTheNodesNoLonger) {

@@ -21,8 +21,8 @@ TEST_F(FirstWriteTest, TheJournalKnowsOfAnEditBeforeTheFirstByteIsWritten) {
   EXPECT_FALSE(change(id));
   EXPECT_EQ(put(*file, "B", 0), 1);
   ASSERT_TRUE(change(id));
-  EXPECT_TRUE(change(id)->contents);
-  EXPECT_EQ(change(id)->baseVersion, "1");
+  EXPECT_TRUE(change(id)->hasContents());
+  EXPECT_EQ(change(id)->base().version, "1");
   EXPECT_EQ(row(id)->state, ContentState::dirty);
   EXPECT_EQ(bytesOf(*file), "Base");
 }
@@ -54,8 +54,8 @@ TEST_F(FirstWriteTest, WhatIsWrittenAfterTheDeletionIsNotForTheHost) {
   EXPECT_EQ(put(*file, "J", 0), 1);
   EXPECT_EQ(bytesOf(*file), "Jello");
   ASSERT_TRUE(change(id));
-  EXPECT_TRUE(change(id)->deleted);
-  EXPECT_FALSE(change(id)->contents);
+  EXPECT_TRUE(change(id)->isDeleted());
+  EXPECT_FALSE(change(id)->hasContents());
 }
 
 TEST_F(FirstWriteTest, NothingIsToBeDoneForANewFileOnly) {

@@ -49,7 +49,7 @@ TEST_F(LocalFilesTest, ClosingBringsSizeAndTimeIntoTheRow) {
   close(id);
   EXPECT_EQ(row(id)->size, 5);
   EXPECT_GT(row(id)->blocks, 0);
-  EXPECT_EQ(change(id)->due, clock + kQuiet);
+  EXPECT_EQ(change(id)->standing.due(), clock + kQuiet);
 }
 
 TEST_F(LocalFilesTest, ClosingWithoutAWriteChangesNothing) {
@@ -58,7 +58,7 @@ TEST_F(LocalFilesTest, ClosingWithoutAWriteChangesNothing) {
   clock += milliseconds(300);
   open(id);
   close(id);
-  EXPECT_EQ(change(id)->due, before.due);
+  EXPECT_EQ(change(id)->standing.due(), before.standing.due());
 }
 
 TEST_F(LocalFilesTest, FsyncMakesContentsAndJournalDurable) {

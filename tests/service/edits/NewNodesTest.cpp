@@ -26,9 +26,9 @@ TEST_F(NewNodesTest, ANewFileIsInTheTreeAndInTheJournalWhenTheCallReturns) {
   EXPECT_EQ(node.state, ContentState::dirty);
   EXPECT_TRUE(node.identifier.empty());
   const Change noted = *change(made.entry.id);
-  EXPECT_TRUE(noted.contents);
-  EXPECT_TRUE(noted.baseParent.empty());
-  EXPECT_EQ(noted.due, clock + kQuiet);
+  EXPECT_TRUE(noted.hasContents());
+  EXPECT_TRUE(noted.base().place.parent.empty());
+  EXPECT_EQ(noted.standing.due(), clock + kQuiet);
 }
 
 TEST_F(NewNodesTest, ANameThatIsTakenIsNotMadeAgain) {

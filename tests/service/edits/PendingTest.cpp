@@ -40,7 +40,7 @@ class PendingTest : public ::testing::Test {
 
   // As Edits does it: the row leaves the tree and stays for the journal.
   void remove(NodeId id) {
-    change(id, [](Change& each) { each.deleted = true; });
+    change(id, [](Change& each) { each.deletedHere(); });
     write([&](ReplicaWriter& writer) {
       runSql(writer, "UPDATE node SET parent=NULL WHERE id=" + std::to_string(id.number()));
     });
@@ -93,8 +93,8 @@ TEST_F(PendingTest, TellsWhatAChangeIsOf) {
   const NodeId old = insert(folder, "old", NodeKind::file, "i:1");
   const NodeId fresh = insert(folder, "fresh", NodeKind::file, "");
   const NodeId gone = insert(folder, "gone", NodeKind::file, "i:2");
-  change(old, [](Change& each) { each.contents = true; });
-  change(fresh, [](Change& each) { each.contents = true; });
+  change(old, [](Change& each) { each.contentsChanged(); });
+  change(fresh, [](Change& each) { each.contentsChanged(); });
   remove(gone);
   EXPECT_STREQ(pending::kindOf(item(old).change), "contents");
   EXPECT_STREQ(pending::kindOf(item(fresh).change), "new");
@@ -144,7 +144,7 @@ TEST_F(PendingTest, FindsTheChangesUnderAFolderDeepestFirst) {
 TEST_F(PendingTest, AFileThatIsThereWasNotDeleted) {
   const NodeId file = insert(kRootNode, "file", NodeKind::file, "i:1");
   EXPECT_EQ(deletedFrom(kRootNode, "file"), kNoNode);
-  change(file, [](Change& each) { each.contents = true; });
+  change(file, [](Change& each) { each.contentsChanged(); });
   EXPECT_EQ(deletedFrom(kRootNode, "file"), kNoNode);
   EXPECT_EQ(deletedFrom(NodeId(12345), "file"), kNoNode);
 }
@@ -158,7 +158,7 @@ TEST_F(PendingTest, CountsWhatStaysHere) {
   change(fresh, [](Change&) {});
   EXPECT_EQ(localItems(), 1);
   const NodeId backup = insert(kRootNode, "backup~", NodeKind::file, "i:2");
-  change(backup, [](Change& each) { each.held = true; });
+  change(backup, [](Change& each) { each.standing.hold(); });
   EXPECT_EQ(localItems(), 2);
 }
 

@@ -20,10 +20,10 @@ TEST_F(RemovalsTest, AFileOfTheHostWaitsForItsDeletion) {
   const NodeId id = downloaded("i:1", "a.txt", "x");
   EXPECT_EQ(edits().removeFile(kRootNode, "a.txt"), 0);
   const Change noted = *change(id);
-  EXPECT_TRUE(noted.deleted);
-  EXPECT_EQ(noted.baseParent, root());
-  EXPECT_EQ(noted.baseFilename, "a.txt");
-  EXPECT_EQ(noted.baseVersion, "1");
+  EXPECT_TRUE(noted.isDeleted());
+  EXPECT_EQ(noted.base().place.parent, root());
+  EXPECT_EQ(noted.base().place.filename, "a.txt");
+  EXPECT_EQ(noted.base().version, "1");
   EXPECT_TRUE(names().empty());
 }
 

@@ -41,8 +41,8 @@ TEST_F(RenamesTest, ARenameKeepsTheNumberAndTheContents) {
   EXPECT_EQ(named("b.txt"), id);
   EXPECT_EQ(named("a.txt"), kNoNode);
   EXPECT_EQ(contentsOf(id), "hello");
-  EXPECT_EQ(change(id)->baseFilename, "a.txt");
-  EXPECT_FALSE(change(id)->contents);
+  EXPECT_EQ(change(id)->base().place.filename, "a.txt");
+  EXPECT_FALSE(change(id)->hasContents());
 }
 
 TEST_F(RenamesTest, ARenameOverAFileTakesItsPlace) {
@@ -106,7 +106,7 @@ TEST_F(RenamesTest, AFileWithATemporaryNameHasNoChangeUntilItsNameIsProper) {
   EXPECT_FALSE(change(id));
   EXPECT_EQ(rename("a.part", "a.bin"), 0);
   ASSERT_TRUE(change(id));
-  EXPECT_TRUE(change(id)->contents);
+  EXPECT_TRUE(change(id)->hasContents());
 }
 
 TEST_F(RenamesTest, WhatIsInALocalFolderStaysHereUntilTheFolderIsProper) {

@@ -107,8 +107,8 @@ TEST_F(WritableFileTest, WhatIsWrittenToANewFileAfterItWasSentIsNotTakenForSent)
   close(id);
   markSent(id);
   EXPECT_EQ(put(*file, "two", 0), 3);
-  EXPECT_NE(row(id)->content, change(id)->sentContent);
-  EXPECT_EQ(readFile(engine->store().path(change(id)->sentContent)), "one");
+  EXPECT_NE(row(id)->content, change(id)->request.contents());
+  EXPECT_EQ(readFile(engine->store().path(change(id)->request.contents())), "one");
 }
 
 TEST_F(WritableFileTest, WhateverWasNotNotedYetIsNotedBeforeTheContentsAreTakenOver) {
@@ -198,7 +198,7 @@ TEST_F(WritableFileTest, WhoeverWritesAfterTheContentsWentUpBeginsAnew) {
   ASSERT_EQ(row(id)->state, ContentState::downloaded);
   EXPECT_EQ(put(*file, "C", 0), 1);
   EXPECT_EQ(row(id)->state, ContentState::dirty);
-  EXPECT_TRUE(change(id)->contents);
+  EXPECT_TRUE(change(id)->hasContents());
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ TEST_F(FolderChangesTest, KnowsTheChangesOfTheFoldersChildren) {
   look(kRootNode, [&](FolderChanges& changes) {
     EXPECT_FALSE(changes.of(same));
     ASSERT_TRUE(changes.of(renamed));
-    EXPECT_EQ(changes.of(renamed)->baseFilename, "old");
+    EXPECT_EQ(changes.of(renamed)->base().place.filename, "old");
   });
 }
 
@@ -57,8 +57,8 @@ TEST_F(FolderChangesTest, AMoveIsComparedWithThePlaceInWhichTheHostHasTheItemNow
   ASSERT_EQ(engine->edits().rename(kRootNode, "moved", target, "moved", 0), 0);
   look(kRootNode,
        [&](FolderChanges& changes) { EXPECT_TRUE(changes.isOurs(item("i:1", "renamed there"))); });
-  EXPECT_EQ(change(moved)->baseFilename, "renamed there");
-  EXPECT_EQ(change(moved)->baseParent, root());
+  EXPECT_EQ(change(moved)->base().place.filename, "renamed there");
+  EXPECT_EQ(change(moved)->base().place.parent, root());
 }
 
 TEST_F(FolderChangesTest, WhatMayBeInTheMakingIsOursAsFarAsNameAndKindGo) {

@@ -59,7 +59,7 @@ TEST(ItemAttributesTest, AFolderIsListedOrNotAndHasNoContents) {
 
 TEST(ItemAttributesTest, WhatStaysHereIsLocalAndWaitsForNothing) {
   Change change;
-  change.held = true;
+  change.standing.hold();
   const ItemAttributes held(file(), change);
   EXPECT_EQ(valueOf(held, "state"), "local");
   EXPECT_EQ(valueOf(held, "local"), "1");
@@ -79,7 +79,7 @@ TEST(ItemAttributesTest, TheRootIsNeverLocal) {
 
 TEST(ItemAttributesTest, TheErrorIsThatOfTheItemOrElseOfItsChange) {
   Change change;
-  change.reason = "refused";
+  change.standing.failed("refused");
   EXPECT_EQ(valueOf({file(), change}, "error"), "refused");
   Node node = file();
   node.error = "not fetched";

@@ -53,6 +53,12 @@ class JournalTest : public ::testing::Test {
     return change;
   }
 
+  // Still due when it was.
+  static void failTimes(Change& change, int times) {
+    for (int i = 0; i < times; ++i)
+      change.standing.putOff(change.standing.due());
+  }
+
   std::optional<Change> find(NodeId id) {
     return read([&](ReplicaReader& reader) { return journal::find(reader, id); });
   }
@@ -74,73 +80,77 @@ class JournalTest : public ::testing::Test {
 TEST_F(JournalTest, ARowSaysWhatTheHostHas) {
   const NodeId id = add("a.txt", "i:1");
   const Change change = begin(id, 500);
-  EXPECT_EQ(change.baseParent, "root");
-  EXPECT_EQ(change.baseFilename, "a.txt");
-  EXPECT_EQ(change.baseVersion, "v1");
-  EXPECT_EQ(change.due, at(500));
+  EXPECT_EQ(change.base().place.parent, "root");
+  EXPECT_EQ(change.base().place.filename, "a.txt");
+  EXPECT_EQ(change.base().version, "v1");
+  EXPECT_EQ(change.standing.due(), at(500));
 }
 
 TEST_F(JournalTest, WhatTheHostDoesNotHaveHasNoBase) {
   const Change change = begin(add("a.txt", ""));
-  EXPECT_TRUE(change.baseParent.empty());
-  EXPECT_TRUE(change.baseFilename.empty());
-  EXPECT_TRUE(change.baseVersion.empty());
+  EXPECT_TRUE(change.base().place.parent.empty());
+  EXPECT_TRUE(change.base().place.filename.empty());
+  EXPECT_TRUE(change.base().version.empty());
 }
 
 TEST_F(JournalTest, AllFieldsSurvive) {
   const NodeId id = add("a.txt", "i:1");
   begin(id, 500, [](Change& change) {
-    change.deleted = change.contents = change.sent = change.attention = change.held = true;
-    change.attempts = 3;
-    change.sentContent = ContentId(17);
-    change.sentParent = "p";
-    change.sentFilename = std::string("n\0m", 3);
-    change.reason = "why";
+    change.deletedHere();
+    change.contentsChanged();
+    change.request.made(ContentId(17), {"p", std::string("n\0m", 3)});
+    failTimes(change, 3);
+    change.standing.refuse();
+    change.standing.hold();
+    change.standing.failed("why");
   });
   const Change found = *find(id);
-  EXPECT_TRUE(found.deleted && found.contents && found.sent && found.attention && found.held);
-  EXPECT_EQ(found.attempts, 3);
-  EXPECT_EQ(found.sentContent, ContentId(17));
-  EXPECT_EQ(found.sentParent, "p");
-  EXPECT_EQ(found.sentFilename, std::string("n\0m", 3));
-  EXPECT_EQ(found.reason, "why");
+  EXPECT_TRUE(found.isDeleted() && found.hasContents() && found.request.isOpen());
+  EXPECT_TRUE(found.standing.isRefused() && found.standing.isHeld());
+  EXPECT_EQ(found.standing.attempts(), 3);
+  EXPECT_EQ(found.request.contents(), ContentId(17));
+  EXPECT_EQ(found.request.place().parent, "p");
+  EXPECT_EQ(found.request.place().filename, std::string("n\0m", 3));
+  EXPECT_EQ(found.standing.reason(), "why");
 }
 
 TEST_F(JournalTest, ALaterChangeKeepsTheBaseOfTheFirst) {
   const NodeId id = add("a.txt", "i:1");
-  const Change first = begin(id, 100, [](Change& change) { change.contents = true; });
+  const Change first = begin(id, 100, [](Change& change) { change.contentsChanged(); });
   write([&](ReplicaWriter& writer) {
     Node node = *writer.node(id);
     node.name = node.filename = "b.txt";
     writer.update(node);
   });
   const Change second = begin(id, 200);
-  EXPECT_EQ(second.baseFilename, "a.txt");
-  EXPECT_TRUE(second.contents);
-  EXPECT_EQ(second.due, at(200));
-  EXPECT_GT(second.sequence, first.sequence);
+  EXPECT_EQ(second.base().place.filename, "a.txt");
+  EXPECT_TRUE(second.hasContents());
+  EXPECT_EQ(second.standing.due(), at(200));
+  EXPECT_GT(second.sequence(), first.sequence());
 }
 
 TEST_F(JournalTest, ANewChangeFreesWhatWasRefusedOrHeld) {
   const NodeId id = add("a.txt", "i:1");
   begin(id, 0, [](Change& change) {
-    change.attention = change.held = true;
-    change.attempts = 7;
-    change.reason = "why";
+    change.standing.refuse();
+    change.standing.hold();
+    failTimes(change, 7);
+    change.standing.failed("why");
   });
   const Change again = begin(id, 5);
-  EXPECT_FALSE(again.attention);
-  EXPECT_FALSE(again.held);
-  EXPECT_EQ(again.attempts, 0);
-  EXPECT_TRUE(again.reason.empty());
+  EXPECT_FALSE(again.standing.isRefused());
+  EXPECT_FALSE(again.standing.isHeld());
+  EXPECT_EQ(again.standing.attempts(), 0);
+  EXPECT_TRUE(again.standing.reason().empty());
 }
 
 TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
   const NodeId id = add("a.txt", "i:1");
   const Change before = begin(id, 0, [](Change& change) {
-    change.attention = change.held = true;
-    change.attempts = 7;
-    change.reason = "why";
+    change.standing.refuse();
+    change.standing.hold();
+    failTimes(change, 7);
+    change.standing.failed("why");
   });
   replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
     EXPECT_TRUE(journal::again(writer, id, at(5)));
@@ -148,12 +158,12 @@ TEST_F(JournalTest, ARepeatedChangeFreesWhatWasRefusedOrHeld) {
   });
   const auto after = read([&](ReplicaReader& reader) { return journal::find(reader, id); });
   ASSERT_TRUE(after);
-  EXPECT_FALSE(after->attention);
-  EXPECT_FALSE(after->held);
-  EXPECT_EQ(after->attempts, 0);
-  EXPECT_TRUE(after->reason.empty());
-  EXPECT_EQ(after->due, at(5));
-  EXPECT_GT(after->sequence, before.sequence);
+  EXPECT_FALSE(after->standing.isRefused());
+  EXPECT_FALSE(after->standing.isHeld());
+  EXPECT_EQ(after->standing.attempts(), 0);
+  EXPECT_TRUE(after->standing.reason().empty());
+  EXPECT_EQ(after->standing.due(), at(5));
+  EXPECT_GT(after->sequence(), before.sequence());
 }
 
 TEST_F(JournalTest, WhatIsDueAtTheSameTimeComesUpOnceInEachPass) {
@@ -181,20 +191,17 @@ TEST_F(JournalTest, WhatIsDueAtTheSameTimeComesUpOnceInEachPass) {
 
 TEST_F(JournalTest, ANewChangeDoesNotForgetThatARequestIsOpen) {
   const NodeId id = add("a.txt", "");
-  begin(id, 0, [](Change& change) {
-    change.sent = true;
-    change.sentContent = ContentId(5);
-  });
-  EXPECT_TRUE(begin(id).sent);
-  EXPECT_EQ(begin(id).sentContent, ContentId(5));
+  begin(id, 0, [](Change& change) { change.request.made(ContentId(5), {}); });
+  EXPECT_TRUE(begin(id).request.isOpen());
+  EXPECT_EQ(begin(id).request.contents(), ContentId(5));
 }
 
 TEST_F(JournalTest, SequencesRiseWithEachChange) {
   const Change one = begin(add("a", "i:1"));
   const Change two = begin(add("b", "i:2"));
-  const Change again = begin(one.node);
-  EXPECT_LT(one.sequence, two.sequence);
-  EXPECT_LT(two.sequence, again.sequence);
+  const Change again = begin(one.node());
+  EXPECT_LT(one.sequence(), two.sequence());
+  EXPECT_LT(two.sequence(), again.sequence());
 }
 
 TEST_F(JournalTest, OnlyWhatIsDueComesUp) {
@@ -204,8 +211,8 @@ TEST_F(JournalTest, OnlyWhatIsDueComesUp) {
   const NodeId held = add("held", "i:4");
   begin(now, 100);
   begin(later, 200);
-  begin(refused, 0, [](Change& change) { change.attention = true; });
-  begin(held, 0, [](Change& change) { change.held = true; });
+  begin(refused, 0, [](Change& change) { change.standing.refuse(); });
+  begin(held, 0, [](Change& change) { change.standing.hold(); });
   EXPECT_TRUE(due(99).empty());
   EXPECT_EQ(due(100), (std::vector<NodeId>{now}));
   EXPECT_EQ(due(200), (std::vector<NodeId>{now, later}));
@@ -219,7 +226,7 @@ TEST_F(JournalTest, TheNextDueIsTheFirstThatIsStillToCome) {
   EXPECT_FALSE(next(0));
   begin(add("a", "i:1"), 100);
   begin(add("b", "i:2"), 200);
-  begin(add("c", "i:3"), 50, [](Change& change) { change.attention = true; });
+  begin(add("c", "i:3"), 50, [](Change& change) { change.standing.refuse(); });
   EXPECT_EQ(next(0), at(100));
   EXPECT_EQ(next(100), at(200));
   EXPECT_FALSE(next(200));
@@ -228,8 +235,8 @@ TEST_F(JournalTest, TheNextDueIsTheFirstThatIsStillToCome) {
 TEST_F(JournalTest, CountsTellWaitingFromRefusedAndLeaveOutWhatIsHeld) {
   begin(add("a", "i:1"));
   begin(add("b", "i:2"));
-  begin(add("c", "i:3"), 0, [](Change& change) { change.attention = true; });
-  begin(add("d", "i:4"), 0, [](Change& change) { change.held = true; });
+  begin(add("c", "i:3"), 0, [](Change& change) { change.standing.refuse(); });
+  begin(add("d", "i:4"), 0, [](Change& change) { change.standing.hold(); });
   const auto counts = read([](ReplicaReader& reader) { return journal::counts(reader); });
   EXPECT_EQ(counts.pending, 2);
   EXPECT_EQ(counts.attention, 1);
@@ -239,26 +246,26 @@ TEST_F(JournalTest, RetryHurriesWhatFailedAndNothingElse) {
   const NodeId failed = add("failed", "i:1");
   const NodeId quiet = add("quiet", "i:2");
   const NodeId refused = add("refused", "i:3");
-  begin(failed, 9'000, [](Change& change) { change.attempts = 2; });
+  begin(failed, 9'000, [](Change& change) { failTimes(change, 2); });
   begin(quiet, 9'000);
   begin(refused, 9'000, [](Change& change) {
-    change.attention = true;
-    change.attempts = 5;
+    change.standing.refuse();
+    failTimes(change, 5);
   });
   write([](ReplicaWriter& writer) { journal::retry(writer, at(100), false); });
-  EXPECT_EQ(find(failed)->due, at(100));
-  EXPECT_EQ(find(failed)->attempts, 2);
-  EXPECT_EQ(find(quiet)->due, at(9'000));
-  EXPECT_TRUE(find(refused)->attention);
+  EXPECT_EQ(find(failed)->standing.due(), at(100));
+  EXPECT_EQ(find(failed)->standing.attempts(), 2);
+  EXPECT_EQ(find(quiet)->standing.due(), at(9'000));
+  EXPECT_TRUE(find(refused)->standing.isRefused());
   write([](ReplicaWriter& writer) { journal::retry(writer, at(200), true); });
-  EXPECT_FALSE(find(refused)->attention);
-  EXPECT_EQ(find(refused)->attempts, 0);
-  EXPECT_EQ(find(refused)->due, at(200));
+  EXPECT_FALSE(find(refused)->standing.isRefused());
+  EXPECT_EQ(find(refused)->standing.attempts(), 0);
+  EXPECT_EQ(find(refused)->standing.due(), at(200));
 }
 
 TEST_F(JournalTest, RetryTakesTheErrorsBackThatItTriesAgain) {
   const NodeId refused = add("refused", "i:3");
-  begin(refused, 0, [](Change& change) { change.attention = true; });
+  begin(refused, 0, [](Change& change) { change.standing.refuse(); });
   write([&](ReplicaWriter& writer) {
     writer.setError(refused, "no such name");
     journal::retry(writer, at(1), true);
@@ -274,9 +281,9 @@ TEST_F(JournalTest, HurryTakesTheFoldersAboveAlong) {
   for (const NodeId id : {folder, file, other})
     begin(id, 9'000);
   write([&](ReplicaWriter& writer) { journal::hurry(writer, file, at(100)); });
-  EXPECT_EQ(find(file)->due, at(100));
-  EXPECT_EQ(find(folder)->due, at(100));
-  EXPECT_EQ(find(other)->due, at(9'000));
+  EXPECT_EQ(find(file)->standing.due(), at(100));
+  EXPECT_EQ(find(folder)->standing.due(), at(100));
+  EXPECT_EQ(find(other)->standing.due(), at(9'000));
 }
 
 TEST_F(JournalTest, ChangesAreFoundByTheirBase) {
@@ -287,7 +294,7 @@ TEST_F(JournalTest, ChangesAreFoundByTheirBase) {
   const auto there =
       read([](ReplicaReader& reader) { return journal::basedOn(reader, "root", "a"); });
   ASSERT_EQ(there.size(), 1U);
-  EXPECT_EQ(there[0].node, one);
+  EXPECT_EQ(there[0].node(), one);
   const auto all = [](ReplicaReader& reader) { return journal::basedIn(reader, "root"); };
   EXPECT_EQ(read(all).size(), 2U);
   EXPECT_TRUE(

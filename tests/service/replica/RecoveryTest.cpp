@@ -111,7 +111,7 @@ TEST_F(RecoveryTest, WhatWasChangedBelowAFolderThatGoesIsRescued) {
                           [&](ReplicaWriter& writer) { rescueChanged(writer, folder); });
   EXPECT_EQ(recovered().count("a.txt"), 1U);
   EXPECT_EQ(contentsOf(file), "mine");
-  EXPECT_TRUE(change(file)->baseParent.empty());
+  EXPECT_TRUE(change(file)->base().place.parent.empty());
   EXPECT_TRUE(row(file)->identifier.empty());
 }
 

@@ -36,8 +36,7 @@ class FilesFixture : public WritingFixture {
   void markSent(NodeId id) {
     files().withSettled(id, Durability::eventual, [&](ReplicaWriter& writer) {
       Change sent = *journal::find(writer, id);
-      sent.sent = true;
-      sent.sentContent = writer.node(id)->content;
+      sent.request.made(writer.node(id)->content, {});
       journal::put(writer, sent);
     });
   }

@@ -89,7 +89,7 @@ TEST_F(UploadOrderTest, AFolderWaitsUntilItIsKnownThatItsNewFolderIsNotInsideIt)
   EXPECT_EQ(move(kRootNode, "B", a, "B"), 0);
   loseAnswer();
   push();
-  ASSERT_TRUE(change(b)->sent);
+  ASSERT_TRUE(change(b)->request.isOpen());
   EXPECT_EQ(move(a, "B", kRootNode, "B"), 0);
   EXPECT_EQ(move(kRootNode, "A", b, "A"), 0);
   pass();
@@ -108,7 +108,7 @@ TEST_F(UploadOrderTest, APlaceThatAnUnansweredRequestMayHaveTakenIsWaitedFor) {
   const NodeId first = makeFile("a.txt", "first");
   loseAnswer();
   push();
-  ASSERT_TRUE(change(first)->sent);
+  ASSERT_TRUE(change(first)->request.isOpen());
   EXPECT_EQ(rename("a.txt", "b.txt"), 0);
   makeFile("a.txt", "second");
   pass();
@@ -128,13 +128,13 @@ TEST_F(UploadOrderTest, APlaceIsNotWaitedForOnceTheUnansweredRequestIsGivenUp) {
   EXPECT_EQ(rename("a.txt", "b.txt"), 0);
   makeFile("a.txt", "second");
   extension->setListingError(fileProviderError(NSFileProviderErrorCode::cannotSynchronize));
-  for (int i = 0; i < 40 && !change(first)->attention; ++i) {
+  for (int i = 0; i < 40 && !change(first)->standing.isRefused(); ++i) {
     EXPECT_EQ(sent().size(), 1U);
     clock += milliseconds(60 * 1000);
     engine->uploader().step();
   }
-  ASSERT_TRUE(change(first)->attention);
-  ASSERT_TRUE(change(first)->sent);
+  ASSERT_TRUE(change(first)->standing.isRefused());
+  ASSERT_TRUE(change(first)->request.isOpen());
   drain();
   ASSERT_EQ(sent().size(), 2U);
   EXPECT_EQ(sent()[1].contents, "second");

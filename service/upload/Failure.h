@@ -1,0 +1,47 @@
+// What follows from an error of the host's.
+//
+// Some errors say that the item or its folder is gone; that is looked up, and then it is an outcome
+// like others. The rest is noted: the change is tried again or refused, others are kept back with
+// it, and who waits for it is told.
+//
+// Threads: every member may be called on any thread, which may wait for the provider.
+// Errors: DatabaseError.
+#pragma once
+
+#include "service/errors/Reaction.h"
+#include "service/upload/HostHealth.h"
+#include "service/upload/Judge.h"
+#include "service/upload/Outcome.h"
+#include "service/upload/Provider.h"
+#include "service/upload/Tally.h"
+
+namespace tulo {
+
+class Failure {
+ public:
+  Failure(LocalFiles& files, Provider& provider, Outcome& outcome, HostHealth& health, Judge& judge,
+          Tally& tally)
+      : files_(files),
+        provider_(provider),
+        outcome_(outcome),
+        health_(health),
+        judge_(judge),
+        tally_(tally) {}
+
+  // The plan was answered with the error, or what it is about was.
+  void react(const Plan& plan, const platform::NSError& error);
+
+ private:
+  // True when the error was that something is gone, and that has been seen to.
+  bool isGone(const Plan& plan);
+  void note(const Plan& plan, const platform::NSError& error, Reaction reaction);
+
+  LocalFiles& files_;
+  Provider& provider_;
+  Outcome& outcome_;
+  HostHealth& health_;
+  Judge& judge_;
+  Tally& tally_;
+};
+
+}  // namespace tulo

@@ -1,0 +1,104 @@
+#include "service/upload/Delivery.h"
+
+#include "tests/service/support/WritingFixture.h"
+
+namespace tulo::test {
+namespace {
+
+class DeliveryTest : public WritingFixture {};
+
+TEST_F(DeliveryTest, AFolderGoesUpBeforeWhatIsInIt) {
+  const NodeId outer = makeFolder("outer");
+  const NodeId inner = makeFolder("inner", outer);
+  makeFile("leaf", "x", inner);
+  push();
+  EXPECT_EQ(sentNames(), (std::vector<std::string>{"outer", "inner", "leaf"}));
+  EXPECT_EQ(sent()[2].parent, row(inner)->identifier);
+}
+
+TEST_F(DeliveryTest, AFileMovedIntoANewFolderWaitsForIt) {
+  downloaded("i:1", "a.txt", "hello");
+  const NodeId folder = makeFolder("New");
+  EXPECT_EQ(engine->edits().rename(kRootNode, "a.txt", folder, "a.txt", 0), 0);
+  push();
+  ASSERT_EQ(sent().size(), 2U);
+  EXPECT_EQ(sent()[0].name, "New");
+  EXPECT_EQ(extension->find("i:1")->parent, "new:1");
+}
+
+TEST_F(DeliveryTest, WhatWasDeletedHereIsDeletedThere) {
+  downloaded("i:1", "a.txt", "hello");
+  EXPECT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  push();
+  ASSERT_EQ(sent().size(), 1U);
+  EXPECT_EQ(sent()[0].kind, Kind::remove);
+  EXPECT_FALSE(extension->find("i:1"));
+  EXPECT_EQ(counts().pending, 0);
+}
+
+TEST_F(DeliveryTest, AFolderWithSomethingUnknownInItIsNotDeletedThere) {
+  extension->folder("f:1", "Docs");
+  list();
+  EXPECT_EQ(refresh(idOf("f:1")), 0);
+  EXPECT_EQ(engine->edits().removeFolder(kRootNode, "Docs"), 0);
+  extension->file("i:9", "new there.txt", "precious", "f:1");
+  push();
+  EXPECT_TRUE(extension->find("f:1"));
+  EXPECT_TRUE(extension->find("i:9"));
+  list();
+  EXPECT_NE(named("Docs"), kNoNode);
+}
+
+TEST_F(DeliveryTest, WhatIsInAFolderIsDeletedBeforeTheFolder) {
+  extension->folder("f:1", "Docs");
+  extension->file("i:1", "a.txt", "hello", "f:1");
+  list();
+  const NodeId folder = idOf("f:1");
+  EXPECT_EQ(refresh(folder), 0);
+  EXPECT_EQ(engine->edits().removeFile(folder, "a.txt"), 0);
+  EXPECT_EQ(engine->edits().removeFolder(kRootNode, "Docs"), 0);
+  push();
+  ASSERT_EQ(sent().size(), 2U);
+  EXPECT_EQ(sent()[0].identifier, "i:1");
+  EXPECT_EQ(sent()[1].identifier, "f:1");
+}
+
+TEST_F(DeliveryTest, TheSameBytesOnBothSidesAreNoConflict) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "the same");
+  extension->edit("i:1", "the same");
+  push();
+  pushAll();
+  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(names().size(), 1U);
+  EXPECT_EQ(row(id)->state, ContentState::downloaded);
+  EXPECT_FALSE(change(id));
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
+}
+
+TEST_F(DeliveryTest, ARenameGoesUpThoughBothSidesHaveTheSameBytes) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "the same");
+  EXPECT_EQ(rename("a.txt", "b.txt"), 0);
+  extension->edit("i:1", "the same");
+  push();
+  pushAll();
+  EXPECT_EQ(hostContents("b.txt"), "the same");
+  EXPECT_EQ(row(id)->identifier, "i:1");
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
+}
+
+TEST_F(DeliveryTest, AWriteAfterTheSameBytesOnBothSidesGoesUp) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "the same");
+  extension->edit("i:1", "the same");
+  push();
+  write(id, "once more");
+  push();
+  pushAll();
+  EXPECT_EQ(hostContents("a.txt"), "once more");
+  EXPECT_EQ(names().size(), 1U);
+}
+
+}  // namespace
+}  // namespace tulo::test
