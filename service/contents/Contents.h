@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "service/contents/CacheRoom.h"
+#include "service/contents/CacheEviction.h"
 #include "service/contents/Downloads.h"
 #include "service/contents/DurableContents.h"
 #include "service/contents/FileOpener.h"
@@ -91,7 +91,7 @@ class Contents {
 
   RecentUse use_;
   LeftOvers leftOvers_;
-  CacheRoom room_;
+  CacheEviction room_;
   DurableContents durable_;
   FileOpener opener_;
   const std::shared_ptr<Downloads> downloads_;

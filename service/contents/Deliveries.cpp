@@ -16,7 +16,7 @@ bool Deliveries::adopt(Download& download) {
   const std::int64_t blocks = store_.take(download.path, download.size, content->number());
   download.path.clear();
   const bool given = give(download, content->number(), blocks);
-  store_.addUsed(bytesIn(blocks));
+  store_.room().addUsed(bytesIn(blocks));
   return given;
 }
 

@@ -17,7 +17,7 @@ constexpr unsigned kStarters = 4;
 }  // namespace
 
 Downloads::Downloads(Replica& replica, ExtensionPointer extension, Sync& sync, Notifier& notifier,
-                     ContentStore& store, CacheRoom& room)
+                     ContentStore& store, CacheEviction& room)
     : replica_(replica),
       extension_(std::move(extension)),
       sync_(sync),
@@ -51,7 +51,7 @@ void Downloads::begin(const DownloadPointer& download) try {
   if (row->state != ContentState::dataless || row->size == 0) return finish(download, 0, {});
   if (row->identifier.empty()) return finish(download, ESTALE, {});
   if (!room_.make(row->size)) return finish(download, ENOSPC, "no room for it in the cache");
-  store_.reserve(row->size);
+  store_.room().reserve(row->size);
   download->reserved = row->size;
   request(download, *row);
 } catch (const std::exception& error) {
@@ -140,7 +140,7 @@ void Downloads::recordFailure(const Download& download, int error, const std::st
 
 void Downloads::finish(const DownloadPointer& download, int error, const std::string& reason) {
   deliveries_.discard(*download);
-  store_.reserve(-std::exchange(download->reserved, 0));
+  store_.room().reserve(-std::exchange(download->reserved, 0));
   recordFailure(*download, error, reason);
   const std::vector<FetchCompletion> waiters = queue_.remove(*download);
   ++(error == 0 ? fetched_ : failed_);

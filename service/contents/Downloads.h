@@ -18,7 +18,7 @@
 
 #include "platform/FileProvider.h"
 #include "service/base/WorkQueue.h"
-#include "service/contents/CacheRoom.h"
+#include "service/contents/CacheEviction.h"
 #include "service/contents/Deliveries.h"
 #include "service/contents/Doorway.h"
 #include "service/contents/DownloadQueue.h"
@@ -32,7 +32,7 @@ namespace tulo {
 class Downloads : public std::enable_shared_from_this<Downloads> {
  public:
   Downloads(Replica& replica, ExtensionPointer extension, Sync& sync, Notifier& notifier,
-            ContentStore& store, CacheRoom& room);
+            ContentStore& store, CacheEviction& room);
 
   // Has the contents here, or says why not.
   void fetch(NodeId node, DownloadPriority priority, FetchCompletion completion);
@@ -65,7 +65,7 @@ class Downloads : public std::enable_shared_from_this<Downloads> {
   Sync& sync_;
   Notifier& notifier_;
   ContentStore& store_;
-  CacheRoom& room_;
+  CacheEviction& room_;
 
   Deliveries deliveries_;
   DownloadQueue queue_;

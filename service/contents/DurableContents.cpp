@@ -35,7 +35,7 @@ void DurableContents::start() {
     }
   };
   replica_.write(Durability::eventual, note, Room::fromReserve);
-  store_.setUsed(
+  store_.room().setUsed(
       bytesIn(replica_.read([](ReplicaReader& reader) { return contentRows::blocks(reader); })));
 }
 

@@ -31,7 +31,7 @@ void LeftOvers::remove(const std::vector<ContentId>& contents) {
   const auto removeUnused = [&](ReplicaWriter& writer) {
     freed = 0;
     for (ContentId content : contents) {
-      if (store_.isIncoming(content)) continue;
+      if (store_.incoming().has(content)) continue;
       const std::optional<std::int64_t> blocks = contentRows::remove(writer, content);
       if (!blocks) continue;
       store_.remove(content);
@@ -39,7 +39,7 @@ void LeftOvers::remove(const std::vector<ContentId>& contents) {
     }
   };
   replica_.write(Durability::eventual, removeUnused, Room::fromReserve);
-  store_.addUsed(-bytesIn(freed));
+  store_.room().addUsed(-bytesIn(freed));
 }
 
 bool LeftOvers::step() {
@@ -51,7 +51,7 @@ bool LeftOvers::removeContents() {
   auto unused =
       replica_.read([](ReplicaReader& reader) { return contentRows::unused(reader, kBatch); });
   std::erase_if(unused, [this](ContentId content) {
-    return store_.isIncoming(content) || openFiles_.isContentOpen(content);
+    return store_.incoming().has(content) || openFiles_.isContentOpen(content);
   });
   if (unused.empty()) return false;
   remove(unused);
@@ -59,7 +59,7 @@ bool LeftOvers::removeContents() {
 }
 
 std::vector<NodeId> LeftOvers::detachedNodes() {
-  const bool isFull = store_.diskShortage(0) > 0;
+  const bool isFull = store_.room().diskShortage(0) > 0;
   return replica_.read([&](ReplicaReader& reader) {
     auto found = detachedNodes::since(reader, longAgo(), kBatch);
     if (!found.empty() || !isFull) return found;

@@ -23,8 +23,8 @@ int Pins::setPinned(NodeId id, bool pinned) {
     const std::optional<Node> parent =
         node->parent == kNoNode ? std::nullopt : writer.node(node->parent);
     const bool kept = pinned || (parent && parent->kept);
-    writer.setPinned(id, pinned);
-    writer.setKept(id, kept);
+    keptNodes::setPinned(writer, id, pinned);
+    keptNodes::set(writer, id, kept);
     if (node->kind == NodeKind::folder) keptNodes::setBelow(writer, id, kept);
   });
   if (!found) return ENOENT;

@@ -28,7 +28,9 @@ ListingStatus listingStatus(const ControlParts& parts) {
 }
 
 CacheStatus cacheStatus(const ContentStore& store) {
-  return {.used = store.used(), .limit = store.limits().size, .incoming = store.reserved()};
+  return {.used = store.room().used(),
+          .limit = store.room().limits().size,
+          .incoming = store.room().reserved()};
 }
 
 DownloadStatus downloadStatus(const ControlParts& parts) {

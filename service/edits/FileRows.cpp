@@ -38,7 +38,7 @@ void noteWritten(ReplicaWriter& writer, const FileParts& parts, NodeId id, Conte
   if (!node || node->content != content) return;
   noteFile(writer, id, status);
   contentRows::setWritten(writer, content, status.st_blocks);
-  parts.store.addUsed((status.st_blocks - node->blocks) * kBlock);
+  parts.store.room().addUsed((status.st_blocks - node->blocks) * kBlock);
   localTimes::note(writer, id);
   journal::postpone(writer, id, parts.quiet.due());
 }

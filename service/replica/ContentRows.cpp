@@ -1,5 +1,8 @@
 #include "service/replica/ContentRows.h"
 
+#include "service/replica/Numbers.h"
+#include "service/replica/Sql.h"
+
 namespace tulo::contentRows {
 
 namespace {
@@ -15,11 +18,11 @@ std::vector<ContentId> numbers(sqlite::Statement& statement) {
 }  // namespace
 
 ContentId next(ReplicaWriter& writer) {
-  return writer.nextContent();
+  return writer.numbers().content();
 }
 
 void add(ReplicaWriter& writer, ContentId content, NodeId node, bool used) {
-  writer.connection()
+  sqlOf(writer)
       .cached("INSERT INTO content (id,node,used) VALUES (?,?,?)")
       .bind(content, node, used)
       .run();
@@ -32,20 +35,20 @@ ContentId reserve(ReplicaWriter& writer, NodeId node) {
 }
 
 void skip(ReplicaWriter& writer, ContentId first) {
-  writer.skipContents(first);
+  writer.numbers().skipContents(first);
 }
 
 void use(ReplicaWriter& writer, ContentId content) {
-  writer.connection().cached("UPDATE content SET used=1 WHERE id=?").bind(content).run();
+  sqlOf(writer).cached("UPDATE content SET used=1 WHERE id=?").bind(content).run();
 }
 
 void disuse(ReplicaWriter& writer, ContentId content) {
-  writer.connection().cached("UPDATE content SET used=0 WHERE id=?").bind(content).run();
+  sqlOf(writer).cached("UPDATE content SET used=0 WHERE id=?").bind(content).run();
 }
 
 std::optional<std::int64_t> remove(ReplicaWriter& writer, ContentId content) {
   sqlite::Statement& statement =
-      writer.connection().cached("DELETE FROM content WHERE id=? AND used=0 RETURNING blocks");
+      sqlOf(writer).cached("DELETE FROM content WHERE id=? AND used=0 RETURNING blocks");
   sqlite::StatementUse use(statement);
   std::optional<std::int64_t> blocks;
   statement.bind(content);
@@ -55,34 +58,33 @@ std::optional<std::int64_t> remove(ReplicaWriter& writer, ContentId content) {
 }
 
 std::vector<ContentId> unused(ReplicaReader& reader, std::int64_t limit) {
-  return numbers(reader.connection()
-                     .cached("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?")
-                     .bind(0, limit));
+  return numbers(
+      sqlOf(reader).cached("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?").bind(0, limit));
 }
 
 bool isDurable(ReplicaReader& reader, ContentId content) {
   sqlite::Statement& statement =
-      reader.connection().cached("SELECT durable FROM content WHERE id=?").bind(content);
+      sqlOf(reader).cached("SELECT durable FROM content WHERE id=?").bind(content);
   sqlite::StatementUse use(statement);
   return statement.step() && statement.integer(0) != 0;
 }
 
 void setDurable(ReplicaWriter& writer, ContentId content) {
-  writer.connection().cached("UPDATE content SET durable=1 WHERE id=?").bind(content).run();
+  sqlOf(writer).cached("UPDATE content SET durable=1 WHERE id=?").bind(content).run();
 }
 
 void clearDurable(ReplicaWriter& writer, ContentId content) {
-  writer.connection().cached("UPDATE content SET durable=0 WHERE id=?").bind(content).run();
+  sqlOf(writer).cached("UPDATE content SET durable=0 WHERE id=?").bind(content).run();
 }
 
 std::vector<ContentId> notDurable(ReplicaReader& reader, std::int64_t limit) {
-  return numbers(reader.connection()
+  return numbers(sqlOf(reader)
                      .cached("SELECT id FROM content WHERE durable=0 AND used=1 AND id>? LIMIT ?")
                      .bind(0, limit));
 }
 
 void setWritten(ReplicaWriter& writer, ContentId content, std::int64_t blocks) {
-  writer.connection()
+  sqlOf(writer)
       .cached(
           "UPDATE content SET blocks=?1,durable=0 WHERE id=?2 AND NOT (blocks=?1 AND durable=0)")
       .bind(blocks, content)
@@ -90,7 +92,7 @@ void setWritten(ReplicaWriter& writer, ContentId content, std::int64_t blocks) {
 }
 
 std::int64_t blocks(ReplicaReader& reader) {
-  return reader.connection().integer("SELECT coalesce(sum(blocks),0) FROM content");
+  return sqlOf(reader).integer("SELECT coalesce(sum(blocks),0) FROM content");
 }
 
 }  // namespace tulo::contentRows

@@ -9,7 +9,7 @@
 #include <optional>
 #include <vector>
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo::contentRows {
 

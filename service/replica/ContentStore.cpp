@@ -4,7 +4,6 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -82,7 +81,7 @@ void copyBytes(int from, int to, const std::string& name) {
 
 ContentStore::ContentStore(const std::string& directory, const std::string& shared,
                            CacheLimits limits)
-    : directory_(directory + "/contents"), shared_(shared), limits_(limits) {
+    : directory_(directory + "/contents"), shared_(shared), room_(directory_, limits) {
   makeDirectory(directory_);
 }
 
@@ -188,29 +187,11 @@ void ContentStore::forgetName(ContentId content) const {
   ::removexattr(path(content).c_str(), kNameAttribute);
 }
 
-std::vector<ContentStore::Named> ContentStore::named() const {
-  std::vector<Named> result;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_, error)) {
-    std::array<char, 4096> name{};
-    const ssize_t size = ::getxattr(entry.path().c_str(), kNameAttribute, name.data(), name.size());
-    if (size < 0) continue;
-    result.push_back({entry.path(), std::string(name.data(), static_cast<std::size_t>(size))});
-  }
-  if (error) fail("cannot look through " + directory_, error.value());
-  return result;
-}
-
-ContentId ContentStore::highestNumber() const {
-  ContentId highest;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory_, error)) {
-    if (!entry.is_regular_file(error)) continue;
-    const ContentId number(std::strtoull(entry.path().filename().c_str(), nullptr, 10));
-    highest = std::max(highest, number);
-  }
-  if (error) fail("cannot look through " + directory_, error.value());
-  return highest;
+std::optional<std::string> ContentStore::nameOf(const std::string& path) {
+  std::array<char, 4096> name{};
+  const ssize_t size = ::getxattr(path.c_str(), kNameAttribute, name.data(), name.size());
+  if (size < 0) return std::nullopt;
+  return std::string(name.data(), static_cast<std::size_t>(size));
 }
 
 bool ContentStore::makeDurable(ContentId content) const {
@@ -231,38 +212,6 @@ std::vector<ContentId> ContentStore::makeDurable(const std::vector<ContentId>& c
   std::copy_if(contents.begin(), contents.end(), std::back_inserter(safe),
                [this](ContentId content) { return ::access(path(content).c_str(), F_OK) == 0; });
   return ::syncfs(directory.get()) == 0 ? safe : std::vector<ContentId>();
-}
-
-std::int64_t ContentStore::diskShortage(std::int64_t wanted) const {
-  struct statvfs disk = {};
-  if (::statvfs(directory_.c_str(), &disk) != 0) return 0;
-  const auto unit = static_cast<std::int64_t>(disk.f_frsize);
-  const auto free = static_cast<std::int64_t>(disk.f_bavail) * unit;
-  const auto total = static_cast<double>(disk.f_blocks) * static_cast<double>(unit);
-  const auto keep =
-      std::max(static_cast<std::int64_t>(total * limits_.keepFreeFraction), limits_.keepFreeBytes);
-  return std::max<std::int64_t>(0, wanted + reserved_ - (free - keep));
-}
-
-std::int64_t ContentStore::shortage(std::int64_t wanted) const {
-  return std::max(
-      {std::int64_t{0}, used_ + reserved_ + wanted - limits_.size, diskShortage(wanted)});
-}
-
-bool ContentStore::isIncoming(ContentId content) const {
-  std::lock_guard lock(incomingMutex_);
-  return incoming_.contains(content);
-}
-
-IncomingContent::IncomingContent(ContentStore& store, ContentId content)
-    : store_(store), content_(content) {
-  std::lock_guard lock(store_.incomingMutex_);
-  store_.incoming_.insert(content_);
-}
-
-IncomingContent::~IncomingContent() {
-  std::lock_guard lock(store_.incomingMutex_);
-  store_.incoming_.erase(content_);
 }
 
 }  // namespace tulo

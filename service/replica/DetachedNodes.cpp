@@ -1,18 +1,18 @@
 #include "service/replica/DetachedNodes.h"
 
 #include "service/replica/ReplicaColumns.h"
+#include "service/replica/Sql.h"
 
 namespace tulo::detachedNodes {
 
 std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, std::int64_t limit) {
-  return columns::idsFrom(reader.connection()
-                              .cached("SELECT id FROM node WHERE detached<=? LIMIT ?")
-                              .bind(latest, limit));
+  return columns::idsFrom(
+      sqlOf(reader).cached("SELECT id FROM node WHERE detached<=? LIMIT ?").bind(latest, limit));
 }
 
 std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit) {
   return columns::idsFrom(
-      reader.connection()
+      sqlOf(reader)
           .cached("SELECT id FROM node WHERE detached>? AND identifier IS NULL LIMIT ?")
           .bind(0, limit));
 }

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo::detachedNodes {
 

@@ -1,5 +1,8 @@
 #include "service/replica/Journal.h"
 
+#include "service/replica/Numbers.h"
+#include "service/replica/Sql.h"
+
 namespace tulo::journal {
 
 namespace {
@@ -27,7 +30,7 @@ std::vector<Change> rows(sqlite::Statement& statement) {
 }
 
 sqlite::Statement& query(ReplicaReader& reader, const std::string& condition) {
-  return reader.connection().cached(kColumns + condition);
+  return sqlOf(reader).cached(kColumns + condition);
 }
 
 // What a node is that nobody changed here yet.
@@ -50,7 +53,7 @@ std::optional<Change> find(ReplicaReader& reader, NodeId node) {
 }
 
 void put(ReplicaWriter& writer, const Change& change) {
-  writer.connection()
+  sqlOf(writer)
       .cached(
           "INSERT OR REPLACE INTO pending (node,sequence,deleted,contents,base_parent,"
           "base_filename,base_version,due,attempts,sent,sent_content,attention,held,reason,"
@@ -65,25 +68,25 @@ void put(ReplicaWriter& writer, const Change& change) {
 }
 
 void erase(ReplicaWriter& writer, NodeId node) {
-  writer.connection().cached("DELETE FROM pending WHERE node=?").bind(node).run();
+  sqlOf(writer).cached("DELETE FROM pending WHERE node=?").bind(node).run();
 }
 
 Change fresh(ReplicaWriter& writer, NodeId node, WallTime due) {
-  return {node, writer.nextSequence(), {}, due};
+  return {node, writer.numbers().sequence(), {}, due};
 }
 
 Change begin(ReplicaWriter& writer, const Node& node, WallTime due) {
   std::optional<Change> found = find(writer, node.id);
-  if (!found) return {node.id, writer.nextSequence(), baseOf(writer, node), due};
-  found->changedAgain(writer.nextSequence(), due);
+  if (!found) return {node.id, writer.numbers().sequence(), baseOf(writer, node), due};
+  found->changedAgain(writer.numbers().sequence(), due);
   return *found;
 }
 
 bool again(ReplicaWriter& writer, NodeId node, WallTime due) {
-  sqlite::Connection& database = writer.connection();
+  sqlite::Connection& database = sqlOf(writer);
   database
       .cached("UPDATE pending SET sequence=?,attempts=0,attention=0,held=0,reason=x'' WHERE node=?")
-      .bind(writer.nextSequence(), node)
+      .bind(writer.numbers().sequence(), node)
       .run();
   if (database.changes() == 0) return false;
   postpone(writer, node, due);
@@ -91,16 +94,13 @@ bool again(ReplicaWriter& writer, NodeId node, WallTime due) {
 }
 
 void postpone(ReplicaWriter& writer, NodeId node, WallTime due) {
-  writer.connection()
-      .cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1")
-      .bind(due, node)
-      .run();
+  sqlOf(writer).cached("UPDATE pending SET due=?1 WHERE node=?2 AND due<>?1").bind(due, node).run();
 }
 
 std::vector<Due> due(ReplicaReader& reader, WallTime now, WallTime afterDue, NodeId afterNode,
                      std::int64_t limit) {
   sqlite::Statement& statement =
-      reader.connection()
+      sqlOf(reader)
           .cached(
               "SELECT due,node FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 "
               "AND due<=?1 AND (due,node)>(?2,?3) ORDER BY due,node LIMIT ?4")
@@ -128,7 +128,7 @@ std::vector<Change> basedIn(ReplicaReader& reader, const std::string& parent) {
 
 bool anyBasedIn(ReplicaReader& reader, const std::string& parent, NodeId except) {
   return exists(
-      reader.connection()
+      sqlOf(reader)
           .cached(
               "SELECT 1 FROM pending WHERE base_parent=? AND base_parent<>x'' AND node<>? LIMIT 1")
           .bind(parent, except));
@@ -149,11 +149,11 @@ std::vector<Change> inFolder(ReplicaReader& reader, NodeId folder) {
 }
 
 bool isEmpty(ReplicaReader& reader) {
-  return !exists(reader.connection().cached("SELECT 1 FROM pending LIMIT 1").bind());
+  return !exists(sqlOf(reader).cached("SELECT 1 FROM pending LIMIT 1").bind());
 }
 
 std::optional<WallTime> nextDue(ReplicaReader& reader, WallTime now) {
-  sqlite::Statement& statement = reader.connection().cached(
+  sqlite::Statement& statement = sqlOf(reader).cached(
       "SELECT min(due) FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0 AND due>?");
   statement.bind(now);
   sqlite::StatementUse use(statement);
@@ -163,8 +163,8 @@ std::optional<WallTime> nextDue(ReplicaReader& reader, WallTime now) {
 
 Counts counts(ReplicaReader& reader) {
   Counts result;
-  sqlite::Statement& statement = reader.connection().cached(
-      "SELECT count(*),coalesce(sum(attention),0) FROM pending WHERE held=0");
+  sqlite::Statement& statement =
+      sqlOf(reader).cached("SELECT count(*),coalesce(sum(attention),0) FROM pending WHERE held=0");
   statement.bind();
   sqlite::StatementUse use(statement);
   if (statement.step()) {
@@ -175,23 +175,23 @@ Counts counts(ReplicaReader& reader) {
 }
 
 void hurryAll(ReplicaWriter& writer, WallTime now) {
-  writer.connection()
+  sqlOf(writer)
       .cached("UPDATE pending SET due=min(due,?) WHERE attention=0 AND held=0")
       .bind(now)
       .run();
 }
 
 void retry(ReplicaWriter& writer, WallTime now, bool refused) {
-  writer.connection()
+  sqlOf(writer)
       .cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")
       .bind(now)
       .run();
   if (!refused) return;
-  writer.connection()
+  sqlOf(writer)
       .cached("UPDATE node SET error=NULL WHERE id IN (SELECT node FROM pending WHERE attention=1)")
       .bind()
       .run();
-  writer.connection()
+  sqlOf(writer)
       .cached("UPDATE pending SET attention=0,attempts=0,due=? WHERE attention=1")
       .bind(now)
       .run();

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "service/replica/Change.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo {
 

@@ -1,6 +1,7 @@
 #include "service/replica/JournalTree.h"
 
 #include "service/replica/ReplicaColumns.h"
+#include "service/replica/Sql.h"
 
 namespace tulo::journal {
 
@@ -12,7 +13,7 @@ constexpr int kDeepest = 4096;
 
 bool anyBelow(ReplicaReader& reader, NodeId node) {
   sqlite::Statement& statement =
-      reader.connection()
+      sqlOf(reader)
           .cached(
               "WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM "
               "node JOIN below ON node.parent=below.id) SELECT 1 FROM below JOIN "
@@ -26,7 +27,7 @@ bool anyBelow(ReplicaReader& reader, NodeId node) {
 std::vector<NodeId> within(ReplicaReader& reader, NodeId node) {
   // What is deleted is in no folder any more; its former one is the one that the host has it in.
   return columns::idsFrom(
-      reader.connection()
+      sqlOf(reader)
           .cached(
               "WITH RECURSIVE up(change,id,depth) AS (SELECT node,node,0 FROM pending UNION ALL "
               "SELECT up.change,coalesce(node.parent,(SELECT above.id FROM pending JOIN node AS "
@@ -38,7 +39,7 @@ std::vector<NodeId> within(ReplicaReader& reader, NodeId node) {
 
 std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node) {
   return columns::idsFrom(
-      reader.connection()
+      sqlOf(reader)
           .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM node JOIN "
                   "below ON node.parent=below.id) SELECT id FROM below JOIN node USING (id) JOIN "
                   "pending ON pending.node=id WHERE state=2 AND pending.deleted=0")
@@ -46,7 +47,7 @@ std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node) {
 }
 
 void hurry(ReplicaWriter& writer, NodeId node, WallTime now) {
-  writer.connection()
+  sqlOf(writer)
       .cached(
           "WITH RECURSIVE up(id) AS (SELECT ?1 UNION SELECT node.parent FROM node JOIN up "
           "USING (id) WHERE node.parent IS NOT NULL) UPDATE pending SET due=min(due,?2) "
@@ -57,7 +58,7 @@ void hurry(ReplicaWriter& writer, NodeId node, WallTime now) {
 
 std::vector<NodeId> localNodes(ReplicaReader& reader, std::int64_t limit) {
   return columns::idsFrom(
-      reader.connection()
+      sqlOf(reader)
           .cached(
               "SELECT id FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND parent>0 "
               "AND id NOT IN (SELECT node FROM pending) UNION SELECT node FROM pending WHERE "
@@ -66,7 +67,7 @@ std::vector<NodeId> localNodes(ReplicaReader& reader, std::int64_t limit) {
 }
 
 std::int64_t countLocal(ReplicaReader& reader) {
-  return reader.connection().integer(
+  return sqlOf(reader).integer(
       "SELECT (SELECT count(*) FROM node INDEXED BY node_unknown WHERE identifier IS NULL AND "
       "parent>0 AND NOT EXISTS (SELECT 1 FROM pending WHERE pending.node=node.id)) + "
       "(SELECT count(*) FROM pending WHERE held=1)");
@@ -74,7 +75,7 @@ std::int64_t countLocal(ReplicaReader& reader) {
 
 std::vector<std::string> localPaths(ReplicaReader& reader, NodeId folder, std::int64_t limit) {
   sqlite::Statement& statement =
-      reader.connection()
+      sqlOf(reader)
           .cached(
               "WITH RECURSIVE below(id,path) AS (SELECT id,name FROM node WHERE parent=?1 UNION "
               "ALL SELECT node.id,below.path||'/'||node.name FROM node JOIN below ON "

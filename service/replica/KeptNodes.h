@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo::keptNodes {
 
@@ -18,6 +18,10 @@ std::vector<NodeId> unlistedFolders(ReplicaReader& reader, std::int64_t limit);
 // Kept files without contents, by number, after the given one.
 std::vector<NodeId> missingFiles(ReplicaReader& reader, NodeId after, std::int64_t limit);
 
+// Asked for by the user, for the node itself.
+void setPinned(ReplicaWriter& writer, NodeId node, bool pinned);
+// Pinned, or in a folder that is kept.
+void set(ReplicaWriter& writer, NodeId node, bool kept);
 // Whether all that is under a folder is kept; what is pinned itself stays so.
 void setBelow(ReplicaWriter& writer, NodeId folder, bool kept);
 

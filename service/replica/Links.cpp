@@ -1,14 +1,16 @@
 #include "service/replica/Links.h"
 
+#include "service/replica/Sql.h"
+
 namespace tulo::links {
 
 void add(ReplicaWriter& writer, NodeId link, std::string_view target) {
-  writer.connection().cached("INSERT INTO link VALUES (?,?)").bind(link, target).run();
+  sqlOf(writer).cached("INSERT INTO link VALUES (?,?)").bind(link, target).run();
 }
 
 std::optional<std::string> target(ReplicaReader& reader, NodeId link) {
   sqlite::Statement& statement =
-      reader.connection().cached("SELECT target FROM link WHERE node=?").bind(link);
+      sqlOf(reader).cached("SELECT target FROM link WHERE node=?").bind(link);
   sqlite::StatementUse use(statement);
   if (!statement.step()) return std::nullopt;
   return std::string(statement.text(0));

@@ -4,7 +4,7 @@
 // Errors: DatabaseError.
 #pragma once
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo::localTimes {
 

@@ -1,16 +1,18 @@
 #include "service/replica/Meta.h"
 
+#include "service/replica/Sql.h"
+
 namespace tulo::meta {
 
 namespace {
 
 sqlite::Statement& query(ReplicaReader& reader, std::string_view key) {
-  return reader.connection().cached("SELECT value FROM meta WHERE key=CAST(? AS TEXT)").bind(key);
+  return sqlOf(reader).cached("SELECT value FROM meta WHERE key=CAST(? AS TEXT)").bind(key);
 }
 
 template <typename Value>
 void put(ReplicaWriter& writer, std::string_view key, const Value& value) {
-  writer.connection()
+  sqlOf(writer)
       .cached("INSERT OR REPLACE INTO meta VALUES (CAST(? AS TEXT),?)")
       .bind(key, value)
       .run();
@@ -39,7 +41,7 @@ void set(ReplicaWriter& writer, std::string_view key, std::string_view value) {
 }
 
 void remove(ReplicaWriter& writer, std::string_view key) {
-  writer.connection().cached("DELETE FROM meta WHERE key=CAST(? AS TEXT)").bind(key).run();
+  sqlOf(writer).cached("DELETE FROM meta WHERE key=CAST(? AS TEXT)").bind(key).run();
 }
 
 }  // namespace tulo::meta

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo::meta {
 

@@ -1,11 +1,12 @@
 #include "service/replica/NodeContents.h"
 
 #include "service/replica/ReplicaColumns.h"
+#include "service/replica/Sql.h"
 
 namespace tulo::nodeContents {
 
 void adopt(ReplicaWriter& writer, NodeId node, ContentId content, std::int64_t blocks) {
-  sqlite::Connection& database = writer.connection();
+  sqlite::Connection& database = sqlOf(writer);
   database.cached("UPDATE content SET used=0 WHERE node=? AND id<>?").bind(node, content).run();
   database.cached("UPDATE content SET used=1,blocks=? WHERE id=?").bind(blocks, content).run();
   database.cached("UPDATE node SET state=1,content=?,blocks=?,error=NULL WHERE id=?")
@@ -14,20 +15,20 @@ void adopt(ReplicaWriter& writer, NodeId node, ContentId content, std::int64_t b
 }
 
 void drop(ReplicaWriter& writer, NodeId node) {
-  sqlite::Connection& database = writer.connection();
+  sqlite::Connection& database = sqlOf(writer);
   database.cached("UPDATE content SET used=0 WHERE node=?").bind(node).run();
   database.cached("UPDATE node SET state=0,content=0,blocks=0 WHERE id=?").bind(node).run();
 }
 
 void beginChange(ReplicaWriter& writer, NodeId node, ContentId content) {
-  sqlite::Connection& database = writer.connection();
+  sqlite::Connection& database = sqlOf(writer);
   database.cached("UPDATE content SET used=1,durable=0 WHERE id=?").bind(content).run();
   database.cached("UPDATE node SET state=2,content=? WHERE id=?").bind(content, node).run();
 }
 
 void recover(ReplicaWriter& writer, NodeId node, ContentId content, std::int64_t size,
              std::int64_t blocks) {
-  sqlite::Connection& database = writer.connection();
+  sqlite::Connection& database = sqlOf(writer);
   database.cached("INSERT OR REPLACE INTO content (id,node,used,blocks) VALUES (?,?,1,?)")
       .bind(content, node, blocks)
       .run();
@@ -37,23 +38,23 @@ void recover(ReplicaWriter& writer, NodeId node, ContentId content, std::int64_t
 }
 
 void set(ReplicaWriter& writer, NodeId node, ContentId content) {
-  writer.connection().cached("UPDATE node SET content=? WHERE id=?").bind(content, node).run();
+  sqlOf(writer).cached("UPDATE node SET content=? WHERE id=?").bind(content, node).run();
 }
 
 void markDirty(ReplicaWriter& writer, NodeId node) {
-  writer.connection().cached("UPDATE node SET state=2 WHERE id=?").bind(node).run();
+  sqlOf(writer).cached("UPDATE node SET state=2 WHERE id=?").bind(node).run();
 }
 
 void markDirtyIfAny(ReplicaWriter& writer, NodeId node) {
-  writer.connection().cached("UPDATE node SET state=2 WHERE id=? AND content<>0").bind(node).run();
+  sqlOf(writer).cached("UPDATE node SET state=2 WHERE id=? AND content<>0").bind(node).run();
 }
 
 void markDownloaded(ReplicaWriter& writer, NodeId node) {
-  writer.connection().cached("UPDATE node SET state=1 WHERE id=?").bind(node).run();
+  sqlOf(writer).cached("UPDATE node SET state=1 WHERE id=?").bind(node).run();
 }
 
 void dropDoubtful(ReplicaWriter& writer) {
-  writer.connection().execute(
+  sqlOf(writer).execute(
       "UPDATE node SET state=0,content=0,blocks=0 WHERE state=1 AND id IN "
       "(SELECT node FROM content WHERE durable=0 AND used=1);"
       "UPDATE content SET used=0 WHERE durable=0 AND "
@@ -63,7 +64,7 @@ void dropDoubtful(ReplicaWriter& writer) {
 
 std::vector<NodeId> leastUsed(ReplicaReader& reader, std::int64_t limit) {
   return columns::idsFrom(
-      reader.connection()
+      sqlOf(reader)
           .cached("SELECT id FROM node WHERE state=1 AND kept=0 AND last_used>=? "
                   "ORDER BY last_used LIMIT ?")
           .bind(0, limit));
@@ -71,7 +72,7 @@ std::vector<NodeId> leastUsed(ReplicaReader& reader, std::int64_t limit) {
 
 std::vector<NodeId> changed(ReplicaReader& reader) {
   return columns::idsFrom(
-      reader.connection()
+      sqlOf(reader)
           .cached("SELECT node FROM pending WHERE contents=1 AND node>?1 UNION SELECT id FROM node "
                   "INDEXED BY node_unknown WHERE identifier IS NULL AND state=2 AND id>?1 LIMIT ?2")
           .bind(0, -1));

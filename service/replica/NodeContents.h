@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo::nodeContents {
 

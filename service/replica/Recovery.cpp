@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 
 #include "platform/FileProvider.h"
 #include "service/base/FaultPoints.h"
+#include "service/replica/ContentInventory.h"
 #include "service/replica/ContentRows.h"
 #include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
@@ -58,10 +58,6 @@ std::string freeName(ReplicaWriter& writer, NodeId folder, const std::string& na
   return candidate;
 }
 
-std::uint64_t numberOf(const std::string& path) {
-  return std::strtoull(std::filesystem::path(path).filename().c_str(), nullptr, 10);
-}
-
 }  // namespace
 
 void rescueChanged(ReplicaWriter& writer, NodeId id) {
@@ -82,13 +78,13 @@ void rescueChanged(ReplicaWriter& writer, NodeId id) {
 }
 
 std::size_t recoverContents(Replica& replica, ContentStore& store) {
-  const std::vector<ContentStore::Named> files = store.named();
-  const ContentId highest = store.highestNumber();
+  const std::vector<inventory::NamedContents> files = inventory::named(store);
+  const ContentId highest = inventory::highestNumber(store);
   replica.write(Durability::durable, [&](ReplicaWriter& writer) {
     contentRows::skip(writer, ContentId(highest.number() + 1));
     if (files.empty()) return;
     const NodeId folder = recoveryFolder(writer);
-    for (const ContentStore::Named& file : files) {
+    for (const inventory::NamedContents& file : files) {
       struct stat status = {};
       if (::stat(file.path.c_str(), &status) != 0) continue;
       Node node;
@@ -96,8 +92,7 @@ std::size_t recoverContents(Replica& replica, ContentStore& store) {
       node.name = freeName(writer, folder, file.name);
       node.size = status.st_size;
       const NodeId id = insertUnsent(writer, node);
-      nodeContents::recover(writer, id, ContentId(numberOf(file.path)), node.size,
-                            status.st_blocks);
+      nodeContents::recover(writer, id, file.content, node.size, status.st_blocks);
     }
     faultPoint("recovery.inserted");
   });

@@ -1,10 +1,41 @@
+#include "service/replica/ReplicaReader.h"
+
 #include <algorithm>
 
 #include "service/replica/GatheringLog.h"
-#include "service/replica/Replica.h"
 #include "service/replica/ReplicaColumns.h"
+#include "service/replica/Sql.h"
 
 namespace tulo {
+
+struct ReplicaReader::Statements {
+  explicit Statements(sqlite::Connection& database)
+      : entry(database.prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
+        node(database.prepare(columns::selectNode() + " WHERE id=?")),
+        open(database.prepare("SELECT kind,state,parent,content,size FROM node WHERE id=?")),
+        byIdentifier(database.prepare(columns::selectNode() + " WHERE identifier=?")),
+        folder(database.prepare("SELECT listed FROM node WHERE id=? AND parent IS NOT NULL")),
+        child(database.prepare(columns::selectEntry() + " WHERE parent=? AND name=?")),
+        children(database.prepare(columns::selectEntry() +
+                                  " INDEXED BY node_parent WHERE parent=? AND id>? ORDER BY id")),
+        childNodes(database.prepare(columns::selectNode() +
+                                    " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
+        childNamed(database.prepare("SELECT id FROM node WHERE parent=? AND name=?")) {}
+
+  sqlite::Statement entry;
+  sqlite::Statement node;
+  sqlite::Statement open;
+  sqlite::Statement byIdentifier;
+  sqlite::Statement folder;
+  sqlite::Statement child;
+  sqlite::Statement children;
+  sqlite::Statement childNodes;
+  sqlite::Statement childNamed;
+};
+
+sqlite::Connection& sqlOf(ReplicaReader& session) {
+  return *session.database_;
+}
 
 ReplicaReader::ReplicaReader(const std::string& path)
     : ReplicaReader(std::make_unique<sqlite::Connection>(path, sqlite::Connection::Mode::queryOnly,
@@ -13,50 +44,45 @@ ReplicaReader::ReplicaReader(const std::string& path)
 }
 
 ReplicaReader::ReplicaReader(std::unique_ptr<sqlite::Connection> database)
-    : database_(std::move(database)),
-      entry_(database_->prepare(columns::selectEntry() + " WHERE id=? AND parent IS NOT NULL")),
-      node_(database_->prepare(columns::selectNode() + " WHERE id=?")),
-      open_(database_->prepare("SELECT kind,state,parent,content,size FROM node WHERE id=?")),
-      byIdentifier_(database_->prepare(columns::selectNode() + " WHERE identifier=?")),
-      folder_(database_->prepare("SELECT listed FROM node WHERE id=? AND parent IS NOT NULL")),
-      child_(database_->prepare(columns::selectEntry() + " WHERE parent=? AND name=?")),
-      children_(database_->prepare(columns::selectEntry() +
-                                   " INDEXED BY node_parent WHERE parent=? AND id>? ORDER BY id")),
-      childNodes_(database_->prepare(columns::selectNode() +
-                                     " INDEXED BY node_parent WHERE parent=? ORDER BY id")),
-      childNamed_(database_->prepare("SELECT id FROM node WHERE parent=? AND name=?")) {}
+    : database_(std::move(database)), statements_(std::make_unique<Statements>(*database_)) {}
+
+ReplicaReader::~ReplicaReader() = default;
 
 std::optional<Entry> ReplicaReader::entry(NodeId id) {
-  sqlite::StatementUse use(entry_);
-  if (!entry_.bind(id).step()) return std::nullopt;
-  return columns::entryFrom(entry_);
+  sqlite::Statement& row = statements_->entry;
+  sqlite::StatementUse use(row);
+  if (!row.bind(id).step()) return std::nullopt;
+  return columns::entryFrom(row);
 }
 
 std::optional<Node> ReplicaReader::node(NodeId id) {
-  sqlite::StatementUse use(node_);
-  if (!node_.bind(id).step()) return std::nullopt;
-  return columns::nodeFrom(node_);
+  sqlite::Statement& row = statements_->node;
+  sqlite::StatementUse use(row);
+  if (!row.bind(id).step()) return std::nullopt;
+  return columns::nodeFrom(row);
 }
 
 std::optional<OpenLookup> ReplicaReader::openLookup(NodeId id) {
-  sqlite::StatementUse use(open_);
-  if (!open_.bind(id).step()) return std::nullopt;
-  return OpenLookup{static_cast<NodeKind>(open_.integer(0)),
-                    static_cast<ContentState>(open_.integer(1)),
-                    static_cast<NodeId>(open_.integer(2)), static_cast<ContentId>(open_.integer(3)),
-                    open_.integer(4)};
+  sqlite::Statement& row = statements_->open;
+  sqlite::StatementUse use(row);
+  if (!row.bind(id).step()) return std::nullopt;
+  return OpenLookup{static_cast<NodeKind>(row.integer(0)),
+                    static_cast<ContentState>(row.integer(1)), static_cast<NodeId>(row.integer(2)),
+                    static_cast<ContentId>(row.integer(3)), row.integer(4)};
 }
 
 std::optional<Node> ReplicaReader::nodeFor(std::string_view identifier) {
-  sqlite::StatementUse use(byIdentifier_);
-  if (!byIdentifier_.bind(identifier).step()) return std::nullopt;
-  return columns::nodeFrom(byIdentifier_);
+  sqlite::Statement& row = statements_->byIdentifier;
+  sqlite::StatementUse use(row);
+  if (!row.bind(identifier).step()) return std::nullopt;
+  return columns::nodeFrom(row);
 }
 
 std::optional<std::uint64_t> ReplicaReader::listed(NodeId folder) {
-  sqlite::StatementUse use(folder_);
-  if (!folder_.bind(folder).step()) return std::nullopt;
-  return static_cast<std::uint64_t>(folder_.integer(0));
+  sqlite::Statement& row = statements_->folder;
+  sqlite::StatementUse use(row);
+  if (!row.bind(folder).step()) return std::nullopt;
+  return static_cast<std::uint64_t>(row.integer(0));
 }
 
 NameLookup ReplicaReader::lookup(NodeId folder, std::string_view name) {
@@ -65,25 +91,28 @@ NameLookup ReplicaReader::lookup(NodeId folder, std::string_view name) {
   if (!generation) return result;
   result.folderExists = true;
   result.listed = *generation;
-  sqlite::StatementUse use(child_);
-  if (child_.bind(folder, name).step()) result.entry = columns::entryFrom(child_);
+  sqlite::Statement& row = statements_->child;
+  sqlite::StatementUse use(row);
+  if (row.bind(folder, name).step()) result.entry = columns::entryFrom(row);
   return result;
 }
 
 void ReplicaReader::children(NodeId folder, NodeId after, const EntryVisitor& visitor) {
-  sqlite::StatementUse use(children_);
-  children_.bind(folder, after);
-  while (children_.step()) {
-    if (!visitor(columns::entryFrom(children_), children_.text(columns::kEntryName))) return;
+  sqlite::Statement& row = statements_->children;
+  sqlite::StatementUse use(row);
+  row.bind(folder, after);
+  while (row.step()) {
+    if (!visitor(columns::entryFrom(row), row.text(columns::kEntryName))) return;
   }
 }
 
 std::vector<Node> ReplicaReader::childNodes(NodeId folder) {
   std::vector<Node> result;
-  sqlite::StatementUse use(childNodes_);
-  childNodes_.bind(folder);
-  while (childNodes_.step())
-    result.push_back(columns::nodeFrom(childNodes_));
+  sqlite::Statement& row = statements_->childNodes;
+  sqlite::StatementUse use(row);
+  row.bind(folder);
+  while (row.step())
+    result.push_back(columns::nodeFrom(row));
   return result;
 }
 
@@ -101,9 +130,10 @@ std::vector<std::string> ReplicaReader::path(NodeId id) {
 }
 
 std::optional<NodeId> ReplicaReader::childNamed(NodeId folder, std::string_view name) {
-  sqlite::StatementUse use(childNamed_);
-  if (!childNamed_.bind(folder, name).step()) return std::nullopt;
-  return static_cast<NodeId>(childNamed_.integer(0));
+  sqlite::Statement& row = statements_->childNamed;
+  sqlite::StatementUse use(row);
+  if (!row.bind(folder, name).step()) return std::nullopt;
+  return static_cast<NodeId>(row.integer(0));
 }
 
 bool ReplicaReader::hasAtLeast(NodeId folder, std::int64_t count) {

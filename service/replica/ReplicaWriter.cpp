@@ -1,16 +1,16 @@
+#include "service/replica/ReplicaWriter.h"
+
+#include <optional>
+
 #include "service/replica/GatheringLog.h"
-#include "service/replica/Meta.h"
-#include "service/replica/Replica.h"
-#include "service/replica/ReplicaColumns.h"
+#include "service/replica/Numbers.h"
+#include "service/replica/Sql.h"
 
 namespace tulo {
 
 namespace {
 
-// Numbers are reserved in blocks: a crash wastes some, and none is ever given out twice.
-constexpr std::uint64_t kReservation = 4096;
-
-std::optional<std::string_view> orNull(const std::string& text) {
+std::optional<std::string_view> orNull(std::string_view text) {
   return text.empty() ? std::nullopt : std::optional<std::string_view>(text);
 }
 
@@ -46,64 +46,55 @@ void bindNode(sqlite::Statement& statement, int before, NodeId id, const Node& n
                      static_cast<int>(node.state), node.content);
 }
 
+NodeId numberFor(const Node& node, Numbers& numbers) {
+  return node.id != kNoNode ? node.id : numbers.node();
+}
+
 }  // namespace
+
+struct ReplicaWriter::Statements {
+  explicit Statements(sqlite::Connection& database)
+      : insert(database.prepare(insertion(1))),
+        insertMany(database.prepare(insertion(kManyNodes))),
+        update(database.prepare(
+            "UPDATE node SET parent=?,name=?,filename=?,content_version=?,metadata_version=?,"
+            "size=?,modified=?7,nanoseconds=nanoseconds*(modified=?7),capabilities=?,mode=?,"
+            "kept=?,detached=NULL WHERE id=?")) {}
+
+  sqlite::Statement insert;
+  sqlite::Statement insertMany;
+  sqlite::Statement update;
+};
 
 ReplicaWriter::ReplicaWriter(const std::string& path)
     : ReplicaReader(std::make_unique<sqlite::Connection>(path, sqlite::Connection::Mode::create,
                                                          gatheringVfs())),
-      insert_(connection().prepare(insertion(1))),
-      insertMany_(connection().prepare(insertion(kManyNodes))),
-      update_(connection().prepare(
-          "UPDATE node SET parent=?,name=?,filename=?,content_version=?,metadata_version=?,size=?,"
-          "modified=?7,nanoseconds=nanoseconds*(modified=?7),capabilities=?,mode=?,kept=?,"
-          "detached=NULL WHERE id=?")) {
-  connection().execute("PRAGMA synchronous=NORMAL;PRAGMA cache_size=-16384");
+      numbers_(std::make_unique<Numbers>(*this)),
+      statements_(std::make_unique<Statements>(sqlOf(*this))) {
+  sqlOf(*this).execute("PRAGMA synchronous=NORMAL;PRAGMA cache_size=-16384");
 }
 
-std::uint64_t ReplicaWriter::nextNumber(std::string_view key, std::uint64_t& next,
-                                        std::uint64_t& reserved) {
-  if (next == reserved) {
-    sqlite::Statement& read =
-        connection().cached("SELECT value FROM meta WHERE key=CAST(? AS TEXT)");
-    read.bind(key);
-    if (!read.step())
-      throw sqlite::DatabaseError(SQLITE_CORRUPT, "replica: no " + std::string(key));
-    next = static_cast<std::uint64_t>(read.integer(0));
-    read.reset();
-    reserved = next + kReservation;
-    meta::set(*this, key, static_cast<std::int64_t>(reserved));
-  }
-  return next++;
-}
-
-void ReplicaWriter::forgetReservations() {
-  nextNode_ = reservedNodes_ = 0;
-  nextContent_ = reservedContents_ = 0;
-}
-
-NodeId ReplicaWriter::numberFor(const Node& node) {
-  return node.id != kNoNode ? node.id : NodeId(nextNumber("next_node", nextNode_, reservedNodes_));
-}
+ReplicaWriter::~ReplicaWriter() = default;
 
 NodeId ReplicaWriter::insert(const Node& node) {
-  const NodeId id = numberFor(node);
-  insert_.reset();
-  bindNode(insert_, 0, id, node);
-  insert_.run();
-  return connection().changes() == 1 ? id : kNoNode;
+  const NodeId id = numberFor(node, *numbers_);
+  statements_->insert.reset();
+  bindNode(statements_->insert, 0, id, node);
+  statements_->insert.run();
+  return sqlOf(*this).changes() == 1 ? id : kNoNode;
 }
 
 void ReplicaWriter::insertMany(std::vector<Node>& nodes) {
   std::size_t done = 0;
   for (; done + kManyNodes <= nodes.size(); done += kManyNodes) {
-    insertMany_.reset();
+    statements_->insertMany.reset();
     for (std::size_t i = 0; i < kManyNodes; ++i) {
       Node& node = nodes[done + i];
-      node.id = numberFor(node);
-      bindNode(insertMany_, static_cast<int>(i) * kNodeColumns, node.id, node);
+      node.id = numberFor(node, *numbers_);
+      bindNode(statements_->insertMany, static_cast<int>(i) * kNodeColumns, node.id, node);
     }
-    insertMany_.run();
-    if (connection().changes() == static_cast<std::int64_t>(kManyNodes)) continue;
+    statements_->insertMany.run();
+    if (sqlOf(*this).changes() == static_cast<std::int64_t>(kManyNodes)) continue;
     for (std::size_t i = done; i < done + kManyNodes; ++i) {
       if (!node(nodes[i].id)) nodes[i].id = kNoNode;
     }
@@ -113,25 +104,25 @@ void ReplicaWriter::insertMany(std::vector<Node>& nodes) {
 }
 
 void ReplicaWriter::update(const Node& node) {
-  update_.bind(parentColumn(node.id, node.parent), node.name, filenameColumn(node),
-               node.contentVersion, node.metadataVersion, node.size, node.modified.whole,
-               node.capabilities, node.mode, node.kept, node.id);
-  update_.run();
+  statements_->update.bind(parentColumn(node.id, node.parent), node.name, filenameColumn(node),
+                           node.contentVersion, node.metadataVersion, node.size,
+                           node.modified.whole, node.capabilities, node.mode, node.kept, node.id);
+  statements_->update.run();
 }
 
 void ReplicaWriter::detach(NodeId id, WallSeconds now) {
-  connection().cached("UPDATE node SET parent=NULL,detached=? WHERE id=?").bind(now, id).run();
+  sqlOf(*this).cached("UPDATE node SET parent=NULL,detached=? WHERE id=?").bind(now, id).run();
 }
 
 void ReplicaWriter::detachChildren(NodeId folder, WallSeconds now) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET parent=NULL,detached=? WHERE parent=?")
       .bind(now, folder)
       .run();
 }
 
 void ReplicaWriter::setName(NodeId id, const std::string& name, const std::string& filename) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET name=?,filename=? WHERE id=?")
       .bind(name, filename == name ? std::nullopt : std::optional<std::string_view>(filename), id)
       .run();
@@ -140,14 +131,14 @@ void ReplicaWriter::setName(NodeId id, const std::string& name, const std::strin
 void ReplicaWriter::parkName(NodeId id) {
   // No shown name has a NUL in it.
   const std::string parked = std::string(1, '\0') + std::to_string(id.number());
-  connection().cached("UPDATE node SET name=? WHERE id=?").bind(parked, id).run();
+  sqlOf(*this).cached("UPDATE node SET name=? WHERE id=?").bind(parked, id).run();
 }
 
 NodeId ReplicaWriter::renumber(NodeId id) {
-  const NodeId fresh(nextNumber("next_node", nextNode_, reservedNodes_));
-  connection().cached("UPDATE node SET id=? WHERE id=?").bind(fresh, id).run();
+  const NodeId fresh(numbers_->node());
+  sqlOf(*this).cached("UPDATE node SET id=? WHERE id=?").bind(fresh, id).run();
   for (const char* table : {"content", "pending", "link", "local_time"}) {
-    connection()
+    sqlOf(*this)
         .cached(std::string("UPDATE ") + table + " SET node=? WHERE node=?")
         .bind(fresh, id)
         .run();
@@ -156,82 +147,75 @@ NodeId ReplicaWriter::renumber(NodeId id) {
 }
 
 void ReplicaWriter::setListed(NodeId folder, std::uint64_t generation, std::string_view digest) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET listed=?,digest=? WHERE id=?")
       .bind(generation, digest, folder)
       .run();
 }
 
 void ReplicaWriter::setListedGeneration(NodeId folder, std::uint64_t generation) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET listed=? WHERE id=? AND listed>0")
       .bind(generation, folder)
       .run();
 }
 
 void ReplicaWriter::setModified(NodeId id, const FileTime& modified) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET modified=?,nanoseconds=? WHERE id=?")
       .bind(modified.whole, modified.beyond, id)
       .run();
 }
 
 void ReplicaWriter::setError(NodeId id, std::string_view error) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET error=?1 WHERE id=?2 AND error IS NOT ?1")
-      .bind(error.empty() ? std::nullopt : std::optional<std::string_view>(error), id)
+      .bind(orNull(error), id)
       .run();
 }
 
 void ReplicaWriter::setLastUsed(NodeId id, WallSeconds when) {
-  connection().cached("UPDATE node SET last_used=? WHERE id=?").bind(when, id).run();
-}
-
-void ReplicaWriter::setPinned(NodeId id, bool pinned) {
-  connection().cached("UPDATE node SET pinned=? WHERE id=?").bind(pinned, id).run();
-}
-
-void ReplicaWriter::setKept(NodeId id, bool kept) {
-  connection().cached("UPDATE node SET kept=? WHERE id=?").bind(kept, id).run();
+  sqlOf(*this).cached("UPDATE node SET last_used=? WHERE id=?").bind(when, id).run();
 }
 
 void ReplicaWriter::setIdentifier(NodeId id, std::string_view identifier) {
-  connection()
-      .cached("UPDATE node SET identifier=? WHERE id=?")
-      .bind(identifier.empty() ? std::nullopt : std::optional<std::string_view>(identifier), id)
-      .run();
+  sqlOf(*this).cached("UPDATE node SET identifier=? WHERE id=?").bind(orNull(identifier), id).run();
+}
+
+void ReplicaWriter::clearIdentifier(NodeId id) {
+  setIdentifier(id, {});
 }
 
 void ReplicaWriter::clearItem(NodeId id) {
-  connection().cached("UPDATE node SET identifier=NULL,digest=NULL WHERE id=?").bind(id).run();
+  sqlOf(*this).cached("UPDATE node SET identifier=NULL,digest=NULL WHERE id=?").bind(id).run();
 }
 
 void ReplicaWriter::setContentVersion(NodeId id, std::string_view version) {
-  connection().cached("UPDATE node SET content_version=? WHERE id=?").bind(version, id).run();
+  sqlOf(*this).cached("UPDATE node SET content_version=? WHERE id=?").bind(version, id).run();
 }
 
 void ReplicaWriter::setVersions(NodeId id, std::string_view contentVersion,
                                 std::string_view metadataVersion) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET content_version=?,metadata_version=? WHERE id=?")
       .bind(contentVersion, metadataVersion, id)
       .run();
 }
 
 void ReplicaWriter::setMode(NodeId id, int mode) {
-  connection().cached("UPDATE node SET mode=? WHERE id=?").bind(mode, id).run();
+  sqlOf(*this).cached("UPDATE node SET mode=? WHERE id=?").bind(mode, id).run();
 }
 
 void ReplicaWriter::setWritten(NodeId id, std::int64_t size, std::int64_t blocks,
                                const FileTime& modified) {
-  connection()
+  sqlOf(*this)
       .cached("UPDATE node SET size=?,blocks=?,modified=?,nanoseconds=? WHERE id=?")
       .bind(size, blocks, modified.whole, modified.beyond, id)
       .run();
 }
 
 void ReplicaWriter::touch(NodeId id, const FileTime& modified) {
-  connection()
+  sqlOf(*this)
       .cached(
           "UPDATE node SET modified=?1,nanoseconds=?2 WHERE id=?3 AND NOT (modified=?1 AND "
           "nanoseconds=?2)")
@@ -240,34 +224,15 @@ void ReplicaWriter::touch(NodeId id, const FileTime& modified) {
 }
 
 void ReplicaWriter::takeOut(NodeId id) {
-  connection().cached("UPDATE node SET parent=NULL,error=NULL WHERE id=?").bind(id).run();
+  sqlOf(*this).cached("UPDATE node SET parent=NULL,error=NULL WHERE id=?").bind(id).run();
 }
 
 void ReplicaWriter::remove(NodeId id) {
-  connection().cached("UPDATE content SET used=0 WHERE node=?").bind(id).run();
+  sqlOf(*this).cached("UPDATE content SET used=0 WHERE node=?").bind(id).run();
   for (const char* table : {"pending", "link", "local_time"}) {
-    connection().cached(std::string("DELETE FROM ") + table + " WHERE node=?").bind(id).run();
+    sqlOf(*this).cached(std::string("DELETE FROM ") + table + " WHERE node=?").bind(id).run();
   }
-  connection().cached("DELETE FROM node WHERE id=?").bind(id).run();
-}
-
-std::int64_t ReplicaWriter::nextSequence() {
-  if (lastSequence_ == 0) {
-    lastSequence_ = connection().integer("SELECT coalesce(max(sequence),0) FROM pending");
-  }
-  return ++lastSequence_;
-}
-
-ContentId ReplicaWriter::nextContent() {
-  return ContentId(nextNumber("next_content", nextContent_, reservedContents_));
-}
-
-void ReplicaWriter::skipContents(ContentId first) {
-  nextContent_ = reservedContents_ = 0;
-  connection()
-      .cached("UPDATE meta SET value=max(value,?) WHERE key='next_content'")
-      .bind(first)
-      .run();
+  sqlOf(*this).cached("DELETE FROM node WHERE id=?").bind(id).run();
 }
 
 }  // namespace tulo

@@ -32,7 +32,7 @@ Reserve::Reserve(std::string path) : path_(std::move(path)) {
 }
 
 bool Reserve::giveBack() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (size_ == 0) return false;
   const std::int64_t rest = std::max<std::int64_t>(0, size_ - kPiece);
   if (::truncate(path_.c_str(), rest) != 0) return false;
@@ -46,7 +46,7 @@ void Reserve::giveBackIfFull() {
 }
 
 bool Reserve::refillStep() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (size_ >= kWhole || freeBytes(path_) < kWhole + kBeside) return false;
   const FileDescriptor file(
       ::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
@@ -60,7 +60,7 @@ bool Reserve::refillStep() {
 }
 
 std::int64_t Reserve::size() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return size_;
 }
 

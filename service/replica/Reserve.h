@@ -7,8 +7,9 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
+
+#include "platform/linux/Mutex.h"
 
 namespace tulo {
 
@@ -24,19 +25,19 @@ class Reserve {
   explicit Reserve(std::string path);
 
   // Gives a piece back to the disk. False when nothing is left.
-  bool giveBack();
+  bool giveBack() TULO_EXCLUDES(mutex_);
   // The same if the disk has as good as no room.
-  void giveBackIfFull();
+  void giveBackIfFull() TULO_EXCLUDES(mutex_);
   // Makes it whole again if there is room. A step of the housekeeping; false when there was nothing
   // to do.
-  bool refillStep();
+  bool refillStep() TULO_EXCLUDES(mutex_);
   std::int64_t size() const;
 
  private:
   const std::string path_;
-  // Guards the size and the file; a leaf.
-  mutable std::mutex mutex_;
-  std::int64_t size_ = 0;
+  // Guards the file, too; a leaf.
+  mutable Mutex mutex_;
+  std::int64_t size_ TULO_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace tulo

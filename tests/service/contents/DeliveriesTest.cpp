@@ -38,7 +38,7 @@ TEST_F(DeliveriesTest, WhatFitsBecomesTheNodesContents) {
   EXPECT_FALSE(std::filesystem::exists(source));
   EXPECT_EQ(row(id)->state, ContentState::downloaded);
   EXPECT_EQ(readFile(engine->store().path(row(id)->content)), "hello");
-  EXPECT_EQ(engine->store().used(), row(id)->blocks * 512);
+  EXPECT_EQ(engine->store().room().used(), row(id)->blocks * 512);
 }
 
 TEST_F(DeliveriesTest, OfANodeThatMovedOnItIsALeftOver) {

@@ -22,7 +22,7 @@ TEST_F(DownloadsTest, AFileIsFetchedOnceAndThenHere) {
   EXPECT_EQ(extension->fetchCount(), 1U);
   EXPECT_EQ(row(id)->state, ContentState::downloaded);
   EXPECT_GT(row(id)->blocks, 0);
-  EXPECT_EQ(engine->store().used(), row(id)->blocks * 512);
+  EXPECT_EQ(engine->store().room().used(), row(id)->blocks * 512);
   EXPECT_TRUE(delivered().has(attributesChanged(id)));
 }
 
@@ -166,11 +166,11 @@ TEST_F(DownloadsTest, SaysWhatIsOnItsWay) {
   EXPECT_EQ(transfers[0].size, 5);
   EXPECT_TRUE(transfers[0].active);
   EXPECT_FALSE(transfers[0].ahead);
-  EXPECT_EQ(engine->store().reserved(), 5);
+  EXPECT_EQ(engine->store().room().reserved(), 5);
   extension->releaseFetches();
   EXPECT_EQ(waiting.error.get(), 0);
   EXPECT_EQ(engine->contents().statistics().transfers.size(), 0U);
-  EXPECT_EQ(engine->store().reserved(), 0);
+  EXPECT_EQ(engine->store().room().reserved(), 0);
 }
 
 }  // namespace

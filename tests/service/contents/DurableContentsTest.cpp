@@ -52,10 +52,10 @@ TEST_F(DurableContentsTest, EachOfTheContentsIsForcedOnce) {
 TEST_F(DurableContentsTest, WhatTheCacheHoldsIsCountedAtTheStart) {
   const NodeId id = oneFile();
   readThrough(id);
-  const std::int64_t used = engine->store().used();
+  const std::int64_t used = engine->store().room().used();
   EXPECT_GT(used, 0);
   reopen();
-  EXPECT_EQ(engine->store().used(), used);
+  EXPECT_EQ(engine->store().room().used(), used);
 }
 
 }  // namespace

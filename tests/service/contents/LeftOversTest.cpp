@@ -37,7 +37,7 @@ TEST_F(LeftOversTest, ContentsThatFoundTheirNodeMeanwhileAreNotRemoved) {
   const ContentId content = row(id)->content;
   engine->contents().removeUnused({content});
   EXPECT_TRUE(std::filesystem::exists(engine->store().path(content)));
-  EXPECT_EQ(engine->store().used(), row(id)->blocks * 512);
+  EXPECT_EQ(engine->store().room().used(), row(id)->blocks * 512);
   EXPECT_EQ(readThrough(id), "hello");
   EXPECT_EQ(extension->fetchCount(), 1U);
 }
@@ -73,7 +73,7 @@ TEST_F(LeftOversTest, ContentsThatNoNodeHasAreRemoved) {
   refresh();
   EXPECT_TRUE(engine->contents().purgeStep());
   EXPECT_FALSE(std::filesystem::exists(path));
-  EXPECT_EQ(engine->store().used(), 0);
+  EXPECT_EQ(engine->store().room().used(), 0);
 }
 
 TEST_F(LeftOversTest, ContentsThatAreOpenStayUntilTheyAreClosed) {

@@ -31,7 +31,7 @@ TEST_F(FileRowsTest, TheRowSaysWhatTheFileSays) {
   status.st_size = 7;
   status.st_blocks = 16;
   status.st_mtim = {.tv_sec = 1'234'567'890, .tv_nsec = 42};
-  const std::int64_t used = engine->store().used();
+  const std::int64_t used = engine->store().room().used();
   clock += milliseconds(300);
   engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
     fileRows::noteWritten(writer, parts(), id, writer.node(id)->content, status);
@@ -40,7 +40,7 @@ TEST_F(FileRowsTest, TheRowSaysWhatTheFileSays) {
   EXPECT_EQ(row(id)->blocks, 16);
   EXPECT_EQ(row(id)->modified.whole, atSecond(1'234'567'890));
   EXPECT_EQ(row(id)->modified.beyond, nanoseconds(42));
-  EXPECT_EQ(engine->store().used(), used + 16 * 512);
+  EXPECT_EQ(engine->store().room().used(), used + 16 * 512);
   EXPECT_EQ(change(id)->standing.due(), clock + kQuiet);
 }
 

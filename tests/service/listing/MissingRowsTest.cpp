@@ -27,7 +27,7 @@ TEST_F(MissingRowsTest, WhatIsInADeletedFolderGoesWithIt) {
   refresh(idOf("f:1"));
   refresh(idOf("f:2"));
   EXPECT_EQ(readThrough(idOf("i:1")), "hello");
-  EXPECT_GT(engine->store().used(), 0);
+  EXPECT_GT(engine->store().room().used(), 0);
   for (const char* identifier : {"i:1", "f:2", "f:1"})
     extension->remove(identifier);
   commit();
@@ -38,7 +38,7 @@ TEST_F(MissingRowsTest, WhatIsInADeletedFolderGoesWithIt) {
   while (engine->contents().purgeStep()) {
   }
   EXPECT_FALSE(node("i:1"));
-  EXPECT_EQ(engine->store().used(), 0);
+  EXPECT_EQ(engine->store().room().used(), 0);
 }
 
 TEST_F(MissingRowsTest, AFolderInWhichSomethingNewWaitsIsMadeAgainForIt) {

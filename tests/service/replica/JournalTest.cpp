@@ -4,7 +4,9 @@
 
 #include "service/replica/JournalTree.h"
 #include "service/replica/Meta.h"
+#include "service/replica/Replica.h"
 #include "service/replica/Schema.h"
+#include "sqlite/Connection.h"
 #include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/Times.h"
 #include "tests/support/TemporaryDirectory.h"

@@ -8,6 +8,7 @@
 
 #include "service/replica/Meta.h"
 #include "service/replica/Schema.h"
+#include "sqlite/Connection.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {

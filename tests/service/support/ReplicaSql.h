@@ -4,16 +4,17 @@
 #include <cstdint>
 #include <string>
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
+#include "service/replica/Sql.h"
 
 namespace tulo::test {
 
 inline void runSql(ReplicaReader& session, const std::string& sql) {
-  session.connection().execute(sql);
+  sqlOf(session).execute(sql);
 }
 
 inline std::int64_t askSql(ReplicaReader& session, const std::string& sql) {
-  return session.connection().integer(sql);
+  return sqlOf(session).integer(sql);
 }
 
 }  // namespace tulo::test

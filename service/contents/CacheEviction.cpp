@@ -1,4 +1,4 @@
-#include "service/contents/CacheRoom.h"
+#include "service/contents/CacheEviction.h"
 
 #include <cerrno>
 #include <optional>
@@ -13,7 +13,7 @@ constexpr std::int64_t kBatch = 64;
 
 }  // namespace
 
-int CacheRoom::evict(NodeId id) {
+int CacheEviction::evict(NodeId id) {
   const ExclusiveLock gate(openFiles_.gate());
   if (openFiles_.isOpen(id)) return EBUSY;
   std::optional<Node> node;
@@ -32,29 +32,29 @@ int CacheRoom::evict(NodeId id) {
   return 0;
 }
 
-bool CacheRoom::evictSome(std::int64_t bytes) {
+bool CacheEviction::evictSome(std::int64_t bytes) {
   use_.save();
-  const std::int64_t before = store_.used();
+  const std::int64_t before = store_.room().used();
   const auto oldest =
       replica_.read([](ReplicaReader& reader) { return nodeContents::leastUsed(reader, kBatch); });
   for (NodeId id : oldest) {
-    if (before - store_.used() >= bytes) break;
+    if (before - store_.room().used() >= bytes) break;
     evict(id);
   }
-  return store_.used() < before;
+  return store_.room().used() < before;
 }
 
-bool CacheRoom::make(std::int64_t bytes) {
+bool CacheEviction::make(std::int64_t bytes) {
   const MutexLock one(mutex_);
-  for (std::int64_t missing = store_.shortage(bytes); missing > 0;
-       missing = store_.shortage(bytes)) {
+  for (std::int64_t missing = store_.room().shortage(bytes); missing > 0;
+       missing = store_.room().shortage(bytes)) {
     if (!evictSome(missing)) break;
   }
-  return store_.diskShortage(bytes) == 0;
+  return store_.room().diskShortage(bytes) == 0;
 }
 
-bool CacheRoom::step() {
-  const std::int64_t missing = store_.shortage(0);
+bool CacheEviction::step() {
+  const std::int64_t missing = store_.room().shortage(0);
   return missing > 0 && evictSome(missing);
 }
 

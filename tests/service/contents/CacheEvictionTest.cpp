@@ -1,4 +1,4 @@
-#include "service/contents/CacheRoom.h"
+#include "service/contents/CacheEviction.h"
 
 #include <cerrno>
 #include <filesystem>
@@ -9,7 +9,7 @@
 namespace tulo::test {
 namespace {
 
-class CacheRoomTest : public ContentsFixture {
+class CacheEvictionTest : public ContentsFixture {
  protected:
   std::size_t filesIn(const std::string& below) {
     std::size_t count = 0;
@@ -20,19 +20,19 @@ class CacheRoomTest : public ContentsFixture {
   }
 };
 
-TEST_F(CacheRoomTest, EvictionGivesTheRoomBackAndTheFileComesAgain) {
+TEST_F(CacheEvictionTest, EvictionGivesTheRoomBackAndTheFileComesAgain) {
   const NodeId id = oneFile();
   readThrough(id);
   EXPECT_EQ(engine->contents().evict(id), 0);
   EXPECT_EQ(row(id)->state, ContentState::dataless);
   EXPECT_EQ(row(id)->blocks, 0);
-  EXPECT_EQ(engine->store().used(), 0);
+  EXPECT_EQ(engine->store().room().used(), 0);
   EXPECT_EQ(filesIn(options.stateDirectory + "/contents"), 0U);
   EXPECT_EQ(readThrough(id), "hello");
   EXPECT_EQ(extension->fetchCount(), 2U);
 }
 
-TEST_F(CacheRoomTest, WhatIsOpenOrPinnedIsNotEvicted) {
+TEST_F(CacheEvictionTest, WhatIsOpenOrPinnedIsNotEvicted) {
   const NodeId id = oneFile();
   {
     const OpenAnswer open = openFile(id);
@@ -45,7 +45,7 @@ TEST_F(CacheRoomTest, WhatIsOpenOrPinnedIsNotEvicted) {
   EXPECT_EQ(engine->contents().evict(id), 0);
 }
 
-TEST_F(CacheRoomTest, TheSizeLimitEvictsTheLeastRecentlyUsedFirst) {
+TEST_F(CacheEvictionTest, TheSizeLimitEvictsTheLeastRecentlyUsedFirst) {
   options.limits.size = 3 * 8192;
   reopen();
   for (int i = 1; i <= 4; ++i) {
@@ -69,10 +69,10 @@ TEST_F(CacheRoomTest, TheSizeLimitEvictsTheLeastRecentlyUsedFirst) {
   readThrough(idOf("i:4"));
   EXPECT_EQ(row(idOf("i:2"))->state, ContentState::dataless);
   EXPECT_EQ(row(idOf("i:1"))->state, ContentState::downloaded);
-  EXPECT_LE(engine->store().used(), options.limits.size);
+  EXPECT_LE(engine->store().room().used(), options.limits.size);
 }
 
-TEST_F(CacheRoomTest, AFullDiskIsReportedBeforeItIsFull) {
+TEST_F(CacheEvictionTest, AFullDiskIsReportedBeforeItIsFull) {
   options.limits.keepFreeBytes = std::int64_t{1} << 60;
   reopen();
   const NodeId id = oneFile();
@@ -80,7 +80,7 @@ TEST_F(CacheRoomTest, AFullDiskIsReportedBeforeItIsFull) {
   EXPECT_EQ(extension->fetchCount(), 0U);
 }
 
-TEST_F(CacheRoomTest, WhatIsGoneHasNothingToEvict) {
+TEST_F(CacheEvictionTest, WhatIsGoneHasNothingToEvict) {
   const NodeId id = oneFile();
   EXPECT_EQ(engine->contents().evict(id), 0);
   EXPECT_EQ(engine->contents().evict(kRootNode), 0);
@@ -88,7 +88,7 @@ TEST_F(CacheRoomTest, WhatIsGoneHasNothingToEvict) {
   EXPECT_EQ(engine->contents().statistics().evicted, 0U);
 }
 
-TEST_F(CacheRoomTest, TheHousekeepingBringsTheCacheBackToItsSize) {
+TEST_F(CacheEvictionTest, TheHousekeepingBringsTheCacheBackToItsSize) {
   const NodeId id = oneFile(std::string(8192, 'x'));
   ASSERT_EQ(openFile(id).error, 0);
   EXPECT_FALSE(engine->contents().evictStep());

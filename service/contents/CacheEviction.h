@@ -20,9 +20,9 @@
 
 namespace tulo {
 
-class CacheRoom {
+class CacheEviction {
  public:
-  CacheRoom(Replica& replica, OpenFiles& openFiles, Notifier& notifier, ContentStore& store,
+  CacheEviction(Replica& replica, OpenFiles& openFiles, Notifier& notifier, ContentStore& store,
             RecentUse& use, LeftOvers& leftOvers)
       : replica_(replica),
         openFiles_(openFiles),
