@@ -3,12 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <set>
 #include <thread>
 
 #include "service/replica/Meta.h"
-#include "service/replica/Schema.h"
-#include "sqlite/Connection.h"
+#include "tests/service/support/ReplicaCopy.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
@@ -51,37 +49,6 @@ TEST_F(ReplicaTest, KeepsRowsAcrossOpenings) {
   EXPECT_GT(insert(replica, childOf(NodeId(1), "b", "i:2")), id);
 }
 
-TEST_F(ReplicaTest, RefusesANameOrAnIdentifierThatIsTaken) {
-  Replica replica(directory.path());
-  EXPECT_NE(insert(replica, childOf(NodeId(1), "a", "i:1")), kNoNode);
-  EXPECT_EQ(insert(replica, childOf(NodeId(1), "a", "i:2")), kNoNode);
-  EXPECT_EQ(insert(replica, childOf(NodeId(2), "b", "i:1")), kNoNode);
-  EXPECT_NE(insert(replica, childOf(NodeId(2), "a", "i:3")), kNoNode);
-}
-
-TEST_F(ReplicaTest, OfManyAtOnceThoseThatAreTakenAreLeftOut) {
-  Replica replica(directory.path());
-  insert(replica, childOf(NodeId(1), "taken", "i:taken"));
-  constexpr std::size_t kCount = 2 * ReplicaWriter::kManyNodes + 5;
-  const std::set<std::size_t> bad = {0, 7, ReplicaWriter::kManyNodes + 3, kCount - 1};
-  std::vector<Node> nodes;
-  for (std::size_t i = 0; i < kCount; ++i)
-    nodes.push_back(childOf(NodeId(1), "n" + std::to_string(i), "i:" + std::to_string(i)));
-  nodes[0].name = "taken";
-  nodes[7].identifier = "i:6";
-  nodes[ReplicaWriter::kManyNodes + 3].name = "n2";
-  nodes[kCount - 1].identifier = "i:taken";
-  replica.write(Durability::eventual, [&](ReplicaWriter& writer) { writer.insertMany(nodes); });
-  for (std::size_t i = 0; i < kCount; ++i) {
-    EXPECT_EQ(nodes[i].id == kNoNode, bad.contains(i)) << i;
-    if (bad.contains(i)) continue;
-    const std::optional<Node> row = read(replica, nodes[i].id);
-    ASSERT_TRUE(row) << i;
-    EXPECT_EQ(row->name, nodes[i].name);
-    EXPECT_EQ(row->identifier, nodes[i].identifier);
-  }
-}
-
 TEST_F(ReplicaTest, AFailedWriteLeavesNothingAndHarmsNoOther) {
   Replica replica(directory.path());
   NodeId lost = kNoNode;
@@ -121,31 +88,6 @@ TEST_F(ReplicaTest, SetsADamagedDatabaseAsideAndBeginsAnother) {
   EXPECT_NE(insert(replica, childOf(NodeId(1), "a", "i:1")), kNoNode);
 }
 
-TEST_F(ReplicaTest, RefusesANewerSchema) {
-  { Replica replica(directory.path()); }
-  {
-    sqlite::Connection database(directory.file("replica.db"), sqlite::Connection::Mode::create);
-    database.execute("PRAGMA user_version=" + std::to_string(schema::kVersion + 1));
-  }
-  EXPECT_THROW(Replica(directory.path()), sqlite::DatabaseError);
-}
-
-TEST_F(ReplicaTest, ListsByNumberFromACursor) {
-  Replica replica(directory.path());
-  std::vector<NodeId> ids;
-  for (const char* name : {"c", "a", "b"}) {
-    ids.push_back(insert(replica, childOf(NodeId(1), name, std::string("i:") + name)));
-  }
-  std::vector<NodeId> seen;
-  replica.read([&](ReplicaReader& reader) {
-    reader.children(NodeId(1), ids[0], [&](const Entry& entry, std::string_view) {
-      seen.push_back(entry.id);
-      return true;
-    });
-  });
-  EXPECT_EQ(seen, (std::vector<NodeId>{ids[1], ids[2]}));
-}
-
 TEST_F(ReplicaTest, ALongLogIsMovedIntoTheDatabaseByAStepOfItsOwn) {
   Replica replica(directory.path());
   EXPECT_FALSE(replica.checkpointStep());
@@ -164,85 +106,9 @@ TEST_F(ReplicaTest, ALongLogIsMovedIntoTheDatabaseByAStepOfItsOwn) {
   EXPECT_GT(databaseSize(), before + 10'000'000);
 }
 
-// What the end of the process would leave of the replica at this moment.
-class ReplicaCopy {
- public:
-  explicit ReplicaCopy(const std::string& from) {
-    for (const char* name : {"replica.db", "replica.db-wal"})
-      std::filesystem::copy_file(from + "/" + name, directory.file(name));
-  }
-
-  std::int64_t number(const std::string& key) const {
-    Replica replica(directory.path());
-    return replica.read([&](ReplicaReader& reader) { return meta::integer(reader, key); });
-  }
-
-  TemporaryDirectory directory;
-};
-
 void setNumber(Replica& replica, const std::string& key, std::int64_t number) {
   replica.write(Durability::eventual,
                 [&](ReplicaWriter& writer) { meta::set(writer, key, number); });
-}
-
-// More than the writer keeps in memory, so that a part of it goes to the log before the rest.
-void setMuch(ReplicaWriter& writer, const std::string& prefix) {
-  for (int i = 0; i < 6000; ++i)
-    meta::set(writer, prefix + std::to_string(i), std::string(4000, 'x'));
-}
-
-TEST_F(ReplicaTest, ACommitIsInTheLogFileWhenItReturns) {
-  Replica replica(directory.path());
-  for (int i = 1; i <= 3; ++i) {
-    setNumber(replica, "small", i);
-    EXPECT_EQ(ReplicaCopy(directory.path()).number("small"), i);
-    replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
-      setMuch(writer, std::to_string(i) + ".");
-      meta::set(writer, "large", i);
-    });
-    EXPECT_EQ(ReplicaCopy(directory.path()).number("large"), i);
-    // The log begins anew.
-    EXPECT_TRUE(replica.checkpointStep());
-  }
-}
-
-TEST_F(ReplicaTest, WhatWasRolledBackLeavesNothingInTheLog) {
-  Replica replica(directory.path());
-  setNumber(replica, "before", 1);
-  const auto fail = [](ReplicaWriter& writer) {
-    setMuch(writer, "x.");
-    meta::set(writer, "failed", 1);
-    throw std::runtime_error("no");
-  };
-  EXPECT_THROW(replica.write(Durability::eventual, fail), std::runtime_error);
-  EXPECT_EQ(ReplicaCopy(directory.path()).number("before"), 1);
-  setNumber(replica, "after", 2);
-  const ReplicaCopy copy(directory.path());
-  EXPECT_EQ(copy.number("before"), 1);
-  EXPECT_EQ(copy.number("after"), 2);
-  EXPECT_EQ(copy.number("failed"), 0);
-}
-
-TEST_F(ReplicaTest, ATransactionThatReachedTheLogInPartDoesNotCount) {
-  Replica replica(directory.path());
-  setNumber(replica, "first", 1);
-  const std::string log = directory.file("replica.db-wal");
-  const auto before = std::filesystem::file_size(log);
-  replica.write(Durability::eventual, [](ReplicaWriter& writer) {
-    for (int i = 0; i < 20; ++i)
-      meta::set(writer, std::to_string(i), std::string(4000, 'x'));
-    meta::set(writer, "second", 2);
-  });
-  const auto after = std::filesystem::file_size(log);
-  ASSERT_GT(after, before + 20 * 4096);
-  for (const auto size :
-       {before + 1, before + 24, before + 4120, (before + after) / 2, after - 1}) {
-    const ReplicaCopy copy(directory.path());
-    std::filesystem::resize_file(copy.directory.file("replica.db-wal"), size);
-    EXPECT_EQ(copy.number("first"), 1) << size;
-    EXPECT_EQ(copy.number("second"), 0) << size;
-  }
-  EXPECT_EQ(ReplicaCopy(directory.path()).number("second"), 2);
 }
 
 TEST_F(ReplicaTest, ABriefReadSeesWhatWasCommittedBefore) {

@@ -1,0 +1,103 @@
+#include "service/replica/JournalTree.h"
+
+#include "service/replica/Journal.h"
+#include "service/replica/NodeContents.h"
+#include "tests/service/support/ReplicaFixture.h"
+
+namespace tulo::test {
+namespace {
+
+class JournalTreeTest : public ReplicaFixture {
+ protected:
+  void begin(NodeId id, int due = 0) {
+    write([&](ReplicaWriter& writer) {
+      journal::put(writer, journal::begin(writer, *writer.node(id), WallTime(milliseconds(due))));
+    });
+  }
+
+  std::optional<Change> find(NodeId id) {
+    return read([&](ReplicaReader& reader) { return journal::find(reader, id); });
+  }
+};
+
+TEST_F(JournalTreeTest, KnowsWhetherAnythingBelowIsToBeSent) {
+  const NodeId folder = addFolder("folder");
+  const NodeId inner = addFolder("inner", folder);
+  const NodeId file = add("file", "i:1", inner);
+  const auto any = [&] {
+    return read([&](ReplicaReader& reader) { return journal::anyBelow(reader, folder); });
+  };
+  EXPECT_FALSE(any());
+  begin(file);
+  EXPECT_TRUE(any());
+  write([&](ReplicaWriter& writer) { journal::erase(writer, file); });
+  EXPECT_FALSE(any());
+  add("new", "", inner);
+  EXPECT_TRUE(any());
+}
+
+TEST_F(JournalTreeTest, ChangesWithinAFolderComeDeepestFirst) {
+  const NodeId folder = addFolder("folder");
+  const NodeId inner = addFolder("inner", folder);
+  const NodeId file = add("file", "i:1", inner);
+  const NodeId beside = add("beside", "i:2");
+  for (NodeId id : {folder, inner, file, beside})
+    begin(id);
+  const auto within = [&](NodeId id) {
+    return read([&](ReplicaReader& reader) { return journal::within(reader, id); });
+  };
+  EXPECT_EQ(within(folder), (std::vector<NodeId>{file, inner, folder}));
+  EXPECT_EQ(within(beside), std::vector<NodeId>{beside});
+}
+
+TEST_F(JournalTreeTest, OfWhatIsBelowTellsWhichContentsWereChanged) {
+  const NodeId folder = addFolder("folder");
+  const NodeId changed = add("changed", "i:1", folder);
+  const NodeId unsent = add("without a change", "i:2", folder);
+  const NodeId renamed = add("renamed", "i:3", folder);
+  const NodeId beside = add("beside", "i:4");
+  for (NodeId id : {changed, unsent, beside})
+    write([&](ReplicaWriter& writer) { nodeContents::markDirty(writer, id); });
+  for (NodeId id : {changed, renamed, beside})
+    begin(id);
+  EXPECT_EQ(
+      read([&](ReplicaReader& reader) { return journal::changedContentsBelow(reader, folder); }),
+      std::vector<NodeId>{changed});
+}
+
+TEST_F(JournalTreeTest, HurriesAChangeAndWhatItWaitsFor) {
+  const NodeId folder = addFolder("folder");
+  const NodeId file = add("file", "i:1", folder);
+  const NodeId beside = add("beside", "i:2", folder);
+  for (NodeId id : {folder, file, beside})
+    begin(id, 1000);
+  const WallTime now{milliseconds(100)};
+  write([&](ReplicaWriter& writer) { journal::hurry(writer, file, now); });
+  EXPECT_EQ(find(file)->due, now);
+  EXPECT_EQ(find(folder)->due, now);
+  EXPECT_EQ(find(beside)->due, WallTime(milliseconds(1000)));
+}
+
+TEST_F(JournalTreeTest, WhatTheHostNeverHearsOfStaysHere) {
+  const NodeId folder = addFolder("folder");
+  const NodeId local = add("file~", "", folder);
+  const NodeId fresh = add("fresh", "", folder);
+  begin(fresh);
+  const auto nodes = [&] {
+    return read([](ReplicaReader& reader) { return journal::localNodes(reader, 100); });
+  };
+  const auto count = [&] {
+    return read([](ReplicaReader& reader) { return journal::countLocal(reader); });
+  };
+  EXPECT_EQ(nodes(), std::vector<NodeId>{local});
+  EXPECT_EQ(count(), 1);
+  EXPECT_EQ(
+      read([&](ReplicaReader& reader) { return journal::localPaths(reader, kRootNode, 100); }),
+      std::vector<std::string>{"folder/file~"});
+  write([&](ReplicaWriter& writer) { journal::erase(writer, fresh); });
+  EXPECT_EQ(nodes(), (std::vector<NodeId>{local, fresh}));
+  EXPECT_EQ(count(), 2);
+}
+
+}  // namespace
+}  // namespace tulo::test
