@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "service/replica/ContentInventory.h"
 #include "tests/service/support/FilesFixture.h"
 
 namespace tulo::test {
@@ -20,7 +21,7 @@ class RowKeeperTest : public FilesFixture {
 
   // Names that unsent contents are recovered under.
   bool isNamed(const std::string& name) {
-    for (const ContentStore::Named& named : engine->store().named()) {
+    for (const inventory::NamedContents& named : inventory::named(engine->store())) {
       if (named.name == name) return true;
     }
     return false;
