@@ -1,7 +1,5 @@
 #include "bridge/HostBridge.h"
 
-#include <utility>
-
 #include "bridge/HostBridgeError.h"
 #include "index/Index.h"
 #include "platform/FileManager.h"

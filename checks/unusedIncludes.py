@@ -42,7 +42,7 @@ USES = {
     "condition_variable": r"std::condition_variable",
     "csignal": r"std::(signal|raise|sig_atomic_t)|\bSIG[A-Z]+\b|\bsig\w+\(",
     "cstdio": r"\b(std::)?(f?printf|snprintf|fputs|fputc|fflush|fopen|fclose|fread|fwrite|perror|puts|"
-              r"remove|rename|FILE|stdout|stderr|stdin|EOF|vsnprintf|fdopen|fileno|getline|rewind)\b",
+              r"remove|rename(at2?)?|FILE|stdout|stderr|stdin|EOF|vsnprintf|fdopen|fileno|getline|rewind)\b",
     "cstdlib": r"\b(std::)?(getenv|exit|_Exit|abort|strto\w+|free|malloc|atoi|mkdtemp|setenv|unsetenv|"
                r"EXIT_\w+|quick_exit|realpath|system|mkstemp|mkostemp|abs|atexit|secure_getenv)\b",
     "cstring": r"\b(std::)?(str(len|cmp|ncmp|error|chr|rchr|str|dup|signal|cpy|ncpy|cspn|spn)|mem\w+)\b",

@@ -10,7 +10,6 @@
 // Errors: given to the completion, never thrown.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>

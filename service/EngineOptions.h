@@ -10,7 +10,6 @@
 #include "service/base/Time.h"
 #include "service/edits/LocalNames.h"
 #include "service/listing/SourceWatch.h"
-#include "service/replica/ContentStore.h"
 
 namespace tulo {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "service/desktop/ThumbnailMisses.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo {
 

@@ -1,10 +1,8 @@
 #include "platform/linux/TreeRemoval.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <string_view>
 #include <system_error>
 #include <vector>
 

@@ -23,7 +23,7 @@ namespace tulo {
 class CacheEviction {
  public:
   CacheEviction(Replica& replica, OpenFiles& openFiles, Notifier& notifier, ContentStore& store,
-            RecentUse& use, LeftOvers& leftOvers)
+                RecentUse& use, LeftOvers& leftOvers)
       : replica_(replica),
         openFiles_(openFiles),
         notifier_(notifier),

@@ -5,8 +5,6 @@
 
 #include <optional>
 
-#include "service/replica/Replica.h"
-
 namespace tulo {
 
 enum class OpenStep {

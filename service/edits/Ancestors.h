@@ -8,7 +8,7 @@
 #include <functional>
 #include <optional>
 
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo {
 

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "service/replica/Change.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo::pending {
 

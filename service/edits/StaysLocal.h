@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "service/edits/LocalNames.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo {
 

@@ -10,7 +10,7 @@
 
 #include "service/listing/Listing.h"
 #include "service/replica/Change.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "service/listing/Listing.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo {
 

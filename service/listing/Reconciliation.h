@@ -7,7 +7,7 @@
 
 #include "service/kernel/Notifier.h"
 #include "service/kernel/OpenFiles.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "service/replica/Change.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo {
 

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "platform/linux/FileDescriptor.h"
-#include "service/errors/ContentError.h"
 #include "service/replica/CacheRoom.h"
 #include "service/replica/IncomingContent.h"
 

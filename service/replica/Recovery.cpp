@@ -2,8 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
 
 #include "platform/FileProvider.h"

@@ -3,8 +3,6 @@
 // Errors: DatabaseError, ContentError.
 #pragma once
 
-#include <string>
-
 #include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
 

@@ -9,7 +9,7 @@
 #include "service/kernel/Acknowledged.h"
 #include "service/kernel/Notifier.h"
 #include "service/replica/Change.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 #include "service/upload/Plan.h"
 
 namespace tulo {

@@ -12,7 +12,7 @@
 #include "service/edits/LocalNames.h"
 #include "service/replica/Change.h"
 #include "service/replica/ContentStore.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo {
 

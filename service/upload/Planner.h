@@ -13,7 +13,7 @@
 #include "service/edits/LocalNames.h"
 #include "service/replica/Change.h"
 #include "service/replica/ContentStore.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 #include "service/upload/Inheritance.h"
 #include "service/upload/Plan.h"
 

@@ -8,7 +8,7 @@
 
 #include "service/replica/Change.h"
 #include "service/replica/ContentStore.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaWriter.h"
 #include "service/upload/Provider.h"
 
 namespace tulo {

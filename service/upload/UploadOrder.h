@@ -15,7 +15,7 @@
 
 #include "service/edits/LocalNames.h"
 #include "service/replica/Change.h"
-#include "service/replica/Replica.h"
+#include "service/replica/ReplicaReader.h"
 
 namespace tulo {
 

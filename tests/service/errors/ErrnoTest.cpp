@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "service/replica/ContentStore.h"
 #include "sqlite/Connection.h"
 
 namespace tulo::test {

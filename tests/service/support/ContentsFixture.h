@@ -1,7 +1,6 @@
 // An engine with a file or two, for what opens, downloads and evicts contents.
 #pragma once
 
-#include <atomic>
 #include <future>
 #include <string>
 

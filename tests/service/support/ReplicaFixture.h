@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "service/replica/Replica.h"
 #include "tests/support/TemporaryDirectory.h"
