@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/FileProvider.h"
+#include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
 #include "tests/service/support/ReplicaSql.h"
 #include "tests/support/TemporaryDirectory.h"
