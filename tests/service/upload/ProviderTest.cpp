@@ -74,7 +74,7 @@ TEST_F(ProviderTest, StoppingEndsTheWaiting) {
 TEST(LateAnswerTest, AFileThatComesAfterNobodyWaitsIsRemoved) {
   const TemporaryDirectory directory;
   const TemporaryDirectory contents;
-  const ContentStore store(contents.file("store"), directory.path(), {});
+  const ContentStore store(contents.path(), directory.path(), {});
   {
     const auto extension = std::make_shared<ScriptedExtension>(directory.path());
     extension->file("i:1", "a.txt", "hello");
