@@ -10,6 +10,7 @@
 #include "service/base/Time.h"
 #include "service/edits/LocalNames.h"
 #include "service/listing/SourceWatch.h"
+#include "service/replica/CacheRoom.h"
 
 namespace tulo {
 

@@ -18,6 +18,7 @@
 #include "service/contents/LeftOvers.h"
 #include "service/contents/Openers.h"
 #include "service/contents/RecentUse.h"
+#include "service/errors/ContentError.h"
 
 namespace tulo {
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "service/contents/Download.h"
+#include "service/errors/ContentError.h"
 #include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "service/base/ServiceLog.h"
+#include "service/errors/ContentError.h"
 #include "service/errors/Errno.h"
 
 namespace tulo {

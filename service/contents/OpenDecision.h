@@ -5,6 +5,8 @@
 
 #include <optional>
 
+#include "service/replica/ReplicaReader.h"
+
 namespace tulo {
 
 enum class OpenStep {

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "service/base/FaultPoints.h"
+#include "service/errors/ContentError.h"
 #include "service/replica/ContentRows.h"
 #include "service/replica/Journal.h"
 #include "service/replica/NodeContents.h"

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "service/errors/ContentError.h"
+
 namespace tulo {
 
 namespace {

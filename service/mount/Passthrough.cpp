@@ -1,6 +1,7 @@
 #include "service/mount/Passthrough.h"
 
 #include "service/base/ServiceLog.h"
+#include "service/errors/ContentError.h"
 
 namespace tulo {
 

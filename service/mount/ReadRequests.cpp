@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "service/errors/ContentError.h"
 #include "service/mount/Handles.h"
 #include "service/mount/MountGuard.h"
 #include "service/mount/Replies.h"

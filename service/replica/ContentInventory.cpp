@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <system_error>
 
+#include "service/errors/ContentError.h"
+
 namespace tulo::inventory {
 
 namespace {

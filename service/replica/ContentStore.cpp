@@ -15,6 +15,8 @@
 #include <filesystem>
 #include <iterator>
 
+#include "service/errors/ContentError.h"
+
 namespace tulo {
 
 namespace {

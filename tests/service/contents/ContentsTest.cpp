@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "service/errors/ContentError.h"
 #include "tests/service/support/ContentsFixture.h"
 
 namespace tulo::test {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "service/errors/ContentError.h"
 #include "tests/service/support/ContentsFixture.h"
 
 namespace tulo::test {

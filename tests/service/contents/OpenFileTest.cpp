@@ -4,6 +4,7 @@
 #include <unistd.h>
 #include <filesystem>
 
+#include "service/errors/ContentError.h"
 #include "tests/service/support/ContentsFixture.h"
 
 namespace tulo::test {

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "service/errors/ContentError.h"
 #include "tests/service/support/FilesFixture.h"
 
 namespace tulo::test {

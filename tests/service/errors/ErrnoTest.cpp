@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "service/errors/ContentError.h"
 #include "sqlite/Connection.h"
 
 namespace tulo::test {

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "service/errors/ContentError.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
