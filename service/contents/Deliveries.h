@@ -5,7 +5,6 @@
 #pragma once
 
 #include "service/contents/Download.h"
-#include "service/errors/ContentError.h"
 #include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
 
