@@ -5,6 +5,7 @@
 #include "platform/FileProvider.h"
 #include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
+#include "service/replica/Replica.h"
 #include "tests/service/support/ReplicaSql.h"
 #include "tests/support/TemporaryDirectory.h"
 

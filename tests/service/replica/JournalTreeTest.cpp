@@ -73,9 +73,9 @@ TEST_F(JournalTreeTest, HurriesAChangeAndWhatItWaitsFor) {
     begin(id, 1000);
   const WallTime now{milliseconds(100)};
   write([&](ReplicaWriter& writer) { journal::hurry(writer, file, now); });
-  EXPECT_EQ(find(file)->due, now);
-  EXPECT_EQ(find(folder)->due, now);
-  EXPECT_EQ(find(beside)->due, WallTime(milliseconds(1000)));
+  EXPECT_EQ(find(file)->standing.due(), now);
+  EXPECT_EQ(find(folder)->standing.due(), now);
+  EXPECT_EQ(find(beside)->standing.due(), WallTime(milliseconds(1000)));
 }
 
 TEST_F(JournalTreeTest, WhatTheHostNeverHearsOfStaysHere) {
