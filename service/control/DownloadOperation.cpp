@@ -22,11 +22,13 @@ class Batch {
   // Returns when nothing is under way any more: the completions refer to this object.
   Failures download(const std::vector<NodeId>& files) TULO_EXCLUDES(mutex_) {
     std::size_t sent = 0;
+    std::size_t told = 0;
     bool listening = true;
-    while (listening && (sent < files.size() || done() < sent)) {
+    while (listening && told < files.size()) {
       while (sent < files.size() && sent - done() < kUnderWay)
         fetch(files[sent++]);
-      listening = listener_({.done = waitForNext(sent), .total = files.size()});
+      told = waitForMore(told);
+      listening = listener_({.done = told, .total = files.size()});
     }
     return waitForAll(sent);
   }
@@ -50,12 +52,12 @@ class Batch {
     return done_;
   }
 
-  // How many are done when another one is, all are, or after a while.
-  std::size_t waitForNext(std::size_t sent) TULO_EXCLUDES(mutex_) {
+  // How many are done: at once when these are more than were told, else when they are or after a
+  // while.
+  std::size_t waitForMore(std::size_t told) TULO_EXCLUDES(mutex_) {
     const auto end = std::chrono::steady_clock::now() + kRhythm;
     MutexLock lock(mutex_);
-    const std::size_t seen = done_;
-    while (done_ == seen && done_ < sent && changed_.waitUntil(lock, end)) {
+    while (done_ == told && changed_.waitUntil(lock, end)) {
     }
     return done_;
   }

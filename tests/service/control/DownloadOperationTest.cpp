@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
+#include <thread>
 
 #include "tests/service/control/ControlFixture.h"
 
@@ -44,6 +46,19 @@ TEST_F(DownloadOperationTest, TheProgressEndsWithAll) {
   EXPECT_EQ(progress.back(), (FilesProgress{40, 40}));
 }
 
+TEST_F(DownloadOperationTest, TheProgressEndsWithAllHoweverFastTheListenerIsOvertaken) {
+  for (int i = 0; i < 8; ++i)
+    extension->file("i:" + std::to_string(i), "f" + std::to_string(i), "x");
+  list();
+  control::download(parts(), files({kRootNode}), [&](const FilesProgress& told) {
+    progress.push_back(told);
+    // Whatever is still under way ends while somebody is being told.
+    std::this_thread::sleep_for(milliseconds(20));
+    return true;
+  });
+  EXPECT_EQ(progress.back(), (FilesProgress{8, 8}));
+}
+
 TEST_F(DownloadOperationTest, AFileThatFailsIsNamedAndLeavesTheOthers) {
   extension->file("i:1", "a.txt", "one");
   extension->file("i:2", "b.txt", "two");
@@ -64,11 +79,14 @@ TEST_F(DownloadOperationTest, WhoDoesNotListenAnyMoreGetsNoFurtherFiles) {
   for (int i = 0; i < 40; ++i)
     all.push_back(idOf("i:" + std::to_string(i)));
   extension->holdFetches();
+  std::atomic<bool> gone = false;
   auto reply = std::async(std::launch::async, [&] {
-    return control::download(parts(), files(all),
-                             [](const FilesProgress& told) { return told.total == 1; });
+    return control::download(parts(), files(all), [&](const FilesProgress& told) {
+      gone = told.total == all.size();
+      return !gone;
+    });
   });
-  ASSERT_TRUE(eventually([&] { return extension->heldFetches() > 0; }));
+  ASSERT_TRUE(eventually([&] { return gone.load(); }));
   extension->releaseFetches();
   EXPECT_EQ(reply.get().files, 40U);
   EXPECT_LT(extension->fetchCount(), 40U);
