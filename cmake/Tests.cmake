@@ -16,12 +16,20 @@ set(TULO_TEST_HEADERS gmock/gmock.h gtest/gtest.h chrono filesystem functional m
 list(TRANSFORM TULO_TEST_HEADERS REPLACE "(.+)" "<\\1>" OUTPUT_VARIABLE headers)
 target_precompile_headers(tulo_test_headers PRIVATE ${headers})
 
+if(TULO_SANITIZE)
+  # Most of the time that a sanitized test takes to build goes into optimising what is only there to
+  # call the product, which stays as it is.
+  set(TULO_TEST_OPTIONS -O0)
+  target_compile_options(tulo_test_headers PRIVATE ${TULO_TEST_OPTIONS})
+endif()
+
 # tulo_tests(NAME SOURCES... DEPENDS targets...): the tests of one folder.
 function(tulo_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE tulo_options ${ARG_DEPENDS} GTest::gmock GTest::gtest
                                         GTest::gtest_main)
+  target_compile_options(${name} PRIVATE ${TULO_TEST_OPTIONS})
   target_precompile_headers(${name} REUSE_FROM tulo_test_headers)
   if(CMAKE_DISABLE_PRECOMPILE_HEADERS)
     # A tool that reads the sources sees them as the compiler does.
