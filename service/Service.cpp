@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <thread>
 
-#include "service/EngineParts.h"
+#include "service/EngineControl.h"
 #include "service/ThumbnailPage.h"
 #include "service/base/ServiceLog.h"
 #include "service/control/ControlServer.h"

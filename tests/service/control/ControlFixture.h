@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "service/EngineParts.h"
+#include "service/EngineControl.h"
 #include "service/control/Operations.h"
 #include "tests/service/support/WritingFixture.h"
 

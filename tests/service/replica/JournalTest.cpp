@@ -3,42 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "service/replica/JournalTree.h"
-#include "service/replica/Replica.h"
+#include "tests/service/support/ReplicaFixture.h"
 #include "tests/service/support/Times.h"
-#include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
 namespace {
 
-class JournalTest : public ::testing::Test {
+class JournalTest : public ReplicaFixture {
  protected:
-  JournalTest() : replica(directory.path()) {
-    Node root;
-    root.id = kRootNode;
-    root.kind = NodeKind::folder;
-    root.identifier = "root";
-    write([&](ReplicaWriter& writer) { writer.insert(root); });
-  }
-
-  template <typename Function>
-  auto read(const Function& function) {
-    return replica.read([&](ReplicaReader& reader) { return function(reader); });
-  }
-
-  void write(const Replica::WriteFunction& function) {
-    replica.write(Durability::eventual, function);
-  }
-
-  NodeId add(const std::string& name, const std::string& identifier, NodeId parent = kRootNode) {
-    Node node;
-    node.parent = parent;
-    node.name = node.filename = name;
-    node.identifier = identifier;
-    node.contentVersion = "v1";
-    write([&](ReplicaWriter& writer) { node.id = writer.insert(node); });
-    return node.id;
-  }
-
   // Begins a change, lets the test adjust it, and puts it into the journal.
   Change begin(NodeId id, std::int64_t due = 0,
                const std::function<void(Change&)>& adjust = nullptr) {
@@ -70,9 +42,6 @@ class JournalTest : public ::testing::Test {
     }
     return result;
   }
-
-  TemporaryDirectory directory;
-  Replica replica;
 };
 
 TEST_F(JournalTest, ARowSaysWhatTheHostHas) {

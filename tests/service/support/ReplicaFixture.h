@@ -37,6 +37,7 @@ class ReplicaFixture : public ::testing::Test {
     node.parent = parent;
     node.name = node.filename = name;
     node.identifier = identifier;
+    node.contentVersion = "v1";
     node.size = kind == NodeKind::file ? 5 : 0;
     write([&](ReplicaWriter& writer) { node.id = writer.insert(node); });
     return node.id;

@@ -1,4 +1,4 @@
-#include "service/EngineParts.h"
+#include "service/EngineControl.h"
 
 namespace tulo {
 

@@ -1,4 +1,4 @@
-// The engine's parts, for those who ask and steer it without knowing it.
+// What the control socket's operations need of an engine, without knowing it.
 #pragma once
 
 #include <string>
