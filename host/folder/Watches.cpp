@@ -29,8 +29,12 @@ int Watches::add(const std::string& ulid, int folder) {
   const MutexLock lock(mutex_);
   const int watch = ::inotify_add_watch(inotify_.get(), path.c_str(), watchedEvents);
   if (watch < 0) return errno;
-  const auto before = watchOfUlid_.find(ulid);
-  if (before != watchOfUlid_.end() && before->second != watch) ulidOfWatch_.erase(before->second);
+  // The folder may have had another identifier, and this identifier another folder.
+  if (const auto other = ulidOfWatch_.find(watch); other != ulidOfWatch_.end()) {
+    if (other->second == ulid) return 0;
+    watchOfUlid_.erase(other->second);
+  }
+  end(ulid);
   ulidOfWatch_[watch] = ulid;
   watchOfUlid_[ulid] = watch;
   return 0;
@@ -38,6 +42,10 @@ int Watches::add(const std::string& ulid, int folder) {
 
 void Watches::remove(const std::string& ulid) {
   const MutexLock lock(mutex_);
+  end(ulid);
+}
+
+void Watches::end(const std::string& ulid) {
   const auto found = watchOfUlid_.find(ulid);
   if (found == watchOfUlid_.end()) return;
   // The folder may be gone, and its watch with it.

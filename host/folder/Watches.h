@@ -31,8 +31,11 @@ class Watches {
   void forget(int watch) TULO_EXCLUDES(mutex_);
 
  private:
+  void end(const std::string& ulid) TULO_REQUIRES(mutex_);
+
   FileDescriptor inotify_;
   Mutex mutex_;
+  // Each the other's inverse: a watch has one folder, and a folder one watch.
   std::unordered_map<int, std::string> ulidOfWatch_ TULO_GUARDED_BY(mutex_);
   std::unordered_map<std::string, int> watchOfUlid_ TULO_GUARDED_BY(mutex_);
 };

@@ -56,6 +56,35 @@ TEST_F(WatchesTest, AFolderThatGetsANewIdentifierIsKnownByThat) {
   EXPECT_EQ(watches_.ulidOf(nextWatch()), "B");
 }
 
+// As after `mv z a; mkdir z`: the moved folder has got another identifier.
+TEST_F(WatchesTest, AWatchThatAnotherFolderHasTakenOverStaysWithThat) {
+  const FileDescriptor moved = folder("a");
+  ASSERT_EQ(watches_.add("Z", moved.get()), 0);
+  ASSERT_EQ(watches_.add("A", moved.get()), 0);
+  ASSERT_EQ(watches_.add("Z", folder("z").get()), 0);
+  test::writeFile(directory_.file("a/file"), "x");
+  EXPECT_EQ(watches_.ulidOf(nextWatch()), "A");
+  test::writeFile(directory_.file("z/file"), "x");
+  EXPECT_EQ(watches_.ulidOf(nextWatch()), "Z");
+}
+
+TEST_F(WatchesTest, RemovingAFolderLeavesTheWatchThatAnotherHasTakenOver) {
+  const FileDescriptor moved = folder("a");
+  ASSERT_EQ(watches_.add("Z", moved.get()), 0);
+  ASSERT_EQ(watches_.add("A", moved.get()), 0);
+  watches_.remove("Z");
+  test::writeFile(directory_.file("a/file"), "x");
+  EXPECT_EQ(watches_.ulidOf(nextWatch()), "A");
+}
+
+TEST_F(WatchesTest, AFolderThatNobodyServesAnyMoreIsWatchedNoMore) {
+  ASSERT_EQ(watches_.add("A", folder("a").get()), 0);
+  ASSERT_EQ(watches_.add("A", folder("b").get()), 0);
+  EXPECT_NE(nextWatch(), -1) << "the system tells that the first watch is gone";
+  test::writeFile(directory_.file("a/file"), "x");
+  EXPECT_EQ(nextWatch(), -1);
+}
+
 TEST_F(WatchesTest, WhatTheSystemHasDroppedIsForgotten) {
   ASSERT_EQ(watches_.add("A", folder("a").get()), 0);
   test::writeFile(directory_.file("a/file"), "x");
