@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "host/base/HostError.h"
+
 namespace tulo::host {
 
 Adoption::Adopted Adoption::adopt(const std::string& parent, const std::string& name,
@@ -39,9 +41,18 @@ std::optional<Node> Adoption::movedNode(const EntryStat& stat) {
     if (stat.born == DiskTime() && !node.isUnchanged(stat)) continue;
     // Whatever is in its old place keeps the identifier: a second name of the same file, or the
     // new contents that an editor has put there after moving the old ones aside.
-    if (!places_.hasEntryOf(node)) return node;
+    if (hasLeft(node)) return node;
   }
   return std::nullopt;
+}
+
+bool Adoption::hasLeft(const Node& node) {
+  try {
+    return !places_.hasEntryOf(node);
+  } catch (const OperationError&) {
+    // Of what is in a folder that cannot be read nothing is believed.
+    return false;
+  }
 }
 
 Adoption::Adopted Adoption::moveHere(Node node, const std::string& parent, const std::string& name,

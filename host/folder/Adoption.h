@@ -37,6 +37,7 @@ class Adoption {
   std::optional<Adopted> completeIntent(const std::string& parent, const std::string& name,
                                         const EntryStat& stat);
   std::optional<Node> movedNode(const EntryStat& stat);
+  bool hasLeft(const Node& node);
   Adopted moveHere(Node node, const std::string& parent, const std::string& name,
                    const EntryStat& stat);
   std::optional<std::string> detach(const std::string& ulid, const std::string& ancestor);

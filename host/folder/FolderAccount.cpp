@@ -42,12 +42,14 @@ FolderAccount::FolderAccount(const FolderSource& source, const AccountParts& par
       tree_(folder_, index_, places_, ulids_),
       lookup_(index_, places_, tree_),
       mutations_({index_, places_, tree_, ulids_}, parts.quota),
+      follower_({mutex_, folder_, index_, tree_, log_}),
       watcher_(log_) {
   ulids_.follow(index_.rows().greatestUlid());
   requireSameRoot(index_, folder_, parts.name);
   tree_.observeFolders(
       {[this](const std::string& ulid, int folder) { watcher_.watch(ulid, folder); },
-       [this](const std::string& ulid) { watcher_.forget(ulid); }});
+       [this](const std::string& ulid) { watcher_.forget(ulid); },
+       [this] { watcher_.lookAgain(); }});
 } catch (const sqlite::DatabaseError& error) {
   throw StartError(indexFailure(error).what());
 } catch (const OperationError& error) {
@@ -59,20 +61,23 @@ FolderAccount::~FolderAccount() {
 }
 
 void FolderAccount::start() {
-  withIndex([this] {
+  const Followed first = withIndex([this] {
     const MutexLock lock(mutex_);
     if (work_.isThere()) {
       log_.info("removing unfinished work from " + inQuotes(root_));
       work_.clear();
     }
     tree_.scanAll();
+    return tree_.hasUnread() ? Followed::partly : Followed::all;
   });
-  watcher_.start({[this](const std::set<Watcher::Change>& changes) { followChanges(changes); },
-                  [this] { followAll(); }});
+  watcher_.start(
+      {[this](const std::set<Watcher::Change>& changes) { return follower_.changes(changes); },
+       [this] { return follower_.everything(); }, [this] { return follower_.unread(); }},
+      first);
 }
 
 void FolderAccount::stop() {
-  stopping_ = true;
+  follower_.stop();
   watcher_.stop();
   const MutexLock lock(mutex_);
   index_.database().rollback();
@@ -101,8 +106,9 @@ bool FolderAccount::isSignedIn() {
 void FolderAccount::setSignedIn(bool signedIn) {
   withIndex([&] {
     const MutexLock lock(mutex_);
+    IndexChanges changes(index_.database());
     index_.state().setSignedIn(signedIn);
-    index_.database().commit();
+    changes.keep();
   });
 }
 
@@ -180,46 +186,8 @@ void FolderAccount::setLock(const std::string& path, std::optional<std::int64_t>
     folder_.requireThere();
     const Node node = lookup_.requireAtDiskPath(path, root_);
     if (node.isFolder) throw BadRequest(inQuotes(path) + " is a folder; only files can be locked");
-    index_.rows().setLock(node.ulid, user);
-    index_.database().commit();
-  });
-}
-
-void FolderAccount::follow(const std::string& what, const std::function<void()>& work) {
-  try {
-    withIndex(work);
-  } catch (const OperationError& error) {
-    log_.error(what + " " + inQuotes(root_) + ": " + error.what());
-  }
-}
-
-void FolderAccount::followChanges(const std::set<Watcher::Change>& changes) {
-  follow("following changes in", [&] {
-    const MutexLock lock(mutex_);
-    IndexChanges indexChanges(index_.database());
-    folder_.requireThere();
-    for (const auto& [folder, name] : changes)
-      tree_.reconcileEntry(folder, name);
-    tree_.settle();
-    indexChanges.keep();
-  });
-}
-
-void FolderAccount::followAll() {
-  log_.info("looking at all of " + inQuotes(root_) + " again");
-  follow("looking at", [this] {
-    MutexLock lock(mutex_);
     IndexChanges changes(index_.database());
-    folder_.requireThere();
-    tree_.queueFolder(std::string(rootUlid));
-    while (tree_.hasQueued() && !stopping_) {
-      tree_.reconcileNextFolder();
-      // Requests go on between two folders.
-      lock.unlock();
-      lock.lock();
-    }
-    if (stopping_) return;
-    tree_.finish();
+    index_.rows().setLock(node.ulid, user);
     changes.keep();
   });
 }

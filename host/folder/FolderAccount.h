@@ -3,17 +3,15 @@
 // Threads: as Account. Errors: as Account; StartError for the constructor.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <functional>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "host/account/Account.h"
 #include "host/account/AccountParts.h"
 #include "host/base/HostLog.h"
 #include "host/folder/FolderIndex.h"
+#include "host/folder/Follower.h"
 #include "host/folder/Lookup.h"
 #include "host/folder/Mutations.h"
 #include "host/folder/Places.h"
@@ -54,11 +52,6 @@ class FolderAccount : public Account {
       TULO_EXCLUDES(mutex_);
 
  private:
-  void followChanges(const std::set<Watcher::Change>& changes) TULO_EXCLUDES(mutex_);
-  void followAll() TULO_EXCLUDES(mutex_);
-  // Logs what goes wrong: nobody waits for an answer.
-  void follow(const std::string& what, const std::function<void()>& work);
-
   const std::string root_;
   const HostLog& log_;
   UlidSource& ulids_;
@@ -72,8 +65,8 @@ class FolderAccount : public Account {
   Tree tree_ TULO_GUARDED_BY(mutex_);
   Lookup lookup_ TULO_GUARDED_BY(mutex_);
   Mutations mutations_ TULO_GUARDED_BY(mutex_);
+  Follower follower_;
   Watcher watcher_;
-  std::atomic<bool> stopping_{false};
 };
 
 }  // namespace tulo::host

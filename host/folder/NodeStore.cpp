@@ -60,6 +60,10 @@ std::vector<Node> NodeStore::children(std::string_view parent) {
   return nodesOf(database_.reading(NODES "WHERE parent = ?").bind(Text{parent}));
 }
 
+std::vector<Node> NodeStore::displaced() {
+  return children(displacedParent);
+}
+
 std::vector<Node> NodeStore::nodesWithInode(std::uint64_t inode) {
   return nodesOf(database_.reading(NODES "WHERE inode = ?").bind(column(inode)));
 }

@@ -24,6 +24,8 @@ class NodeStore {
   std::optional<Node> node(std::string_view ulid);
   std::optional<Node> child(std::string_view parent, std::string_view diskName);
   std::vector<Node> children(std::string_view parent);
+  // Those without a place.
+  std::vector<Node> displaced();
   std::vector<Node> nodesWithInode(std::uint64_t inode);
   // Whether the node is `ancestor` or lies below it.
   bool isWithin(std::string_view ulid, std::string_view ancestor);

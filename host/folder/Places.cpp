@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 
+#include <cerrno>
 #include <vector>
 
 #include "host/base/Files.h"
+#include "host/base/HostError.h"
 #include "host/index/IndexRows.h"
 
 namespace tulo::host {
@@ -25,6 +27,7 @@ FileDescriptor Places::open(std::string_view ulid) {
     current = node->parent;
   }
   FileDescriptor folder(::fcntl(folder_.descriptor(), F_DUPFD_CLOEXEC, 0));
+  if (!folder) throw systemError(errno, "opening the folder");
   for (auto name = names.rbegin(); folder && name != names.rend(); ++name) {
     folder = openFolder(folder.get(), *name);
   }

@@ -41,32 +41,48 @@ Watcher::~Watcher() {
 
 void Watcher::watch(const std::string& ulid, int folder) {
   const int error = watches_.add(ulid, folder);
-  if (error == 0 || isLimited_.exchange(true)) return;
-  log_.error(refusal(error, std::chrono::duration_cast<std::chrono::seconds>(rescanInterval_)));
+  if (error == 0) return;
+  isLimited_ = true;
+  if (!isLimitTold_.exchange(true))
+    log_.error(refusal(error, std::chrono::duration_cast<std::chrono::seconds>(rescanInterval_)));
 }
 
-void Watcher::start(Callbacks callbacks) {
+void Watcher::start(Callbacks callbacks, Followed first) {
   callbacks_ = std::move(callbacks);
   nextRescan_ = Clock::now() + rescanInterval_;
+  plan(first, Clock::now());
   thread_ = std::thread([this] { run(); });
 }
 
 void Watcher::stop() {
   if (!thread_.joinable()) return;
-  const std::uint64_t one = 1;
-  static_cast<void>(!::write(wake_.get(), &one, sizeof one));
+  stopping_ = true;
+  lookAgain();
   thread_.join();
 }
 
+void Watcher::lookAgain() {
+  isAsked_ = true;
+  const std::uint64_t one = 1;
+  static_cast<void>(!::write(wake_.get(), &one, sizeof one));
+}
+
 void Watcher::run() {
-  while (true) {
+  while (!stopping_) {
     std::array<pollfd, 2> waiting{{{wake_.get(), POLLIN, 0}, {watches_.descriptor(), POLLIN, 0}}};
-    const auto wait = gathering_.waitTime(rescanInterval_);
-    ::poll(waiting.data(), waiting.size(), static_cast<int>(wait.count()));
-    if (waiting[0].revents != 0) return;
+    ::poll(waiting.data(), waiting.size(), static_cast<int>(waitTime().count()));
+    std::uint64_t count = 0;
+    if (waiting[0].revents != 0) static_cast<void>(!::read(wake_.get(), &count, sizeof count));
     if (waiting[1].revents != 0) readEvents();
-    deliver();
+    if (!stopping_) deliver();
   }
+}
+
+std::chrono::milliseconds Watcher::waitTime() const {
+  const auto now = Clock::now();
+  // Nothing is told before that is over.
+  if (everything_.isWaiting(now)) return everything_.waitTime(rescanInterval_, now);
+  return unread_.waitTime(gathering_.waitTime(rescanInterval_), now);
 }
 
 void Watcher::readEvents() {
@@ -105,14 +121,47 @@ void Watcher::note(int watch, std::uint32_t mask, std::uint32_t cookie, const ch
 
 void Watcher::deliver() {
   const auto now = Clock::now();
+  if (isAsked_.exchange(false)) gathering_.lose();
+  if (everything_.isWaiting(now)) return;
   if (isLimited_ && now >= nextRescan_) gathering_.lose();
-  const auto batch = gathering_.take(now);
-  if (!batch) return;
-  if (batch->lost) {
-    nextRescan_ = now + rescanInterval_;
-    callbacks_.lost();
+  if (const auto batch = gathering_.take(now)) {
+    batch->lost ? tellLost() : tell(batch->changes);
+  } else if (unread_.isDue(now)) {
+    plan(callbacks_.unread(), now);
+  }
+}
+
+void Watcher::tell(const std::set<Change>& changes) {
+  const auto begun = Clock::now();
+  const Followed outcome = callbacks_.changed(changes);
+  // What could not be read before was not tried.
+  if (outcome != Followed::partly || !unread_.isPending()) plan(outcome, begun);
+}
+
+void Watcher::tellLost() {
+  const auto begun = Clock::now();
+  // Each folder is watched anew while it is looked at.
+  isLimited_ = false;
+  const Followed outcome = callbacks_.lost();
+  if (outcome != Followed::failed && !isLimited_ && isLimitTold_.exchange(false)) {
+    log_.info("all folders are watched again");
+  }
+  nextRescan_ = Clock::now() + rescanInterval_;
+  plan(outcome, begun);
+}
+
+void Watcher::plan(Followed outcome, Clock::time_point begun) {
+  const auto now = Clock::now();
+  if (outcome == Followed::failed) {
+    gathering_.lose();
+    everything_.failed(begun, now);
+    return;
+  }
+  everything_.succeeded();
+  if (outcome == Followed::partly) {
+    unread_.failed(begun, now);
   } else {
-    callbacks_.changed(batch->changes);
+    unread_.succeeded();
   }
 }
 

@@ -14,6 +14,8 @@
 
 #include "host/base/HostLog.h"
 #include "host/folder/ChangeGathering.h"
+#include "host/folder/Followed.h"
+#include "host/folder/RetryPause.h"
 #include "host/folder/Watches.h"
 #include "platform/linux/FileDescriptor.h"
 
@@ -24,9 +26,13 @@ class Watcher {
   using Change = ChangeGathering::Change;
 
   struct Callbacks {
-    std::function<void(const std::set<Change>&)> changed;
-    // Changes were lost, or could not be noticed: everything must be looked at.
-    std::function<void()> lost;
+    std::function<Followed(const std::set<Change>&)> changed;
+    // Changes were lost, or could not be noticed or taken in: everything must be looked at. Called
+    // again, with growing pauses, until it has not failed; nothing else is told meanwhile.
+    std::function<Followed()> lost;
+    // What could not be read is to be tried again; called with growing pauses as long as there is
+    // something.
+    std::function<Followed()> unread;
   };
 
   // `log` must outlive the watcher. Throws OperationError where the system refuses another watcher.
@@ -36,13 +42,16 @@ class Watcher {
   Watcher& operator=(const Watcher&) = delete;
 
   // Watches a folder under its identifier. Past the system's limit of watches it says so once, and
-  // `lost` is called periodically from then on.
+  // `lost` is called periodically from then on, until it could watch all folders again.
   void watch(const std::string& ulid, int folder);
   void forget(const std::string& ulid) { watches_.remove(ulid); }
 
-  void start(Callbacks callbacks);
+  // `first`: what came of the look at everything before.
+  void start(Callbacks callbacks, Followed first = Followed::all);
   // Returns when no callback runs any more. Changes not told yet are dropped.
   void stop();
+  // Somebody else has lost changes; on any thread.
+  void lookAgain();
 
   // For tests: how often `lost` is called once the limit is reached.
   void setRescanInterval(std::chrono::milliseconds interval) { rescanInterval_ = interval; }
@@ -51,9 +60,13 @@ class Watcher {
   using Clock = ChangeGathering::Clock;
 
   void run();
+  std::chrono::milliseconds waitTime() const;
   void readEvents();
   void note(int watch, std::uint32_t mask, std::uint32_t cookie, const char* name);
   void deliver();
+  void tell(const std::set<Change>& changes);
+  void tellLost();
+  void plan(Followed outcome, Clock::time_point begun);
 
   const HostLog& log_;
   Watches watches_;
@@ -61,10 +74,15 @@ class Watcher {
   Callbacks callbacks_;
   std::thread thread_;
   std::chrono::milliseconds rescanInterval_{60'000};
+  std::atomic<bool> stopping_{false};
+  std::atomic<bool> isAsked_{false};
   std::atomic<bool> isLimited_{false};
+  std::atomic<bool> isLimitTold_{false};
 
   // Of the thread alone.
   ChangeGathering gathering_;
+  RetryPause everything_;
+  RetryPause unread_;
   Clock::time_point nextRescan_;
 };
 

@@ -3,16 +3,20 @@
 
 #include <gmock/gmock.h>
 #include <grp.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "tests/host/HostFixture.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/LogRecorder.h"
 
 namespace tulo::test {
 namespace {
@@ -205,6 +209,119 @@ TEST_F(HostFollowTest, ARootThatIsMovedAwayEmptiesNothing) {
   fs::remove(aside + "/a");
   EXPECT_EQ(kindOf(ask({{"op", "fetch"}, {"ulid", ulid}})), "network");
   EXPECT_THAT(paths(), ElementsAre("a"));
+}
+
+TEST_F(HostFollowTest, AFolderAndANewOneOfItsFormerNameAreBothFollowed) {
+  makeFolder("z");
+  startHost();
+  fs::rename(inRoot("z"), inRoot("a"));
+  makeFolder("z");
+  ASSERT_TRUE(becomes({"a/", "z/"}));
+  makeFile("a/new", "x");
+  makeFile("z/new", "x");
+  EXPECT_TRUE(becomes({"a/", "a/new", "z/", "z/new"}));
+}
+
+// What goes wrong for a while loses no change that was made meanwhile.
+class HostTroubleTest : public HostTest {
+ protected:
+  void TearDown() override {
+    stopHost();
+    if (mounted_) ::umount2(container_.c_str(), MNT_DETACH);
+  }
+  bool becomes(const Paths& expected) {
+    return eventually([&] { return paths() == expected; });
+  }
+  bool isTold(const std::string& words) {
+    return eventually([&] {
+      const auto lines = log_.lines();
+      return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) {
+        return line.message.find(words) != std::string::npos;
+      });
+    });
+  }
+  // Puts the container on a small file system; false where that is not allowed.
+  bool makeSmallContainer() {
+    fs::create_directory(container_);
+    mounted_ = ::mount("tulo-test", container_.c_str(), "tmpfs", 0, "size=1m,mode=700") == 0;
+    return mounted_;
+  }
+
+  const LogRecorder log_;
+  bool mounted_ = false;
+};
+
+TEST_F(HostTroubleTest, ARootThatComesBackIsLookedAtAgain) {
+  makeFile("a", "x");
+  makeFolder("d");
+  startHost();
+  const std::string aside = directory_.file("aside");
+  fs::rename(root_, aside);
+  writeFile(aside + "/b", "x");
+  writeFile(aside + "/d/c", "x");
+  fs::remove(aside + "/a");
+  ASSERT_TRUE(isTold("has been moved or removed"));
+  fs::rename(aside, root_);
+  EXPECT_TRUE(becomes({"b", "d/", "d/c"}));
+  makeFile("d/later", "x");
+  EXPECT_TRUE(becomes({"b", "d/", "d/c", "d/later"}));
+}
+
+TEST_F(HostTroubleTest, ADiskOfTheIndexThatIsFullForAWhileLosesNothing) {
+  if (!makeSmallContainer()) GTEST_SKIP() << "mounting a small file system needs root";
+  makeFile("before", "x");
+  startHost();
+  std::ofstream filler(inContainer("filler"));
+  while (filler << std::string(4096, 'x') << std::flush) {
+  }
+  filler.close();
+  for (int i = 0; i < 300; ++i)
+    makeFile("f" + std::to_string(i), "x");
+  fs::remove(inRoot("before"));
+  ASSERT_TRUE(isTold("following changes in"));
+  fs::remove(inContainer("filler"));
+  EXPECT_TRUE(eventually([&] { return rows().size() == 300; })) << rows().size();
+}
+
+// A host without descriptors, in this very process.
+class Shortage {
+ public:
+  Shortage() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    // No more than the three that every program has; with fewer nothing could be waited for.
+    const rlimit none{3, before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~Shortage() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+  Shortage(const Shortage&) = delete;
+  Shortage& operator=(const Shortage&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(HostTroubleTest, AShortageOfDescriptorsIsNotTakenForAbsence) {
+  makeFolder("d");
+  makeFile("d/a", "x");
+  makeFile("b", "x");
+  startHost();
+  const std::string a = row("d/a").ulid;
+  const std::string b = row("b").ulid;
+  {
+    const Shortage shortage;
+    // Neither needs a descriptor.
+    ASSERT_EQ(::rename(inRoot("d/a").c_str(), inRoot("d/renamed").c_str()), 0);
+    ASSERT_EQ(::truncate(inRoot("b").c_str(), 7), 0);
+    ASSERT_EQ(::mkdir(inRoot("new").c_str(), 0700), 0);
+    ASSERT_TRUE(isTold("cannot be read, and what is known of it stays"))
+        << testing::PrintToString(log_.lines());
+  }
+  ASSERT_TRUE(becomes({"b", "d/", "d/renamed", "new/"}));
+  EXPECT_EQ(row("d/renamed").ulid, a);
+  EXPECT_EQ(row("b").ulid, b);
+  EXPECT_TRUE(eventually([&] { return row("b").size == 7; }));
+  makeFile("new/file", "x");
+  EXPECT_TRUE(becomes({"b", "d/", "d/renamed", "new/", "new/file"}));
 }
 
 // The same, with the host down meanwhile.

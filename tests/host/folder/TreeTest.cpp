@@ -81,7 +81,8 @@ TEST_F(TreeTest, AFileInThePlaceOfAFolderIsAnotherItem) {
 TEST_F(TreeTest, FoldersAreToldOfAsTheyComeAndGo) {
   std::set<std::string> served;
   tree_.observeFolders({[&](const std::string& folder, int) { served.insert(folder); },
-                        [&](const std::string& folder) { served.erase(folder); }});
+                        [&](const std::string& folder) { served.erase(folder); },
+                        {}});
   makeFolder("a/b");
   tree_.scanAll();
   EXPECT_THAT(served, testing::UnorderedElementsAre("", ulid("a"), ulid("a/b")));
@@ -110,6 +111,21 @@ TEST_F(TreeTest, ARefreshOfWhatIsGoneRemovesItsRow) {
   fs::remove(inRoot("a"));
   EXPECT_FALSE(tree_.refresh(file));
   EXPECT_EQ(index_.rows().counts().items, 0);
+}
+
+TEST_F(TreeTest, WhatAKilledHostHadTakenFromItsPlaceIsGoneAfterTheNextLookAtEverything) {
+  makeFolder("d");
+  makeFile("d/a");
+  tree_.scanAll();
+  const std::string folder = ulid("d");
+  const std::string file = ulid("d/a");
+  index_.nodes().displace(folder);
+  index_.database().commit();
+  fs::remove_all(inRoot("d"));
+  tree_.scanAll();
+  EXPECT_FALSE(index_.nodes().node(folder));
+  EXPECT_FALSE(index_.nodes().node(file));
+  EXPECT_EQ(index_.rows().counts().folders, 0);
 }
 
 TEST_F(TreeTest, AFolderInItsQueueThatIsGoneIsSkipped) {

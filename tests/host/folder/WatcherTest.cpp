@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 
 #include "host/base/Files.h"
@@ -15,12 +16,22 @@ namespace {
 
 class WatcherTest : public testing::Test {
  protected:
-  void start() {
+  void start(Followed first = Followed::all) {
     watcher_.start({[this](const std::set<Watcher::Change>& changes) {
                       const std::lock_guard lock(mutex_);
                       seen_.insert(changes.begin(), changes.end());
+                      return changed_.load();
                     },
-                    [this] { ++lost_; }});
+                    [this] {
+                      ++lost_;
+                      if (onLost_) onLost_();
+                      return lost_ < failures_ ? Followed::failed : Followed::all;
+                    },
+                    [this] {
+                      ++unread_;
+                      return unread_ < failures_ ? Followed::partly : Followed::all;
+                    }},
+                   first);
   }
   bool sees(const Watcher::Change& change) {
     return test::eventually([&] {
@@ -35,6 +46,11 @@ class WatcherTest : public testing::Test {
   std::mutex mutex_;
   std::set<Watcher::Change> seen_;
   std::atomic<int> lost_ = 0;
+  std::atomic<int> unread_ = 0;
+  // What the callbacks answer: the one for changes always, the others until the last of so many.
+  std::atomic<Followed> changed_ = Followed::all;
+  std::atomic<int> failures_ = 0;
+  std::function<void()> onLost_;
   Watcher watcher_{hostLog_};
 };
 
@@ -63,14 +79,57 @@ TEST_F(WatcherTest, AForgottenFolderIsToldOfNoMore) {
 
 TEST_F(WatcherTest, WhereItCannotWatchItAsksForALookAtEverythingNowAndThen) {
   watcher_.setRescanInterval(std::chrono::milliseconds(5));
-  start();
   constexpr int noFolder = -1;
+  onLost_ = [&] { watcher_.watch("F", noFolder); };
+  start();
   watcher_.watch("F", noFolder);
   watcher_.watch("G", noFolder);
   EXPECT_TRUE(test::eventually([&] { return lost_ >= 3; }));
   watcher_.stop();
   ASSERT_EQ(log_.lines().size(), 1U) << "said once";
   EXPECT_EQ(log_.lines()[0].level, "error");
+}
+
+TEST_F(WatcherTest, ALimitThatIsLiftedIsOver) {
+  const FileDescriptor folder = openFolderPath(directory_.path());
+  watcher_.setRescanInterval(std::chrono::milliseconds(5));
+  onLost_ = [&] { watcher_.watch("F", folder.get()); };
+  start();
+  constexpr int noFolder = -1;
+  watcher_.watch("F", noFolder);
+  ASSERT_TRUE(test::eventually([&] { return log_.lines().size() == 2; }));
+  EXPECT_EQ(log_.lines()[1].message, "all folders are watched again");
+  test::writeFile(directory_.file("a"), "x");
+  EXPECT_TRUE(sees({"F", "a"}));
+  watcher_.watch("G", noFolder);
+  EXPECT_TRUE(test::eventually([&] { return log_.lines().size() >= 3; })) << "said anew";
+}
+
+TEST_F(WatcherTest, AFailureMakesItAskForALookAtEverythingUntilThatSucceeds) {
+  const FileDescriptor folder = openFolderPath(directory_.path());
+  watcher_.watch("F", folder.get());
+  changed_ = Followed::failed;
+  failures_ = 3;
+  start();
+  test::writeFile(directory_.file("a"), "x");
+  EXPECT_TRUE(test::eventually([&] { return lost_ == 3; }));
+  changed_ = Followed::all;
+  test::writeFile(directory_.file("b"), "x");
+  EXPECT_TRUE(sees({"F", "b"}));
+  EXPECT_EQ(lost_, 3) << "it is over";
+}
+
+TEST_F(WatcherTest, WhatCouldNotBeReadIsAskedForUntilItCould) {
+  failures_ = 2;
+  start(Followed::partly);
+  EXPECT_TRUE(test::eventually([&] { return unread_ == 2; }));
+  EXPECT_EQ(lost_, 0);
+}
+
+TEST_F(WatcherTest, SomebodyElseMayHaveLostSomething) {
+  start();
+  watcher_.lookAgain();
+  EXPECT_TRUE(test::eventually([&] { return lost_ == 1; }));
 }
 
 TEST_F(WatcherTest, StopsWithoutHavingStarted) {
