@@ -67,9 +67,12 @@ std::string Mutations::create(const CreateRequest& request, const StagedCopy* co
   return node.ulid;
 }
 
-// Making a folder twice gives the folder that is there: two of one name would never be told apart.
+// Making a folder twice gives the folder that is there, also one that another program has just
+// made: two of one name would never be told apart.
 std::optional<std::string> Mutations::existingFolder(const std::string& parent,
                                                      const std::string& name) {
+  tree_.reconcileEntry(parent, name);
+  tree_.settle();
   const auto ulid = index_.rows().folderNamed(parent, name);
   const auto node = ulid ? lookup_.find(*ulid) : std::nullopt;
   if (!node) return std::nullopt;

@@ -43,6 +43,14 @@ TEST_F(HostCreateTest, AFolderThatIsThereIsTheAnswer) {
   EXPECT_THAT(paths(), ElementsAre("Docs/"));
 }
 
+TEST_F(HostCreateTest, SoIsOneThatAnotherProgramHasJustMade) {
+  startHost();
+  makeFolder("Docs");
+  const json reply = createFolder("Docs");
+  EXPECT_EQ(reply["ulid"], row("Docs").ulid);
+  EXPECT_THAT(entriesOf(root_), testing::Not(testing::Contains("Docs~2")));
+}
+
 TEST_F(HostCreateTest, AStagedTreeBecomesAFolderWithAllThatIsInIt) {
   startHost();
   const std::string path = inContainer("fp-upload/") + stagedName();
