@@ -40,8 +40,10 @@ HAPPENS = r"Extension: \w+ failed|cannot be seen at the moment|cannot list"
 def fault_points():
     """What the sources name."""
     names = set()
-    for file in SOURCES.glob("*.cpp"):
+    for file in SOURCES.rglob("*.cpp"):
         names |= set(re.findall(r'faultPoint\("([a-z.]+)"\)', file.read_text()))
+    if not names:
+        raise Failure(f"there is no fault point in {SOURCES}")
     return sorted(names)
 
 
