@@ -30,7 +30,7 @@ std::vector<std::string> knownDomains() {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator(one.parent_path(), error)) {
     const std::string name = entry.path().filename();
-    domains.push_back(names::filename(name).value_or(name));
+    domains.push_back(names::textBehind(name).value_or(name));
   }
   std::sort(domains.begin(), domains.end());
   return domains;

@@ -19,7 +19,8 @@ bool tokenStartsAt(std::string_view text, std::size_t position) {
   return false;
 }
 
-std::string escaped(std::string_view filename) {
+// `reversibly`: a "%" that could begin an escape is one, too.
+std::string escaped(std::string_view filename, bool reversibly = false) {
   if (filename.empty()) return "%~";
   if (filename == ".") return "%2E";
   if (filename == "..") return "%2E%2E";
@@ -34,7 +35,7 @@ std::string escaped(std::string_view filename) {
       result += "%2F";
     } else if (c == '\0') {
       result += "%00";
-    } else if (c == '%' && tokenStartsAt(filename, i)) {
+    } else if (reversibly && c == '%' && tokenStartsAt(filename, i)) {
       result += "%25";
     } else {
       result += c;
@@ -89,12 +90,19 @@ std::string digits(std::uint64_t value) {
   return buffer.data();
 }
 
+std::string atMostLongest(std::string spelling, std::string_view text) {
+  if (spelling.size() <= kLongestName) return spelling;
+  return withMark(spelling, "%~" + digits(hash(text)));
+}
+
 }  // namespace
 
 std::string shown(std::string_view filename) {
-  std::string spelling = escaped(filename);
-  if (spelling.size() <= kLongestName) return spelling;
-  return withMark(spelling, "%~" + digits(hash(filename)));
+  return atMostLongest(escaped(filename), filename);
+}
+
+std::string reversible(std::string_view text) {
+  return atMostLongest(escaped(text, true), text);
 }
 
 std::string marked(std::string_view filename, std::string_view identifier, unsigned attempt) {
@@ -102,12 +110,12 @@ std::string marked(std::string_view filename, std::string_view identifier, unsig
   return withMark(escaped(filename), mark);
 }
 
-std::optional<std::string> filename(std::string_view shownName) {
-  if (shownName == "%~") return std::string();
+std::optional<std::string> textBehind(std::string_view reversible) {
+  if (reversible == "%~") return std::string();
   std::string result;
-  result.reserve(shownName.size());
-  for (std::size_t i = 0; i < shownName.size(); ++i) {
-    const std::string_view token = shownName.substr(i, 3);
+  result.reserve(reversible.size());
+  for (std::size_t i = 0; i < reversible.size(); ++i) {
+    const std::string_view token = reversible.substr(i, 3);
     if (token == "%2F") {
       result += '/';
     } else if (token == "%00") {
@@ -119,7 +127,7 @@ std::optional<std::string> filename(std::string_view shownName) {
     } else if (token.substr(0, 2) == "%~") {
       return std::nullopt;
     } else {
-      result += shownName[i];
+      result += reversible[i];
       continue;
     }
     i += 2;

@@ -2,9 +2,9 @@
 //
 // A name that a folder can hold is shown as it is. One that it cannot is escaped with "%": "/" is
 // shown as "%2F", NUL as "%00", the names "." and ".." as "%2E" and "%2E%2E", the empty name as
-// "%~". A "%" of the name itself is escaped ("%25") only where it could be taken for one of these.
-// A name over 255 bytes is cut and carries "%~" and 16 hexadecimal digits of its hash before its
-// extension; the replica keeps the whole name for it.
+// "%~". A name over 255 bytes is cut and carries "%~" and 16 hexadecimal digits of its hash before
+// its extension. A spelling cannot be read back, since any name may look like one: the replica
+// keeps the whole name for each that is shown otherwise.
 //
 // Threads: pure functions.
 #pragma once
@@ -24,8 +24,10 @@ std::string shown(std::string_view filename);
 // item's identifier. `attempt` counts up when even that spelling is taken.
 std::string marked(std::string_view filename, std::string_view identifier, unsigned attempt);
 
-// The file name behind a spelling; nothing for a cut or marked one, whose name only the replica
-// knows.
-std::optional<std::string> filename(std::string_view shownName);
+// The spelling of any text as a name for a file of the service's own, from which it can be read
+// back: a "%" that could be taken for an escape is one itself ("%25").
+std::string reversible(std::string_view text);
+// The text behind such a spelling; nothing for one that was cut.
+std::optional<std::string> textBehind(std::string_view reversible);
 
 }  // namespace tulo::names

@@ -29,7 +29,7 @@ std::string baseDirectory(const char* variable, const char* below) {
 
 // A domain is any text; as a directory's name it must not be one of the escaped kind.
 std::string spelled(const std::string& domain) {
-  return names::shown(domain);
+  return names::reversible(domain);
 }
 
 }  // namespace

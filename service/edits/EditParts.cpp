@@ -1,6 +1,7 @@
 #include "service/edits/EditParts.h"
 
 #include "service/base/Names.h"
+#include "service/replica/Journal.h"
 
 namespace tulo::edits {
 
@@ -14,8 +15,16 @@ WallTime due(const EditParts& parts) {
   return parts.files.quietTime().due();
 }
 
-std::string filenameFor(std::string_view name) {
-  return names::filename(name).value_or(std::string(name));
+std::string filenameFor(ReplicaReader& reader, const Node& folder, std::string_view name) {
+  std::string filename(name);
+  // Every spelling of the mount's own has one in it.
+  if (name.find('%') == std::string_view::npos || folder.identifier.empty()) return filename;
+  for (const Change& change : journal::basedIn(reader, folder.identifier)) {
+    const std::string& former = change.base().place.filename;
+    if (former == name) return former;
+    if (names::shown(former) == name) filename = former;
+  }
+  return filename;
 }
 
 std::optional<Node> childOf(ReplicaWriter& writer, NodeId folder, std::string_view name) {

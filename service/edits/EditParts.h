@@ -29,8 +29,10 @@ namespace edits {
 
 // When a change that is made now is due.
 WallTime due(const EditParts& parts);
-// The provider's name behind what a program wrote.
-std::string filenameFor(std::string_view name);
+// The provider's name for what a program gives the name in the folder: the same, but where the
+// host still has something there that the mount had to spell so, which was moved away or deleted
+// here. Then it is to take that one's place.
+std::string filenameFor(ReplicaReader& reader, const Node& folder, std::string_view name);
 std::optional<Node> childOf(ReplicaWriter& writer, NodeId folder, std::string_view name);
 // Something in the folder was changed: so was the folder.
 void touchFolder(ReplicaWriter& writer, const EditParts& parts, NodeId folder);

@@ -39,7 +39,7 @@ EditResult NewNodes::insert(ReplicaWriter& writer, NodeId folder, Node node, con
   if (!parent || (parent->parent == kNoNode && folder != kRootNode)) return {ESTALE, {}};
   if (!allowsAdding(*parent)) return {EACCES, {}};
   node.parent = folder;
-  node.filename = edits::filenameFor(node.name);
+  node.filename = edits::filenameFor(writer, *parent, node.name);
   node.capabilities = kEverything;
   node.modified = FileTime::of(parts_.files.now());
   node.kept = parent->kept;

@@ -2,6 +2,7 @@
 
 #include "service/base/Names.h"
 #include "service/edits/Ancestors.h"
+#include "service/edits/EditParts.h"
 #include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
 
@@ -56,8 +57,8 @@ Item describe(ReplicaReader& reader, const Change& change) {
 
 NodeId deletedFrom(ReplicaReader& reader, NodeId folder, std::string_view name) {
   const std::optional<Node> parent = reader.node(folder);
-  const std::string filename = names::filename(name).value_or(std::string(name));
   if (!parent) return kNoNode;
+  const std::string filename = edits::filenameFor(reader, *parent, name);
   for (const Change& change : journal::basedOn(reader, parent->identifier, filename)) {
     if (change.isDeleted()) return change.node();
   }

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "service/base/FaultPoints.h"
+#include "service/base/Names.h"
 #include "service/edits/Ancestors.h"
 #include "service/edits/Capabilities.h"
 #include "service/edits/StaysLocal.h"
@@ -67,6 +68,20 @@ ContentId replacingContent(ReplicaReader& reader, const Move& move) {
 
 }  // namespace
 
+// What takes another's place gets its name at the host as well, and what keeps the name that the
+// mount had to give it keeps the one at the host; any other name is meant as it is written.
+Renames::Name Renames::nameAfter(ReplicaReader& reader, const Move& move, const Node& node,
+                                 const Node& newParent, const Node* target) {
+  const std::string shown(move.newName);
+  if (target) return {shown, target->filename};
+  const bool keepsName = node.name == shown && node.filename != shown;
+  const std::string plain = names::shown(node.filename);
+  if (keepsName && (plain == shown || !reader.childNamed(newParent.id, plain))) {
+    return {shown, node.filename};
+  }
+  return {shown, edits::filenameFor(reader, newParent, shown)};
+}
+
 // Everything in a folder that stayed here until now is new to the host.
 void Renames::makeKnown(ReplicaWriter& writer, NodeId id) {
   const std::optional<Node> node = writer.node(id);
@@ -90,22 +105,23 @@ bool Renames::noteChange(ReplicaWriter& writer, const Node& node) {
   return true;
 }
 
-void Renames::place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name) {
+void Renames::place(ReplicaWriter& writer, Node node, NodeId folder, const Name& name) {
   // Before the row says something else: a change that is new takes its base from it.
   const bool known = noteChange(writer, node);
-  if (node.state == ContentState::dirty) parts_.files.nameLater(node.content, std::string(name));
+  if (node.state == ContentState::dirty) parts_.files.nameLater(node.content, name.shown);
   if (node.parent == folder) {
-    writer.setName(node.id, std::string(name), edits::filenameFor(name));
+    writer.setName(node.id, name.shown, name.filename);
   } else {
     node.parent = folder;
-    node.name = name;
-    node.filename = edits::filenameFor(name);
+    node.name = name.shown;
+    node.filename = name.filename;
     const std::optional<Node> parent = writer.node(folder);
     node.kept = node.pinned || (parent && parent->kept);
     writer.update(node);
     if (node.kind == NodeKind::folder) keptNodes::setBelow(writer, node.id, node.kept);
   }
-  if (!known && !staysLocal(writer, parts_.localNames, folder, name)) makeKnown(writer, node.id);
+  if (!known && !staysLocal(writer, parts_.localNames, folder, name.shown))
+    makeKnown(writer, node.id);
 }
 
 int Renames::replace(ReplicaWriter& writer, const Node& node, const Node& target) {
@@ -125,12 +141,13 @@ int Renames::carryOut(ReplicaWriter& writer, const Move& move) {
   if (const int error = errorOfCapabilities(move, *node, other, *newParent)) return error;
   if (other) {
     writer.parkName(other->id);
-    place(writer, *node, move.newFolder, move.newName);
-    place(writer, *other, move.folder, move.name);
+    place(writer, *node, move.newFolder, {std::string(move.newName), other->filename});
+    place(writer, *other, move.folder, {std::string(move.name), node->filename});
     return 0;
   }
+  const Name name = nameAfter(writer, move, *node, *newParent, target ? &*target : nullptr);
   if (const int error = target ? replace(writer, *node, *target) : 0) return error;
-  place(writer, *node, move.newFolder, move.newName);
+  place(writer, *node, move.newFolder, name);
   return 0;
 }
 

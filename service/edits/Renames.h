@@ -4,6 +4,7 @@
 // Errors: an errno, 0 when all went well; DatabaseError where the replica cannot be written.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "service/edits/EditParts.h"
@@ -29,7 +30,14 @@ class Renames {
  private:
   int carryOut(ReplicaWriter& writer, const Move& move);
   int replace(ReplicaWriter& writer, const Node& node, const Node& target);
-  void place(ReplicaWriter& writer, Node node, NodeId folder, std::string_view name);
+  // What something is called here, and by the provider.
+  struct Name {
+    std::string shown;
+    std::string filename;
+  };
+  static Name nameAfter(ReplicaReader& reader, const Move& move, const Node& node,
+                        const Node& newParent, const Node* target);
+  void place(ReplicaWriter& writer, Node node, NodeId folder, const Name& name);
   bool noteChange(ReplicaWriter& writer, const Node& node);
   void makeKnown(ReplicaWriter& writer, NodeId node);
   void forceReplacement(const Move& move);

@@ -37,9 +37,20 @@ TEST_F(EditPartsTest, AChangeIsDueAQuietTimeFromNow) {
   EXPECT_EQ(edits::due(parts()), clock + kQuiet);
 }
 
-TEST_F(EditPartsTest, AnEscapedNameStandsForTheHosts) {
-  EXPECT_EQ(edits::filenameFor("a.txt"), "a.txt");
-  EXPECT_EQ(edits::filenameFor("a%2Fb"), "a/b");
+TEST_F(EditPartsTest, ASpellingStandsForAnotherNameOnlyWhereTheHostHasThatStill) {
+  downloaded("i:1", "a/b", "x");
+  const auto filenameFor = [&](const std::string& name) {
+    return engine->replica().read([&](ReplicaReader& reader) {
+      return edits::filenameFor(reader, *reader.node(kRootNode), name);
+    });
+  };
+  EXPECT_EQ(filenameFor("a.txt"), "a.txt");
+  EXPECT_EQ(filenameFor("a%2Fb"), "a%2Fb");
+  ASSERT_EQ(engine->edits().removeFile(kRootNode, "a%2Fb"), 0);
+  EXPECT_EQ(filenameFor("a%2Fb"), "a/b");
+  EXPECT_EQ(filenameFor("c%2Fb"), "c%2Fb");
+  pushAll();
+  EXPECT_EQ(filenameFor("a%2Fb"), "a%2Fb");
 }
 
 TEST_F(EditPartsTest, FindsAChildByItsNameInThatFolderOnly) {

@@ -96,10 +96,28 @@ TEST_F(NewNodesTest, WhatIsInAFolderOfTheHostsGoesUpWhateverItsName) {
   EXPECT_FALSE(change(makeFile("c.txt~", "x", folder)));
 }
 
-TEST_F(NewNodesTest, EscapedNamesAreTheHostsOwn) {
-  const NodeId id = makeFile("a%2Fb", "x");
-  EXPECT_EQ(row(id)->filename, "a/b");
-  EXPECT_EQ(row(id)->name, "a%2Fb");
+TEST_F(NewNodesTest, ANameThatLooksLikeAnEscapeIsMeantAsItIsWritten) {
+  for (const char* name :
+       {"a%2Fb", "report%2F2024.pdf", "a%2Eb", "100%25.txt", "100%.txt", "%~x"}) {
+    const NodeId id = makeFile(name, name);
+    EXPECT_EQ(row(id)->filename, name);
+    EXPECT_EQ(row(id)->name, name);
+  }
+  pushAll();
+  for (const char* name : {"a%2Fb", "report%2F2024.pdf", "a%2Eb", "100%25.txt", "100%.txt", "%~x"})
+    EXPECT_EQ(hostContents(name), name);
+  list();
+  EXPECT_EQ(names().size(), 6U);
+}
+
+TEST_F(NewNodesTest, WhatIsSavedAnewUnderASpellingOfTheMountsOwnStaysTheHostsItem) {
+  downloaded("i:1", "report/2024.pdf", "old");
+  ASSERT_EQ(rename("report%2F2024.pdf", "report%2F2024.pdf~"), 0);
+  makeFile("report%2F2024.pdf", "new");
+  pushAll();
+  ASSERT_TRUE(extension->find("i:1"));
+  EXPECT_EQ(extension->find("i:1")->name, "report/2024.pdf");
+  EXPECT_EQ(extension->find("i:1")->contents, "new");
 }
 
 TEST_F(NewNodesTest, AFullDiskFailsTheChangeAsAWhole) {

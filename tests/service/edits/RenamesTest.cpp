@@ -134,5 +134,34 @@ TEST_F(RenamesTest, WhoeverReplacesAFileWithNewBytesSaysSoBeforeWaitingForTheDis
   EXPECT_EQ(waits, 1);
 }
 
+TEST_F(RenamesTest, ANewNameIsMeantAsItIsWritten) {
+  const NodeId id = downloaded("i:1", "report/2024.pdf", "x");
+  ASSERT_EQ(rename("report%2F2024.pdf", "report%2F2025.pdf"), 0);
+  EXPECT_EQ(row(id)->filename, "report%2F2025.pdf");
+  // Back to the one that the mount gave it: nothing was changed.
+  ASSERT_EQ(rename("report%2F2025.pdf", "report%2F2024.pdf"), 0);
+  EXPECT_EQ(row(id)->filename, "report/2024.pdf");
+}
+
+TEST_F(RenamesTest, WhatIsMovedWithoutANewNameKeepsTheHosts) {
+  const NodeId id = downloaded("i:1", "report/2024.pdf", "x");
+  const NodeId folder = folderOfHost("Docs");
+  ASSERT_EQ(edits().rename(kRootNode, "report%2F2024.pdf", folder, "report%2F2024.pdf", 0), 0);
+  EXPECT_EQ(row(id)->filename, "report/2024.pdf");
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->name, "report/2024.pdf");
+  EXPECT_EQ(extension->find("i:1")->parent, "f:Docs");
+}
+
+TEST_F(RenamesTest, WhatTakesThePlaceOfASpelledOutItemTakesItsNameAtTheHost) {
+  downloaded("i:1", "report/2024.pdf", "old");
+  makeFile("new.pdf", "new");
+  ASSERT_EQ(rename("new.pdf", "report%2F2024.pdf"), 0);
+  pushAll();
+  ASSERT_TRUE(extension->find("i:1"));
+  EXPECT_EQ(extension->find("i:1")->name, "report/2024.pdf");
+  EXPECT_EQ(extension->find("i:1")->contents, "new");
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -38,5 +38,19 @@ TEST_F(FreeNameTest, ANameThatIsTakenGetsAMarkAndATakenMarkAnother) {
   });
 }
 
+TEST_F(FreeNameTest, ANameThatLooksLikeAnotherOnesSpellingStaysApartFromIt) {
+  extension->file("i:1", "100%.txt", "x");
+  extension->file("i:2", "100%25.txt", "y");
+  extension->file("i:3", "a/b", "x");
+  extension->file("i:4", "a%2Fb", "y");
+  for (int i = 0; i < 3; ++i) {
+    commit();
+    refresh();
+    EXPECT_EQ(names().size(), 4U);
+    EXPECT_EQ(names()["100%.txt"], idOf("i:1"));
+    EXPECT_EQ(names()["100%25.txt"], idOf("i:2"));
+  }
+}
+
 }  // namespace
 }  // namespace tulo::test
