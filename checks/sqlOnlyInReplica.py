@@ -3,7 +3,8 @@
 
 usage: sqlOnlyInReplica.py [--root FOLDER]
 
-Looks through the C++ files of service/ but those of service/replica/. A fault is a string that
+Looks through the C++ files of service/ but those of service/replica/, and the probe that reads the
+host's index, which is no part of the replica. A fault is a string that
 holds an SQL statement, or a part of one; a name of SQLite's (sqlite3_...); a name of the wrapper's
 (sqlite::...) but DatabaseError, which anybody may catch; and a header of either or of the replica's
 way to its connection. Comments may say what they like.
@@ -16,6 +17,8 @@ import sys
 
 WHERE = "service"
 EXCEPT = "service/replica"
+# Reads the host's database as the provider does, to see whether it can be read.
+PROBE = "service/listing/IndexProbe."
 SOURCES = {".h", ".cpp"}
 PRIVATE_HEADERS = {"sqlite3.h", "sqlite/Connection.h", "sqlite/Statement.h",
                    "service/replica/Sql.h", "service/replica/ReplicaColumns.h",
@@ -97,7 +100,7 @@ def faultsIn(text):
 def sourcesIn(root):
     for path in sorted((root / WHERE).rglob("*")):
         name = path.relative_to(root).as_posix()
-        if path.suffix in SOURCES and not name.startswith(EXCEPT + "/"):
+        if path.suffix in SOURCES and not name.startswith((EXCEPT + "/", PROBE)):
             yield name, path
 
 

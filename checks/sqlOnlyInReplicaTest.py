@@ -28,6 +28,13 @@ class SqlOnlyInReplicaTest(unittest.TestCase):
                    '#include "sqlite/Connection.h"\nauto sql = "DELETE FROM node WHERE id=?";\n')
         self.assertEqual(sqlOnlyInReplica.check(self.root), ([], 0))
 
+    def testTheProbeOfTheHostsIndexMayHaveSql(self):
+        text = '#include "sqlite/Connection.h"\nauto sql = "SELECT count(*) FROM items";\n'
+        self.write("service/listing/IndexProbe.cpp", text)
+        self.assertEqual(sqlOnlyInReplica.check(self.root), ([], 0))
+        self.write("service/listing/Lister.cpp", text)
+        self.assertEqual(len(sqlOnlyInReplica.check(self.root)[0]), 2)
+
     def testOtherFoldersAreNotLookedAt(self):
         self.write("host/A.cpp", 'auto sql = "DELETE FROM node";\n')
         self.assertEqual(sqlOnlyInReplica.check(self.root), ([], 0))

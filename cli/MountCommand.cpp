@@ -20,6 +20,7 @@
 #include "platform/linux/Container.h"
 #include "platform/linux/LogSink.h"
 #include "service/Service.h"
+#include "service/listing/IndexProbe.h"
 
 namespace tulo::cli {
 
@@ -77,6 +78,9 @@ ServiceOptions optionsOf(const Arguments& arguments) {
   }
   const platform::NSFileProviderDomain domain(options.domain, options.domain);
   options.source = {platform::containerDirectory(), Index::databaseName(domain)};
+  options.probe =
+      std::make_shared<IndexProbe>(options.source.directory + '/' + options.source.database,
+                                   options.source.directory + "/fp.sock");
   options.limits = limitsOf(arguments);
   options.allowOther = arguments.allowOther;
   options.thumbnails = !arguments.noThumbnails;

@@ -9,6 +9,7 @@
 #include "platform/FileProvider.h"
 #include "service/base/Time.h"
 #include "service/edits/LocalNames.h"
+#include "service/listing/SourceProbe.h"
 #include "service/listing/SourceWatch.h"
 #include "service/replica/CacheRoom.h"
 
@@ -21,6 +22,8 @@ struct EngineOptions {
   std::string domain;
   std::string stateDirectory;  // must exist
   SourceFiles source;
+  // Looks into the source beside the provider; null: what the provider says is believed.
+  std::shared_ptr<const SourceProbe> probe;
   CacheLimits limits;
   // The user's list of programs that may not cause a download; empty: only the built-in one.
   std::string noDownloadList;

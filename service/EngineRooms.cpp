@@ -27,7 +27,7 @@ std::string socketMark(const std::string& path) {
          std::to_string(status.st_ctim.tv_nsec);
 }
 
-UploaderParts uploaderParts(EngineRooms& rooms, const SourceFiles& source) {
+UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
   UploaderParts result{rooms.storage.replica(),
                        rooms.extension,
                        rooms.files,
@@ -40,6 +40,7 @@ UploaderParts uploaderParts(EngineRooms& rooms, const SourceFiles& source) {
                        [] { return std::string("host"); },
                        machineName(),
                        {}};
+  result.belief = Belief(options.probe);
   result.fetch = [&rooms](NodeId node) {
     std::promise<int> done;
     rooms.contents->fetch(node, Contents::Priority::opened,
@@ -47,8 +48,8 @@ UploaderParts uploaderParts(EngineRooms& rooms, const SourceFiles& source) {
     return done.get_future().get();
   };
   result.relist = [&rooms](NodeId folder) { rooms.sync.refresh(folder, [](int) {}); };
-  if (!source.directory.empty()) {
-    result.host = [socket = source.directory + "/fp.sock"] { return socketMark(socket); };
+  if (!options.source.directory.empty()) {
+    result.host = [socket = options.source.directory + "/fp.sock"] { return socketMark(socket); };
   }
   return result;
 }
@@ -60,7 +61,8 @@ EngineRooms::EngineRooms(const EngineOptions& options, const ExtensionFactory& f
       storage(options.stateDirectory, options.source.directory, options.limits),
       source(options.source),
       policy(options.noDownloadList),
-      sync(storage.replica(), extension, notifier, folders, openFiles, source, acknowledged),
+      sync(storage.replica(), extension, notifier, folders, openFiles, source, acknowledged,
+           Belief(options.probe)),
       contents(std::make_shared<Contents>(storage.replica(), extension, sync, notifier, openFiles,
                                           storage.store(), policy)),
       pins(storage.replica(), folders),
@@ -71,7 +73,7 @@ EngineRooms::EngineRooms(const EngineOptions& options, const ExtensionFactory& f
   contents->start();
   pins.start();
   files.start();
-  uploader = std::make_unique<Uploader>(uploaderParts(*this, options.source));
+  uploader = std::make_unique<Uploader>(uploaderParts(*this, options));
   files.setOnChange([this] { uploader->poke(); });
 }
 

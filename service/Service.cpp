@@ -41,6 +41,7 @@ EngineOptions engineOptions(const ServiceOptions& options, const std::string& st
   result.domain = options.domain;
   result.stateDirectory = state;
   result.source = options.source;
+  result.probe = options.probe;
   result.limits = options.limits;
   result.noDownloadList = DownloadPolicy::userListPath();
   result.readWrite = options.readWrite;

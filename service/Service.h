@@ -16,6 +16,7 @@ struct ServiceOptions {
   std::string domain;
   std::string mountPoint;
   SourceFiles source;
+  std::shared_ptr<const SourceProbe> probe;  // see EngineOptions
   CacheLimits limits;
   bool thumbnails = true;
   bool allowOther = false;

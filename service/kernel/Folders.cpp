@@ -49,7 +49,21 @@ void Folders::remove(NodeId folder) {
   if (found == states_.end()) return;
   // The references stay counted: the kernel gives them back later.
   found->second.verified = 0;
-  if (found->second.references == 0) states_.erase(found);
+  if (found->second.references == 0 && !found->second.watched) states_.erase(found);
+}
+
+bool Folders::isKnown(NodeId folder) const {
+  const MutexLock lock(mutex_);
+  const auto found = states_.find(folder);
+  return found != states_.end() && found->second.references > 0;
+}
+
+void Folders::renumbered(NodeId folder, NodeId fresh) {
+  const MutexLock lock(mutex_);
+  const auto found = states_.find(folder);
+  if (found == states_.end() || !found->second.watched) return;
+  found->second.watched = false;
+  states_[fresh].watched = true;
 }
 
 void Folders::setWatched(const std::vector<NodeId>& folders) {

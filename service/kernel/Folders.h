@@ -32,7 +32,12 @@ class Folders {
   // Keeps the highest generation that was ever set.
   void setVerified(NodeId folder, std::uint64_t generation);
   void dropVerified(NodeId folder);
+  // It left the tree. Whether it is watched is kept: it may come back.
   void remove(NodeId folder);
+  // Whether the kernel holds references to it.
+  bool isKnown(NodeId folder) const;
+  // The folder has another number from now on, under which the kernel does not know it yet.
+  void renumbered(NodeId folder, NodeId fresh);
 
   // The folders that are kept up to date although the kernel may not know them.
   void setWatched(const std::vector<NodeId>& folders);

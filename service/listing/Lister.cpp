@@ -29,11 +29,14 @@ struct Lister::Attempt {
   ListingStamp stamp;
   Listing listing;
   std::string digest;
+  // What the source had before the provider was asked again.
+  std::optional<std::int64_t> before;
+  unsigned answers = 0;
 };
 
 Lister::Lister(ListerParts parts)
     : parts_(std::move(parts)),
-      reconciler_(parts_.replica, parts_.openFiles),
+      reconciler_(parts_.replica, parts_.openFiles, parts_.folders),
       workers_(kListingThreads) {}
 
 void Lister::refresh(NodeId folder, RefreshCompletion completion) {
@@ -68,10 +71,14 @@ void Lister::begin(const AttemptPointer& attempt) try {
   attempt->folder = std::move(*node);
   // The host does not know the folder yet; what is in it came from here.
   if (attempt->folder.identifier.empty()) return finish(attempt, 0);
-  enumerate(*parts_.extension, attempt->folder.identifier,
-            [this, attempt](Listing listing) { listed(attempt, std::move(listing)); });
+  ask(attempt);
 } catch (const std::exception& error) {
   fail(attempt, "cannot list folder %d: %{public}@", error);
+}
+
+void Lister::ask(const AttemptPointer& attempt) {
+  enumerate(*parts_.extension, attempt->folder.identifier,
+            [this, attempt](Listing listing) { listed(attempt, std::move(listing)); });
 }
 
 void Lister::listed(const AttemptPointer& attempt, Listing listing) try {
@@ -84,6 +91,10 @@ void Lister::listed(const AttemptPointer& attempt, Listing listing) try {
     count(&Statistics::unchanged);
     return finish(attempt, 0);
   }
+  if (listing.items.empty() && isGone(attempt->folder)) return finish(attempt, ESTALE);
+  const int doubt = parts_.belief.errorOfListing(attempt->folder.identifier, listing.items.size(),
+                                                 attempt->before);
+  if (doubt != 0) return doubted(attempt, doubt);
   attempt->listing = std::move(listing);
   std::vector<std::string> missing;
   if (attempt->folder.listed != 0) {
@@ -93,6 +104,21 @@ void Lister::listed(const AttemptPointer& attempt, Listing listing) try {
   verifyMissing(attempt, std::move(missing));
 } catch (const std::exception& error) {
   fail(attempt, "cannot compare folder %d: %{public}@", error);
+}
+
+// Its own listing says nothing of what was in it: it may have been moved, or have another
+// identifier now, which the listing of the folder above shows.
+bool Lister::isGone(const Node& folder) {
+  if (folder.id == kRootNode || !parts_.belief.isAbsent(folder.identifier)) return false;
+  if (folder.parent != kNoNode) parts_.plan.tryAgain(folder.parent);
+  return true;
+}
+
+void Lister::doubted(const AttemptPointer& attempt, int error) {
+  if (error != EAGAIN) return finish(attempt, error);
+  if (++attempt->answers == Belief::kMostAnswers) return finish(attempt, EIO);
+  attempt->before = parts_.belief.children(attempt->folder.identifier);
+  ask(attempt);
 }
 
 // A reading that failed half-way also shows as missing children. What the provider still knows in

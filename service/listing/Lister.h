@@ -1,7 +1,8 @@
 // Lists folders, one step after the other, and brings the replica to what came out.
 //
-// The provider is asked for the listing; one that equals the last ends there. What it lacks is
-// looked up before it is believed. Then the rows are reconciled and the kernel is told.
+// The provider is asked for the listing; one that equals the last ends there. Any other is believed
+// when the source has as many items; what it lacks is looked up besides. Then the rows are
+// reconciled and the kernel is told.
 //
 // Threads: every member may be called on any thread. The steps run on threads of its own and of the
 // provider's.
@@ -20,6 +21,7 @@
 #include "service/base/WorkQueue.h"
 #include "service/kernel/Folders.h"
 #include "service/kernel/Notifier.h"
+#include "service/listing/Belief.h"
 #include "service/listing/Generations.h"
 #include "service/listing/Listing.h"
 #include "service/listing/ListingQueue.h"
@@ -41,6 +43,7 @@ struct ListerParts {
   Acknowledged& acknowledged;
   Generations& generations;
   SweepPlan& plan;  // gets the folders that are to be listed once more
+  Belief belief;
 };
 
 class Lister {
@@ -76,7 +79,11 @@ class Lister {
   bool start(NodeId folder);
   // Each step hands the attempt on to the next, or to finish(), which ends it once.
   void begin(const AttemptPointer& attempt);
+  void ask(const AttemptPointer& attempt);
   void listed(const AttemptPointer& attempt, Listing listing);
+  // The listing is not what the source has, or that cannot be told.
+  bool isGone(const Node& folder);
+  void doubted(const AttemptPointer& attempt, int error);
   void verifyMissing(const AttemptPointer& attempt, std::vector<std::string> missing);
   void apply(const AttemptPointer& attempt);
   void finish(const AttemptPointer& attempt, int error);

@@ -44,13 +44,14 @@ Reconciler::Result Reconciler::reconcile(const Input& input) {
 Reconciler::Result Reconciler::attempt(const Input& input, bool gateHeld) {
   Result result;
   std::vector<Entry> leftBehind;
+  std::vector<std::pair<NodeId, NodeId>> renumbered;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     const std::unordered_set<std::string> newer = input.watch.newer();
     const std::vector<Node> children = writer.childNodes(input.folder);
     std::optional<Node> folder = writer.node(input.folder);
     if (!folder) return;
     const bool firstTime = folder->listed == 0 && children.empty();
-    Reconciliation pass{writer, openFiles_, std::move(*folder), firstTime, gateHeld};
+    Reconciliation pass{writer, openFiles_, folders_, std::move(*folder), firstTime, gateHeld};
     FolderChanges changes(writer, pass.folder);
     const SortedListing sorted = sortOut({input.listing, children, newer, changes, openFiles_});
     pass.incomplete = sorted.incomplete;
@@ -60,7 +61,10 @@ Reconciler::Result Reconciler::attempt(const Input& input, bool gateHeld) {
     finishFolder(pass, input.digest, input.stamp);
     result = {std::move(pass.invalidations), sorted.outdated};
     leftBehind = std::move(pass.leftBehind);
+    renumbered = std::move(pass.renumbered);
   });
+  for (const auto& [folder, fresh] : renumbered)
+    folders_.renumbered(folder, fresh);
   for (const Entry& entry : leftBehind)
     openFiles_.leaveBehind(entry);
   return result;

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "service/kernel/Acknowledged.h"
+#include "service/kernel/Folders.h"
 #include "service/kernel/Notifier.h"
 #include "service/kernel/OpenFiles.h"
 #include "service/listing/Listing.h"
@@ -19,7 +20,8 @@ namespace tulo {
 // Threads: reconcile may run for several folders at once, for one folder once at a time.
 class Reconciler {
  public:
-  Reconciler(Replica& replica, OpenFiles& openFiles) : replica_(replica), openFiles_(openFiles) {}
+  Reconciler(Replica& replica, OpenFiles& openFiles, Folders& folders)
+      : replica_(replica), openFiles_(openFiles), folders_(folders) {}
 
   struct Result {
     Invalidations invalidations;  // what the kernel must be told
@@ -40,6 +42,7 @@ class Reconciler {
 
   Replica& replica_;
   OpenFiles& openFiles_;
+  Folders& folders_;
 };
 
 }  // namespace tulo

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <exception>
+#include <utility>
 #include <vector>
 
+#include "service/kernel/Folders.h"
 #include "service/kernel/Notifier.h"
 #include "service/kernel/OpenFiles.h"
 #include "service/replica/ReplicaWriter.h"
@@ -14,6 +16,7 @@ namespace tulo {
 struct Reconciliation {
   ReplicaWriter& writer;
   OpenFiles& openFiles;
+  const Folders& folders;
   const Node folder;  // as it was before
   // Nobody has seen anything of the folder, so the kernel need not be told of what is new in it.
   const bool firstTime;
@@ -22,7 +25,9 @@ struct Reconciliation {
 
   Invalidations invalidations = {};
   std::vector<Entry> leftBehind = {};  // what stays under its number with those who have it open
-  bool listingChanged = false;         // of the folder, as programs see it
+  // Folders that go on under another number, and that number.
+  std::vector<std::pair<NodeId, NodeId>> renumbered = {};
+  bool listingChanged = false;  // of the folder, as programs see it
   // Something of the provider's listing was not taken over, so the same listing is to be looked at
   // again.
   bool incomplete = false;

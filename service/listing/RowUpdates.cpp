@@ -54,6 +54,14 @@ void noteMoved(Reconciliation& pass, const Node& before, const std::string& name
   pass.listingChanged = true;
 }
 
+// The kernel was told that the folder is gone, and gives nothing out of it any more as long as it
+// holds it: what came back has to be another folder to it.
+void startAfresh(Reconciliation& pass, const Node& before) {
+  const bool cameBack = before.kind == NodeKind::folder && before.parent == kNoNode;
+  if (!cameBack || !pass.folders.isKnown(before.id)) return;
+  pass.renumbered.emplace_back(before.id, pass.writer.renumber(before.id));
+}
+
 void replaceContents(Reconciliation& pass, const Node& before, const std::string& name) {
   if (before.state == ContentState::dirty) return;
   if (!pass.gateHeld) throw NeedsGate();
@@ -85,6 +93,7 @@ void updateRow(Reconciliation& pass, const KeptItem& kept) {
   } else if (!moved || node.capabilities != before.capabilities) {
     pass.invalidations.push_back(attributesChanged(node.id));
   }
+  startAfresh(pass, before);
 }
 
 void updateRows(Reconciliation& pass, const std::vector<KeptItem>& kept) {

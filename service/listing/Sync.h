@@ -29,7 +29,8 @@ namespace tulo {
 class Sync {
  public:
   Sync(Replica& replica, ExtensionPointer extension, Notifier& notifier, Folders& folders,
-       OpenFiles& openFiles, SourceWatch& source, Acknowledged& acknowledged);
+       OpenFiles& openFiles, SourceWatch& source, Acknowledged& acknowledged,
+       const Belief& belief = Belief());
   ~Sync();
   Sync(const Sync&) = delete;
   Sync& operator=(const Sync&) = delete;

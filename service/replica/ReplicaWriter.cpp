@@ -137,6 +137,7 @@ void ReplicaWriter::parkName(NodeId id) {
 NodeId ReplicaWriter::renumber(NodeId id) {
   const NodeId fresh(numbers_->node());
   sqlOf(*this).cached("UPDATE node SET id=? WHERE id=?").bind(fresh, id).run();
+  sqlOf(*this).cached("UPDATE node SET parent=? WHERE parent=?").bind(fresh, id).run();
   for (const char* table : {"content", "pending", "link", "local_time"}) {
     sqlOf(*this)
         .cached(std::string("UPDATE ") + table + " SET node=? WHERE node=?")

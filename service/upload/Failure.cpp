@@ -4,25 +4,31 @@
 
 namespace tulo {
 
-bool Failure::isGone(const Plan& plan) {
+std::optional<platform::NSError> Failure::lookInto(const Plan& plan,
+                                                   const platform::NSError& error) {
   if (plan.kind == Plan::Kind::remove) {
     outcome_.removed(plan.node.id);
-    return true;
+    return std::nullopt;
   }
-  if (plan.kind == Plan::Kind::modify && provider_.lookUp(plan.node.identifier).isGone()) {
-    outcome_.itemGone(plan);
-    return true;
+  if (plan.kind == Plan::Kind::modify) {
+    const Answer item = provider_.lookUp(plan.node.identifier);
+    if (item.isGone()) {
+      outcome_.itemGone(plan);
+      return std::nullopt;
+    }
+    if (item.error) return item.error;
   }
-  if (plan.parentIdentifier == platform::NSFileProviderRootContainerItemIdentifier()) return false;
-  if (!provider_.lookUp(plan.parentIdentifier).isGone()) return false;
+  if (plan.parentIdentifier == platform::NSFileProviderRootContainerItemIdentifier()) return error;
+  const Answer parent = provider_.lookUp(plan.parentIdentifier);
+  if (!parent.isGone()) return parent.error ? parent.error : error;
   outcome_.parentGone(plan);
-  return true;
+  return std::nullopt;
 }
 
 void Failure::react(const Plan& plan, const platform::NSError& error) {
-  const Reaction reaction = reactionTo(error);
-  if (reaction == Reaction::lookAgain && isGone(plan)) return;
-  note(plan, error, reaction);
+  std::optional<platform::NSError> left = error;
+  if (reactionTo(error) == Reaction::lookAgain) left = lookInto(plan, error);
+  if (left) note(plan, *left, reactionTo(*left));
 }
 
 void Failure::note(const Plan& plan, const platform::NSError& error, Reaction reaction) {

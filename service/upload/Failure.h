@@ -8,6 +8,8 @@
 // Errors: DatabaseError.
 #pragma once
 
+#include <optional>
+
 #include "service/errors/Reaction.h"
 #include "service/upload/HostHealth.h"
 #include "service/upload/Judge.h"
@@ -32,8 +34,9 @@ class Failure {
   void react(const Plan& plan, const platform::NSError& error);
 
  private:
-  // True when the error was that something is gone, and that has been seen to.
-  bool isGone(const Plan& plan);
+  // The error says that something is gone. Nothing when that has been seen to, else what is to be
+  // noted: the error itself, or why it cannot be looked into at the moment.
+  std::optional<platform::NSError> lookInto(const Plan& plan, const platform::NSError& error);
   void note(const Plan& plan, const platform::NSError& error, Reaction reaction);
 
   LocalFiles& files_;

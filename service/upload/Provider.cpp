@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <utility>
 
 #include "platform/linux/Mutex.h"
@@ -13,6 +15,13 @@ namespace tulo {
 namespace {
 
 constexpr std::chrono::milliseconds kStopCheck{100};
+
+// As good as none: the same question is to be asked again later.
+Answer unbelieved() {
+  Answer answer;
+  answer.error = platform::fileProviderError(platform::NSFileProviderErrorCode::serverUnreachable);
+  return answer;
+}
 
 }  // namespace
 
@@ -75,15 +84,29 @@ Answer Provider::await(const std::function<void(std::shared_ptr<Call>)>& begin) 
 }
 
 Answer Provider::lookUp(const std::string& identifier) {
-  return await([&](std::shared_ptr<Call> call) {
+  Answer answer = await([&](std::shared_ptr<Call> call) {
     extension_->item(identifier, {},
                      [call](platform::ItemPointer item, std::optional<platform::NSError> error) {
                        call->answered(std::move(item), std::move(error));
                      });
   });
+  if (!answer.isGone() || belief_.errorOfAbsence(identifier) == 0) return answer;
+  return unbelieved();
 }
 
 Answer Provider::list(const std::string& identifier) {
+  std::optional<std::int64_t> before;
+  for (unsigned answers = 1;; ++answers) {
+    Answer answer = listOnce(identifier);
+    if (answer.stopped || answer.error) return answer;
+    const int doubt = belief_.errorOfListing(identifier, answer.listing.items.size(), before);
+    if (doubt == 0) return answer;
+    if (doubt != EAGAIN || answers == Belief::kMostAnswers) return unbelieved();
+    before = belief_.children(identifier);
+  }
+}
+
+Answer Provider::listOnce(const std::string& identifier) {
   return await([&](std::shared_ptr<Call> call) {
     enumerate(*extension_, identifier,
               [call](Listing listing) { call->listed(std::move(listing)); });

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/FileProvider.h"
+#include "service/listing/Belief.h"
 #include "service/listing/Listing.h"
 #include "service/replica/ContentStore.h"
 #include "service/upload/Plan.h"
@@ -32,13 +33,14 @@ struct Answer {
 class Provider {
  public:
   Provider(std::shared_ptr<platform::NSFileProviderReplicatedExtension> extension,
-           const ContentStore& store)
-      : extension_(std::move(extension)), store_(store) {}
+           const ContentStore& store, const Belief& belief = Belief())
+      : extension_(std::move(extension)), store_(store), belief_(belief) {}
 
   void stop() { stopping_ = true; }
   bool isStopped() const { return stopping_; }
 
-  // What the host has of one item, and of all in a folder.
+  // What the host has of one item, and of all in a folder. That there is nothing is answered only
+  // if the source says so as well; else that the host cannot be reached.
   Answer lookUp(const std::string& identifier);
   Answer list(const std::string& identifier);
   // The file that is answered is the caller's to remove.
@@ -49,10 +51,12 @@ class Provider {
  private:
   class Call;
 
+  Answer listOnce(const std::string& identifier);
   Answer await(const std::function<void(std::shared_ptr<Call>)>& begin) const;
 
   const std::shared_ptr<platform::NSFileProviderReplicatedExtension> extension_;
   const ContentStore& store_;
+  const Belief belief_;
   std::atomic<bool> stopping_ = false;
 };
 

@@ -10,7 +10,7 @@ namespace tulo {
 Uploader::Uploader(const UploaderParts& parts)
     : parts_(parts),
       relisting_(parts.relist),
-      provider_(parts.extension, parts.store),
+      provider_(parts.extension, parts.store, parts.belief),
       judge_(parts.replica, parts_.localNames, verdicts_),
       outcome_(parts_, relisting_, tally_),
       failure_(parts.files, provider_, outcome_, health_, judge_, tally_),

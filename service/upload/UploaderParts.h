@@ -11,6 +11,7 @@
 #include "service/kernel/Acknowledged.h"
 #include "service/kernel/Notifier.h"
 #include "service/kernel/OpenFiles.h"
+#include "service/listing/Belief.h"
 #include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
 
@@ -32,6 +33,7 @@ struct UploaderParts {
   std::string machine = "this machine";
   // Has a folder listed again.
   std::function<void(NodeId)> relist;
+  Belief belief = Belief();
 };
 
 }  // namespace tulo

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -78,6 +79,28 @@ TEST(FoldersTest, TellsEveryFolderThatIsVerified) {
   folders.setVerified(kOne, 4);
   folders.remembered(kTwo);
   EXPECT_EQ(folders.allVerified(), (std::vector<std::pair<NodeId, std::uint64_t>>{{kOne, 4}}));
+}
+
+TEST(FoldersTest, AWatchedFolderThatLeavesAndComesBackIsWatchedStill) {
+  Folders folders;
+  folders.setWatched({kOne, kTwo});
+  folders.remove(kOne);
+  folders.remembered(kTwo);
+  folders.remove(kTwo);
+  folders.renumbered(kTwo, kThree);
+  auto watched = folders.olderThan(1);
+  std::sort(watched.begin(), watched.end());
+  EXPECT_EQ(watched, (std::vector<NodeId>{kOne, kThree}));
+}
+
+TEST(FoldersTest, TheKernelKnowsWhatItHoldsReferencesTo) {
+  Folders folders;
+  folders.used(kOne);
+  EXPECT_FALSE(folders.isKnown(kOne));
+  folders.remembered(kOne, 2);
+  EXPECT_TRUE(folders.isKnown(kOne));
+  folders.forgotten(kOne, 2);
+  EXPECT_FALSE(folders.isKnown(kOne));
 }
 
 }  // namespace

@@ -8,11 +8,34 @@
 
 #include "tests/service/support/EngineFixture.h"
 #include "tests/service/support/ReplicaSql.h"
+#include "tests/service/support/ScriptedProbe.h"
 
 namespace tulo::test {
 namespace {
 
 using platform::NSFileProviderErrorCode;
+
+// A source beside the provider, which may cut what it says of it short.
+class DoubtedListerTest : public EngineFixture {
+ protected:
+  DoubtedListerTest() {
+    options.probe = probe;
+    reopen();
+    for (int i = 0; i < 10; ++i)
+      extension->file("i:" + std::to_string(i), std::to_string(i) + ".txt", "x");
+  }
+
+  void cutShort() {
+    extension->setListingFilter([](const ScriptedItem& item) { return item.name < "5"; });
+    extension->setLookUpError(fileProviderError(NSFileProviderErrorCode::noSuchItem));
+  }
+  void showAll() {
+    extension->setListingFilter(nullptr);
+    extension->setLookUpError(std::nullopt);
+  }
+
+  const std::shared_ptr<ScriptedProbe> probe = std::make_shared<ScriptedProbe>(extension);
+};
 
 class ListerTest : public EngineFixture {
  protected:
@@ -149,6 +172,66 @@ TEST_F(ListerTest, TellsWhereSomethingTurnedOutToBeDifferent) {
   commit();
   refresh();
   EXPECT_EQ(told, std::vector<NodeId>{kRootNode});
+}
+
+TEST_F(DoubtedListerTest, WhatIsMissingWhileTheSourceCannotBeReadStays) {
+  ASSERT_EQ(refresh(), 0);
+  for (const int number : {EMFILE, EIO, EHOSTDOWN}) {
+    cutShort();
+    probe->setError(number);
+    commit();
+    EXPECT_EQ(refresh(), number);
+    EXPECT_EQ(names().size(), 10U);
+  }
+  probe->setError(0);
+  showAll();
+  extension->remove("i:7");
+  EXPECT_TRUE(engine->sync().sweepStep());
+  EXPECT_EQ(names().size(), 9U);
+}
+
+TEST_F(DoubtedListerTest, AListingThatIsCutShortIsNotBelievedThoughTheSourceCanBeRead) {
+  ASSERT_EQ(refresh(), 0);
+  cutShort();
+  commit();
+  EXPECT_EQ(refresh(), EIO);
+  EXPECT_EQ(names().size(), 10U);
+}
+
+TEST_F(DoubtedListerTest, NeitherIsTheFirstListingOfAFolder) {
+  cutShort();
+  EXPECT_EQ(refresh(), EIO);
+  EXPECT_TRUE(names().empty());
+  EXPECT_EQ(engine->sync().freshness(kRootNode, 0), Freshness::unknown);
+  showAll();
+  EXPECT_EQ(refresh(), 0);
+  EXPECT_EQ(names().size(), 10U);
+}
+
+TEST_F(DoubtedListerTest, AProviderThatFailsForAMomentIsAskedAgain) {
+  cutShort();
+  probe->whenAsked([this] { showAll(); });
+  EXPECT_EQ(refresh(), 0);
+  EXPECT_EQ(names().size(), 10U);
+  EXPECT_EQ(extension->listingCount(), 2U);
+}
+
+TEST_F(DoubtedListerTest, WhatComesWhileAFolderIsListedIsNoReasonToDoubtForEver) {
+  int made = 0;
+  probe->whenAsked([&] {
+    ++made;
+    extension->file("n:" + std::to_string(made), "n" + std::to_string(made), "");
+  });
+  EXPECT_EQ(refresh(), 0);
+  EXPECT_GE(names().size(), 10U);
+}
+
+TEST_F(DoubtedListerTest, AnUnchangedListingCostsNoQuestion) {
+  ASSERT_EQ(refresh(), 0);
+  const unsigned before = probe->questions();
+  commit();
+  ASSERT_EQ(refresh(), 0);
+  EXPECT_EQ(probe->questions(), before);
 }
 
 }  // namespace

@@ -63,7 +63,7 @@ TEST_F(ReconcilerTest, WhatWasAcknowledgedSinceTheListingBeganStaysAndTheFolderI
   const Acknowledged::Watch watch(acknowledged);
   acknowledged.note("i:1");
   const Listing empty;
-  Reconciler reconciler(engine->replica(), engine->openFiles());
+  Reconciler reconciler(engine->replica(), engine->openFiles(), engine->folders());
   const auto result = reconciler.reconcile({kRootNode, empty, "digest", {7, "mark"}, watch});
   EXPECT_TRUE(result.outdated);
   EXPECT_TRUE(result.invalidations.empty());
@@ -78,7 +78,7 @@ TEST_F(ReconcilerTest, AFolderThatIsGoneMeanwhileIsLeftAlone) {
   const Acknowledged::Watch watch(acknowledged);
   Listing listing;
   listing.items.emplace_back().identifier = "i:1";
-  Reconciler reconciler(engine->replica(), engine->openFiles());
+  Reconciler reconciler(engine->replica(), engine->openFiles(), engine->folders());
   const auto result = reconciler.reconcile({NodeId(4711), listing, "digest", {7, ""}, watch});
   EXPECT_FALSE(result.outdated);
   EXPECT_FALSE(node("i:1"));

@@ -101,5 +101,77 @@ TEST_F(RowUpdatesTest, OtherPropertiesChangeWhileFilesAreBeingOpened) {
   EXPECT_TRUE(delivered().has(attributesChanged(idOf("i:1"))));
 }
 
+// A folder that leaves the account and comes back, while the kernel holds it.
+class ReturningFolderTest : public EngineFixture {
+ protected:
+  ReturningFolderTest() {
+    extension->folder("f:1", "Docs");
+    extension->folder("f:2", "Deep", "f:1");
+    extension->file("i:1", "a.txt", "hello", "f:1");
+    listAll();
+  }
+
+  void listAll() {
+    commit();
+    refresh();
+    for (const char* folder : {"f:1", "f:2"}) {
+      if (const NodeId id = idOf(folder); id != kNoNode) refresh(id);
+    }
+  }
+  // `seen`: its own listing is looked at while it is away.
+  void leave(bool seen) {
+    extension->remove("f:1");
+    extension->remove("f:2");
+    extension->remove("i:1");
+    commit();
+    if (seen) refresh(idOf("f:1"));
+    refresh();
+    EXPECT_TRUE(names().empty());
+  }
+  void comeBack() {
+    extension->folder("f:1", "Docs");
+    extension->folder("f:2", "Deep", "f:1");
+    extension->file("i:1", "a.txt", "hello", "f:1");
+    listAll();
+  }
+};
+
+TEST_F(ReturningFolderTest, OneThatTheKernelHoldsIsAnotherFolderToIt) {
+  for (const bool seen : {false, true}) {
+    const NodeId folder = idOf("f:1");
+    const NodeId deep = idOf("f:2");
+    const NodeId file = idOf("i:1");
+    engine->folders().remembered(folder);
+    engine->folders().remembered(deep);
+    leave(seen);
+    comeBack();
+    EXPECT_NE(idOf("f:1"), folder);
+    EXPECT_EQ(names(idOf("f:1")).size(), 2U);
+    EXPECT_EQ(idOf("i:1"), file);
+    // Nobody was told that this one is gone, but where its own folder showed empty.
+    EXPECT_EQ(idOf("f:2") != deep, seen);
+  }
+}
+
+TEST_F(ReturningFolderTest, OneThatTheKernelDoesNotHoldKeepsItsNumber) {
+  const NodeId folder = idOf("f:1");
+  leave(true);
+  comeBack();
+  EXPECT_EQ(idOf("f:1"), folder);
+  EXPECT_EQ(names(folder).size(), 2U);
+}
+
+TEST_F(ReturningFolderTest, OneThatIsKeptUpToDateStaysSo) {
+  ASSERT_EQ(engine->pins().setPinned(idOf("f:1"), true), 0);
+  engine->folders().remembered(idOf("f:1"));
+  leave(false);
+  comeBack();
+  extension->file("i:2", "b.txt", "later", "f:1");
+  commit();
+  while (engine->sync().sweepStep()) {
+  }
+  EXPECT_EQ(names(idOf("f:1")).size(), 3U);
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -200,5 +200,20 @@ TEST_F(ReplicaWriterTest, NotesWhatWasSetHere) {
   EXPECT_EQ(row(folder)->modified, later);
 }
 
+TEST_F(ReplicaWriterTest, AFolderWithAFreshNumberKeepsWhatIsInIt) {
+  NodeId fresh;
+  write([&](ReplicaWriter& writer) {
+    Node home;
+    home.parent = kRootNode;
+    home.kind = NodeKind::folder;
+    home.name = home.filename = "home";
+    Node inside = *writer.node(file);
+    inside.parent = writer.insert(home);
+    writer.update(inside);
+    fresh = writer.renumber(inside.parent);
+  });
+  EXPECT_EQ(row(file)->parent, fresh);
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -1,5 +1,6 @@
 #include "tests/service/support/ScriptedExtension.h"
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <filesystem>
@@ -350,6 +351,12 @@ std::optional<ScriptedItem> ScriptedExtension::find(const std::string& identifie
   const std::scoped_lock lock(state_->mutex);
   const auto at = state_->items.find(identifier);
   return at == state_->items.end() ? std::nullopt : std::optional<ScriptedItem>(at->second);
+}
+
+std::int64_t ScriptedExtension::countIn(const std::string& folder) const {
+  const std::scoped_lock lock(state_->mutex);
+  return std::count_if(state_->items.begin(), state_->items.end(),
+                       [&](const auto& item) { return item.second.parent == folder; });
 }
 
 std::vector<ScriptedItem> ScriptedExtension::named(const std::string& name) const {

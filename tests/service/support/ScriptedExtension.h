@@ -98,6 +98,7 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
   // What looking up any item answers, until it is taken back.
   void setLookUpError(std::optional<platform::NSError> error);
   std::optional<ScriptedItem> find(const std::string& identifier) const;
+  std::int64_t countIn(const std::string& folder) const;
   // The items of that name, wherever they are.
   std::vector<ScriptedItem> named(const std::string& name) const;
 

@@ -1,8 +1,10 @@
 #include "service/upload/Provider.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <thread>
 
+#include "tests/service/support/ScriptedProbe.h"
 #include "tests/service/support/UploadFixture.h"
 
 namespace tulo::test {
@@ -87,6 +89,101 @@ TEST(LateAnswerTest, AFileThatComesAfterNobodyWaitsIsRemoved) {
   }
   // The provider's threads have ended, so the answer has come.
   EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+}
+
+// What a provider cannot read looks to it as if it were not there.
+class BlindProviderTest : public UploadFixture {
+ protected:
+  BlindProviderTest() {
+    options.probe = probe;
+    reopen();
+    extension->folder("f:1", "Docs");
+    extension->file("i:2", "inside.txt", "x", "f:1");
+    downloaded("i:1", "a.txt", "hello");
+  }
+
+  void goBlind(int number) {
+    extension->setListingFilter([](const ScriptedItem&) { return false; });
+    extension->setLookUpError(
+        platform::fileProviderError(platform::NSFileProviderErrorCode::noSuchItem));
+    probe->setError(number);
+  }
+  void see() {
+    extension->setListingFilter(nullptr);
+    extension->setLookUpError(std::nullopt);
+    probe->setError(0);
+  }
+  // What is due is tried for a while, in vain.
+  void tryInVain() {
+    for (int i = 0; i < 20; ++i) {
+      clock += std::chrono::minutes(10);
+      drain();
+    }
+    EXPECT_EQ(counts().pending, 1);
+    EXPECT_EQ(counts().attention, 0);
+  }
+
+  const std::shared_ptr<ScriptedProbe> probe = std::make_shared<ScriptedProbe>(extension);
+};
+
+TEST_F(BlindProviderTest, ARenameWaitsUntilTheSourceCanBeReadAgain) {
+  ASSERT_EQ(rename("a.txt", "b.txt"), 0);
+  goBlind(EHOSTDOWN);
+  tryInVain();
+  see();
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->name, "b.txt");
+  EXPECT_NE(named("b.txt"), kNoNode);
+}
+
+TEST_F(BlindProviderTest, AnEditStaysOneOfTheSameFile) {
+  write(idOf("i:1"), "edited");
+  goBlind(0);
+  tryInVain();
+  see();
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->contents, "edited");
+  EXPECT_EQ(extension->named("a.txt").size(), 1U);
+}
+
+TEST_F(BlindProviderTest, ADeletionIsNotTakenForDone) {
+  ASSERT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  goBlind(EMFILE);
+  tryInVain();
+  see();
+  pushAll();
+  EXPECT_FALSE(extension->find("i:1"));
+}
+
+TEST_F(BlindProviderTest, AFolderThatOnlyLooksEmptyIsNotDeleted) {
+  const NodeId folder = idOf("f:1");
+  ASSERT_EQ(refresh(folder), 0);
+  ASSERT_EQ(engine->edits().removeFile(folder, "inside.txt"), 0);
+  pushAll();
+  ASSERT_EQ(engine->edits().removeFolder(kRootNode, "Docs"), 0);
+  extension->file("i:3", "made there.txt", "new", "f:1");
+  extension->setListingFilter([](const ScriptedItem&) { return false; });
+  tryInVain();
+  EXPECT_TRUE(extension->find("f:1"));
+  see();
+  pushAll();
+  EXPECT_TRUE(extension->find("f:1"));
+  EXPECT_TRUE(extension->find("i:3"));
+}
+
+TEST_F(BlindProviderTest, ANewFileInAFolderThatCannotBeSeenDoesNotMakeTheFolderAgain) {
+  const NodeId folder = idOf("f:1");
+  ASSERT_EQ(refresh(folder), 0);
+  makeFile("new.txt", "x", folder);
+  extension->scriptMutations(ScriptedExtension::MutationScript{
+      .error = platform::fileProviderError(platform::NSFileProviderErrorCode::noSuchItem)});
+  goBlind(EIO);
+  tryInVain();
+  extension->scriptMutations(std::nullopt);
+  see();
+  pushAll();
+  EXPECT_EQ(extension->named("Docs").size(), 1U);
+  EXPECT_EQ(extension->named("new.txt").size(), 1U);
 }
 
 }  // namespace

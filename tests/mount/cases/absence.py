@@ -1,0 +1,216 @@
+"""What cannot be read is not gone: an index that comes and goes, and one that is another's."""
+
+import os
+import resource
+import sqlite3
+import subprocess
+import time
+
+from harness import case, error_of, eventually, expect, expect_equal, read
+from writing import host_tree, status, writable
+
+
+def index(box):
+    return os.path.join(box.container, "state.db")
+
+
+def put(path, data):
+    with open(path, "wb") as file:
+        file.write(data)
+
+
+def names(box, folder=""):
+    return sorted(os.listdir(box.path(folder)))
+
+
+def flush(box, patience=60):
+    def flushed():
+        box.tulo("flush", "--wait", "--timeout", "5", check=False)
+        now = status(box)
+        return now["pending"] == 0 and now["uploading"] == 0
+
+    eventually(flushed, "everything is at the host", patience)
+    expect_equal(status(box)["needsAttention"], 0, "changes that wait for the user")
+
+
+def changed_while_the_index_is_away(box, away, back):
+    for name in ("edited.txt", "renamed.txt", "deleted.txt", "folder/inside.txt"):
+        box.write(name, name.encode())
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    for name in ("edited.txt", "renamed.txt", "deleted.txt"):
+        read(box.path(name))
+    expect_equal(names(box, "folder"), ["inside.txt"], "names in the folder")
+    away()
+    put(box.path("edited.txt"), b"edited here")
+    os.rename(box.path("renamed.txt"), box.path("renamed here.txt"))
+    os.unlink(box.path("deleted.txt"))
+    end = time.monotonic() + 3
+    while time.monotonic() < end:
+        expect_equal(names(box), ["edited.txt", "folder", "renamed here.txt"], "names meanwhile")
+        expect_equal(names(box, "folder"), ["inside.txt"], "names in the folder meanwhile")
+        time.sleep(0.1)
+    told = box.tulo("flush", "--wait", "--timeout", "1", check=False)
+    expect(told.returncode != 0, f"flush does not say that all is well: {told.stdout!r}")
+    back()
+    flush(box)
+    wanted = {"edited.txt": b"edited here", "renamed here.txt": b"renamed.txt", "folder": None,
+              "folder/inside.txt": b"folder/inside.txt"}
+    expect_equal(host_tree(box), wanted, "what the host has")
+    eventually(lambda: names(box) == ["edited.txt", "folder", "renamed here.txt"], "names at last")
+
+
+@case
+def an_index_that_is_moved_away_for_a_while(box):
+    changed_while_the_index_is_away(box, lambda: os.rename(index(box), index(box) + ".away"),
+                                    lambda: os.rename(index(box) + ".away", index(box)))
+
+
+@case
+def an_index_that_lacks_a_table_for_a_while(box):
+    box.write("folder/inside.txt", b"x")
+    for number in range(50):
+        box.write(f"{number}.txt", b"x")
+    box.start_host()
+    mount = box.mount("--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    wanted = names(box)
+    expect_equal(len(wanted), 51, "names")
+    names(box, "folder")
+    box.host.stop()
+    with sqlite3.connect(index(box)) as database:
+        database.execute("ALTER TABLE items RENAME TO items_elsewhere")
+    database.close()
+    end = time.monotonic() + 2
+    while time.monotonic() < end:
+        expect_equal(names(box), wanted, "names without the table")
+        expect_equal(names(box, "folder"), ["inside.txt"], "names in the folder")
+        time.sleep(0.1)
+    with sqlite3.connect(index(box)) as database:
+        database.execute("ALTER TABLE items_elsewhere RENAME TO items")
+        database.execute("DELETE FROM items WHERE name='7.txt'")
+    database.close()
+    eventually(lambda: len(names(box)) == 50, "what is really gone goes")
+
+
+@case
+def a_folder_that_was_never_listed_is_not_shown_short_without_descriptors(box):
+    for number in range(200):
+        box.write(f"folder/{number}.txt", b"x")
+        box.write(f"{number}.txt", b"x")
+    box.start_host()
+    mount = box.mount("--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    expect_equal(len(names(box)), 201, "names")
+    limits = resource.prlimit(mount.pid, resource.RLIMIT_NOFILE)
+    for spare in (0, 1, 2):
+        resource.prlimit(mount.pid, resource.RLIMIT_NOFILE, (mount.descriptors() + spare, limits[1]))
+        box.write(f"more {spare}.txt", b"x")
+        end = time.monotonic() + 1
+        while time.monotonic() < end:
+            expect(len(names(box)) >= 201, "names of the folder that is known")
+            found = []
+            number = error_of(lambda found=found: found.extend(names(box, "folder")))
+            expect(number != 0 or len(found) == 200, f"{len(found)} names without an error")
+            time.sleep(0.1)
+        resource.prlimit(mount.pid, resource.RLIMIT_NOFILE, limits)
+    eventually(lambda: error_of(lambda: names(box, "folder")) == 0, "it can be listed again")
+    expect_equal(len(names(box, "folder")), 200, "all of it")
+    eventually(lambda: len(names(box)) == 204, "what came meanwhile")
+
+
+@case
+def an_index_that_is_locked_for_longer_than_readers_wait(box):
+    for number in range(50):
+        box.write(f"{number}.txt", b"x")
+        box.write(f"folder/{number}.txt", b"x")
+    box.start_host()
+    box.host.stop()
+    # Without a write-ahead log a writer keeps readers out.
+    database = sqlite3.connect(index(box), isolation_level=None)
+    database.execute("PRAGMA journal_mode=DELETE")
+    mount = box.mount("--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    expect_equal(len(names(box)), 51, "names")
+    database.execute("BEGIN EXCLUSIVE")
+    os.utime(index(box))
+    end = time.monotonic() + 12
+    while time.monotonic() < end:
+        found = []
+        number = error_of(lambda found=found: found.extend(names(box, "folder")))
+        expect(number != 0 or len(found) == 50, f"{len(found)} names without an error")
+        expect_equal(len(names(box)), 51, "names while it is locked")
+        time.sleep(0.2)
+    database.execute("DELETE FROM items WHERE name='7.txt'")
+    database.execute("COMMIT")
+    database.close()
+    eventually(lambda: len(names(box)) == 50, "what is really gone goes")
+
+
+def rows(box, *statements):
+    database = sqlite3.connect(index(box))
+    with database:
+        result = [database.execute(sql, values).fetchall() for sql, values in statements]
+    database.close()
+    return result
+
+
+@case
+def a_folder_that_leaves_and_comes_back_is_full_again(box):
+    box.write("folder/a.txt", b"a")
+    box.write("folder/deep/b.txt", b"b")
+    box.start_host()
+    mount = box.mount("--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    expect_equal(names(box, "folder"), ["a.txt", "deep"], "names")
+    expect_equal(read(box.path("folder/deep/b.txt")), b"b", "contents")
+    held = os.open(box.path("folder"), os.O_RDONLY | os.O_DIRECTORY)
+    deep = os.open(box.path("folder/deep"), os.O_RDONLY | os.O_DIRECTORY)
+    file = os.open(box.path("folder/a.txt"), os.O_RDONLY)
+    shell = subprocess.Popen(["sleep", "300"], cwd=box.path("folder"))
+    try:
+        box.host.stop()
+        for _ in range(2):
+            folders, files = rows(box, ("SELECT * FROM folders", ()), ("SELECT * FROM items", ()))
+            rows(box, ("DELETE FROM folders", ()), ("DELETE FROM items", ()))
+            eventually(lambda: names(box) == [], "it is gone")
+            time.sleep(0.5)
+            rows(box, *[("INSERT INTO folders VALUES(?,?,?)", row) for row in folders],
+                 *[("INSERT INTO items VALUES(?,?,?,?,?,?,?)", row) for row in files])
+            eventually(lambda: names(box) == ["folder"], "it is back")
+            eventually(lambda: error_of(lambda: names(box, "folder")) == 0
+                       and names(box, "folder") == ["a.txt", "deep"], "all is in it", 10)
+            eventually(lambda: names(box, "folder/deep") == ["b.txt"], "in what is in it, too", 10)
+        top = rows(box, ("SELECT ulid FROM folders WHERE parent_ulid IS NULL", ()))[0][0][0]
+        rows(box, ("INSERT INTO items VALUES('NEW','new.txt',?,3,1700000000,1,NULL)", (top,)))
+        eventually(lambda: names(box, "folder") == ["a.txt", "deep", "new.txt"], "what is new in it")
+        expect_equal(box.state_of("folder/deep/b.txt"), "downloaded", "what was here")
+    finally:
+        shell.kill()
+        shell.wait()
+        for descriptor in (held, deep, file):
+            os.close(descriptor)
+
+
+@case
+def names_with_percent_signs_stay_what_they_are(box):
+    box.write("100%.txt", b"one")
+    box.write("100%25.txt", b"two")
+    box.start_host()
+    writable(box, "--no-thumbnails")
+    expect_equal(names(box), ["100%.txt", "100%25.txt"], "names")
+    made = {"report%2F2024.pdf": b"three", "a%2Eb": b"four", "%2E%2E": b"five", "%~six": b"six"}
+    for name, data in made.items():
+        put(box.path(name), data)
+    os.mkdir(box.path("folder%2Fin"))
+    os.rename(box.path("100%.txt"), box.path("100%00.txt"))
+    flush(box)
+    wanted = dict(made, **{"100%00.txt": b"one", "100%25.txt": b"two", "folder%2Fin": None})
+    expect_equal(host_tree(box), wanted, "what the host has")
+    box.write("later.txt", b"")
+    eventually(lambda: "later.txt" in names(box), "a later listing")
+    for name, data in wanted.items():
+        if data is not None:
+            expect_equal(read(box.path(name)), data, f"contents of {name}")
+    expect_equal(names(box), sorted([*wanted, "later.txt"]), "names at last")
