@@ -47,6 +47,11 @@ UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
                           [&done](int error) { done.set_value(error); });
     return done.get_future().get();
   };
+  result.list = [&rooms](NodeId folder) {
+    std::promise<int> done;
+    rooms.sync.refresh(folder, [&done](int error) { done.set_value(error); });
+    return done.get_future().get();
+  };
   result.relist = [&rooms](NodeId folder) { rooms.sync.refresh(folder, [](int) {}); };
   if (!options.source.directory.empty()) {
     result.host = [socket = options.source.directory + "/fp.sock"] { return socketMark(socket); };

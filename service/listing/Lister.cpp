@@ -139,7 +139,7 @@ void Lister::verifyMissing(const AttemptPointer& attempt, std::vector<std::strin
 }
 
 void Lister::apply(const AttemptPointer& attempt) try {
-  auto [invalidations, outdated] = reconciler_.reconcile(
+  auto [invalidations, outdated, relist] = reconciler_.reconcile(
       {attempt->folder.id, attempt->listing, attempt->digest, attempt->stamp, attempt->watch});
   for (const Invalidation& invalidation : invalidations) {
     if (invalidation.kind == Invalidation::Kind::entryDeleted) {
@@ -150,6 +150,8 @@ void Lister::apply(const AttemptPointer& attempt) try {
   parts_.notifier.queue(std::move(invalidations));
   if (changed && reconciled_) reconciled_(attempt->folder.id);
   if (outdated) parts_.plan.tryAgain(attempt->folder.id);
+  for (const NodeId folder : relist)
+    parts_.plan.tryAgain(folder);
   finish(attempt, 0);
 } catch (const std::exception& error) {
   fail(attempt, "cannot reconcile folder %d: %{public}@", error);

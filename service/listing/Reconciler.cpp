@@ -10,6 +10,7 @@
 #include "service/listing/ListingSort.h"
 #include "service/listing/MissingRows.h"
 #include "service/listing/NewRows.h"
+#include "service/listing/Rebinding.h"
 #include "service/listing/Reconciliation.h"
 #include "service/listing/RowUpdates.h"
 #include "service/replica/Meta.h"
@@ -45,13 +46,15 @@ Reconciler::Result Reconciler::attempt(const Input& input, bool gateHeld) {
   Result result;
   std::vector<Entry> leftBehind;
   std::vector<std::pair<NodeId, NodeId>> renumbered;
+  std::vector<NodeId> relist;
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) {
     const std::unordered_set<std::string> newer = input.watch.newer();
-    const std::vector<Node> children = writer.childNodes(input.folder);
+    std::vector<Node> children = writer.childNodes(input.folder);
     std::optional<Node> folder = writer.node(input.folder);
     if (!folder) return;
     const bool firstTime = folder->listed == 0 && children.empty();
     Reconciliation pass{writer, openFiles_, folders_, std::move(*folder), firstTime, gateHeld};
+    relist = Rebinding(writer, pass.folder, newer).bind(children, input.listing);
     FolderChanges changes(writer, pass.folder);
     const SortedListing sorted = sortOut({input.listing, children, newer, changes, openFiles_});
     pass.incomplete = sorted.incomplete;
@@ -59,12 +62,15 @@ Reconciler::Result Reconciler::attempt(const Input& input, bool gateHeld) {
     updateRows(pass, sorted.kept);
     insertRows(pass, sorted.fresh);
     finishFolder(pass, input.digest, input.stamp);
-    result = {std::move(pass.invalidations), sorted.outdated};
+    result = {std::move(pass.invalidations), sorted.outdated, {}};
     leftBehind = std::move(pass.leftBehind);
     renumbered = std::move(pass.renumbered);
   });
   for (const auto& [folder, fresh] : renumbered)
     folders_.renumbered(folder, fresh);
+  for (const NodeId folder : relist)
+    folders_.dropVerified(folder);
+  result.relist = std::move(relist);
   for (const Entry& entry : leftBehind)
     openFiles_.leaveBehind(entry);
   return result;

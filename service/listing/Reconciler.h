@@ -1,12 +1,14 @@
 // Brings a folder's rows to what a listing says, by identifier.
 //
-// The listing is sorted out (ListingSort), then what it lacks goes (MissingRows), what stays is
+// What has another identifier than before gets it (Rebinding). The listing is sorted out
+// (ListingSort), then what it lacks goes (MissingRows), what stays is
 // brought up to date (RowUpdates), and what is new gets its rows (NewRows).
 //
 // Errors: what the replica throws; then nothing is changed.
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "service/kernel/Acknowledged.h"
 #include "service/kernel/Folders.h"
@@ -26,6 +28,7 @@ class Reconciler {
   struct Result {
     Invalidations invalidations;  // what the kernel must be told
     bool outdated = false;        // some of it was newer here, so the folder is to be listed again
+    std::vector<NodeId> relist;   // folders in it that are others at the host than before
   };
   struct Input {
     NodeId folder;

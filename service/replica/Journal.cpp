@@ -181,6 +181,16 @@ void hurryAll(ReplicaWriter& writer, WallTime now) {
       .run();
 }
 
+void folderBecame(ReplicaWriter& writer, const std::string& former, const std::string& identifier) {
+  sqlite::Connection& database = sqlOf(writer);
+  database.cached("UPDATE pending SET base_parent=? WHERE base_parent=?")
+      .bind(identifier, former)
+      .run();
+  database.cached("UPDATE pending SET sent_parent=? WHERE sent_parent=?")
+      .bind(identifier, former)
+      .run();
+}
+
 void retry(ReplicaWriter& writer, WallTime now, bool refused) {
   sqlOf(writer)
       .cached("UPDATE pending SET due=min(due,?1) WHERE attempts>0 AND attention=0")

@@ -68,6 +68,8 @@ std::optional<WallTime> nextDue(ReplicaReader& reader, WallTime now);
 Counts counts(ReplicaReader& reader);
 // Makes all that waits due at `now`.
 void hurryAll(ReplicaWriter& writer, WallTime now);
+// A folder has another identifier at the host: so have the places in it.
+void folderBecame(ReplicaWriter& writer, const std::string& former, const std::string& identifier);
 // Retries at once what failed, or (all) also what was refused.
 void retry(ReplicaWriter& writer, WallTime now, bool refused);
 

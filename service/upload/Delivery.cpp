@@ -70,7 +70,10 @@ void Delivery::send(const Plan& plan) {
 void Delivery::performRemoval(const Plan& plan) {
   const Answer now = to_.provider.lookUp(plan.node.identifier);
   if (now.stopped) return;
-  if (now.isGone()) return to_.outcome.removed(plan.node.id);
+  if (now.isGone()) {
+    if (!to_.reappearance.ofItem(plan)) to_.outcome.removed(plan.node.id);
+    return;
+  }
   if (now.error) return to_.failure.react(plan, *now.error);
   if (!mayRemove(plan, now.item)) return;
   faultPoint("delete.send");
@@ -102,7 +105,7 @@ bool Delivery::checkBase(Plan& plan) {
   const Answer now = to_.provider.lookUp(plan.node.identifier);
   if (now.stopped) return false;
   if (now.isGone()) {
-    to_.outcome.itemGone(plan);
+    if (!to_.reappearance.ofItem(plan)) to_.outcome.itemGone(plan);
     return false;
   }
   if (now.error) {
@@ -136,6 +139,8 @@ void Delivery::checkSame(Plan& plan, const platform::ItemPointer& item) {
 
 bool Delivery::isOutOfDate(const Plan& plan, const Change& change, const Node& node) {
   if (change.sequence() != plan.change.sequence()) return true;
+  // A listing found the item meanwhile.
+  if (node.identifier != plan.node.identifier) return true;
   if (!plan.sendsContents()) return false;
   if (parts_.openFiles.isOpenForWriting(node.id) && !to_.verdicts.isAwaited(node.id)) return true;
   return change.standing.due() > plan.change.standing.due() || node.content != plan.node.content ||

@@ -16,6 +16,7 @@
 #include "service/upload/Outcome.h"
 #include "service/upload/Planner.h"
 #include "service/upload/Provider.h"
+#include "service/upload/Reappearance.h"
 #include "service/upload/UploaderParts.h"
 #include "service/upload/Verdicts.h"
 
@@ -30,6 +31,7 @@ class Delivery {
     Outcome& outcome;
     Failure& failure;
     Doubt& doubt;
+    Reappearance& reappearance;
     Verdicts& verdicts;
     // The host did what it was asked.
     std::function<void()> reached;

@@ -4,15 +4,26 @@
 
 namespace tulo {
 
+namespace {
+
+// The host did nothing, and will under what it calls the item now.
+platform::NSError planAnew() {
+  return platform::fileProviderError(platform::NSFileProviderErrorCode::syncAnchorExpired);
+}
+
+}  // namespace
+
 std::optional<platform::NSError> Failure::lookInto(const Plan& plan,
                                                    const platform::NSError& error) {
   if (plan.kind == Plan::Kind::remove) {
+    if (reappearance_.ofItem(plan)) return planAnew();
     outcome_.removed(plan.node.id);
     return std::nullopt;
   }
   if (plan.kind == Plan::Kind::modify) {
     const Answer item = provider_.lookUp(plan.node.identifier);
     if (item.isGone()) {
+      if (reappearance_.ofItem(plan)) return planAnew();
       outcome_.itemGone(plan);
       return std::nullopt;
     }
@@ -21,6 +32,7 @@ std::optional<platform::NSError> Failure::lookInto(const Plan& plan,
   if (plan.parentIdentifier == platform::NSFileProviderRootContainerItemIdentifier()) return error;
   const Answer parent = provider_.lookUp(plan.parentIdentifier);
   if (!parent.isGone()) return parent.error ? parent.error : error;
+  if (reappearance_.ofFolder(plan)) return planAnew();
   outcome_.parentGone(plan);
   return std::nullopt;
 }

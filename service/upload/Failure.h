@@ -15,16 +15,18 @@
 #include "service/upload/Judge.h"
 #include "service/upload/Outcome.h"
 #include "service/upload/Provider.h"
+#include "service/upload/Reappearance.h"
 #include "service/upload/Tally.h"
 
 namespace tulo {
 
 class Failure {
  public:
-  Failure(LocalFiles& files, Provider& provider, Outcome& outcome, HostHealth& health, Judge& judge,
-          Tally& tally)
+  Failure(LocalFiles& files, Provider& provider, Reappearance& reappearance, Outcome& outcome,
+          HostHealth& health, Judge& judge, Tally& tally)
       : files_(files),
         provider_(provider),
+        reappearance_(reappearance),
         outcome_(outcome),
         health_(health),
         judge_(judge),
@@ -41,6 +43,7 @@ class Failure {
 
   LocalFiles& files_;
   Provider& provider_;
+  Reappearance& reappearance_;
   Outcome& outcome_;
   HostHealth& health_;
   Judge& judge_;

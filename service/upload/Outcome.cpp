@@ -87,6 +87,8 @@ Invalidations Outcome::loseItem(ReplicaWriter& writer, NodeId id) {
   parts_.acknowledged.note(node->identifier);
   writer.setIdentifier(id, "");
   if (!isWanted(writer, *node, *change)) {
+    serviceLog().info("the host does not have %{public}@ any more, so its new name or place goes",
+                      {node->name});
     journal::erase(writer, id);
     writer.detach(id, inSeconds(parts_.files.now()));
     return {entryDeleted(node->parent, id, node->name), dataChanged(node->parent)};

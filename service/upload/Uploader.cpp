@@ -11,13 +11,14 @@ Uploader::Uploader(const UploaderParts& parts)
     : parts_(parts),
       relisting_(parts.relist),
       provider_(parts.extension, parts.store, parts.belief),
+      reappearance_(parts_),
       judge_(parts.replica, parts_.localNames, verdicts_),
       outcome_(parts_, relisting_, tally_),
-      failure_(parts.files, provider_, outcome_, health_, judge_, tally_),
+      failure_(parts.files, provider_, reappearance_, outcome_, health_, judge_, tally_),
       doubt_(parts_, provider_, outcome_, failure_),
       planner_(parts.localNames, parts.store,
                [this](NodeId node) { return scheduler_.active().contains(node); }),
-      delivery_(parts_, {planner_, provider_, outcome_, failure_, doubt_, verdicts_,
+      delivery_(parts_, {planner_, provider_, outcome_, failure_, doubt_, reappearance_, verdicts_,
                          [this] {
                            tally_.sent();
                            scheduler_.reached();

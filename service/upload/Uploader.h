@@ -23,6 +23,7 @@
 #include "service/upload/Outcome.h"
 #include "service/upload/Planner.h"
 #include "service/upload/Provider.h"
+#include "service/upload/Reappearance.h"
 #include "service/upload/Relisting.h"
 #include "service/upload/Scheduler.h"
 #include "service/upload/Tally.h"
@@ -90,6 +91,7 @@ class Uploader {
   HostHealth health_;
   Relisting relisting_;
   Provider provider_;
+  Reappearance reappearance_;
   Judge judge_;
   Outcome outcome_;
   Failure failure_;

@@ -33,6 +33,8 @@ struct UploaderParts {
   std::string machine = "this machine";
   // Has a folder listed again.
   std::function<void(NodeId)> relist;
+  // The same, and waits for it; returns 0 or an errno.
+  std::function<int(NodeId)> list = [](NodeId) { return 0; };
   Belief belief = Belief();
 };
 

@@ -214,3 +214,53 @@ def names_with_percent_signs_stay_what_they_are(box):
         if data is not None:
             expect_equal(read(box.path(name)), data, f"contents of {name}")
     expect_equal(names(box), sorted([*wanted, "later.txt"]), "names at last")
+
+
+@case
+def changes_survive_an_account_that_is_set_up_again(box):
+    """The same files under other identifiers, as after the host's database was deleted."""
+    for name in ("edited.txt", "renamed.txt", "deleted.txt", "same.txt", "folder/edited.txt",
+                 "folder/renamed.txt", "folder/deleted.txt", "going/a.txt", "going/b.txt"):
+        box.write(name, f"{name} of the host".encode())
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    # What was changed has a later version, and the first one again when the account is set up.
+    for name in ("folder/renamed.txt", "folder/deleted.txt"):
+        box.write(name, f"{name} of the host".encode())
+        eventually(lambda name=name: box.state_of(name, "content-version") == "2", "a later version")
+    for folder, _, files in os.walk(box.path()):
+        for name in files:
+            read(os.path.join(folder, name))
+    box.tulo("pin", box.path("same.txt"))
+    box.host.stop()
+    number = os.stat(box.path("same.txt")).st_ino
+    for folder in ("", "folder/"):
+        put(box.path(folder + "edited.txt"), b"edited here")
+        os.rename(box.path(folder + "renamed.txt"), box.path(folder + "renamed here.txt"))
+        os.unlink(box.path(folder + "deleted.txt"))
+        put(box.path(folder + "new.txt"), b"new")
+    for name in ("a.txt", "b.txt"):
+        os.unlink(box.path("going/" + name))
+    os.rmdir(box.path("going"))
+    for name in os.listdir(box.container):
+        if name.startswith("state.db"):
+            os.unlink(os.path.join(box.container, name))
+    box.start_host()
+    flush(box, 90)
+    host = host_tree(box)
+    for folder in ("", "folder/"):
+        edited = [data for name, data in host.items()
+                  if name.startswith(folder + "edited") and data == b"edited here"]
+        expect_equal(len(edited), 1, f"the edit of {folder}edited.txt, in {sorted(host)}")
+        expect(folder + "edited.txt" in host, "a file of that name")
+        expect_equal(host.get(folder + "renamed here.txt"),
+                     f"{folder}renamed.txt of the host".encode(), "what was renamed")
+        expect_equal(host.get(folder + "new.txt"), b"new", "what is new")
+        for name in ("renamed.txt", "deleted.txt"):
+            expect(folder + name not in host, f"{folder}{name} is not there any more")
+    expect("going" not in host, f"the folder is deleted: {sorted(host)}")
+    eventually(lambda: {name for name in host if "/" not in name} == set(names(box)),
+               "the same names on both sides")
+    expect_equal(os.stat(box.path("same.txt")).st_ino, number, "number of what was not changed")
+    expect_equal(box.state_of("same.txt", "pinned"), "1", "pinned still")
