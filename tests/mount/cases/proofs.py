@@ -8,6 +8,8 @@ import fsx
 import power
 import racer
 import trees
+import trouble
+import twosided
 from harness import case
 from writing import writable
 
@@ -46,6 +48,18 @@ def many_processes_over_a_few_names(box):
     box.start_host()
     writable(box, "--no-thumbnails")
     racer.check(box, SEED, 2, 4)
+
+
+@case
+def two_sides_at_once(box):
+    box.start_host()
+    writable(box, "--no-thumbnails").allowed_errors.append(twosided.HAPPENS)
+    twosided.check(box, SEED, 4, 10, 4)
+
+
+@case
+def trouble_of_every_kind(box):
+    trouble.check(box, SEED, 10, 2)
 
 
 @case

@@ -1,0 +1,77 @@
+#!/usr/bin/env python3
+"""Both sides change the same few names at the same time, at random.
+
+    twosided.py --tulo PATH [--seed N] [--seeds N] [--steps N] [--at-once N]
+
+A program in the mount and one in the host's folder write, save, rename, move folders into each other
+and remove, each without waiting for the other. Once it is quiet both trees are the same, and every
+version that either side ever closed is current, replaced by one who had seen it, or in a conflicted
+copy. Each seed has a folder of its own and its own two programs.
+"""
+
+import os
+import pathlib
+import sys
+import threading
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE))
+sys.dont_write_bytecode = True
+
+from harness import Failure, expect  # noqa: E402
+from proof import arguments_of, prove  # noqa: E402
+from sides import Pair  # noqa: E402
+from writing import settled, status, writable  # noqa: E402
+
+# A request is refused because the host's side has changed meanwhile; it is looked at again.
+HAPPENS = r"Extension: \w+ failed|cannot be seen at the moment|cannot list|did not go up"
+
+
+def quiet(box):
+    """Waits until neither side has anything left to tell the other."""
+    settled(box, 120)
+    now = status(box)
+    expect(now["needsAttention"] == 0, f"changes were refused: {now['changes']}")
+
+
+def check(box, seed, seeds, steps, at_once):
+    """Runs the seeds, some at a time; how many operations succeeded."""
+    aside = box.file("aside")
+    os.makedirs(aside, exist_ok=True)
+    done, failures = 0, []
+    for first in range(seed, seed + seeds, at_once):
+        pairs = [Pair(box, each, aside) for each in range(first, min(first + at_once, seed + seeds))]
+        threads = [threading.Thread(target=pair.run, args=(lambda tried: tried < steps,))
+                   for pair in pairs]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        quiet(box)
+        for pair in pairs:
+            failures += pair.verdict()
+        done += sum(side.done for pair in pairs for side in pair.sides)
+    if failures:
+        raise Failure("\n\n".join([f"{len(failures)} of {seeds} seeds", *failures]))
+    return done
+
+
+def run(box, arguments):
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append(HAPPENS)
+    done = check(box, arguments.seed, arguments.seeds, arguments.steps, arguments.at_once)
+    box.finish()
+    return f"{arguments.seeds} seeds, {done} operations, both sides equal and nothing lost"
+
+
+def main():
+    parser = arguments_of(__doc__)
+    parser.add_argument("--seeds", type=int, default=20)
+    parser.add_argument("--steps", type=int, default=25, help="of each side")
+    parser.add_argument("--at-once", type=int, default=4, help="how many seeds at a time")
+    return prove(parser, run)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
