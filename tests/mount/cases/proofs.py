@@ -59,7 +59,7 @@ def two_sides_at_once(box):
 
 @case
 def trouble_of_every_kind(box):
-    trouble.check(box, SEED, 10, 2)
+    trouble.check(box, SEED, 6, 2)
 
 
 @case
