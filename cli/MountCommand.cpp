@@ -105,16 +105,13 @@ sigset_t blockEndSignals() {
   return signals;
 }
 
-// Waits for the blocked signals on a thread of its own. It has to end before the service does:
-// its thread may still be inside stop() when run() has returned.
+// Waits for the blocked signals on a thread of its own: the first one has the service end, a second
+// one at once. It has to end before the service does: its threads may still be inside end() or
+// stop() when run() has returned.
 class StopOnSignal {
  public:
   StopOnSignal(const sigset_t& signals, Service& service)
-      : thread_([signals, &service] {
-          int number = 0;
-          ::sigwait(&signals, &number);
-          if (number != kStopWaiting) service.stop();
-        }) {}
+      : thread_([signals, &service] { wait(signals, service); }) {}
 
   ~StopOnSignal() {
     ::pthread_kill(thread_.native_handle(), kStopWaiting);
@@ -125,6 +122,19 @@ class StopOnSignal {
   StopOnSignal& operator=(const StopOnSignal&) = delete;
 
  private:
+  static void wait(const sigset_t& signals, Service& service) {
+    std::thread ending;
+    int number = 0;
+    while (::sigwait(&signals, &number) == 0 && number != kStopWaiting) {
+      if (ending.joinable()) {
+        service.stop();
+      } else {
+        ending = std::thread([&service] { service.end(); });
+      }
+    }
+    if (ending.joinable()) ending.join();
+  }
+
   std::thread thread_;
 };
 

@@ -1,39 +1,38 @@
 #include "service/Service.h"
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <systemd/sd-daemon.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <fstream>
+#include <optional>
 #include <thread>
 
+#include "service/Departure.h"
 #include "service/EngineControl.h"
 #include "service/ThumbnailPage.h"
 #include "service/base/ServiceLog.h"
 #include "service/control/ControlServer.h"
 #include "service/control/ServiceControl.h"
+#include "service/mount/HelperProcess.h"
 #include "service/mount/RequestLoop.h"
 
 namespace tulo {
 
 namespace {
 
-// Whether the mount answers. Asked by a process that has nothing of this one's open: were this one
-// killed while a thread of its own waits for its answer, that thread would wait for ever, and keep
-// open what ends the waiting.
+// How long a service waits for one of the same account that is about to end.
+constexpr seconds kPredecessor{10};
+constexpr milliseconds kRhythm{10};
+// Longer than a machine under load takes, shorter than whoever waits for the service to be ready.
+constexpr seconds kAnswering{60};
+
+// Whether the mount answers.
 bool answers(const std::string& mountPoint) {
-  const char* path = mountPoint.c_str();
-  const pid_t child = ::fork();
-  if (child == 0) {
+  HelperProcess helper([path = mountPoint.c_str()] {
     struct stat status = {};
-    ::close_range(0, ~0U, 0);
-    ::_exit(::stat(path, &status) == 0 ? 0 : 1);
-  }
-  int status = 1;
-  while (child > 0 && ::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return status == 0;
+    return ::stat(path, &status) == 0 ? 0 : 1;
+  });
+  return helper.wait(kAnswering) == 0;
 }
 
 EngineOptions engineOptions(const ServiceOptions& options, const std::string& state) {
@@ -60,13 +59,36 @@ std::unique_ptr<Engine> openEngine(const EngineOptions& options, const Extension
   }
 }
 
+bool isMounted(const DomainTaken& taken) {
+  // As that process sees it, which may be hidden from here.
+  std::ifstream table("/proc/" + taken.process() + "/mountinfo");
+  return !taken.place().empty() && ourMountAt(taken.place(), table).has_value();
+}
+
+// A service whose mount is gone ends soon, and one that has none yet has it soon.
+std::unique_ptr<DomainLock> lockOf(const std::string& state) {
+  const auto end = std::chrono::steady_clock::now() + kPredecessor;
+  for (;;) {
+    try {
+      return std::make_unique<DomainLock>(state);
+    } catch (const DomainTaken& taken) {
+      if (isMounted(taken)) throw;
+      if (std::chrono::steady_clock::now() > end) {
+        throw ServiceError("the service that had this account before (process " + taken.process() +
+                           ") has not ended yet; programs may still use its mount");
+      }
+    }
+    std::this_thread::sleep_for(kRhythm);
+  }
+}
+
 }  // namespace
 
 Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
     : options_(options) {
   const std::string state = paths::stateDirectory(options.domain);
   paths::createPrivateDirectory(state);
-  lock_ = std::make_unique<DomainLock>(state);
+  lock_ = lockOf(state);
   engine_ = openEngine(engineOptions(options, state), factory);
   startThumbnails();
   engine_->sync().whenReconciled([this](NodeId folder) { listed(folder); });
@@ -74,11 +96,13 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
       std::make_unique<Mount>(MountOptions{options.mountPoint, options.domain, options.allowOther,
                                            options.readWrite, options.debug},
                               mountParts());
+  lock_->tellPlace(mount_->point().path());
+  departure_ = std::make_unique<Departure>(*mount_, engine_->openFiles());
   control_ = std::make_unique<ControlServer>(
       paths::controlSocket(options.domain),
       [this, parts = controlPartsOf(*engine_, options.mountPoint)](
           const std::string& request, const ControlServer::Emit& emit) {
-        if (answerControl(parts, request, emit)) stop();
+        answer(parts, request, emit);
       });
 }
 
@@ -103,6 +127,7 @@ MountParts Service::mountParts() {
 
 Service::~Service() {
   control_.reset();
+  departure_.reset();
   mount_.reset();
   thumbnails_.reset();
   engine_.reset();
@@ -133,6 +158,18 @@ void Service::listed(NodeId folder) {
   });
 }
 
+void Service::answer(const ControlParts& parts, const std::string& request,
+                     const ControlServer::Emit& emit) {
+  // Taking the mount away ends run() by itself, which must not cut off the answer to that.
+  std::optional<Departure::Answer> answering;
+  ControlParts own = parts;
+  own.leave = [&](const control::UnmountRequest& how) {
+    answering.emplace(*departure_);
+    return departure_->leave(how);
+  };
+  if (answerControl(own, request, emit)) stop();
+}
+
 void Service::run(const std::function<void()>& ready) {
   engine_->notifier().start(mount_->caches());
   engine_->start();
@@ -148,12 +185,15 @@ void Service::run(const std::function<void()>& ready) {
     ready();
   });
   mount_->run();
+  departure_->ended();
   sd_notify(0, "STOPPING=1");
+  // Nobody answers any more what the announcer, or an order to leave, may be waiting for.
+  mount_->abort();
+  departure_->awaitAnswers();
   tellUnsent();
   announcer.join();
   control_->stop();
   if (thumbnails_) thumbnails_->stop();
-  mount_->abort();
   engine_->stop();
 }
 
@@ -171,7 +211,13 @@ void Service::tellUnsent() {
   }
 }
 
+void Service::end() {
+  departure_->prepareEnd();
+  stop();
+}
+
 void Service::stop() {
+  departure_->ended();
   mount_->stop();
 }
 

@@ -28,6 +28,8 @@ struct ServiceOptions {
 };
 
 class ControlServer;
+class Departure;
+struct ControlParts;
 
 class Service {
  public:
@@ -38,7 +40,10 @@ class Service {
 
   // Serves until stop() or an unmount; `ready` is called once the mount answers.
   void run(const std::function<void()>& ready);
-  // Any thread but run()'s own.
+  // Ends as the system wants it: programs that write something get a moment to finish. Returns when
+  // run() is about to; any thread but run()'s own.
+  void end();
+  // Ends at once; the same threads, also while end() waits.
   void stop();
 
   Engine& engine() { return *engine_; }
@@ -47,6 +52,8 @@ class Service {
   MountParts mountParts();
   void startThumbnails();
   void listed(NodeId folder);
+  void answer(const ControlParts& parts, const std::string& request,
+              const std::function<bool(const std::string&)>& emit);
   void tellUnsent();
 
   const ServiceOptions options_;
@@ -54,6 +61,7 @@ class Service {
   std::unique_ptr<Engine> engine_;
   std::unique_ptr<ThumbnailBatcher> thumbnails_;
   std::unique_ptr<Mount> mount_;
+  std::unique_ptr<Departure> departure_;
   std::unique_ptr<ControlServer> control_;
 };
 

@@ -4,11 +4,13 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <utility>
 
 #include "service/base/Names.h"
 
@@ -32,7 +34,24 @@ std::string spelled(const std::string& domain) {
   return names::reversible(domain);
 }
 
+// Two lines: the process, and where the account is mounted.
+DomainTaken takenBy(int lock) {
+  std::array<char, 4200> text{};
+  const ssize_t length = ::pread(lock, text.data(), text.size(), 0);
+  const std::string all(text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  const std::size_t end = all.find('\n');
+  std::string place = end == std::string::npos ? "" : all.substr(end + 1);
+  if (place.ends_with('\n')) place.pop_back();
+  return {all.empty() ? "unknown" : all.substr(0, end), place};
+}
+
 }  // namespace
+
+DomainTaken::DomainTaken(std::string process, std::string place)
+    : ServiceError("this account is mounted already" +
+                   (place.empty() ? std::string() : " at " + place) + ", by process " + process),
+      process_(std::move(process)),
+      place_(std::move(place)) {}
 
 namespace paths {
 
@@ -63,16 +82,19 @@ DomainLock::DomainLock(const std::string& stateDirectory) {
   file_ = FileDescriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (!file_) throw ServiceError("cannot open " + path + ": " + std::strerror(errno));
   if (::flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
-    std::array<char, 32> owner{};
-    const ssize_t length = ::pread(file_.get(), owner.data(), owner.size() - 1, 0);
-    const std::string process = length > 0 ? owner.data() : "unknown";
-    throw ServiceError("this account is mounted already, by process " + process);
+    throw takenBy(file_.get());
   }
-  // The number is there to be told only: a disk without room for it must not keep the service from
-  // starting.
-  const std::string process = std::to_string(::getpid());
-  const bool written = ::pwrite(file_.get(), process.data(), process.size(), 0) >= 0;
-  static_cast<void>(::ftruncate(file_.get(), written ? static_cast<off_t>(process.size()) : 0));
+  tell(std::to_string(::getpid()));
+}
+
+void DomainLock::tellPlace(const std::string& mountPoint) const {
+  tell(std::to_string(::getpid()) + '\n' + mountPoint + '\n');
+}
+
+// It is there to be told only: a disk without room for it must not keep the service from starting.
+void DomainLock::tell(const std::string& text) const {
+  const bool written = ::pwrite(file_.get(), text.data(), text.size(), 0) >= 0;
+  static_cast<void>(::ftruncate(file_.get(), written ? static_cast<off_t>(text.size()) : 0));
 }
 
 }  // namespace tulo

@@ -26,13 +26,32 @@ void createPrivateDirectory(const std::string& path);
 
 }  // namespace paths
 
+// Another process holds the lock of a domain.
+class DomainTaken : public ServiceError {
+ public:
+  DomainTaken(std::string process, std::string place);
+
+  // As they stand in the lock; the place is empty as long as nothing is mounted.
+  const std::string& process() const { return process_; }
+  const std::string& place() const { return place_; }
+
+ private:
+  std::string process_;
+  std::string place_;
+};
+
 // Held as long as a service of the domain runs.
 class DomainLock {
  public:
-  // Throws ServiceError when another process holds it, naming that process.
+  // Throws DomainTaken, or ServiceError where there can be no lock.
   explicit DomainLock(const std::string& stateDirectory);
 
+  // Where the account is mounted, for those who find the lock taken.
+  void tellPlace(const std::string& mountPoint) const;
+
  private:
+  void tell(const std::string& text) const;
+
   FileDescriptor file_;
 };
 

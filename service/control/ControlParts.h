@@ -8,6 +8,8 @@
 
 #include "service/contents/Contents.h"
 #include "service/contents/Pins.h"
+#include "service/control/Replies.h"
+#include "service/control/Requests.h"
 #include "service/edits/LocalFiles.h"
 #include "service/kernel/Folders.h"
 #include "service/kernel/OpenFiles.h"
@@ -33,6 +35,8 @@ struct ControlParts {
   std::string domain;
   std::string mountPoint;
   bool readWrite = false;
+  // Takes the mount away; without one there is nothing in the way.
+  std::function<control::UnmountReply(const control::UnmountRequest&)> leave;
   // Has the next round of the housekeeping begin at once.
   std::function<void()> poke;
 };

@@ -127,13 +127,29 @@ void from_json(const json& from, DiscardReply& reply) {
   getIfThere(from, "discarded", reply.discarded);
 }
 
+void to_json(json& to, const UsingProgram& program) {
+  to = {{"process", program.process}, {"name", program.name}, {"path", program.path}};
+}
+
+void from_json(const json& from, UsingProgram& program) {
+  getIfThere(from, "process", program.process);
+  getIfThere(from, "name", program.name);
+  getIfThere(from, "path", program.path);
+}
+
 void to_json(json& to, const UnmountReply& reply) {
   to = joined(reply.outcome, reply.left);
+  if (!reply.programs.empty()) to["programs"] = reply.programs;
+  if (reply.goesOn) to["goesOn"] = true;
+  if (reply.notWritten) to["notWritten"] = true;
 }
 
 void from_json(const json& from, UnmountReply& reply) {
   from.get_to(reply.outcome);
   from.get_to(reply.left);
+  getIfThere(from, "programs", reply.programs);
+  getIfThere(from, "goesOn", reply.goesOn);
+  getIfThere(from, "notWritten", reply.notWritten);
 }
 
 void to_json(json& to, const FilesProgress& progress) {

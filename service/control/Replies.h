@@ -101,9 +101,24 @@ struct DiscardReply {
   bool operator==(const DiscardReply&) const = default;
 };
 
+// A program that uses the mount.
+struct UsingProgram {
+  std::int64_t process = 0;
+  std::string name;
+  std::string path;  // something of the mount that it uses
+
+  bool operator==(const UsingProgram&) const = default;
+};
+
 struct UnmountReply {
   Outcome outcome;
-  ChangeCounts left;
+  ChangeCounts left = {};
+  // Those that are in the way, or were left behind.
+  std::vector<UsingProgram> programs = {};
+  // The service ends with the last of them.
+  bool goesOn = false;
+  // Not everything that they had written through mappings could be had in time.
+  bool notWritten = false;
 
   bool operator==(const UnmountReply&) const = default;
 };
@@ -146,6 +161,8 @@ void to_json(nlohmann::json& json, const RetryReply& reply);
 void from_json(const nlohmann::json& json, RetryReply& reply);
 void to_json(nlohmann::json& json, const DiscardReply& reply);
 void from_json(const nlohmann::json& json, DiscardReply& reply);
+void to_json(nlohmann::json& json, const UsingProgram& program);
+void from_json(const nlohmann::json& json, UsingProgram& program);
 void to_json(nlohmann::json& json, const UnmountReply& reply);
 void from_json(const nlohmann::json& json, UnmountReply& reply);
 void to_json(nlohmann::json& json, const FilesProgress& progress);

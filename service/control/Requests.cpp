@@ -24,6 +24,9 @@ constexpr std::array<std::pair<Operation, const char*>, 10> kOperations = {{
     {Operation::unmount, "unmount"},
 }};
 
+constexpr const char* kLazily = "lazily";
+constexpr const char* kByForce = "byForce";
+
 }  // namespace
 
 const char* textOf(Operation operation) {
@@ -88,6 +91,18 @@ void from_json(const json& from, FlushRequest& request) {
   from.get_to(request.about);
   request.timeout = milliseconds(from.value("timeout", milliseconds::rep{0}));
   getIfThere(from, "wait", request.wait);
+}
+
+void to_json(json& to, const UnmountRequest& request) {
+  to = json::object();
+  if (request.how == Leaving::lazily) to["how"] = kLazily;
+  if (request.how == Leaving::byForce) to["how"] = kByForce;
+}
+
+void from_json(const json& from, UnmountRequest& request) {
+  const std::string how = from.value("how", std::string());
+  if (how == kLazily) request.how = Leaving::lazily;
+  if (how == kByForce) request.how = Leaving::byForce;
 }
 
 }  // namespace tulo::control

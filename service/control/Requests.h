@@ -74,6 +74,20 @@ struct FlushRequest {
   bool operator==(const FlushRequest&) const = default;
 };
 
+// How a mount is left that programs may use.
+enum class Leaving {
+  ifUnused,  // not at all as long as one does
+  lazily,    // from its place at once; whoever has something open goes on with it
+  byForce,   // at once; whoever has something open gets errors
+};
+
+struct UnmountRequest {
+  // Missing, or a word that nobody knows: ifUnused.
+  Leaving how = Leaving::ifUnused;
+
+  bool operator==(const UnmountRequest&) const = default;
+};
+
 void to_json(nlohmann::json& json, const FilesRequest& request);
 void from_json(const nlohmann::json& json, FilesRequest& request);
 void to_json(nlohmann::json& json, const DeletedName& name);
@@ -82,5 +96,7 @@ void to_json(nlohmann::json& json, const ChangesRequest& request);
 void from_json(const nlohmann::json& json, ChangesRequest& request);
 void to_json(nlohmann::json& json, const FlushRequest& request);
 void from_json(const nlohmann::json& json, FlushRequest& request);
+void to_json(nlohmann::json& json, const UnmountRequest& request);
+void from_json(const nlohmann::json& json, UnmountRequest& request);
 
 }  // namespace tulo::control

@@ -25,9 +25,17 @@ auto listener(const ControlServer::Emit& emit) {
   return [&emit](const auto& progress) { return emit(text(control::progressLine(progress))); };
 }
 
-// What is left behind; that the service ends is the caller's business.
-control::UnmountReply unmount(const ControlParts& parts) {
-  return {Outcome::good(), control::changeCounts(parts.uploader.statistics().counts)};
+// That the service ends is the caller's business.
+control::UnmountReply unmount(const ControlParts& parts, const control::UnmountRequest& request) {
+  control::UnmountReply reply = parts.leave(request);
+  // What was closed, or written back, by the end.
+  parts.files.catchUp();
+  reply.left = control::changeCounts(parts.uploader.statistics().counts);
+  return reply;
+}
+
+bool endsTheService(const control::UnmountReply& reply) {
+  return reply.outcome.ok && !reply.goesOn;
 }
 
 json answer(const ControlParts& parts, Operation operation, const json& request,
@@ -52,7 +60,7 @@ json answer(const ControlParts& parts, Operation operation, const json& request,
     case Operation::discard:
       return control::discard(parts, request.get<ChangesRequest>());
     case Operation::unmount:
-      return unmount(parts);
+      return unmount(parts, request.get<control::UnmountRequest>());
   }
   return Outcome::refused("unknown operation");
 }
@@ -69,7 +77,7 @@ bool answerControl(const ControlParts& parts, const std::string& request,
     const std::string asked = control::operationText(parsed);
     if (const auto operation = control::operationNamed(asked)) {
       result = answer(parts, *operation, parsed, emit);
-      end = operation == Operation::unmount;
+      end = operation == Operation::unmount && endsTheService(result.get<control::UnmountReply>());
     } else {
       result = control::Outcome::refused("unknown operation: " + asked);
     }

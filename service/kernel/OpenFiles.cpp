@@ -1,5 +1,7 @@
 #include "service/kernel/OpenFiles.h"
 
+#include <algorithm>
+
 namespace tulo {
 
 void OpenFiles::opened(NodeId node, ContentId content) {
@@ -36,6 +38,12 @@ void OpenFiles::exchanged(ContentId before, ContentId now) {
   const MutexLock lock(mutex_);
   if (now != kNoContent) ++contents_[now];
   forgetContent(before);
+}
+
+bool OpenFiles::anyForWriting() const {
+  const MutexLock lock(mutex_);
+  return std::any_of(nodes_.begin(), nodes_.end(),
+                     [](const auto& each) { return each.second.writers > 0; });
 }
 
 bool OpenFiles::isOpen(NodeId node) const {

@@ -31,6 +31,7 @@ class OpenFiles {
   void openedForWriting(NodeId node);
   void closedForWriting(NodeId node);
   bool isOpenForWriting(NodeId node) const;
+  bool anyForWriting() const;
   bool isOpen(NodeId node) const;
   bool isContentOpen(ContentId content) const;
   // The contents of the node are no longer those that its handles were opened with, but it is still

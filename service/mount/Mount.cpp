@@ -2,14 +2,15 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "service/mount/Handlers.h"
 #include "service/mount/KernelCaches.h"
 #include "service/mount/KernelRequests.h"
-#include "service/mount/MountPoint.h"
 #include "service/mount/Operations.h"
 #include "service/mount/RequestLoop.h"
 
@@ -38,11 +39,18 @@ SessionPointer newSession(const MountOptions& options, Handlers& handlers) {
   return session;
 }
 
+// As the system's table of mounts has it.
+std::string resolved(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path result = std::filesystem::canonical(path, error);
+  return error ? path : result.string();
+}
+
 }  // namespace
 
 struct Mount::Session {
   Session(const MountOptions& options, const MountParts& parts)
-      : point(options.mountPoint),
+      : point(resolved(options.mountPoint)),
         handlers(parts, ::getuid(), ::getgid()),
         fuse(newSession(options, handlers)),
         caches(fuse.get()) {
@@ -50,6 +58,7 @@ struct Mount::Session {
       throw MountError("cannot mount at " + point.path() +
                        " (is /dev/fuse there, and may this user use it?)");
     }
+    mounted = point.mounted();
     const RequestLoop::Options loopOptions = RequestLoop::usualOptions();
     requests.emplace(fuse.get(), loopOptions.threads);
     loop.emplace(*requests, loopOptions);
@@ -57,10 +66,13 @@ struct Mount::Session {
 
   ~Session() {
     handlers.stop();
-    fuse_session_unmount(fuse.get());
+    // It may be gone from there, and another one in its place.
+    const auto there = point.mounted();
+    if (there && mounted && there->minor == mounted->minor) fuse_session_unmount(fuse.get());
   }
 
   const MountPoint point;
+  std::optional<MountedFileSystem> mounted;
   Handlers handlers;
   SessionPointer fuse;
   KernelCaches caches;
@@ -86,7 +98,15 @@ void Mount::stop() {
 }
 
 void Mount::abort() {
-  session_->point.abortConnection();
+  if (session_->mounted) session_->point.abortConnection(*session_->mounted);
+}
+
+const MountPoint& Mount::point() const {
+  return session_->point;
+}
+
+std::vector<MountUser> Mount::users() const {
+  return session_->mounted ? usersOf(*session_->mounted) : std::vector<MountUser>();
 }
 
 InvalidationSink& Mount::caches() {

@@ -8,10 +8,13 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "service/kernel/Notifier.h"
 #include "service/mount/MountOptions.h"
 #include "service/mount/MountParts.h"
+#include "service/mount/MountPoint.h"
+#include "service/mount/MountUsers.h"
 
 namespace tulo {
 
@@ -27,6 +30,10 @@ class Mount final {
   void stop();
   // Cuts the connection, so that nothing in the kernel waits for an answer any more. After run().
   void abort();
+
+  const MountPoint& point() const;
+  // The programs that use it, also after it was taken from its place.
+  std::vector<MountUser> users() const;
 
   // What the kernel remembers of the mount.
   InvalidationSink& caches();

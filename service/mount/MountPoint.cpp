@@ -4,32 +4,41 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <vector>
 
 #include "platform/linux/FileDescriptor.h"
 #include "service/base/ServiceLog.h"
+#include "service/mount/HelperProcess.h"
 
 namespace tulo {
 
 namespace {
 
-int runProgram(const std::vector<const char*>& arguments) {
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::execvp(arguments[0], const_cast<char* const*>(arguments.data()));
-    ::_exit(127);
-  }
-  int status = 0;
-  if (child < 0 || ::waitpid(child, &status, 0) < 0) return -1;
-  return status;
+constexpr milliseconds kClearing{5000};
+// Larger than every errno that umount2 has, and what a shell says of a program that is not there.
+constexpr int kRefused = 255;
+
+// The one program that may unmount for a user. What it has to say goes to the log.
+int unmountForUser(const char* path, bool atOnce) {
+  const std::array<const char*, 5> words = {"fusermount3", "-u", atOnce ? "-z" : "--", path,
+                                            nullptr};
+  ::execvp(words[0], const_cast<char* const*>(words.data()));
+  return kRefused;
+}
+
+// 0, or an errno, or what the program ended with.
+int unmount(const char* path, bool atOnce) {
+  if (::umount2(path, atOnce ? MNT_DETACH : 0) == 0) return 0;
+  return errno == EPERM ? unmountForUser(path, atOnce) : errno;
+}
+
+int writeBackAll(const char* path) {
+  const int folder = ::open(path, O_RDONLY | O_DIRECTORY);
+  return folder >= 0 && ::syncfs(folder) == 0 ? 0 : 1;
 }
 
 }  // namespace
@@ -47,40 +56,30 @@ bool MountPoint::clearStale() const {
   struct statfs status = {};
   if (::statfs(path_.c_str(), &status) == 0 || errno != ENOTCONN) return false;
   serviceLog().info("clearing the stale mount at %{public}@", {path_});
-  if (::umount2(path_.c_str(), MNT_DETACH) == 0) return true;
-  return runProgram({"fusermount3", "-uz", path_.c_str(), nullptr}) == 0;
+  return detach(Detach::atOnce, kClearing) == Detached::yes;
 }
 
-std::string MountPoint::connectionNumber(std::istream& table) const {
-  std::error_code ignored;
-  const std::string wanted = std::filesystem::absolute(path_, ignored).lexically_normal();
-  std::string line;
-  std::string number;
-  while (std::getline(table, line)) {
-    std::istringstream fields(line);
-    std::string identifier;
-    std::string parent;
-    std::string device;
-    std::string root;
-    std::string point;
-    fields >> identifier >> parent >> device >> root >> point;
-    if (point == wanted && line.find(" fuse.tulo ") != std::string::npos) {
-      // The device's minor number names the connection.
-      number = device.substr(device.find(':') + 1);
-    }
-  }
-  return number;
+bool MountPoint::writeBack(milliseconds patience) const {
+  HelperProcess helper([path = path_.c_str()] { return writeBackAll(path); });
+  return helper.wait(patience) == 0;
 }
 
-void MountPoint::abortConnection() const {
+MountPoint::Detached MountPoint::detach(Detach manner, milliseconds patience) const {
+  const bool atOnce = manner == Detach::atOnce;
+  HelperProcess helper([path = path_.c_str(), atOnce] { return unmount(path, atOnce); });
+  const std::optional<int> status = helper.wait(patience);
+  if (status == 0) return Detached::yes;
+  // A user's program tells no more than that it failed; whoever asks can look who uses the mount.
+  return status == EBUSY || status == 1 ? Detached::inUse : Detached::no;
+}
+
+void MountPoint::abortConnection(const MountedFileSystem& mounted) const {
   // Asking the mount itself could wait for ever.
-  std::ifstream table("/proc/self/mountinfo");
-  const std::string number = connectionNumber(table);
-  if (number.empty()) return;
-  const FileDescriptor file(
-      ::open(("/sys/fs/fuse/connections/" + number + "/abort").c_str(), O_WRONLY | O_CLOEXEC));
+  const std::string connection = "/sys/fs/fuse/connections/" + std::to_string(mounted.minor);
+  const FileDescriptor file(::open((connection + "/abort").c_str(), O_WRONLY | O_CLOEXEC));
   const bool aborted = file && ::write(file.get(), "1", 1) == 1;
-  if (!aborted) ::umount2(path_.c_str(), MNT_FORCE | MNT_DETACH);
+  const auto there = aborted ? std::nullopt : this->mounted();
+  if (there && there->minor == mounted.minor) ::umount2(path_.c_str(), MNT_FORCE | MNT_DETACH);
 }
 
 }  // namespace tulo

@@ -4,10 +4,12 @@
 // Threads: every member may be called on any thread.
 #pragma once
 
-#include <istream>
 #include <stdexcept>
 #include <string>
 #include <utility>
+
+#include "service/base/Time.h"
+#include "service/mount/MountTable.h"
 
 namespace tulo {
 
@@ -28,12 +30,22 @@ class MountPoint {
   // Unmounts what a service that died has left there; false when there is nothing like that.
   bool clearStale() const;
 
-  // The number of the kernel's connection to a service mounted there, as the table of mounts
-  // (/proc/self/mountinfo) has it; empty when there is none. Of several the uppermost.
-  std::string connectionNumber(std::istream& table) const;
+  // What is mounted there by a service; nothing when nothing is.
+  std::optional<MountedFileSystem> mounted() const { return ourMountAt(path_); }
 
-  // Cuts the connection, so that nothing in the kernel waits for an answer any more.
-  void abortConnection() const;
+  // Has the kernel hand over what programs wrote through mappings and it only has in memory. False
+  // when that was not done within the time. Requests must be served meanwhile.
+  bool writeBack(milliseconds patience) const;
+
+  enum class Detach { ifUnused, atOnce };
+  enum class Detached { yes, inUse, no };
+  // Takes the mount away: as long as a program uses it not at all, or from its place at once, where
+  // those who have something open go on with it. Requests must be served meanwhile.
+  Detached detach(Detach manner, milliseconds patience) const;
+
+  // Cuts the kernel's connection of what was mounted there, so that nothing in the kernel waits for
+  // an answer any more.
+  void abortConnection(const MountedFileSystem& mounted) const;
 
  private:
   const std::string path_;

@@ -100,6 +100,30 @@ TEST_F(ServicePathsTest, ADomainIsLockedForOneAndTheLockNamesWhoHasIt) {
   EXPECT_NO_THROW(DomainLock{directory.path()});
 }
 
+TEST_F(ServicePathsTest, WhoFindsTheLockTakenIsToldWhereTheAccountIsMounted) {
+  const DomainLock lock(directory.path());
+  lock.tellPlace("/home/ann/My Cloud");
+  try {
+    const DomainLock second(directory.path());
+    FAIL();
+  } catch (const DomainTaken& taken) {
+    EXPECT_EQ(taken.process(), std::to_string(::getpid()));
+    EXPECT_EQ(taken.place(), "/home/ann/My Cloud");
+    EXPECT_NE(std::string(taken.what()).find("/home/ann/My Cloud"), std::string::npos);
+  }
+}
+
+TEST_F(ServicePathsTest, ALockWithoutAPlaceNamesTheProcessAlone) {
+  const DomainLock lock(directory.path());
+  try {
+    const DomainLock second(directory.path());
+    FAIL();
+  } catch (const DomainTaken& taken) {
+    EXPECT_EQ(taken.process(), std::to_string(::getpid()));
+    EXPECT_EQ(taken.place(), "");
+  }
+}
+
 TEST_F(ServicePathsTest, WhatALongerNumberLeftInTheLockGoes) {
   writeFile(directory.file("lock"), "123456789012345");
   const DomainLock lock(directory.path());

@@ -47,6 +47,9 @@ TEST(RepliesTest, TheWireTextStaysAsItIs) {
             R"({"discarded":3,"failures":[],"ok":true})");
   EXPECT_EQ(json(UnmountReply{Outcome::good(), {3, 0}}).dump(),
             R"({"needsAttention":0,"ok":true,"pending":3})");
+  EXPECT_EQ(json(UnmountReply{Outcome::good(), {}, {{7, "vim", "/m/a"}}, true, true}).dump(),
+            R"({"goesOn":true,"needsAttention":0,"notWritten":true,"ok":true,"pending":0,)"
+            R"("programs":[{"name":"vim","path":"/m/a","process":7}]})");
 }
 
 TEST(RepliesTest, TheProgressIsALineOfItsOwn) {
@@ -73,6 +76,8 @@ TEST(RepliesTest, AReplyComesOutAsItWentIn) {
   EXPECT_EQ(throughText(discard), discard);
   const UnmountReply unmount{Outcome::good(), {6, 7}};
   EXPECT_EQ(throughText(unmount), unmount);
+  const UnmountReply inUse{Outcome::refused("in use"), {}, {{7, "vim", "/m/a"}}, true, true};
+  EXPECT_EQ(throughText(inUse), inUse);
 }
 
 TEST(RepliesTest, EveryReplyCanBeReadFromARefusal) {

@@ -11,7 +11,9 @@ using control::ChangesRequest;
 using control::DeletedName;
 using control::FilesRequest;
 using control::FlushRequest;
+using control::Leaving;
 using control::Operation;
+using control::UnmountRequest;
 using nlohmann::json;
 
 template <typename Request>
@@ -56,6 +58,9 @@ TEST(RequestsTest, TheWireTextStaysAsItIs) {
   EXPECT_EQ(
       json(FlushRequest{kNamed, true, milliseconds(1500)}).dump(),
       R"({"deleted":[{"folder":1,"name":"gone"}],"nodes":[16,17],"timeout":1500,"wait":true})");
+  EXPECT_EQ(json(UnmountRequest{}).dump(), "{}");
+  EXPECT_EQ(json(UnmountRequest{Leaving::lazily}).dump(), R"({"how":"lazily"})");
+  EXPECT_EQ(json(UnmountRequest{Leaving::byForce}).dump(), R"({"how":"byForce"})");
 }
 
 TEST(RequestsTest, ARequestComesOutAsItWentIn) {
@@ -65,6 +70,8 @@ TEST(RequestsTest, ARequestComesOutAsItWentIn) {
   const FlushRequest flush{kNamed, true, milliseconds(7)};
   EXPECT_EQ(throughText(flush), flush);
   EXPECT_EQ(throughText(ChangesRequest{}), ChangesRequest{});
+  for (const Leaving how : {Leaving::ifUnused, Leaving::lazily, Leaving::byForce})
+    EXPECT_EQ(throughText(UnmountRequest{how}).how, how);
 }
 
 TEST(RequestsTest, MissingFieldsHaveTheirMeaning) {
@@ -73,6 +80,11 @@ TEST(RequestsTest, MissingFieldsHaveTheirMeaning) {
   const auto flush = json::object().get<FlushRequest>();
   EXPECT_FALSE(flush.wait);
   EXPECT_EQ(flush.timeout, milliseconds(0));
+}
+
+// Whoever asks for something that this service does not know must not cut anybody off.
+TEST(RequestsTest, AnUnknownWayToUnmountIsTheCarefulOne) {
+  EXPECT_EQ(json::parse(R"({"how":"gently"})").get<UnmountRequest>().how, Leaving::ifUnused);
 }
 
 TEST(RequestsTest, AnEmptyListNamesNothingButIsNotEverything) {

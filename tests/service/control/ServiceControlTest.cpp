@@ -63,6 +63,26 @@ TEST_F(ServiceControlTest, OnlyUnmountEndsTheService) {
   }
 }
 
+TEST_F(ServiceControlTest, AMountThatStaysKeepsTheService) {
+  std::vector<control::Leaving> asked;
+  control::UnmountReply reply{control::Outcome::refused("in use")};
+  ControlParts own = parts();
+  own.leave = [&](const control::UnmountRequest& request) {
+    asked.push_back(request.how);
+    return reply;
+  };
+  const auto ends = [&](const std::string& request) {
+    return answerControl(own, request, [](const std::string&) { return true; });
+  };
+  EXPECT_FALSE(ends(R"({"op":"unmount"})"));
+  reply = {control::Outcome::good()};
+  EXPECT_TRUE(ends(R"({"op":"unmount","how":"byForce"})"));
+  reply.goesOn = true;
+  EXPECT_FALSE(ends(R"({"op":"unmount","how":"lazily"})"));
+  EXPECT_EQ(asked, (std::vector{control::Leaving::ifUnused, control::Leaving::byForce,
+                                control::Leaving::lazily}));
+}
+
 TEST_F(ServiceControlTest, UnmountCountsWhatIsLeftBehind) {
   refused("a?");
   makeFile("b.txt", "x");

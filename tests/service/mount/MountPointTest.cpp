@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <sstream>
 
 #include "platform/linux/FileDescriptor.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -23,11 +22,6 @@ std::string wordsOf(const MountPoint& point) {
     return error.what();
   }
   return {};
-}
-
-std::string numberIn(const std::string& table, const std::string& path) {
-  std::istringstream stream(table);
-  return MountPoint(path).connectionNumber(stream);
 }
 
 TEST(MountPointTest, AFolderWillDo) {
@@ -74,35 +68,24 @@ TEST(MountPointTest, AMountWithoutAServiceIsCleared) {
   EXPECT_FALSE(MountPoint(directory.path()).clearStale());
 }
 
-TEST(MountPointTest, TheConnectionIsTheMinorNumberOfTheDevice) {
-  const std::string table =
-      "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
-      "40 22 0:51 / /home/ann/Mounted rw,nosuid - fuse.tulo account rw,user_id=1000\n"
-      "41 22 0:52 / /home/ann/Other rw,nosuid - fuse.tulo account rw,user_id=1000\n";
-  EXPECT_EQ(numberIn(table, "/home/ann/Mounted"), "51");
-  EXPECT_EQ(numberIn(table, "/home/ann/x/../Other"), "52");
+TEST(MountPointTest, AnOrdinaryFolderIsNoMount) {
+  const TemporaryDirectory directory;
+  const MountPoint point(directory.path());
+  EXPECT_FALSE(point.mounted());
+  EXPECT_NE(point.detach(MountPoint::Detach::ifUnused, seconds(10)), MountPoint::Detached::yes);
 }
 
-TEST(MountPointTest, OfSeveralMountsTheUppermostCounts) {
-  const std::string table =
-      "40 22 0:51 / /mnt/a rw - fuse.tulo a rw\n"
-      "41 40 0:77 / /mnt/a rw - fuse.tulo b rw\n";
-  EXPECT_EQ(numberIn(table, "/mnt/a"), "77");
-}
-
-TEST(MountPointTest, OthersMountsHaveNoConnectionOfOurs) {
-  const std::string table =
-      "40 22 0:51 / /mnt/a rw - fuse.other a rw\n"
-      "41 22 8:2 / /mnt/b rw - ext4 /dev/sdb rw\n";
-  EXPECT_EQ(numberIn(table, "/mnt/a"), "");
-  EXPECT_EQ(numberIn(table, "/mnt/b"), "");
-  EXPECT_EQ(numberIn(table, "/mnt/c"), "");
+// What is in memory of any file system can be forced out, so the folder need not be a mount.
+TEST(MountPointTest, WritingBackNeedsAFolder) {
+  const TemporaryDirectory directory;
+  EXPECT_TRUE(MountPoint(directory.path()).writeBack(seconds(30)));
+  EXPECT_FALSE(MountPoint(directory.file("missing")).writeBack(seconds(30)));
 }
 
 TEST(MountPointTest, AbortingWhatIsNotMountedDoesNothing) {
   const TemporaryDirectory directory;
   writeFile(directory.file("kept"), "x");
-  MountPoint(directory.path()).abortConnection();
+  MountPoint(directory.path()).abortConnection(MountedFileSystem{});
   EXPECT_EQ(readFile(directory.file("kept")), "x");
 }
 
