@@ -138,7 +138,8 @@ class StopOnSignal {
   std::thread thread_;
 };
 
-void serve(const Arguments& arguments, const std::function<void()>& ready) {
+// `ready` is told what the user should know.
+void serve(const Arguments& arguments, const std::function<void(const std::string&)>& ready) {
   if (arguments.logFormat == "json") platform::setLogSink(platform::jsonLogSink());
   const ServiceOptions options = optionsOf(arguments);
   const sigset_t signals = blockEndSignals();
@@ -146,11 +147,11 @@ void serve(const Arguments& arguments, const std::function<void()>& ready) {
     return std::make_shared<FileProviderExtension>(domain);
   });
   const StopOnSignal stopper(signals, service);
-  service.run(ready);
+  service.run([&] { ready(service.notice()); });
 }
 
-// What the background process tells the one that the user started: nothing when the mount answers,
-// else the reason.
+// What the background process tells the one that the user started: when the mount answers what the
+// user should know, else the reason.
 class Report {
  public:
   Report() {
@@ -160,10 +161,10 @@ class Report {
     write_ = FileDescriptor(ends[1]);
   }
 
-  void good() { finish("+"); }
+  void good(const std::string& notice) { finish('+' + notice); }
   void bad(const std::string& reason) { finish('-' + reason); }
 
-  // In the parent: prints a reason. The exit status.
+  // In the parent: prints what it is told. The exit status.
   int wait() {
     write_.reset();
     std::string text;
@@ -171,10 +172,9 @@ class Report {
     for (ssize_t count = 0; (count = ::read(read_.get(), piece.data(), piece.size())) > 0;) {
       text.append(piece.data(), static_cast<std::size_t>(count));
     }
-    if (text == "+") return 0;
-    const std::string reason = text.empty() ? "the service ended unexpectedly" : text.substr(1);
-    std::fprintf(stderr, "tulo: %s\n", reason.c_str());
-    return 1;
+    const std::string words = text.empty() ? "the service ended unexpectedly" : text.substr(1);
+    if (!words.empty()) std::fprintf(stderr, "tulo: %s\n", words.c_str());
+    return text.starts_with('+') ? 0 : 1;
   }
 
  private:
@@ -206,7 +206,7 @@ void detachFromTerminal(const std::string& domain) {
   int status = 1;
   try {
     detachFromTerminal(domainOf(arguments));
-    serve(arguments, [&report] { report.good(); });
+    serve(arguments, [&report](const std::string& notice) { report.good(notice); });
     status = 0;
   } catch (const std::exception& error) {
     report.bad(error.what());
@@ -222,7 +222,8 @@ int mount(Arguments arguments) {
     arguments.container = std::filesystem::absolute(arguments.container);
   }
   if (arguments.foreground) {
-    serve(arguments, [] {});
+    // There the log tells it.
+    serve(arguments, [](const std::string&) {});
     return 0;
   }
   Report report;

@@ -154,6 +154,16 @@ void printErrors(const StatusReply& status) {
   }
 }
 
+void printKept(const StatusReply& status) {
+  for (const control::KeptAccount& kept : status.kept) {
+    std::printf("  kept      %s of another account, from %s\n",
+                counted(kept.changes, "change").c_str(), printable(kept.container).c_str());
+    std::printf("            sent after the next mount with --container %s\n",
+                shellWord(printable(kept.container)).c_str());
+    std::printf("            changed files are also in %s\n", printable(kept.files).c_str());
+  }
+}
+
 void printStatus(const StatusReply& status) {
   std::printf("%s\n", printable(status.mountPoint).c_str());
   std::printf("  account   %s\n", printable(status.domain).c_str());
@@ -167,6 +177,7 @@ void printStatus(const StatusReply& status) {
               std::to_string(downloads.failed).c_str(), std::to_string(downloads.evicted).c_str());
   printTransfers(downloads.transfers);
   printErrors(status);
+  printKept(status);
 }
 
 StatusReply answered(const json& status) {

@@ -16,6 +16,7 @@ ControlParts controlPartsOf(Engine& engine, const std::string& mountPoint) {
           .domain = engine.options().domain,
           .mountPoint = mountPoint,
           .readWrite = engine.options().readWrite,
+          .kept = {},
           .leave = [](const auto&) { return control::UnmountReply{control::Outcome::good()}; },
           .poke = [&engine] { engine.poke(); }};
 }

@@ -33,6 +33,8 @@ struct EngineOptions {
   // After the last change of an item before it goes up.
   milliseconds quiet{1000};
   WallClock clock = systemClock;
+  // Whether what was kept here may still go to the host that is there.
+  std::function<bool()> sameAccount = [] { return true; };
   // Called on a program's thread that is about to wait for the disk.
   std::function<void()> beforeWaiting = [] {};
 };

@@ -54,7 +54,10 @@ UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
   };
   result.relist = [&rooms](NodeId folder) { rooms.sync.refresh(folder, [](int) {}); };
   if (!options.source.directory.empty()) {
-    result.host = [socket = options.source.directory + "/fp.sock"] { return socketMark(socket); };
+    // Another account's host is none for what was kept here.
+    result.host = [socket = options.source.directory + "/fp.sock", same = options.sameAccount] {
+      return same() ? socketMark(socket) : std::string();
+    };
   }
   return result;
 }

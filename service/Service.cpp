@@ -89,7 +89,10 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
   const std::string state = paths::stateDirectory(options.domain);
   paths::createPrivateDirectory(state);
   lock_ = lockOf(state);
-  engine_ = openEngine(engineOptions(options, state), factory);
+  guard_ = std::make_unique<AccountGuard>(state, options.source);
+  EngineOptions engine = engineOptions(options, state);
+  engine.sameAccount = [this] { return guard_->holds(); };
+  engine_ = openEngine(engine, factory);
   startThumbnails();
   engine_->sync().whenReconciled([this](NodeId folder) { listed(folder); });
   mount_ =
@@ -163,6 +166,7 @@ void Service::answer(const ControlParts& parts, const std::string& request,
   // Taking the mount away ends run() by itself, which must not cut off the answer to that.
   std::optional<Departure::Answer> answering;
   ControlParts own = parts;
+  own.kept = guard_->kept();
   own.leave = [&](const control::UnmountRequest& how) {
     answering.emplace(*departure_);
     return departure_->leave(how);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "service/AccountGuard.h"
 #include "service/Engine.h"
 #include "service/base/ServicePaths.h"
 #include "service/desktop/ThumbnailBatcher.h"
@@ -46,6 +47,9 @@ class Service {
   // Ends at once; the same threads, also while end() waits.
   void stop();
 
+  // What the user is to be told of another account's unsent changes; empty when there are none.
+  const std::string& notice() const { return guard_->notice(); }
+
   Engine& engine() { return *engine_; }
 
  private:
@@ -58,6 +62,7 @@ class Service {
 
   const ServiceOptions options_;
   std::unique_ptr<DomainLock> lock_;
+  std::unique_ptr<AccountGuard> guard_;
   std::unique_ptr<Engine> engine_;
   std::unique_ptr<ThumbnailBatcher> thumbnails_;
   std::unique_ptr<Mount> mount_;

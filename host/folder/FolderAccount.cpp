@@ -37,7 +37,7 @@ FolderAccount::FolderAccount(const FolderSource& source, const AccountParts& par
       ulids_(parts.ulids),
       folder_(root_, parts.container.stat(), log_),
       work_(folder_.descriptor()),
-      index_(parts.container.pathOf(indexFileName(parts.name))),
+      index_(parts.container.pathOf(indexFileName(parts.name)), accountIdentity(root_)),
       places_(folder_, index_.nodes()),
       tree_(folder_, index_, places_, ulids_),
       lookup_(index_, places_, tree_),

@@ -17,8 +17,8 @@ FileContents contentsOf(const Node& node) {
 
 }  // namespace
 
-FolderIndex::FolderIndex(const std::string& path)
-    : database_(path, furtherTables()),
+FolderIndex::FolderIndex(const std::string& path, const std::string& identity)
+    : database_(path, furtherTables(), identity),
       rows_(database_),
       state_(database_),
       nodes_(database_),

@@ -20,7 +20,8 @@ namespace tulo::host {
 class FolderIndex {
  public:
   // Opens or creates the database. Throws StartError for a file that is not an index of this host.
-  explicit FolderIndex(const std::string& path);
+  // `identity`: as IndexDatabase takes it.
+  explicit FolderIndex(const std::string& path, const std::string& identity = {});
 
   IndexDatabase& database() { return database_; }
   IndexRows& rows() { return rows_; }

@@ -19,6 +19,10 @@ bool isEmpty(int folder) {
 
 }  // namespace
 
+std::string accountIdentity(const std::string& folder) {
+  return "folder:" + folder;
+}
+
 void requireSameRoot(FolderIndex& index, const ServedFolder& folder, const std::string& account) {
   IndexState& state = index.state();
   const auto before = state.value(rootKey);
@@ -39,6 +43,7 @@ void requireSameRoot(FolderIndex& index, const ServedFolder& folder, const std::
   }
   state.set(rootKey, folder.path());
   state.set(inodeKey, inode);
+  index.database().identify(accountIdentity(folder.path()));
   index.database().commit();
 }
 

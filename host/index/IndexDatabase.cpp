@@ -24,6 +24,9 @@ CREATE TABLE host_state(key TEXT PRIMARY KEY NOT NULL, value TEXT NOT NULL) WITH
 INSERT INTO host_state VALUES('schema', '1');
 )";
 
+constexpr const char* identityTable =
+    "CREATE TABLE IF NOT EXISTS host_identity(id TEXT PRIMARY KEY NOT NULL) WITHOUT ROWID";
+
 // SQLite would let everybody read the names of the user's files. Only a new file is opened here:
 // closing it would drop the locks that other connections of this process hold.
 const std::string& privatelyMade(const std::string& path) {
@@ -42,22 +45,36 @@ bool isOurs(sqlite::Connection& connection) {
 
 }  // namespace
 
-IndexDatabase::IndexDatabase(const std::string& path, std::string_view furtherTables)
+IndexDatabase::IndexDatabase(const std::string& path, std::string_view furtherTables,
+                             std::string_view identity)
     : connection_(privatelyMade(path), sqlite::Connection::Mode::create) {
   connection_.execute("PRAGMA journal_mode=WAL");
   connection_.execute("PRAGMA synchronous=FULL");
   connection_.keepLogFiles();
-  prepareTables(path, furtherTables);
+  prepareTables(path, furtherTables, identity);
+}
+
+void IndexDatabase::identify(std::string_view identity) {
+  // An index of an earlier version of this host has no such table.
+  changing(identityTable).run();
+  changing("INSERT INTO host_identity SELECT ?1 WHERE NOT EXISTS (SELECT 1 FROM host_identity)")
+      .bind(sqlite::Text{identity})
+      .run();
 }
 
 IndexDatabase::~IndexDatabase() {
   rollback();
 }
 
-void IndexDatabase::prepareTables(const std::string& path, std::string_view furtherTables) {
+// The identity comes with the tables, so that nobody ever reads an index and not whose it is.
+void IndexDatabase::prepareTables(const std::string& path, std::string_view furtherTables,
+                                  std::string_view identity) {
   if (connection_.integer("SELECT count(*) FROM sqlite_schema WHERE type = 'table'") == 0) {
     connection_.execute("BEGIN IMMEDIATE;" + std::string(sharedTables) +
-                        std::string(furtherTables) + "COMMIT;");
+                        std::string(furtherTables));
+    pending_ = 1;
+    if (!identity.empty()) identify(identity);
+    commit();
   } else if (!isOurs(connection_)) {
     throw StartError(path +
                      " is not an index that this host wrote; remove it, or choose another "

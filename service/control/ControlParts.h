@@ -5,11 +5,13 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "service/contents/Contents.h"
 #include "service/contents/Pins.h"
 #include "service/control/Replies.h"
 #include "service/control/Requests.h"
+#include "service/control/StatusReply.h"
 #include "service/edits/LocalFiles.h"
 #include "service/kernel/Folders.h"
 #include "service/kernel/OpenFiles.h"
@@ -35,6 +37,7 @@ struct ControlParts {
   std::string domain;
   std::string mountPoint;
   bool readWrite = false;
+  std::vector<control::KeptAccount> kept;
   // Takes the mount away; without one there is nothing in the way.
   std::function<control::UnmountReply(const control::UnmountRequest&)> leave;
   // Has the next round of the housekeeping begin at once.

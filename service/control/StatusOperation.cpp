@@ -127,6 +127,7 @@ StatusReply status(const ControlParts& parts) {
   reply.downloads = downloadStatus(parts);
   reply.errors = failedDownloads(parts);
   reply.uploads = uploadStatus(parts);
+  reply.kept = parts.kept;
   return reply;
 }
 

@@ -92,6 +92,16 @@ void from_json(const json& from, UploadStatus& uploads) {
   getIfThere(from, "changes", uploads.changes);
 }
 
+void to_json(json& to, const KeptAccount& kept) {
+  to = {{"container", kept.container}, {"changes", kept.changes}, {"files", kept.files}};
+}
+
+void from_json(const json& from, KeptAccount& kept) {
+  getIfThere(from, "container", kept.container);
+  getIfThere(from, "changes", kept.changes);
+  getIfThere(from, "files", kept.files);
+}
+
 void to_json(json& to, const StatusReply& reply) {
   to = joined(reply.outcome, reply.listing, reply.downloads, reply.uploads);
   to["domain"] = reply.domain;
@@ -102,6 +112,7 @@ void to_json(json& to, const StatusReply& reply) {
   to["kernelFolders"] = reply.kernelFolders;
   to["cache"] = reply.cache;
   to["errors"] = reply.errors;
+  if (!reply.kept.empty()) to["kept"] = reply.kept;
 }
 
 void from_json(const json& from, StatusReply& reply) {
@@ -117,6 +128,7 @@ void from_json(const json& from, StatusReply& reply) {
   getIfThere(from, "kernelFolders", reply.kernelFolders);
   getIfThere(from, "cache", reply.cache);
   getIfThere(from, "errors", reply.errors);
+  getIfThere(from, "kept", reply.kept);
 }
 
 }  // namespace tulo::control

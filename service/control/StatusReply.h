@@ -80,6 +80,15 @@ struct UploadStatus {
   bool operator==(const UploadStatus&) const = default;
 };
 
+// Unsent changes of another account that was mounted under the same name before.
+struct KeptAccount {
+  std::string container;
+  std::int64_t changes = 0;
+  std::string files;  // a folder with the changed files
+
+  bool operator==(const KeptAccount&) const = default;
+};
+
 struct StatusReply {
   Outcome outcome;
   std::string domain;
@@ -94,6 +103,7 @@ struct StatusReply {
   UploadStatus uploads;
   // Files whose last download failed for good.
   Failures errors;
+  std::vector<KeptAccount> kept;
 
   bool operator==(const StatusReply&) const = default;
 };
@@ -108,6 +118,8 @@ void to_json(nlohmann::json& json, const DownloadStatus& downloads);
 void from_json(const nlohmann::json& json, DownloadStatus& downloads);
 void to_json(nlohmann::json& json, const UploadStatus& uploads);
 void from_json(const nlohmann::json& json, UploadStatus& uploads);
+void to_json(nlohmann::json& json, const KeptAccount& kept);
+void from_json(const nlohmann::json& json, KeptAccount& kept);
 void to_json(nlohmann::json& json, const StatusReply& reply);
 void from_json(const nlohmann::json& json, StatusReply& reply);
 

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "host/base/HostError.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -23,6 +24,15 @@ class IndexDatabaseTest : public testing::Test {
   std::int64_t committed() {
     return sqlite::Connection(path_, sqlite::Connection::Mode::readOnly)
         .integer("SELECT count(*) FROM host_numbers");
+  }
+
+  std::vector<std::string> identities() {
+    sqlite::Connection reader(path_, sqlite::Connection::Mode::readOnly);
+    sqlite::Statement row = reader.prepare("SELECT id FROM host_identity");
+    std::vector<std::string> result;
+    while (row.step())
+      result.emplace_back(row.text(0));
+    return result;
   }
 
   const test::TemporaryDirectory directory_;
@@ -107,6 +117,25 @@ TEST_F(IndexDatabaseTest, ACheckpointLeavesEverythingInOneFile) {
 TEST_F(IndexDatabaseTest, TheLogsFilesStayForReaders) {
   { const IndexDatabase database(path_, ownTable); }
   EXPECT_TRUE(fs::exists(path_ + "-wal"));
+}
+
+TEST_F(IndexDatabaseTest, IsMadeWithItsIdentityAndKeepsIt) {
+  {
+    IndexDatabase database(path_, ownTable, "it's mine");
+    EXPECT_EQ(identities(), (std::vector<std::string>{"it's mine"}));
+    database.identify("another");
+    database.commit();
+  }
+  const IndexDatabase again(path_, ownTable, "another");
+  EXPECT_EQ(identities(), (std::vector<std::string>{"it's mine"}));
+}
+
+TEST_F(IndexDatabaseTest, AnIndexOfAnEarlierVersionGetsItsIdentityLater) {
+  { const IndexDatabase database(path_, ownTable); }
+  IndexDatabase database(path_, ownTable, "not asked for before it is known to be right");
+  database.identify("mine");
+  database.commit();
+  EXPECT_EQ(identities(), (std::vector<std::string>{"mine"}));
 }
 
 TEST_F(IndexDatabaseTest, WhatAnotherProgramHasMadeIsRefused) {
