@@ -27,7 +27,7 @@ sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
 from harness import Failure, expect  # noqa: E402
-from jumps import DayClock, is_fast  # noqa: E402
+from jumps import DayClock, has_clock  # noqa: E402
 from proof import arguments_of, prove  # noqa: E402
 from sides import EXPECTED, FOLDERS, Here, Pair, There  # noqa: E402
 from twosided import quiet  # noqa: E402
@@ -128,33 +128,45 @@ class Trouble:
         self.a_while()
         resource.prlimit(mount.pid, resource.RLIMIT_NOFILE, before)
 
-    def _index(self, put):
+    def do_index_away(self):
         os.rename(self.index, self.aside)
-        put()
         self.a_while()
         os.rename(self.aside, self.index)
 
-    def do_index_away(self):
-        self._index(lambda: None)
+    def _another_index(self, put):
+        """Puts another file in the index's place, without the log of the real one beside it.
+
+        Whoever opens an empty database removes the log that lies there, as SQLite has it.
+        """
+        parts = ["", "-wal", "-shm"]
+        for part in parts:
+            os.rename(self.index + part, self.aside + part)
+        put()
+        self.a_while()
+        for part in parts:
+            if os.path.exists(self.index + part):
+                os.unlink(self.index + part)
+        # The log first: the index is never there without it.
+        for part in reversed(parts):
+            os.rename(self.aside + part, self.index + part)
 
     def do_index_emptied(self):
-        self._index(lambda: open(self.index, "wb").close())
+        self._another_index(lambda: open(self.index, "wb").close())
 
     def do_index_cut_short(self):
         def put():
             shutil.copy(self.aside, self.index)
             os.truncate(self.index, os.path.getsize(self.index) // 8192 * 4096)
 
-        self._index(put)
+        self._another_index(put)
 
     def do_index_without_tables(self):
         def put():
-            connection = sqlite3.connect(self.index + ".new")
+            connection = sqlite3.connect(self.index)
             connection.execute("CREATE TABLE other(x)")
             connection.close()
-            os.rename(self.index + ".new", self.index)
 
-        self._index(put)
+        self._another_index(put)
 
     def do_index_locked(self):
         connection = sqlite3.connect(self.index, timeout=1, isolation_level=None)
@@ -211,7 +223,7 @@ def check(box, seed, seconds, pairs, only=None):
     mount = box.mount("--no-thumbnails")
     # All that happens here is an error to the service.
     mount.allowed_errors.append("^error ")
-    expect(is_fast(box, mount.pid), "the service has the clock of the test")
+    expect(has_clock(box, mount.pid), "the service has the clock of the test")
     aside = box.file("aside")
     os.makedirs(aside)
     couples = [TroubledPair(box, seed * 100 + number, aside) for number in range(pairs)]
@@ -230,11 +242,11 @@ def check(box, seed, seconds, pairs, only=None):
         couple.holder.release()
     quiet(box)
     failures = [each for couple in couples for each in couple.verdict()]
+    told = ", ".join(f"{kind} {count}" for kind, count in sorted(trouble.counts.items()))
     if failures:
-        raise Failure("\n\n".join(failures))
+        raise Failure("\n\n".join([told, *failures]))
     done = sum(side.done for couple in couples for side in couple.sides)
     kept = sum(len(couple.versions.kept) for couple in couples)
-    told = ", ".join(f"{kind} {count}" for kind, count in sorted(trouble.counts.items()))
     return f"{done} operations, {kept} versions closed or forced, nothing lost; {told}"
 
 
