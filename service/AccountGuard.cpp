@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "service/base/ServiceLog.h"
+#include "service/errors/ContentError.h"
 
 namespace tulo {
 
@@ -53,6 +54,18 @@ std::string AccountGuard::lookedAt() const {
   return fileMark(source_.directory) + ' ' + fileMark(source_.directory + '/' + source_.database);
 }
 
+void AccountGuard::learn(const AccountIdentity& found) {
+  const AccountIdentity known = joined(known_, found);
+  if (known == known_) return;
+  known_ = known;
+  try {
+    writeIdentity(note_, known_);
+  } catch (const ContentError& error) {
+    // The next start learns it again.
+    serviceLog().error("cannot note whose the replica is: %{public}@", {error.what()});
+  }
+}
+
 bool AccountGuard::holds() {
   const MutexLock lock(mutex_);
   const std::string now = lookedAt();
@@ -60,10 +73,7 @@ bool AccountGuard::holds() {
   if (now == seen_ && (!known_.account.empty() || !holds_)) return holds_;
   const AccountIdentity found = identityAt(source_.directory, source_.database);
   const bool fits = areOfOneAccount(known_, found);
-  if (fits && joined(known_, found) != known_) {
-    known_ = joined(known_, found);
-    writeIdentity(note_, known_);
-  }
+  if (fits) learn(found);
   if (!fits && holds_) {
     serviceLog().error(
         "%{public}@ has another account than the one that is mounted; nothing is sent to it, and "

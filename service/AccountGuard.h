@@ -34,6 +34,7 @@ class AccountGuard {
   // Which files the last answer was about.
   std::string lookedAt() const;
   void tell(AccountFolder::Change change);
+  void learn(const AccountIdentity& found) TULO_REQUIRES(mutex_);
 
   const std::string note_;
   const SourceFiles source_;

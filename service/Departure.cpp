@@ -13,7 +13,7 @@ using control::UnmountReply;
 constexpr milliseconds kDetaching{25000};
 // Where a system that ends waits for the service, too.
 constexpr milliseconds kDetachingAtEnd{5000};
-constexpr milliseconds kWritingBack{5000};
+constexpr milliseconds kWritingBack{8000};
 // After the last user is gone the kernel closes the connection at once.
 constexpr milliseconds kClosing{500};
 constexpr milliseconds kRhythm{20};
@@ -58,7 +58,7 @@ UnmountReply Departure::leaveLazily() {
 UnmountReply Departure::leaveByForce() {
   UnmountReply reply{control::Outcome::good()};
   reply.programs = programs();
-  reply.notWritten = !mount_.point().writeBack(kWritingBack);
+  reply.notWritten = !mount_.writeBack(kWritingBack);
   return reply;
 }
 
@@ -71,7 +71,7 @@ void Departure::prepareEnd(milliseconds grace) {
     serviceLog().info("ends while %{public}@ (process %d) uses %{public}@",
                       {program.name, program.process, program.path});
   awaitWriters(grace);
-  if (hasEnded(milliseconds(0)) || point.writeBack(kWritingBack)) return;
+  if (hasEnded(milliseconds(0)) || mount_.writeBack(kWritingBack)) return;
   serviceLog().error("what programs have written through mappings was not handed over in time", {});
 }
 

@@ -30,6 +30,11 @@ bool sameUser(int descriptor) {
          (peer.uid == ::getuid() || peer.uid == 0);
 }
 
+bool isListenedOn(const sockaddr_un& address) {
+  const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  return ::connect(socket.get(), control::generic(address), sizeof address) == 0 || errno == EAGAIN;
+}
+
 }  // namespace
 
 ControlServer::ControlServer(const std::string& path, Handler handler)
@@ -39,7 +44,9 @@ ControlServer::ControlServer(const std::string& path, Handler handler)
       wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   const sockaddr_un address = control::addressOf(path_);
   paths::createPrivateDirectory(path_.substr(0, path_.rfind('/')));
-  // The domain's lock is held, so whoever bound it before is gone.
+  // The domain's lock is held, so whoever bound it before is gone; but a service whose state lies
+  // elsewhere has another lock.
+  if (isListenedOn(address)) throw ServiceError("another service listens on " + path_);
   ::unlink(path_.c_str());
   const mode_t mask = ::umask(0177);
   const int result = ::bind(listener_.get(), control::generic(address), sizeof address);

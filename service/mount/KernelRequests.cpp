@@ -30,8 +30,10 @@ KernelRequests::~KernelRequests() {
 }
 
 RequestSource::Taken KernelRequests::take(unsigned slot) {
+  ++busy_;
   const int result = fuse_session_receive_buf(session_, &buffers_[slot]);
   if (result > 0) return Taken::request;
+  --busy_;
   return result == -EAGAIN || result == -EINTR ? Taken::nothing : Taken::end;
 }
 
@@ -44,8 +46,18 @@ void KernelRequests::wake() {
   ::eventfd_write(wake_.get(), 1);
 }
 
+// Counted from before a request is taken, so that none is overlooked between the two.
+bool KernelRequests::isIdle() const {
+  const std::uint64_t handled = handled_;
+  pollfd device = {device_, POLLIN, 0};
+  const bool waits = ::poll(&device, 1, 0) > 0 && (device.revents & POLLIN) != 0;
+  return !waits && busy_ == 0 && handled == handled_;
+}
+
 void KernelRequests::handle(unsigned slot) {
   fuse_session_process_buf(session_, &buffers_[slot]);
+  ++handled_;
+  --busy_;
 }
 
 }  // namespace tulo

@@ -3,6 +3,8 @@
 // Threads: as RequestSource says. Lifetime: the session outlives it.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <vector>
 
 #include "platform/linux/FileDescriptor.h"
@@ -22,6 +24,9 @@ class KernelRequests final : public RequestSource {
   Taken take(unsigned slot) override;
   void await() override;
   void wake() override;
+
+  // Whether every request that has come so far was handled. Any thread.
+  bool isIdle() const;
   void handle(unsigned slot) override;
 
  private:
@@ -29,6 +34,9 @@ class KernelRequests final : public RequestSource {
   const int device_;
   const FileDescriptor wake_;
   std::vector<fuse_buf> buffers_;
+  // How many threads take a request or handle one, and how many were handled.
+  std::atomic<unsigned> busy_ = 0;
+  std::atomic<std::uint64_t> handled_ = 0;
 };
 
 }  // namespace tulo

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include "service/mount/Handlers.h"
@@ -17,6 +18,8 @@
 namespace tulo {
 
 namespace {
+
+constexpr milliseconds kRhythm{1};
 
 struct SessionDeleter {
   void operator()(fuse_session* session) const { fuse_session_destroy(session); }
@@ -103,6 +106,17 @@ void Mount::abort() {
 
 const MountPoint& Mount::point() const {
   return session_->point;
+}
+
+bool Mount::writeBack(milliseconds patience) const {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  if (!session_->point.writeBack(patience)) return false;
+  // The kernel has handed it over then, but need not have waited until it was taken.
+  while (!session_->requests->isIdle()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(kRhythm);
+  }
+  return true;
 }
 
 std::vector<MountUser> Mount::users() const {

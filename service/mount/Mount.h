@@ -32,6 +32,9 @@ class Mount final {
   void abort();
 
   const MountPoint& point() const;
+  // Has the kernel hand over what programs wrote through mappings. False when not all of it was
+  // here within the time. While run() serves.
+  bool writeBack(milliseconds patience) const;
   // The programs that use it, also after it was taken from its place.
   std::vector<MountUser> users() const;
 

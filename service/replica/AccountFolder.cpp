@@ -63,7 +63,7 @@ AccountFolder::Change AccountFolder::settle(const AccountIdentity& found) {
   const auto noted = readIdentity(path(kNote));
   if (!noted || belongsHere(*noted, found)) {
     const AccountIdentity known = noted ? joined(*noted, found) : found;
-    if (known != noted) writeIdentity(path(kNote), known);
+    if (known != noted) noteIfPossible(known);
     return Change::none;
   }
   const Change left = leave();
@@ -71,6 +71,15 @@ AccountFolder::Change AccountFolder::settle(const AccountIdentity& found) {
   const auto former = readIdentity(path(kNote));
   writeIdentity(path(kNote), former ? joined(*former, found) : found);
   return returned && left == Change::begun ? Change::returned : left;
+}
+
+// What is here is of the account anyway, so a full disk must not keep a service from starting.
+void AccountFolder::noteIfPossible(const AccountIdentity& identity) const {
+  try {
+    writeIdentity(path(kNote), identity);
+  } catch (const ContentError& error) {
+    serviceLog().error("cannot note whose the replica is: %{public}@", {error.what()});
+  }
 }
 
 // One that is kept and is surely of this account comes before one that only seems to be.

@@ -44,6 +44,7 @@ class AccountFolder {
  private:
   std::string path(const std::string& name) const { return directory_ + '/' + name; }
   void resume() const;
+  void noteIfPossible(const AccountIdentity& identity) const;
   bool belongsHere(const AccountIdentity& noted, const AccountIdentity& found) const;
   Change leave() const;
   void setAside() const;

@@ -79,6 +79,15 @@ TEST_F(AccountGuardTest, AnotherContainerInItsPlaceIsAnotherAccount) {
   EXPECT_FALSE(guard.holds());
 }
 
+TEST_F(AccountGuardTest, ADiskWithoutRoomForTheNoteStopsNobody) {
+  fs::create_directories(state + "/account.new/in the way");
+  AccountGuard guard(state, source());
+  index("ann");
+  EXPECT_TRUE(guard.holds());
+  index("bob");
+  EXPECT_FALSE(guard.holds()) << "it is known all the same";
+}
+
 TEST_F(AccountGuardTest, WhatIsKeptIsTold) {
   index("ann");
   { const AccountGuard guard(state, source()); }

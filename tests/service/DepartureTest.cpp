@@ -1,7 +1,9 @@
 #include "service/Departure.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <cstring>
 #include <thread>
 
 #include "tests/service/support/MountFixture.h"
@@ -112,6 +114,21 @@ TEST_F(DepartureTest, WhoWaitsForWritersStopsWhenRequestsEnd) {
   std::thread ending([&] { departure->prepareEnd(std::chrono::minutes(10)); });
   departure->ended();
   ending.join();
+}
+
+// More than the kernel hands over at a time, so it is not there yet when that has been told to.
+TEST_F(DepartureTest, WhatIsMappedIsHereBeforeAnybodyIsCutOff) {
+  constexpr std::size_t kSize = 96 << 20;
+  const FileDescriptor file(::open(at("a").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+  ASSERT_EQ(::ftruncate(file.get(), kSize), 0);
+  void* memory = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
+  ASSERT_NE(memory, MAP_FAILED);
+  std::memset(memory, 'x', kSize);
+  EXPECT_FALSE(departure->leave({Leaving::byForce}).notWritten);
+  list();
+  const std::string here = contentsOf(named("a"));
+  EXPECT_TRUE(here == std::string(kSize, 'x')) << here.size();
+  ::munmap(memory, kSize);
 }
 
 TEST_F(DepartureTest, AnOrderIsAnsweredBeforeTheEnd) {

@@ -165,7 +165,8 @@ def what_is_written_through_a_mapping_survives_every_way_out(box):
             lambda mount: mount.signal(signal.SIGINT))):
         mount = box.mount(point=box.file("m"), name=f"mapped{number}")
         name = f"mapped{number}"
-        memory = mapped(box, name)
+        # More than the kernel hands over at a time.
+        memory = mapped(box, name, 64 << 20)
         data = (b"%d" % number) * len(memory)
         memory[:] = data
         leave(mount)
@@ -311,3 +312,21 @@ def a_mount_waits_for_one_that_programs_keep(box):
     box.mounts.clear()
     expect_equal(read(os.path.join(mount.point, "a")), b"a", "contents")
     box.tulo("unmount", mount.point)
+
+
+@case
+def a_service_with_its_state_elsewhere_takes_nothing_over(box):
+    box.write("a", b"a")
+    box.start_host()
+    mount = box.mount()
+    os.mkdir(box.file("other"))
+    os.mkdir(box.file("other state"))
+    environment = dict(box.environment, XDG_STATE_HOME=box.file("other state"))
+    result = subprocess.run([box.program, "mount", box.file("other"), "--container",
+                             box.container], env=environment, check=False, capture_output=True)
+    expect_equal(result.returncode, 1, "exit status")
+    expect(b"another service" in result.stderr, f"{result.stderr!r} says why")
+    expect(not is_mounted(box.file("other")), "nothing is mounted by it")
+    expect(box.path() in box.tulo("status").stdout.decode(), "the first one still answers")
+    box.tulo("unmount", mount.point)
+    expect_equal(mount.wait(), 0, "exit status of the first service")

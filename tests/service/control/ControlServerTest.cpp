@@ -154,6 +154,13 @@ TEST_F(ControlServerTest, StoppingEndsTheConnectionsThatAreIdle) {
   EXPECT_NE(::access(path.c_str(), F_OK), 0);
 }
 
+TEST_F(ControlServerTest, ASocketThatSomebodyListensOnIsNotTakenOver) {
+  serveEcho();
+  EXPECT_THROW(ControlServer(path, [](const auto&, const auto&) {}), ServiceError);
+  ControlClient client(path);
+  EXPECT_EQ(asked(client, "still here"), "still here");
+}
+
 TEST_F(ControlServerTest, ASocketThatNobodyListensOnIsReplaced) {
   writeFile(directory.file("left"), "");
   path = directory.file("left");

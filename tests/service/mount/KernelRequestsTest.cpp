@@ -39,6 +39,18 @@ TEST_F(KernelRequestsTest, ARequestIsTakenAndThenHandled) {
   EXPECT_EQ(kernel.await(ticket).error, EBUSY);
 }
 
+TEST_F(KernelRequestsTest, ItIsIdleWhenWhatHasComeWasHandled) {
+  EXPECT_TRUE(requests.isIdle());
+  const Kernel::Ticket ticket = kernel.post(FUSE_STATFS, kRootNode);
+  requests.await();
+  EXPECT_FALSE(requests.isIdle()) << "it waits";
+  EXPECT_EQ(requests.take(0), Taken::request);
+  EXPECT_FALSE(requests.isIdle()) << "it is being handled";
+  requests.handle(0);
+  EXPECT_TRUE(requests.isIdle());
+  EXPECT_EQ(kernel.await(ticket).error, EBUSY);
+}
+
 TEST_F(KernelRequestsTest, EachSlotKeepsItsRequest) {
   const Kernel::Ticket first = kernel.post(FUSE_STATFS, kRootNode);
   EXPECT_EQ(requests.take(0), Taken::request);
