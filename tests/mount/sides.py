@@ -239,8 +239,10 @@ class Pair:
         self.sides = [self.here(self.here_root, self.versions, seed),
                       self.there(self.there_root, self.versions, seed, aside)]
 
-    def run(self, goes_on):
+    def wait_until_shown(self):
         eventually(lambda: os.path.isdir(os.path.join(self.here_root, FOLDERS[0])), "shown")
+
+    def run(self, goes_on):
         threads = [threading.Thread(target=side.run, args=(goes_on,)) for side in self.sides]
         for thread in threads:
             thread.start()
@@ -257,6 +259,7 @@ class Pair:
     def wrong(self):
         """What is amiss once it is quiet, in words."""
         parts = [f"{side.name}: {side.error!r}" for side in self.sides if side.error]
+        parts += [f"{side.name} has done nothing" for side in self.sides if not side.done]
         try:
             eventually(self.is_same, "both sides are the same", 20)
         except Failure:

@@ -227,6 +227,8 @@ def check(box, seed, seconds, pairs, only=None):
     aside = box.file("aside")
     os.makedirs(aside)
     couples = [TroubledPair(box, seed * 100 + number, aside) for number in range(pairs)]
+    for couple in couples:
+        couple.wait_until_shown()
     trouble = Trouble(box, clock, seed)
     unknown = set(only or []) - set(trouble.kinds())
     expect(not unknown, f"no such trouble: {sorted(unknown)}, but {trouble.kinds()}")

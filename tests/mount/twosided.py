@@ -41,6 +41,8 @@ def check(box, seed, seeds, steps, at_once):
     done, failures = 0, []
     for first in range(seed, seed + seeds, at_once):
         pairs = [Pair(box, each, aside) for each in range(first, min(first + at_once, seed + seeds))]
+        for pair in pairs:
+            pair.wait_until_shown()
         threads = [threading.Thread(target=pair.run, args=(lambda tried: tried < steps,))
                    for pair in pairs]
         for thread in threads:
