@@ -55,6 +55,15 @@ TEST(StatusReplyTest, AStatusComesOutAsItWentIn) {
   EXPECT_EQ(json::parse(json(full()).dump()).get<StatusReply>(), full());
 }
 
+TEST(StatusReplyTest, WhatIsKeptOfAnotherAccountIsToldWhereThereIsAny) {
+  StatusReply reply;
+  EXPECT_FALSE(json(reply).contains("kept"));
+  reply.kept = {{"/containers/ann", 3, "/state/kept/1/files"}};
+  EXPECT_EQ(json(reply)["kept"].dump(),
+            R"([{"changes":3,"container":"/containers/ann","files":"/state/kept/1/files"}])");
+  EXPECT_EQ(json::parse(json(reply).dump()).get<StatusReply>().kept, reply.kept);
+}
+
 TEST(StatusReplyTest, MissingFieldsLeaveAnIdleAccount) {
   const auto reply = json::parse(R"({"ok":true,"mountPoint":"/m","later":1})").get<StatusReply>();
   StatusReply idle;
