@@ -10,6 +10,7 @@ import random
 import re
 import threading
 import time
+import traceback
 
 from harness import Failure, eventually
 from load import RENAME_EXCHANGE, RENAME_NOREPLACE, rename2
@@ -68,8 +69,8 @@ class Side:
                         raise
                 if self.random.random() < 0.6:
                     time.sleep(self.random.uniform(0, 0.25))
-        except BaseException as error:  # pylint: disable=broad-except
-            self.error = error
+        except BaseException:  # pylint: disable=broad-except
+            self.error = traceback.format_exc()
 
     def make_folder(self):
         path = self.path(FOLDERS)
@@ -258,7 +259,7 @@ class Pair:
 
     def wrong(self):
         """What is amiss once it is quiet, in words."""
-        parts = [f"{side.name}: {side.error!r}" for side in self.sides if side.error]
+        parts = [f"{side.name}: {side.error}" for side in self.sides if side.error]
         parts += [f"{side.name} has done nothing" for side in self.sides if not side.done]
         try:
             eventually(self.is_same, "both sides are the same", 20)
