@@ -1,13 +1,16 @@
 """What cannot be read is not gone: an index that comes and goes, and one that is another's."""
 
 import os
+import random
 import resource
+import shutil
 import sqlite3
 import subprocess
+import threading
 import time
 
 from harness import case, error_of, eventually, expect, expect_equal, read
-from writing import host_tree, status, writable
+from writing import difference, host_tree, status, tree, writable
 
 
 def index(box):
@@ -264,3 +267,109 @@ def changes_survive_an_account_that_is_set_up_again(box):
                "the same names on both sides")
     expect_equal(os.stat(box.path("same.txt")).st_ino, number, "number of what was not changed")
     expect_equal(box.state_of("same.txt", "pinned"), "1", "pinned still")
+
+
+class ComingAndGoing:
+    """Takes the index away again and again, each time for a moment."""
+
+    def __init__(self, box, seed):
+        self.path = index(box)
+        self.chance = random.Random(seed)
+        self.stopping = threading.Event()
+        self.thread = threading.Thread(target=self.run)
+
+    def run(self):
+        while not self.stopping.is_set():
+            time.sleep(self.chance.uniform(0.01, 0.15))
+            os.rename(self.path, self.path + ".away")
+            time.sleep(self.chance.uniform(0.005, 0.3))
+            os.rename(self.path + ".away", self.path)
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.stopping.set()
+        self.thread.join()
+
+
+def change_something(box, wanted, chance, number):
+    """One change of a program, in the mount and in what is wanted of it."""
+    kind = chance.choice(("make", "make", "edit", "rename", "move", "delete"))
+    folder = chance.choice(("", "folder/", "folder/deep/"))
+    name = chance.choice([name for name, data in wanted.items() if data is not None])
+    fresh = f"{folder}{kind} {number}.txt"
+    if kind == "make":
+        wanted[fresh] = f"made {number}".encode()
+        put(box.path(fresh), wanted[fresh])
+    elif kind == "edit":
+        wanted[name] = f"edited {number} ".encode() * chance.randint(1, 20)
+        put(box.path(name), wanted[name])
+    elif kind == "delete":
+        os.unlink(box.path(name))
+        del wanted[name]
+    else:
+        os.rename(box.path(name), box.path(fresh))
+        wanted[fresh] = wanted.pop(name)
+
+
+@case
+def changes_while_the_index_comes_and_goes(box):
+    wanted = {f"{folder}{number}.txt": f"{folder}{number}".encode()
+              for folder in ("", "folder/", "folder/deep/") for number in range(10)}
+    for name, data in wanted.items():
+        box.write(name, data)
+    wanted.update({"folder": None, "folder/deep": None})
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    eventually(lambda: tree(box.path()) == wanted, "all is here")
+    chance = random.Random(11)
+    with ComingAndGoing(box, 12):
+        for number in range(150):
+            change_something(box, wanted, chance, number)
+            if number % 5 == 0:
+                known = sorted(name for name in wanted if "/" not in name)
+                expect_equal(names(box), known, "names meanwhile")
+            time.sleep(chance.uniform(0, 0.1))
+    flush(box, 90)
+    expect(not difference(host_tree(box), wanted),
+           f"the host has {difference(host_tree(box), wanted)}")
+    eventually(lambda: not difference(tree(box.path()), wanted), "the mount shows the same")
+
+
+@case
+def a_changed_tree_survives_an_account_that_is_set_up_again(box):
+    for name in ("renamed/edited.txt", "renamed/same.txt", "from/moved.txt", "from/deep/same.txt",
+                 "going/deep/a.txt", "going/b.txt", "saved.txt"):
+        box.write(name, f"{name} of the host".encode())
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    wanted = tree(box.path())
+    box.host.kill()
+    os.rename(box.path("renamed"), box.path("other name"))
+    put(box.path("other name/edited.txt"), b"edited here")
+    os.mkdir(box.path("to"))
+    put(box.path("to/new.txt"), b"new")
+    os.rename(box.path("from/moved.txt"), box.path("to/moved.txt"))
+    shutil.rmtree(box.path("going"))
+    put(box.path("saved.txt.part"), b"saved here")
+    os.rename(box.path("saved.txt.part"), box.path("saved.txt"))
+    box.remount("--no-thumbnails").allowed_errors.append(".*")
+    for name in os.listdir(box.container):
+        if name.startswith("state.db"):
+            os.unlink(os.path.join(box.container, name))
+    box.start_host()
+    flush(box, 90)
+    host = host_tree(box)
+    expect("renamed" not in host and "going" not in host, f"renamed and deleted: {sorted(host)}")
+    expect_equal(host.get("other name/same.txt"), wanted["renamed/same.txt"], "in what was renamed")
+    expect_equal(host.get("to/moved.txt"), wanted["from/moved.txt"], "what was moved")
+    expect("from/moved.txt" not in host, "it is not there any more")
+    expect_equal(host.get("to/new.txt"), b"new", "what is new")
+    expect_equal(host.get("from/deep/same.txt"), wanted["from/deep/same.txt"], "what nobody changed")
+    for data in (b"edited here", b"saved here"):
+        expect_equal(list(host.values()).count(data), 1, f"files with {data!r} in {sorted(host)}")
+    eventually(lambda: not difference(tree(box.path()), host), "both sides show the same")
