@@ -74,6 +74,11 @@ void Folders::setWatched(const std::vector<NodeId>& folders) {
     states_[folder].watched = true;
 }
 
+void Folders::watch(NodeId folder) {
+  const MutexLock lock(mutex_);
+  states_[folder].watched = true;
+}
+
 std::vector<NodeId> Folders::olderThan(std::uint64_t generation) const {
   std::vector<std::pair<std::uint64_t, NodeId>> found;
   {

@@ -41,6 +41,8 @@ class Folders {
 
   // The folders that are kept up to date although the kernel may not know them.
   void setWatched(const std::vector<NodeId>& folders);
+  // One more of them.
+  void watch(NodeId folder);
 
   // The folders known to the kernel or watched that are older than the generation, most recently
   // used first.

@@ -169,6 +169,7 @@ void Lister::finish(const AttemptPointer& attempt, int error) {
   if (error == 0 || attempt->folder.listed != 0) {
     parts_.folders.setVerified(folder, attempt->stamp.generation);
   }
+  if (error == 0 && attempt->folder.kept) parts_.folders.watch(folder);
   if (error != 0 && error != ESTALE) parts_.plan.tryAgain(folder);
   {
     const MutexLock lock(mutex_);

@@ -174,6 +174,22 @@ TEST_F(ListerTest, TellsWhereSomethingTurnedOutToBeDifferent) {
   EXPECT_EQ(told, std::vector<NodeId>{kRootNode});
 }
 
+TEST_F(ListerTest, AFolderThatAppearsInOneThatIsKeptIsKeptUpToDateAsWell) {
+  extension->folder("f:1", "Docs");
+  refresh();
+  ASSERT_EQ(engine->pins().setPinned(idOf("f:1"), true), 0);
+  extension->folder("f:2", "Deep", "f:1");
+  commit();
+  refresh(idOf("f:1"));
+  // The housekeeping lists what it has never seen.
+  refresh(idOf("f:2"));
+  extension->file("i:1", "later.txt", "x", "f:2");
+  commit();
+  while (engine->sync().sweepStep()) {
+  }
+  EXPECT_EQ(names(idOf("f:2")).size(), 1U);
+}
+
 TEST_F(DoubtedListerTest, WhatIsMissingWhileTheSourceCannotBeReadStays) {
   ASSERT_EQ(refresh(), 0);
   for (const int number : {EMFILE, EIO, EHOSTDOWN}) {
