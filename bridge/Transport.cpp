@@ -1,9 +1,11 @@
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -25,9 +27,31 @@ namespace {
 // that a container which works here works there.
 constexpr std::size_t longestSocketPath = 103;
 
+// A program that is started while an exchange runs does not get the socket: it would keep the
+// connection open for as long as it lives.
+int privateSocket() {
+#ifdef SOCK_CLOEXEC
+  return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+#else
+  const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  if (descriptor >= 0) ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  return descriptor;
+#endif
+}
+
+// What the call gives once no signal has interrupted it. A process that is stopped and goes on is
+// such a signal on some systems, and says nothing of the exchange.
+template <typename Call>
+ssize_t uninterrupted(const Call& call) {
+  for (;;) {
+    const ssize_t result = call();
+    if (result >= 0 || errno != EINTR) return result;
+  }
+}
+
 class Socket {
  public:
-  Socket() : descriptor_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+  Socket() : descriptor_(privateSocket()) {
     if (descriptor_ < 0) throw HostBridgeError::unreachable();
   }
   ~Socket() { ::close(descriptor_); }
@@ -57,7 +81,8 @@ class Socket {
 
   void sendAll(const std::string& bytes) {
     for (std::size_t offset = 0; offset < bytes.size();) {
-      const ssize_t sent = ::send(descriptor_, bytes.data() + offset, bytes.size() - offset, 0);
+      const ssize_t sent = uninterrupted(
+          [&] { return ::send(descriptor_, bytes.data() + offset, bytes.size() - offset, 0); });
       if (sent < 1) throw HostBridgeError::unreachable();
       offset += static_cast<std::size_t>(sent);
     }
@@ -68,7 +93,8 @@ class Socket {
     std::array<char, 4096> chunk{};
     std::string reply;
     for (;;) {
-      const ssize_t received = ::recv(descriptor_, chunk.data(), chunk.size(), 0);
+      const ssize_t received =
+          uninterrupted([&] { return ::recv(descriptor_, chunk.data(), chunk.size(), 0); });
       if (received <= 0) return reply;
       reply.append(chunk.data(), static_cast<std::size_t>(received));
       if (reply.back() == '\n') return reply;

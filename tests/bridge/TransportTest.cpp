@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -435,58 +436,89 @@ TEST_F(TransportTest, ATimeoutThatIsNoNumberMattersOnlyOnceConnected) {
   EXPECT_EQ(outcomeOf(std::nan("")), "unreachable");
 }
 
-// Sends the thread signals, whose handler does nothing, until it has done its work.
+// Sends a thread signals, whose handler does nothing but count.
 class Interrupter {
  public:
   Interrupter() {
+    handled = 0;
     struct sigaction action {};
-    action.sa_handler = [](int) {};
+    action.sa_handler = [](int) { ++handled; };
     ::sigaction(SIGUSR1, &action, &before_);
   }
   ~Interrupter() { ::sigaction(SIGUSR1, &before_, nullptr); }
   Interrupter(const Interrupter&) = delete;
   Interrupter& operator=(const Interrupter&) = delete;
 
-  static void interruptUntil(std::thread& thread, const std::atomic<bool>& isDone) {
+  // Several times, in a call that waits.
+  static void interrupt(std::thread& thread) {
+    const int before = handled;
     EXPECT_TRUE(eventually([&] {
-      if (!isDone) ::pthread_kill(thread.native_handle(), SIGUSR1);
-      return isDone.load();
+      ::pthread_kill(thread.native_handle(), SIGUSR1);
+      return handled >= before + 5;
     }));
-    thread.join();
   }
 
  private:
+  static inline std::atomic<int> handled = 0;
   struct sigaction before_ {};
 };
 
-TEST_F(TransportTest, AnInterruptedReceiveIsNoReply) {
+TEST_F(TransportTest, AnInterruptedReceiveWaitsOnForTheReply) {
   const Interrupter interrupter;
+  Gate mayReply;
   FakeHost host(path_);
-  host.then(staysSilent());
-  std::atomic<bool> isDone = false;
+  host.then(repliesAfter(mayReply, R"({"text":"whole"})"));
   std::string thrown;
-  std::thread caller([&] {
-    thrown = outcomeOf();
-    isDone = true;
-  });
+  std::thread caller([&] { thrown = outcomeOf(); });
   ASSERT_TRUE(host.waitForRequests(1));
-  Interrupter::interruptUntil(caller, isDone);
-  EXPECT_EQ(thrown, noReply);
+  Interrupter::interrupt(caller);
+  mayReply.open();
+  caller.join();
+  EXPECT_EQ(thrown, "nothing");
 }
 
-TEST_F(TransportTest, AnInterruptedSendIsUnreachable) {
+TEST_F(TransportTest, AnInterruptedSendSendsTheRest) {
   const Interrupter interrupter;
+  Gate mayRead;
   FakeHost host(path_);
-  host.then(readsNothing());
-  std::atomic<bool> isDone = false;
+  host.then({[&](FakeHost::Peer& peer) {
+    peer.wait(mayRead);
+    peer.readRequest();
+    peer.send("{}\n");
+  }});
   std::string thrown;
-  std::thread caller([&] {
-    thrown = outcomeOf(aMinute, hugeRequest());
-    isDone = true;
-  });
+  std::thread caller([&] { thrown = outcomeOf(aMinute, hugeRequest()); });
   ASSERT_TRUE(eventually([&] { return host.connections() == 1; }));
-  Interrupter::interruptUntil(caller, isDone);
-  EXPECT_EQ(thrown, "unreachable");
+  Interrupter::interrupt(caller);
+  mayRead.open();
+  caller.join();
+  EXPECT_EQ(thrown, "nothing");
+  EXPECT_EQ(host.requests().front(), platform::JSONSerialization::data(hugeRequest()));
+}
+
+// Whether the descriptor is connected to the socket of that path.
+bool leadsTo(int descriptor, const std::string& path) {
+  sockaddr_un peer{};
+  socklen_t size = sizeof peer;
+  return ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+         peer.sun_family == AF_UNIX && path == peer.sun_path;
+}
+
+TEST_F(TransportTest, AProgramThatIsStartedDoesNotGetTheSocket) {
+  Gate mayReply;
+  FakeHost host(path_);
+  host.then(repliesAfter(mayReply, "{}"));
+  std::thread caller([] { outcomeOf(); });
+  ASSERT_TRUE(host.waitForRequests(1));
+  int found = 0;
+  for (int descriptor = 0; descriptor < 4096; ++descriptor) {
+    if (!leadsTo(descriptor, path_)) continue;
+    ++found;
+    EXPECT_NE(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, 0);
+  }
+  EXPECT_EQ(found, 1);
+  mayReply.open();
+  caller.join();
 }
 
 TEST_F(TransportTest, ManyExchangesAtOnceGetTheirOwnReplies) {
