@@ -42,6 +42,9 @@ std::optional<platform::URL> download(const std::string& account, const std::str
   } catch (const std::exception& error) {
     failure = downloadError(error, ulid);
     return std::nullopt;
+  } catch (...) {
+    failure = downloadError(ForeignException(), ulid);
+    return std::nullopt;
   }
 }
 

@@ -53,6 +53,9 @@ void write(const ProgressPointer& progress, platform::MutationCompletion complet
     } catch (const std::exception& error) {
       failure = providerError(error, "", "write");
       return nullptr;
+    } catch (...) {
+      failure = providerError(ForeignException(), "", "write");
+      return nullptr;
     }
   };
   workers().async(
@@ -148,6 +151,8 @@ ProgressPointer FileProviderExtension::deleteItem(
           HostBridge::deleteItem(account, target.ulid, target.isFolder);
         } catch (const std::exception& error) {
           failure = providerError(error, target.ulid, "delete");
+        } catch (...) {
+          failure = providerError(ForeignException(), target.ulid, "delete");
         }
         completion(std::move(failure));
         progress->setCompletedUnitCount(1);

@@ -18,7 +18,7 @@ std::optional<platform::Data> thumbnail(const std::string& account,
   if (!parsed || parsed->isFolder) return std::nullopt;
   try {
     return platform::FileManager::contents(HostBridge::thumbnail(account, parsed->ulid));
-  } catch (const std::exception&) {
+  } catch (...) {
     return std::nullopt;
   }
 }
