@@ -4,6 +4,7 @@
 // Threads: pure functions.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -45,6 +46,8 @@ struct DeleteRequest {
   std::string account;
   std::string ulid;
   bool isFolder = false;
+  // When it came.
+  std::chrono::steady_clock::time_point came = std::chrono::steady_clock::now();
 };
 
 // "lock" and "unlock": sets or clears the user who holds the lock of a file, named by its path on

@@ -30,6 +30,11 @@ StagedCopy::StagedCopy(FileDescriptor folder, Claims::Claim claim, const HostLog
       stat_(statEntry(folder_.get(), name())),
       size_(sizeOfTree(folder_.get(), name())) {}
 
+DiskTime StagedCopy::begun() const {
+  if (!stat_) return std::chrono::system_clock::now();
+  return stat_->born == DiskTime() ? stat_->changed : stat_->born;
+}
+
 StagedCopy::~StagedCopy() {
   try {
     removeTree(folder_.get(), name());

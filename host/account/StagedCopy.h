@@ -29,6 +29,8 @@ class StagedCopy {
   bool isFolder() const { return stat_ && stat_->isFolder; }
   // Neither a file nor a folder: nothing that can be taken over.
   bool isOther() const { return stat_ && stat_->isOther(); }
+  // When it was begun, as far as the file system knows.
+  DiskTime begun() const;
   // The bytes in all of its files.
   std::int64_t size() const { return size_; }
 

@@ -1,5 +1,8 @@
 #include "host/folder/Mutations.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "host/base/Files.h"
 #include "host/base/HostError.h"
 #include "host/base/HostLog.h"
@@ -31,6 +34,17 @@ void Mutations::requireUnlocked(const Node& node) {
   if (isLocked) {
     throw OperationError(kind::locked, inQuotes(node.diskName) + " is locked by a user");
   }
+}
+
+void Mutations::requireSeen(const Node& node, RecentChanges::Clock::time_point look) {
+  if (node.isFolder) tree_.refreshBelow(node.ulid);
+  const std::vector<std::string> recent = tree_.recent().since(look);
+  const bool isNews = std::any_of(recent.begin(), recent.end(), [&](const std::string& ulid) {
+    return ulid == node.ulid || (node.isFolder && index_.nodes().isWithin(ulid, node.ulid));
+  });
+  if (!isNews) return;
+  throw OperationError(kind::locked,
+                       inQuotes(node.diskName) + " was changed by another program meanwhile");
 }
 
 void Mutations::requireRoom(std::int64_t more) {
@@ -87,6 +101,7 @@ Node Mutations::requireModifiable(const ModifyRequest& request, const StagedCopy
     throw BadRequest(std::string("the staged contents are ") +
                      (contents->isFolder() ? "a folder" : "a file") + ", the item is not");
   }
+  requireSeen(node, RecentChanges::lookBefore(contents->begun()));
   requireRoom(contents->size() - index_.rows().file(node.ulid).value_or(FileRow()).size);
   return node;
 }
@@ -149,6 +164,7 @@ void Mutations::replace(const Target& target, const Node& node, const WorkItem& 
 Node Mutations::requireRemovable(const DeleteRequest& request) {
   Node node = lookup_.require(request.ulid, request.isFolder);
   requireUnlocked(node);
+  requireSeen(node, RecentChanges::lookBefore(request.came));
   return node;
 }
 

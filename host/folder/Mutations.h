@@ -18,6 +18,7 @@
 #include "host/folder/Node.h"
 #include "host/folder/Placement.h"
 #include "host/folder/Places.h"
+#include "host/folder/RecentChanges.h"
 #include "host/folder/Tree.h"
 #include "host/folder/WorkItem.h"
 #include "host/index/Ulid.h"
@@ -60,6 +61,9 @@ class Mutations {
   };
 
   void requireUnlocked(const Node& node);
+  // Throws `locked` where another program changed the file, or something in the folder, since the
+  // sender of the request looked: it has to look again.
+  void requireSeen(const Node& node, RecentChanges::Clock::time_point look);
   void requireRoom(std::int64_t more);
   Node requireModifiable(const ModifyRequest& request, const StagedCopy* contents);
   std::optional<std::string> existingFolder(const std::string& parent, const std::string& name);

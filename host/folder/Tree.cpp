@@ -107,6 +107,7 @@ void Tree::reconcile(const std::string& parent, const std::string& name, const E
     Node node = *known;
     node.fingerprint = Fingerprint::of(stat);
     index_.update(node);
+    recent_.note(node.ulid);
     // Another folder in the same place: what is in it is news.
     if (stat.isFolder) queueFolder(known->ulid);
     return;
@@ -121,6 +122,7 @@ void Tree::reconcile(const std::string& parent, const std::string& name, const E
 
 void Tree::adopt(const std::string& parent, const std::string& name, const EntryStat& stat) {
   Adoption::Adopted adopted = adoption_.adopt(parent, name, stat);
+  recent_.note(adopted.ulid);
   if (adopted.displaced) {
     hasDisplaced_ = true;
     missing_.push_back(*std::move(adopted.displaced));
@@ -141,6 +143,8 @@ void Tree::finish() {
 }
 
 void Tree::scanAll() {
+  // Of an empty index nobody has seen anything that could be another version by now.
+  const bool isFirst = index_.rows().greatestUlid().empty();
   adoption_.expectIntents(true);
   queueAll();
   while (hasQueued())
@@ -148,6 +152,7 @@ void Tree::scanAll() {
   index_.intents().forgetAll();
   settle();
   adoption_.expectIntents(false);
+  if (isFirst) recent_.forgetAll();
 }
 
 void Tree::removeNode(const Node& node) {
@@ -171,6 +176,11 @@ std::optional<Node> Tree::refresh(const Node& node) {
   }
   settle();
   return index_.nodes().node(node.ulid);
+}
+
+void Tree::refreshBelow(const std::string& folder) {
+  queueFolder(folder);
+  settle();
 }
 
 void Tree::commitWhenLarge() {

@@ -84,7 +84,9 @@ std::optional<Request> requestOf(std::string_view op, const Fields& in) {
                          in.optionalText("path"), in.optionalText("name"), in.parentOfMove()};
   }
   if (op == "delete") {
-    return DeleteRequest{in.text("account"), in.text("ulid"), in.boolean("is_folder")};
+    return DeleteRequest{.account = in.text("account"),
+                         .ulid = in.text("ulid"),
+                         .isFolder = in.boolean("is_folder")};
   }
   if (op == "lock") return LockRequest{in.text("account"), in.text("path"), in.integer("user")};
   if (op == "unlock") return LockRequest{in.text("account"), in.text("path"), std::nullopt};

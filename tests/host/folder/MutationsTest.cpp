@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "tests/host/HostFixture.h"
 #include "tests/support/CaseName.h"
+#include "tests/support/Eventually.h"
 
 namespace tulo::test {
 namespace {
@@ -339,6 +341,56 @@ TEST_F(HostModifyTest, AFileStaysAsExecutableAsItWas) {
   EXPECT_EQ(info.st_mode & 0777, 0750U);
 }
 
+TEST_F(HostModifyTest, AVersionThatTheIndexDoesNotKnowYetIsNotOverwritten) {
+  makeFile("a", "old");
+  startHost();
+  const json request{{"path", stage("from here")}};
+  makeFile("a", "from another program");
+  EXPECT_EQ(kindOf(modify("a", request)), "locked");
+  EXPECT_EQ(readFile(inRoot("a")), "from another program");
+  // Whoever looks again finds it.
+  EXPECT_EQ(row("a").version, 2);
+  EXPECT_EQ(row("a").size, 20);
+}
+
+TEST_F(HostModifyTest, AVersionThatCameWhileTheCopyWasMadeIsNotOverwritten) {
+  makeFile("a", "old");
+  startHost();
+  const json request{{"path", stage("from here")}};
+  makeFile("a", "from another program");
+  ASSERT_TRUE(eventually([&] { return row("a").version == 2; }));
+  EXPECT_EQ(kindOf(modify("a", request)), "locked");
+  EXPECT_EQ(readFile(inRoot("a")), "from another program");
+}
+
+TEST_F(HostModifyTest, WhoeverHasSeenTheOtherVersionMayReplaceIt) {
+  makeFile("a", "old");
+  startHost();
+  makeFile("a", "from another program");
+  ASSERT_TRUE(eventually([&] { return row("a").version == 2; }));
+  ASSERT_TRUE(eventually([&] { return modify("a", {{"path", stage("newer")}}) == ok; }));
+  EXPECT_EQ(readFile(inRoot("a")), "newer");
+  EXPECT_EQ(row("a").version, 3);
+}
+
+TEST_F(HostModifyTest, ARenameOverwritesNothingAndIsDone) {
+  makeFile("a", "old");
+  startHost();
+  makeFile("a", "from another program");
+  EXPECT_EQ(modify("a", {{"name", "b"}}), ok);
+  EXPECT_EQ(readFile(inRoot("b")), "from another program");
+}
+
+TEST_F(HostModifyTest, APackageInWhichSomethingIsNewIsNotReplaced) {
+  makeFolder("My.app");
+  startHost();
+  const std::string path = inContainer("fp-upload/") + stagedName();
+  fs::create_directory(path);
+  makeFile("My.app/new", "precious");
+  EXPECT_EQ(kindOf(modify("My.app", {{"path", path}})), "locked");
+  EXPECT_EQ(readFile(inRoot("My.app/new")), "precious");
+}
+
 class HostDeleteTest : public HostTest {
  protected:
   json remove(const std::string& path) {
@@ -377,6 +429,39 @@ TEST_F(HostDeleteTest, WhatIsGoneOrOfTheOtherKindIsNotFound) {
   EXPECT_EQ(kindOf(ask({{"op", "delete"}, {"ulid", ulid}, {"is_folder", true}})), "not_found");
   remove("a");
   EXPECT_EQ(kindOf(ask({{"op", "delete"}, {"ulid", ulid}, {"is_folder", false}})), "not_found");
+}
+
+TEST_F(HostDeleteTest, AFileThatWasChangedMeanwhileStays) {
+  makeFile("a", "old");
+  startHost();
+  const IndexRow item = row("a");
+  makeFile("a", "from another program");
+  EXPECT_EQ(kindOf(remove("a")), "locked");
+  EXPECT_EQ(readFile(inRoot("a")), "from another program");
+  EXPECT_EQ(row("a").version, item.version + 1);
+}
+
+TEST_F(HostDeleteTest, AFolderInWhichSomethingIsNewStays) {
+  makeFolder("d/e");
+  startHost();
+  makeFile("d/e/new", "precious");
+  EXPECT_EQ(kindOf(remove("d")), "locked");
+  EXPECT_EQ(readFile(inRoot("d/e/new")), "precious");
+  EXPECT_TRUE(hasRow("d/e/new"));
+}
+
+TEST_F(HostDeleteTest, WhatTheIndexGotWhileTheRequestWaitedStays) {
+  makeFile("a", "old");
+  host::HostOptions slow = options();
+  slow.delays.push_back({"delete", std::chrono::milliseconds(3000)});
+  startHost(slow);
+  json reply;
+  std::thread asker([&] { reply = remove("a"); });
+  makeFile("a", "from another program");
+  EXPECT_TRUE(eventually([&] { return row("a").version == 2; }));
+  asker.join();
+  EXPECT_EQ(kindOf(reply), "locked");
+  EXPECT_EQ(readFile(inRoot("a")), "from another program");
 }
 
 }  // namespace
