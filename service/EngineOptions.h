@@ -32,7 +32,9 @@ struct EngineOptions {
   std::vector<std::string> localNames = LocalNames::defaults();
   // After the last change of an item before it goes up.
   milliseconds quiet{1000};
-  WallClock clock = systemClock;
+  // What waits are measured by, and what people are shown; without the second, the first is both.
+  WallClock clock = steadyClock;
+  WallClock wallClock = nullptr;
   // Whether what was kept here may still go to the host that is there.
   std::function<bool()> sameAccount = [] { return true; };
   // Called on a program's thread that is about to wait for the disk.

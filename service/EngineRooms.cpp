@@ -38,7 +38,9 @@ UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
                        rooms.edits.localNames(),
                        {},
                        [] { return std::string("host"); },
+                       [] { return HostActivity::idle; },
                        machineName(),
+                       options.source.directory,
                        {}};
   result.belief = Belief(options.probe);
   result.fetch = [&rooms](NodeId node) {
@@ -54,10 +56,12 @@ UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
   };
   result.relist = [&rooms](NodeId folder) { rooms.sync.refresh(folder, [](int) {}); };
   if (!options.source.directory.empty()) {
+    const std::string socket = options.source.directory + "/fp.sock";
     // Another account's host is none for what was kept here.
-    result.host = [socket = options.source.directory + "/fp.sock", same = options.sameAccount] {
+    result.host = [socket, same = options.sameAccount] {
       return same() ? socketMark(socket) : std::string();
     };
+    result.activity = [socket] { return activityOfHost(socket); };
   }
   return result;
 }
@@ -74,8 +78,8 @@ EngineRooms::EngineRooms(const EngineOptions& options, const ExtensionFactory& f
       contents(std::make_shared<Contents>(storage.replica(), extension, sync, notifier, openFiles,
                                           storage.store(), policy)),
       pins(storage.replica(), folders),
-      files(
-          {storage.replica(), storage.store(), openFiles, QuietTime(options.clock, options.quiet)}),
+      files({storage.replica(), storage.store(), openFiles,
+             QuietTime(options.clock, options.quiet, options.wallClock)}),
       edits({storage.replica(), files, storage.store(), LocalNames(options.localNames),
              options.beforeWaiting}) {
   contents->start();

@@ -45,6 +45,7 @@ EngineOptions engineOptions(const ServiceOptions& options, const std::string& st
   result.noDownloadList = DownloadPolicy::userListPath();
   result.readWrite = options.readWrite;
   result.quiet = options.quiet;
+  result.wallClock = systemClock;
   result.beforeWaiting = &RequestLoop::passTurn;
   return result;
 }

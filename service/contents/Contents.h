@@ -33,7 +33,10 @@ class Contents {
   Contents& operator=(const Contents&) = delete;
 
   // Brings the accounts up to date and drops what a crash left half done.
-  void start() { durable_.start(); }
+  void start() {
+    leftOvers_.start();
+    durable_.start();
+  }
   // Whoever waits is told EINTR; nothing is fetched any more.
   void stop();
 

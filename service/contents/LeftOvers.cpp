@@ -18,7 +18,7 @@ constexpr std::int64_t kBatch = 64;
 constexpr seconds kDetached{60};
 
 WallSeconds longAgo() {
-  return secondsNow() - kDetached;
+  return steadySeconds() - kDetached;
 }
 
 }  // namespace
@@ -40,6 +40,11 @@ void LeftOvers::remove(const std::vector<ContentId>& contents) {
   };
   replica_.write(Durability::eventual, removeUnused, Room::fromReserve);
   store_.room().addUsed(-bytesIn(freed));
+}
+
+void LeftOvers::start() {
+  const auto cap = [](ReplicaWriter& writer) { detachedNodes::capTimes(writer, steadySeconds()); };
+  replica_.write(Durability::eventual, cap, Room::fromReserve);
 }
 
 bool LeftOvers::step() {

@@ -17,6 +17,8 @@ class LeftOvers {
   LeftOvers(Replica& replica, OpenFiles& openFiles, ContentStore& store)
       : replica_(replica), openFiles_(openFiles), store_(store) {}
 
+  // What an earlier run took out of the tree by a clock that was ahead does not stay for that long.
+  void start();
   // Removes those of the contents that no node has and that are not on their way to one.
   void remove(const std::vector<ContentId>& contents);
   // Looks for some; false when there was nothing to do.

@@ -21,11 +21,12 @@ constexpr Texts<ChangeKind, 4> kKinds = {{
     {ChangeKind::place, "name"},
 }};
 
-constexpr Texts<ChangeState, 6> kStates = {{
+constexpr Texts<ChangeState, 7> kStates = {{
     {ChangeState::waiting, "waiting"},
     {ChangeState::tryingAgain, "trying again"},
     {ChangeState::beingWritten, "being written"},
     {ChangeState::sending, "sending"},
+    {ChangeState::atHost, "waiting for the host"},
     {ChangeState::needsAttention, "needs attention"},
     {ChangeState::local, "local"},
 }};

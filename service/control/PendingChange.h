@@ -27,6 +27,7 @@ enum class ChangeState {
   tryingAgain,
   beingWritten,  // a program has it open for writing
   sending,
+  atHost,  // "waiting for the host": what became of a request is not known
   needsAttention,
   local,  // its name says that it stays on this machine
 };

@@ -11,6 +11,7 @@ constexpr std::int64_t kNamed = 4;
 ChangeState stateOf(const OpenFiles& openFiles, const Change& change) {
   if (change.standing.isRefused()) return ChangeState::needsAttention;
   if (change.standing.isHeld()) return ChangeState::local;
+  if (change.request.isUnanswered()) return ChangeState::atHost;
   if (openFiles.isOpenForWriting(change.node())) return ChangeState::beingWritten;
   return change.standing.attempts() > 0 ? ChangeState::tryingAgain : ChangeState::waiting;
 }

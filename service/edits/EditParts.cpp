@@ -34,7 +34,7 @@ std::optional<Node> childOf(ReplicaWriter& writer, NodeId folder, std::string_vi
 
 void touchFolder(ReplicaWriter& writer, const EditParts& parts, NodeId folder) {
   // No finer than this, so that a storm of changes writes the folder's row now and then only.
-  const WallTime tick(parts.files.now().time_since_epoch() / kFolderTick * kFolderTick);
+  const WallTime tick(parts.files.wallNow().time_since_epoch() / kFolderTick * kFolderTick);
   writer.touch(folder, FileTime::of(tick));
 }
 

@@ -70,7 +70,9 @@ class LocalFiles {
   // The contents went up or were replaced: the next write begins anew.
   void contentsSent(NodeId node);
 
+  // Waits are measured by the one, people are shown the other.
   WallTime now() const { return parts_.quiet.now(); }
+  WallTime wallNow() const { return parts_.quiet.wallNow(); }
   milliseconds quiet() const { return parts_.quiet.length(); }
   const QuietTime& quietTime() const { return parts_.quiet; }
   // Called when a change was journaled. Set before anything is changed.

@@ -41,7 +41,7 @@ EditResult NewNodes::insert(ReplicaWriter& writer, NodeId folder, Node node, con
   node.parent = folder;
   node.filename = edits::filenameFor(writer, *parent, node.name);
   node.capabilities = kEverything;
-  node.modified = FileTime::of(parts_.files.now());
+  node.modified = FileTime::of(parts_.files.wallNow());
   node.kept = parent->kept;
   if (node.state == ContentState::dirty) node.content = contentRows::next(writer);
   node.id = writer.insert(node);

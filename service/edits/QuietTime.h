@@ -11,14 +11,20 @@ namespace tulo {
 
 class QuietTime {
  public:
-  QuietTime(WallClock clock, milliseconds length) : clock_(std::move(clock)), length_(length) {}
+  // `wall`: the clock that people see, where that is another one.
+  QuietTime(WallClock clock, milliseconds length, WallClock wall = nullptr)
+      : clock_(std::move(clock)), wall_(std::move(wall)), length_(length) {}
 
+  // What waits are measured by.
   WallTime now() const { return clock_(); }
+  // What people are shown as the time of a change.
+  WallTime wallNow() const { return wall_ ? wall_() : clock_(); }
   milliseconds length() const { return length_; }
   WallTime due() const { return now() + length_; }
 
  private:
   WallClock clock_;
+  WallClock wall_;
   milliseconds length_;
 };
 

@@ -1,6 +1,7 @@
 #include "service/errors/Errno.h"
 
 #include <cerrno>
+#include <system_error>
 
 #include "service/errors/ContentError.h"
 #include "sqlite/DatabaseError.h"
@@ -18,6 +19,8 @@ struct Row {
   bool transient;
   std::string_view words;
 };
+
+constexpr std::string_view kHandoverDomain = "TuloHandover";
 
 constexpr std::int64_t raw(NSFileProviderErrorCode code) {
   return static_cast<std::int64_t>(code);
@@ -53,7 +56,16 @@ const Row* rowFor(const platform::NSError& error) {
 
 }  // namespace
 
+platform::NSError handoverError(int number) {
+  return {std::string(kHandoverDomain), number, {}};
+}
+
+bool isHandoverError(const platform::NSError& error) {
+  return error.domain == kHandoverDomain;
+}
+
 int errnoFor(const platform::NSError& error) {
+  if (isHandoverError(error)) return static_cast<int>(error.code);
   const Row* row = rowFor(error);
   return row ? row->number : EIO;
 }
@@ -69,11 +81,16 @@ int errnoFor(const std::exception& error) {
 }
 
 bool isTransient(const platform::NSError& error) {
+  if (isHandoverError(error)) return true;
   const Row* row = rowFor(error);
   return row && row->transient;
 }
 
 std::string descriptionOf(const platform::NSError& error) {
+  if (isHandoverError(error)) {
+    return "the contents cannot be handed to the host: " +
+           std::generic_category().message(static_cast<int>(error.code));
+  }
   const Row* row = rowFor(error);
   const std::string code = error.domain + ' ' + std::to_string(error.code);
   return row ? std::string(row->words) + " (" + code + ")" : code;

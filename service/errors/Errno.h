@@ -18,6 +18,10 @@ int errnoFor(const platform::NSError& error);
 // input/output error.
 int errnoFor(const std::exception& error);
 
+// What contents cannot be handed to the host for: the fault is this machine's, and has an errno.
+platform::NSError handoverError(int number);
+bool isHandoverError(const platform::NSError& error);
+
 // Whether the same request may succeed later without anybody changing it.
 bool isTransient(const platform::NSError& error);
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "service/errors/Errno.h"
+
 namespace tulo {
 
 namespace {
@@ -10,11 +12,11 @@ using platform::NSFileProviderErrorCode;
 
 constexpr milliseconds kFirst{500};
 constexpr milliseconds kLongest = std::chrono::minutes(1);
-constexpr milliseconds kLongestShown = std::chrono::minutes(5);
 
 }  // namespace
 
 Reaction reactionTo(const platform::NSError& error) {
+  if (isHandoverError(error)) return Reaction::retryHandover;
   if (error.domain == platform::NSFileProviderErrorDomain) {
     switch (static_cast<NSFileProviderErrorCode>(error.code)) {
       case NSFileProviderErrorCode::serverUnreachable:
@@ -47,18 +49,21 @@ std::string_view adviceFor(Reaction reaction, bool attention) {
            "take it, or `tulo discard` to give the change up";
   }
   if (reaction == Reaction::retryShown) return "; it is sent when there is room again";
+  if (reaction == Reaction::retryHandover) return "; it is sent when that is over";
   if (reaction == Reaction::pause) return "; sign in there, and it is sent";
   return {};
 }
 
-// An unreachable host may also be one that was reached and went away, so that proves nothing.
+// An unreachable host may also be one that was reached and went away, so that proves nothing; nor
+// does what is short here: that is found out after the request has failed.
 bool provesNotDone(const platform::NSError& error) {
   const Reaction reaction = reactionTo(error);
-  return reaction != Reaction::uncertain && reaction != Reaction::retryUnreachable;
+  return reaction != Reaction::uncertain && reaction != Reaction::retryUnreachable &&
+         reaction != Reaction::retryHandover;
 }
 
 milliseconds backOff(std::int64_t attempts, Reaction reaction, std::uint64_t random) {
-  const milliseconds longest = reaction == Reaction::retryShown ? kLongestShown : kLongest;
+  const milliseconds longest = reaction == Reaction::retryShown ? kLongestPause : kLongest;
   const std::int64_t steps = std::clamp<std::int64_t>(attempts - 1, 0, 20);
   const milliseconds pause = std::min(kFirst * (std::int64_t{1} << steps), longest);
   // Between half and the whole of it.

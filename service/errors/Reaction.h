@@ -15,6 +15,7 @@ enum class Reaction {
   retryUnreachable,  // for ever, and at once when the host is back; one at a time until then
   retry,             // for ever, with growing pauses
   retryShown,        // the same, and the user is told
+  retryHandover,     // the same: something is short on this machine
   pause,             // nothing goes up until somebody has signed in
   lookAgain,         // the host does not have the item: find out what that means
   uncertain,         // may have been done: look, and try a few times before giving up
@@ -31,6 +32,9 @@ bool provesNotDone(const platform::NSError& error);
 
 // An uncertain change that failed so often is refused.
 inline constexpr std::int64_t kUncertainAttempts = 5;
+
+// No pause is longer.
+inline constexpr milliseconds kLongestPause = std::chrono::minutes(5);
 
 // The pause before the next attempt: doubling, capped, and spread by `random` (any number) so that
 // not everything comes back at once.

@@ -5,6 +5,7 @@
 
 #include "service/base/Names.h"
 #include "service/base/Time.h"
+#include "service/listing/CircleGuard.h"
 #include "service/listing/FreeName.h"
 #include "service/listing/RowUpdates.h"
 
@@ -33,7 +34,7 @@ bool insertElsewhere(Reconciliation& pass, Node& node, const ItemRecord& item) {
     // The second row of one identifier in one listing: the first one stands.
     if (known->parent == pass.folder.id && known->kind == item.kind) return false;
     if (known->kind == item.kind) {
-      updateRow(pass, {*known, &item, true});
+      if (makeWay(pass, *known)) updateRow(pass, {*known, &item, true});
       return false;
     }
     pass.writer.remove(known->id);

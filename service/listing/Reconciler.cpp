@@ -62,7 +62,7 @@ Reconciler::Result Reconciler::attempt(const Input& input, bool gateHeld) {
     updateRows(pass, sorted.kept);
     insertRows(pass, sorted.fresh);
     finishFolder(pass, input.digest, input.stamp);
-    result = {std::move(pass.invalidations), sorted.outdated, {}};
+    result = {std::move(pass.invalidations), sorted.outdated || pass.outdated, {}};
     leftBehind = std::move(pass.leftBehind);
     renumbered = std::move(pass.renumbered);
   });

@@ -31,6 +31,8 @@ struct Reconciliation {
   // Something of the provider's listing was not taken over, so the same listing is to be looked at
   // again.
   bool incomplete = false;
+  // So soon that nobody has to ask for it.
+  bool outdated = false;
 };
 
 // Thrown where contents change while the gate is not held: whether they are open has to be asked

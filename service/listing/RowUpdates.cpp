@@ -12,8 +12,6 @@ namespace tulo {
 namespace {
 
 bool changesContents(const Node& node, const ItemRecord& item) {
-  // What was sent from here is what the host reports first, whatever version it gave it.
-  if (node.contentVersion.empty() && node.size == item.size) return false;
   return node.kind == NodeKind::file &&
          (node.contentVersion != item.contentVersion || node.size != item.size);
 }

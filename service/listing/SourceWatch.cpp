@@ -126,7 +126,8 @@ bool SourceWatch::recentlyWritten() const {
     if (::stat(path(suffix).c_str(), &status) != 0) continue;
     const nanoseconds age = seconds(now.tv_sec - status.st_mtim.tv_sec) +
                             nanoseconds(now.tv_nsec - status.st_mtim.tv_nsec);
-    if (age < kRecent) return true;
+    // What was written while the clock was ahead is no more recent for that.
+    if (age > -kRecent && age < kRecent) return true;
   }
   return false;
 }

@@ -21,6 +21,7 @@
 //   waiting         standing.hold      Planner     held
 //   waiting         request.made       Delivery    sent       the request's contents and place
 //   sent            request.answered   Outcome     waiting    forgets the request
+//   sent            request.ended                  sent       the host is not at it any more
 //   sent            request.hadNoEffect            waiting    keeps what contents it had
 //   any             hostHas            listings,   the same   the base
 //                                      answers
@@ -63,17 +64,21 @@ struct Base {
 class Request {
  public:
   Request() = default;
-  Request(bool open, ContentId contents, Place place)
-      : open_(open), contents_(contents), place_(std::move(place)) {}
+  Request(bool open, bool unanswered, ContentId contents, Place place)
+      : open_(open), unanswered_(unanswered), contents_(contents), place_(std::move(place)) {}
 
   // It was made, and what became of it is not known.
   bool isOpen() const { return open_; }
+  // Nor has it ended, as far as is known here: the host may still be at work on it.
+  bool isUnanswered() const { return open_ && unanswered_; }
   // That went up with the last one; they stay as they are until they are forgotten.
   ContentId contents() const { return contents_; }
   // That it gave the item.
   const Place& place() const { return place_; }
 
-  void made(ContentId contents, Place place) { *this = {true, contents, std::move(place)}; }
+  void made(ContentId contents, Place place) { *this = {true, true, contents, std::move(place)}; }
+  // It ended, and what the host did is not known for all that.
+  void ended() { unanswered_ = false; }
   // What became of it is known, and its contents are let go of.
   void answered() {
     open_ = false;
@@ -84,6 +89,7 @@ class Request {
 
  private:
   bool open_ = false;
+  bool unanswered_ = false;
   ContentId contents_ = kNoContent;
   Place place_;
 };

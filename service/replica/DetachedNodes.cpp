@@ -17,4 +17,8 @@ std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit) {
           .bind(0, limit));
 }
 
+void capTimes(ReplicaWriter& writer, WallSeconds now) {
+  sqlOf(writer).cached("UPDATE node SET detached=?1 WHERE detached>?1").bind(now).run();
+}
+
 }  // namespace tulo::detachedNodes

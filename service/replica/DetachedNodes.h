@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "service/replica/ReplicaReader.h"
+#include "service/replica/ReplicaWriter.h"
 
 namespace tulo::detachedNodes {
 
@@ -15,5 +15,8 @@ namespace tulo::detachedNodes {
 std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, std::int64_t limit);
 // Those that are no item of the host's, and so cannot come back.
 std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit);
+
+// Those that left the tree when the clock was ahead count as having left it now.
+void capTimes(ReplicaWriter& writer, WallSeconds now);
 
 }  // namespace tulo::detachedNodes

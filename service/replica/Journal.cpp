@@ -11,10 +11,20 @@ constexpr const char* kColumns =
     "SELECT pending.node,sequence,deleted,contents,base_parent,base_filename,base_version,due,"
     "attempts,sent,sent_content,attention,held,reason,sent_parent,sent_filename FROM pending";
 
+// What `sent` says of a request of which it is not known what became of it.
+constexpr std::int64_t kUnanswered = 1;
+constexpr std::int64_t kEnded = 2;
+
+std::int64_t sentColumn(const Request& request) {
+  if (!request.isOpen()) return 0;
+  return request.isUnanswered() ? kUnanswered : kEnded;
+}
+
 Change changeFrom(const sqlite::Statement& row) {
   const auto text = [&](int column) { return std::string(row.text(column)); };
   Base base{{text(4), text(5)}, text(6)};
-  Request request(row.integer(9) != 0, ContentId(row.integer(10)), {text(14), text(15)});
+  Request request(row.integer(9) != 0, row.integer(9) == kUnanswered, ContentId(row.integer(10)),
+                  {text(14), text(15)});
   Standing standing(WallTime(milliseconds(row.integer(7))), row.integer(8), row.integer(11) != 0,
                     row.integer(12) != 0, text(13));
   return {NodeId(row.integer(0)), row.integer(1),     row.integer(2) != 0, row.integer(3) != 0,
@@ -60,7 +70,7 @@ void put(ReplicaWriter& writer, const Change& change) {
           "sent_parent,sent_filename) VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)")
       .bind(change.node(), change.sequence(), change.isDeleted(), change.hasContents(),
             change.base().place.parent, change.base().place.filename, change.base().version,
-            change.standing.due(), change.standing.attempts(), change.request.isOpen(),
+            change.standing.due(), change.standing.attempts(), sentColumn(change.request),
             change.request.contents(), change.standing.isRefused(), change.standing.isHeld(),
             change.standing.reason(), change.request.place().parent,
             change.request.place().filename)
@@ -137,11 +147,11 @@ bool anyBasedIn(ReplicaReader& reader, const std::string& parent, NodeId except)
 std::vector<Change> sentTo(ReplicaReader& reader, const std::string& parent,
                            const std::string& filename) {
   return rows(
-      query(reader, " WHERE sent=1 AND sent_parent=? AND sent_filename=?").bind(parent, filename));
+      query(reader, " WHERE sent<>0 AND sent_parent=? AND sent_filename=?").bind(parent, filename));
 }
 
 std::vector<Change> sentInto(ReplicaReader& reader, const std::string& parent) {
-  return rows(query(reader, " WHERE sent=1 AND sent_parent=?").bind(parent));
+  return rows(query(reader, " WHERE sent<>0 AND sent_parent=?").bind(parent));
 }
 
 std::vector<Change> inFolder(ReplicaReader& reader, NodeId folder) {
@@ -159,6 +169,19 @@ std::optional<WallTime> nextDue(ReplicaReader& reader, WallTime now) {
   sqlite::StatementUse use(statement);
   if (!statement.step() || statement.isNull(0)) return std::nullopt;
   return WallTime(milliseconds(statement.integer(0)));
+}
+
+std::optional<WallTime> latestDue(ReplicaReader& reader) {
+  sqlite::Statement& statement = sqlOf(reader).cached(
+      "SELECT max(due) FROM pending INDEXED BY pending_due WHERE attention=0 AND held=0");
+  statement.bind();
+  sqlite::StatementUse use(statement);
+  if (!statement.step() || statement.isNull(0)) return std::nullopt;
+  return WallTime(milliseconds(statement.integer(0)));
+}
+
+void capDue(ReplicaWriter& writer, WallTime latest, WallTime now) {
+  sqlOf(writer).cached("UPDATE pending SET due=?2 WHERE due>?1").bind(latest, now).run();
 }
 
 Counts counts(ReplicaReader& reader) {

@@ -65,6 +65,11 @@ std::vector<Change> inFolder(ReplicaReader& reader, NodeId folder);
 bool isEmpty(ReplicaReader& reader);
 // When the next change becomes due after `now`.
 std::optional<WallTime> nextDue(ReplicaReader& reader, WallTime now);
+// When the last change that waits becomes due.
+std::optional<WallTime> latestDue(ReplicaReader& reader);
+// No change waits until after `latest`: those that would are due at `now`, for what put their time
+// so far away is a clock that was ahead.
+void capDue(ReplicaWriter& writer, WallTime latest, WallTime now);
 Counts counts(ReplicaReader& reader);
 // Makes all that waits due at `now`.
 void hurryAll(ReplicaWriter& writer, WallTime now);

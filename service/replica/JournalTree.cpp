@@ -1,13 +1,30 @@
 #include "service/replica/JournalTree.h"
 
+#include <optional>
+
 #include "service/replica/ReplicaColumns.h"
 #include "service/replica/Sql.h"
 
 namespace tulo::journal {
 
+// None of these relies on the tree having no circle: what was found once is not gone through again,
+// and ways up have an end.
+
 namespace {
 
 constexpr int kDeepest = 4096;
+
+// How the node is reached from the folder that it is in or below.
+std::string pathFrom(ReplicaReader& reader, NodeId folder, NodeId node) {
+  std::string path;
+  for (int depth = 0; depth < kDeepest && node != folder; ++depth) {
+    const std::optional<Node> row = reader.node(node);
+    if (!row) break;
+    path = path.empty() ? row->name : row->name + '/' + path;
+    node = row->parent;
+  }
+  return path;
+}
 
 }  // namespace
 
@@ -15,13 +32,40 @@ bool anyBelow(ReplicaReader& reader, NodeId node) {
   sqlite::Statement& statement =
       sqlOf(reader)
           .cached(
-              "WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM "
+              "WITH RECURSIVE below(id) AS (SELECT ?1 UNION SELECT node.id FROM "
               "node JOIN below ON node.parent=below.id) SELECT 1 FROM below JOIN "
               "node USING (id) WHERE node.identifier IS NULL OR id IN (SELECT node "
               "FROM pending) LIMIT 1")
           .bind(node);
   sqlite::StatementUse use(statement);
   return statement.step();
+}
+
+bool anyToSendBelow(ReplicaReader& reader, NodeId node) {
+  sqlite::Statement& statement =
+      sqlOf(reader)
+          .cached(
+              "WITH RECURSIVE below(id) AS (SELECT ?1 UNION SELECT node.id FROM node JOIN below "
+              "ON node.parent=below.id) SELECT 1 FROM below JOIN node ON node.id=below.id JOIN "
+              "pending "
+              "ON pending.node=below.id LEFT JOIN node AS above ON above.id=node.parent WHERE "
+              "deleted=0 AND held=0 AND (contents=1 OR node.identifier IS NULL OR "
+              "base_parent IS NOT above.identifier) LIMIT 1")
+          .bind(node);
+  sqlite::StatementUse use(statement);
+  return statement.step();
+}
+
+std::vector<NodeId> localBelow(ReplicaReader& reader, NodeId folder) {
+  return columns::idsFrom(
+      sqlOf(reader)
+          .cached("WITH RECURSIVE below(id) AS (SELECT id FROM node WHERE parent=?1 UNION SELECT "
+                  "node.id FROM node JOIN below ON node.parent=below.id JOIN node AS above ON "
+                  "above.id=below.id WHERE above.identifier IS NOT NULL OR EXISTS (SELECT 1 FROM "
+                  "pending WHERE pending.node=above.id)) SELECT id FROM below JOIN node USING (id) "
+                  "LEFT JOIN pending ON pending.node=id WHERE (identifier IS NULL AND pending.node "
+                  "IS NULL) OR (held=1 AND state<>0)")
+          .bind(folder));
 }
 
 std::vector<NodeId> within(ReplicaReader& reader, NodeId node) {
@@ -32,15 +76,15 @@ std::vector<NodeId> within(ReplicaReader& reader, NodeId node) {
               "WITH RECURSIVE up(change,id,depth) AS (SELECT node,node,0 FROM pending UNION ALL "
               "SELECT up.change,coalesce(node.parent,(SELECT above.id FROM pending JOIN node AS "
               "above ON above.identifier=pending.base_parent WHERE pending.node=up.id AND "
-              "deleted=1)),depth+1 FROM up JOIN node ON node.id=up.id WHERE depth<?2) "
-              "SELECT change FROM up WHERE id=?1 ORDER BY depth DESC,change DESC")
+              "deleted=1)),depth+1 FROM up JOIN node ON node.id=up.id WHERE depth<?2 AND "
+              "up.id<>?1) SELECT change FROM up WHERE id=?1 ORDER BY depth DESC,change DESC")
           .bind(node, kDeepest));
 }
 
 std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node) {
   return columns::idsFrom(
       sqlOf(reader)
-          .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION ALL SELECT node.id FROM node JOIN "
+          .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION SELECT node.id FROM node JOIN "
                   "below ON node.parent=below.id) SELECT id FROM below JOIN node USING (id) JOIN "
                   "pending ON pending.node=id WHERE state=2 AND pending.deleted=0")
           .bind(node));
@@ -74,18 +118,16 @@ std::int64_t countLocal(ReplicaReader& reader) {
 }
 
 std::vector<std::string> localPaths(ReplicaReader& reader, NodeId folder, std::int64_t limit) {
-  sqlite::Statement& statement =
+  const std::vector<NodeId> local = columns::idsFrom(
       sqlOf(reader)
-          .cached(
-              "WITH RECURSIVE below(id,path) AS (SELECT id,name FROM node WHERE parent=?1 UNION "
-              "ALL SELECT node.id,below.path||'/'||node.name FROM node JOIN below ON "
-              "node.parent=below.id) SELECT path FROM below JOIN node USING (id) WHERE identifier "
-              "IS NULL AND NOT EXISTS (SELECT 1 FROM pending WHERE pending.node=id) LIMIT ?2")
-          .bind(folder, limit);
-  sqlite::StatementUse use(statement);
+          .cached("WITH RECURSIVE below(id) AS (SELECT id FROM node WHERE parent=?1 UNION SELECT "
+                  "node.id FROM node JOIN below ON node.parent=below.id) SELECT id FROM below JOIN "
+                  "node USING (id) WHERE identifier IS NULL AND NOT EXISTS (SELECT 1 FROM pending "
+                  "WHERE pending.node=id) LIMIT ?2")
+          .bind(folder, limit));
   std::vector<std::string> result;
-  while (statement.step())
-    result.emplace_back(statement.text(0));
+  for (const NodeId node : local)
+    result.push_back(pathFrom(reader, folder, node));
   return result;
 }
 

@@ -14,6 +14,12 @@ namespace tulo::journal {
 
 // Whether the node or anything below it has a change or is known here only.
 bool anyBelow(ReplicaReader& reader, NodeId node);
+// The same, but only what is to go up: new items, new contents, what was moved in from elsewhere.
+// What stays on this machine is none of that, nor is another name of what the host has in that
+// place.
+bool anyToSendBelow(ReplicaReader& reader, NodeId node);
+// What is below the folder and stays on this machine, without what is below that.
+std::vector<NodeId> localBelow(ReplicaReader& reader, NodeId folder);
 // The changes of the node and of all that is or was below it; what is deepest comes first.
 std::vector<NodeId> within(ReplicaReader& reader, NodeId node);
 // The node and what is below it with contents that were changed here and are not to be deleted.

@@ -44,7 +44,7 @@ void setBelow(ReplicaWriter& writer, NodeId folder, bool kept) {
   sqlOf(writer)
       .cached(
           "WITH RECURSIVE below(id) AS (SELECT id FROM node WHERE parent=?1 AND pinned=0 UNION "
-          "ALL SELECT node.id FROM node JOIN below ON node.parent=below.id WHERE pinned=0) "
+          "SELECT node.id FROM node JOIN below ON node.parent=below.id WHERE pinned=0) "
           "UPDATE node SET kept=?2 WHERE id IN below")
       .bind(folder, kept)
       .run();

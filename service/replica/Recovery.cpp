@@ -2,10 +2,9 @@
 
 #include <sys/stat.h>
 
-#include <filesystem>
-
 #include "platform/FileProvider.h"
 #include "service/base/FaultPoints.h"
+#include "service/base/MarkedName.h"
 #include "service/replica/ContentInventory.h"
 #include "service/replica/ContentRows.h"
 #include "service/replica/Journal.h"
@@ -18,29 +17,48 @@ namespace {
 
 constexpr std::uint64_t kAllCapabilities = 47;
 
-NodeId insertUnsent(ReplicaWriter& writer, Node node) {
+NodeId insertLocal(ReplicaWriter& writer, Node node) {
   node.capabilities = kAllCapabilities;
   node.filename = node.name;
   node.modified = {secondsNow(), {}};
-  node.id = writer.insert(node);
+  return writer.insert(node);
+}
+
+NodeId insertUnsent(ReplicaWriter& writer, Node node) {
+  node.filename = node.name;
+  node.id = insertLocal(writer, node);
   Change change = journal::begin(writer, node, WallTime{});
   if (node.kind == NodeKind::file) change.contentsChanged();
   journal::put(writer, change);
   return node.id;
 }
 
-NodeId recoveryFolder(ReplicaWriter& writer) {
+// Whether the host is to hear of it.
+enum class Told { yes, no };
+
+// What had only local things in it until now is to be known at the host.
+void makeKnown(ReplicaWriter& writer, NodeId folder) {
+  const std::optional<Node> node = writer.node(folder);
+  if (!node->identifier.empty() || journal::find(writer, folder)) return;
+  journal::put(writer, journal::begin(writer, *node, WallTime{}));
+}
+
+NodeId recoveryFolder(ReplicaWriter& writer, Told told) {
   for (unsigned i = 1;; ++i) {
     const std::string name =
         i == 1 ? kRecoveryFolder : kRecoveryFolder + (" (" + std::to_string(i) + ")");
     const std::optional<NodeId> known = writer.childNamed(kRootNode, name);
-    if (known && writer.node(*known)->kind == NodeKind::folder) return *known;
+    if (known && writer.node(*known)->kind == NodeKind::folder) {
+      if (told == Told::yes) makeKnown(writer, *known);
+      return *known;
+    }
     if (known) continue;
     Node folder;
     folder.kind = NodeKind::folder;
     folder.parent = kRootNode;
     folder.name = name;
-    const NodeId id = insertUnsent(writer, folder);
+    const NodeId id =
+        told == Told::yes ? insertUnsent(writer, folder) : insertLocal(writer, folder);
     writer.setListed(id, 1, "");
     return id;
   }
@@ -49,19 +67,38 @@ NodeId recoveryFolder(ReplicaWriter& writer) {
 std::string freeName(ReplicaWriter& writer, NodeId folder, const std::string& name) {
   std::string candidate = name;
   for (unsigned i = 2; writer.childNamed(folder, candidate); ++i) {
-    const std::string mark = " (" + std::to_string(i) + ")";
-    const std::filesystem::path path(name);
-    candidate = path.stem().string() + mark + path.extension().string();
+    candidate = markedName(name, " (" + std::to_string(i) + ")");
   }
   return candidate;
 }
 
 }  // namespace
 
+std::vector<Rescued> rescueLocal(ReplicaWriter& writer, NodeId id) {
+  std::vector<Rescued> result;
+  for (const NodeId local : journal::localBelow(writer, id)) {
+    std::optional<Node> node = writer.node(local);
+    const NodeId folder = recoveryFolder(writer, Told::no);
+    Rescued rescued{node->parent, node->name, folder, freeName(writer, folder, node->name)};
+    node->parent = folder;
+    node->name = node->filename = rescued.name;
+    writer.update(*node);
+    // Of what the host had under another name this is all that is left.
+    if (!node->identifier.empty()) {
+      writer.clearIdentifier(local);
+      journal::erase(writer, local);
+      nodeContents::markDirtyIfAny(writer, local);
+    }
+    result.push_back(std::move(rescued));
+  }
+  return result;
+}
+
 void rescueChanged(ReplicaWriter& writer, NodeId id) {
+  rescueLocal(writer, id);
   for (NodeId changed : journal::changedContentsBelow(writer, id)) {
     std::optional<Node> node = writer.node(changed);
-    const NodeId folder = recoveryFolder(writer);
+    const NodeId folder = recoveryFolder(writer, Told::yes);
     node->parent = folder;
     node->name = freeName(writer, folder, node->name);
     node->filename = node->name;
@@ -81,7 +118,7 @@ std::size_t recoverContents(Replica& replica, ContentStore& store) {
   replica.write(Durability::durable, [&](ReplicaWriter& writer) {
     contentRows::skip(writer, ContentId(highest.number() + 1));
     if (files.empty()) return;
-    const NodeId folder = recoveryFolder(writer);
+    const NodeId folder = recoveryFolder(writer, Told::yes);
     for (const inventory::NamedContents& file : files) {
       struct stat status = {};
       if (::stat(file.path.c_str(), &status) != 0) continue;

@@ -50,9 +50,19 @@ bool isNoFile(const std::string& path) {
   return std::filesystem::exists(path, error) && !std::filesystem::is_regular_file(path, error);
 }
 
+// The clock may have been set back since another one got its name.
+std::string freeName(const std::string& path) {
+  const std::string name = path + ".damaged-" + std::to_string(std::time(nullptr));
+  std::string free = name;
+  std::error_code ignored;
+  for (unsigned i = 2; std::filesystem::exists(free, ignored); ++i)
+    free = name + '-' + std::to_string(i);
+  return free;
+}
+
 // Returns the name that it has now.
 std::string putAside(const std::string& path) {
-  const std::string aside = path + ".damaged-" + std::to_string(std::time(nullptr));
+  const std::string aside = freeName(path);
   for (const char* suffix : {"", "-wal", "-shm"}) {
     std::error_code ignored;
     std::filesystem::rename(path + suffix, aside + suffix, ignored);

@@ -25,12 +25,14 @@ Invalidations Conflict::part(NodeId id, const ItemRecord& item) {
 }
 
 void Conflict::renameCopy(Node& node) {
-  const std::string former = node.name;
+  // The host's spelling: what is shown may be one that only a folder here needs.
+  const std::string former = node.filename;
   for (unsigned attempt = 1; attempt == 1 || writer_.childNamed(node.parent, node.name);
        ++attempt) {
-    node.name = conflictedName(former, parts_.machine, inSeconds(parts_.files.now()), attempt);
+    node.filename =
+        conflictedName(former, parts_.machine, inSeconds(parts_.files.wallNow()), attempt);
+    node.name = names::shown(node.filename);
   }
-  node.filename = node.name;
   node.contentVersion.clear();
   writer_.update(node);
 }

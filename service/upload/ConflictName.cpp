@@ -3,7 +3,16 @@
 #include <array>
 #include <ctime>
 
+#include "service/base/MarkedName.h"
+
 namespace tulo {
+
+namespace {
+
+// A name of a machine may have as many bytes as that of a file.
+constexpr std::size_t kLongestMachine = 64;
+
+}  // namespace
 
 std::string conflictedName(const std::string& name, const std::string& machine, WallSeconds when,
                            unsigned attempt) {
@@ -12,12 +21,12 @@ std::string conflictedName(const std::string& name, const std::string& machine, 
   ::localtime_r(&time, &parts);
   std::array<char, 16> date{};
   std::strftime(date.data(), date.size(), "%Y-%m-%d", &parts);
-  std::string mark = " (conflicted copy of " + machine + ", " + date.data();
+  std::string mark = " (conflicted copy of ";
+  mark += cutName(machine, kLongestMachine);
+  mark += std::string(", ") + date.data();
   if (attempt > 1) mark += ", " + std::to_string(attempt);
   mark += ")";
-  const std::size_t dot = name.rfind('.');
-  const std::size_t stem = dot == std::string::npos || dot == 0 ? name.size() : dot;
-  return name.substr(0, stem) + mark + name.substr(stem);
+  return markedName(name, mark);
 }
 
 }  // namespace tulo

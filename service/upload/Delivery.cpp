@@ -11,6 +11,13 @@
 
 namespace tulo {
 
+namespace {
+
+// A host that answers takes less; later it is the extension that gave up waiting.
+constexpr milliseconds kAnswered = std::chrono::seconds(100);
+
+}  // namespace
+
 void Delivery::carryOut(NodeId node, bool aside) try {
   if (std::optional<Plan> plan = makePlan(node, aside)) perform(*plan);
 } catch (const std::exception& error) {
@@ -55,16 +62,27 @@ void Delivery::perform(Plan& plan) {
 }
 
 void Delivery::send(const Plan& plan) {
-  const Answer answer = to_.provider.send(plan);
+  const WallTime begun = steadyClock();
+  Answer answer = to_.provider.send(plan);
   faultPoint("push.answered");
   if (answer.stopped) return;
   if (answer.error || !answer.item) {
-    return to_.failure.react(plan, answer.error.value_or(platform::fileProviderError(
-                                       platform::NSFileProviderErrorCode::cannotSynchronize)));
+    const bool gaveUp = steadyClock() - begun > kAnswered;
+    return to_.failure.react(plan,
+                             answer.error.value_or(platform::fileProviderError(
+                                 platform::NSFileProviderErrorCode::cannotSynchronize)),
+                             gaveUp ? Failure::End::gaveUpWaiting : Failure::End::answered);
   }
-  to_.outcome.acknowledged(plan, answer.item);
+  if (plan.sendsContents()) answer.item = to_.provider.awaitRow(plan.node, answer.item);
+  accept(plan, answer.item);
   faultPoint("push.acknowledged");
   to_.reached();
+}
+
+void Delivery::accept(const Plan& plan, const platform::ItemPointer& item) {
+  const bool ours = !plan.sendsContents() || isPlaceholder(plan.node, *item) ||
+                    isAsSent(plan, *item, sizeOf(parts_.store, plan.change.request.contents()));
+  ours ? to_.outcome.acknowledged(plan, item) : to_.doubt.compare(plan, item);
 }
 
 void Delivery::performRemoval(const Plan& plan) {
@@ -86,8 +104,7 @@ void Delivery::performRemoval(const Plan& plan) {
 }
 
 bool Delivery::mayRemove(const Plan& plan, const platform::ItemPointer& item) {
-  const std::string& base = plan.change.base().version;
-  bool movedOn = !base.empty() && item->itemVersion().contentVersion != base;
+  bool movedOn = item->itemVersion().contentVersion != plan.change.base().version;
   if (plan.node.kind == NodeKind::folder) {
     const Answer inside = to_.provider.list(plan.node.identifier);
     if (inside.stopped) return false;
@@ -112,8 +129,8 @@ bool Delivery::checkBase(Plan& plan) {
     to_.failure.react(plan, *now.error);
     return false;
   }
-  const std::string& base = plan.change.base().version;
-  const bool same = base.empty() || now.item->itemVersion().contentVersion == base;
+  // A base that is not known is no version of the host's: what it has now was not seen here.
+  const bool same = now.item->itemVersion().contentVersion == plan.change.base().version;
   if (!plan.sendsContents() || same || isPlaceholder(plan.node, *now.item)) return true;
   if (sizeOf(parts_.store, plan.node.content) == recordOf(*now.item).size) {
     checkSame(plan, now.item);

@@ -51,6 +51,10 @@ class Delivery {
   // Sends the plan, whose request is noted, and hands on the answer.
   void send(const Plan& plan);
 
+  // The host says that it did what the plan says, and shows the item. Where that may be somebody
+  // else's doing, the bytes are compared.
+  void accept(const Plan& plan, const platform::ItemPointer& item);
+
   // Whether the host has what the plan starts from. False when the change is done with, or for the
   // moment.
   bool checkBase(Plan& plan);

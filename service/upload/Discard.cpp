@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "service/base/Names.h"
+#include "service/edits/Ancestors.h"
 #include "service/errors/Errno.h"
 #include "service/replica/Journal.h"
 #include "service/replica/KeptNodes.h"
@@ -90,13 +91,11 @@ int Discard::putBack(Plan& plan, const Place& place) {
 int Discard::mayMoveBack(ReplicaWriter& writer, const Node& node, const Node& home,
                          const std::string& name) {
   if (writer.childNamed(home.id, name)) return EEXIST;
-  for (NodeId above = home.id; above != kRootNode;) {
-    const std::optional<Node> folder = writer.node(above);
-    // Its former folder was put into it.
-    if (!folder || folder->parent == kNoNode || above == node.id) return EINVAL;
-    above = folder->parent;
-  }
-  return 0;
+  const std::optional<Node> end = firstUpwards(writer, home.id, [&](const Node& above) {
+    return above.id == node.id || above.id == kRootNode;
+  });
+  // Its former folder was put into it, or is in no tree.
+  return end && end->id == kRootNode && node.id != kRootNode ? 0 : EINVAL;
 }
 
 Discard::Undone Discard::moveBack(ReplicaWriter& writer, Node node, const Change& change) {

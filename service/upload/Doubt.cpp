@@ -6,40 +6,48 @@
 
 namespace tulo {
 
-namespace {
-
-constexpr milliseconds kPatience{2000};
-
-}  // namespace
-
 void Doubt::settle(const Plan& plan) {
-  if (plan.kind == Plan::Kind::create) return settleCreate(plan);
+  // First of all: what it does after this look is not missed by the next ones.
+  const bool mayGoOn = work_.mayGoOn(plan.change, parts_.files.now());
+  if (plan.kind == Plan::Kind::create) return settleCreate(plan, mayGoOn);
   const Answer now = provider_.lookUp(plan.node.identifier);
   if (now.stopped) return;
   // The next attempt meets the same.
   if (now.isGone()) return end(plan, nullptr);
   if (now.error) return failure_.react(plan, *now.error);
-  if (plan.sendsContents()) return settleContents(plan, now.item);
-  end(plan, now.item);
+  if (plan.sendsContents()) return settleContents(plan, now.item, mayGoOn);
+  mayGoOn ? waitForHost(plan) : end(plan, now.item);
 }
 
-void Doubt::settleCreate(const Plan& plan) {
+void Doubt::settleCreate(const Plan& plan, bool mayGoOn) {
   const auto ours = findCreated(plan);
   if (!ours) return;
-  if (*ours) return outcome_.acknowledged(plan, *ours);
-  if (!hadTime(plan)) return;
+  if (*ours) return acknowledge(plan, *ours);
+  if (mayGoOn) return waitForHost(plan);
   plan.change.isDeleted() ? outcome_.removed(plan.node.id) : end(plan, nullptr);
 }
 
-void Doubt::settleContents(const Plan& plan, const platform::ItemPointer& now) {
-  if (now->itemVersion().contentVersion == plan.change.base().version) {
-    if (hadTime(plan)) end(plan, now);
-    return;
+void Doubt::settleContents(const Plan& plan, const platform::ItemPointer& now, bool mayGoOn) {
+  const bool moved = now->itemVersion().contentVersion != plan.change.base().version;
+  if (moved) {
+    const auto same = hostHasContents(provider_, parts_.store, plan.node.identifier,
+                                      plan.change.request.contents());
+    if (!same) return;
+    if (*same) return acknowledge(plan, now);
   }
-  const auto same = hostHasContents(provider_, parts_.store, plan.node.identifier,
+  mayGoOn ? waitForHost(plan) : end(plan, now);
+}
+
+void Doubt::compare(const Plan& plan, const platform::ItemPointer& item) {
+  const auto same = hostHasContents(provider_, parts_.store, item->itemIdentifier(),
                                     plan.change.request.contents());
   if (!same) return;
-  *same ? outcome_.acknowledged(plan, now) : end(plan, now);
+  *same ? acknowledge(plan, item) : outcome_.conflict(plan, item);
+}
+
+void Doubt::acknowledge(const Plan& plan, const platform::ItemPointer& item) {
+  work_.forget(plan.node.id);
+  outcome_.acknowledged(plan, item);
 }
 
 std::vector<std::string> Doubt::candidates(const Plan& plan, const Listing& listing) {
@@ -79,24 +87,26 @@ std::optional<platform::ItemPointer> Doubt::findCreated(const Plan& plan) {
   return platform::ItemPointer();
 }
 
-bool Doubt::hadTime(const Plan& plan) {
-  if (plan.change.standing.attempts() > 0) return true;
+void Doubt::waitForHost(const Plan& plan) {
+  const milliseconds pause = work_.pause(plan.node.id);
   parts_.replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
     std::optional<Change> change = journal::find(writer, plan.node.id);
     if (!change) return;
-    change->standing.putOff(parts_.files.now() + kPatience);
+    change->standing.putOff(parts_.files.now() + pause);
+    change->standing.failed("the host may still be at work on it");
     journal::put(writer, *change);
   });
-  return false;
 }
 
 void Doubt::end(const Plan& plan, const platform::ItemPointer& item) {
+  work_.forget(plan.node.id);
   parts_.replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
     std::optional<Change> change = journal::find(writer, plan.node.id);
     const std::optional<Node> node = writer.node(plan.node.id);
     if (!change || !node) return;
     dropSentContents(writer, *change, node->content);
     change->request.answered();
+    change->standing.failed({});
     if (item) change->hostHasIn({item->parentItemIdentifier(), item->filename()});
     journal::put(writer, *change);
   });

@@ -31,10 +31,20 @@ void DueChanges::endPass() {
   notBefore_ = now + (inVain_ ? kPause * (now - began_) : Clock::duration::zero());
 }
 
-bool DueChanges::beginPass(bool patient) {
+void DueChanges::capWaits(WallTime now) {
+  const WallTime latest = now + longest_;
+  const auto found =
+      replica_.read([](ReplicaReader& reader) { return journal::latestDue(reader); });
+  if (!found || *found <= latest) return;
+  replica_.write(Durability::eventual,
+                 [&](ReplicaWriter& writer) { journal::capDue(writer, latest, now); });
+}
+
+bool DueChanges::beginPass(WallTime nowDue, bool patient) {
   const Clock::time_point now = Clock::now();
   if (patient && now < notBefore_) return false;
   if (!wanted_.exchange(false)) return false;
+  capWaits(nowDue);
   passing_ = true;
   began_ = now;
   inVain_ = true;
@@ -47,7 +57,7 @@ std::optional<NodeId> DueChanges::next(WallTime now, bool patient) {
   while (batch_.empty()) {
     if (fill(now)) break;
     if (std::exchange(passing_, false)) endPass();
-    if (!beginPass(patient)) return std::nullopt;
+    if (!beginPass(now, patient)) return std::nullopt;
   }
   const NodeId node = batch_.front();
   batch_.pop_front();

@@ -13,13 +13,16 @@
 #include <deque>
 #include <optional>
 
+#include "service/errors/Reaction.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {
 
 class DueChanges {
  public:
-  explicit DueChanges(Replica& replica) : replica_(replica) {}
+  // `longest`: nothing is put off for longer.
+  explicit DueChanges(Replica& replica, milliseconds longest = kLongestPause)
+      : replica_(replica), longest_(longest) {}
 
   // The node of the next change that is due; nothing when the pass has ended. `patient`: keeps the
   // pause between passes.
@@ -33,10 +36,13 @@ class DueChanges {
   using Clock = std::chrono::steady_clock;
 
   bool fill(WallTime now);
-  bool beginPass(bool patient);
+  bool beginPass(WallTime nowDue, bool patient);
+  // What the journal has as the time of a change may come from a clock that was ahead.
+  void capWaits(WallTime now);
   void endPass();
 
   Replica& replica_;
+  const milliseconds longest_;
   std::atomic<bool> wanted_ = true;
   std::deque<NodeId> batch_;
   WallTime lastDue_{milliseconds(-1)};

@@ -16,15 +16,18 @@
 #include "service/upload/Outcome.h"
 #include "service/upload/Provider.h"
 #include "service/upload/Reappearance.h"
+#include "service/upload/StagingProbe.h"
 #include "service/upload/Tally.h"
+#include "service/upload/UploaderParts.h"
 
 namespace tulo {
 
 class Failure {
  public:
-  Failure(LocalFiles& files, Provider& provider, Reappearance& reappearance, Outcome& outcome,
-          HostHealth& health, Judge& judge, Tally& tally)
-      : files_(files),
+  Failure(const UploaderParts& parts, Provider& provider, Reappearance& reappearance,
+          Outcome& outcome, HostHealth& health, Judge& judge, Tally& tally)
+      : parts_(parts),
+        probe_(parts.container),
         provider_(provider),
         reappearance_(reappearance),
         outcome_(outcome),
@@ -32,16 +35,24 @@ class Failure {
         judge_(judge),
         tally_(tally) {}
 
+  // Whether the request has come to its end at the host as well, as far as the time that it took
+  // tells.
+  enum class End { answered, gaveUpWaiting };
   // The plan was answered with the error, or what it is about was.
-  void react(const Plan& plan, const platform::NSError& error);
+  void react(const Plan& plan, const platform::NSError& error, End end = End::answered);
 
  private:
   // The error says that something is gone. Nothing when that has been seen to, else what is to be
   // noted: the error itself, or why it cannot be looked into at the moment.
   std::optional<platform::NSError> lookInto(const Plan& plan, const platform::NSError& error);
-  void note(const Plan& plan, const platform::NSError& error, Reaction reaction);
+  // What went wrong: where the error leaves that open, it may be that the contents could not even
+  // be handed over.
+  platform::NSError causeOf(const Plan& plan, const platform::NSError& error);
+  static bool passesSoon(const Plan& plan, Reaction reaction);
+  void note(const Plan& plan, const platform::NSError& error, Reaction reaction, End end);
 
-  LocalFiles& files_;
+  const UploaderParts& parts_;
+  const StagingProbe probe_;
   Provider& provider_;
   Reappearance& reappearance_;
   Outcome& outcome_;

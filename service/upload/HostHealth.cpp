@@ -11,11 +11,16 @@ constexpr std::size_t kHostIsDown = 3;
 // The longest pause between two looks whether the host is back.
 constexpr milliseconds kProbe{15000};
 
+// A pause that lies farther away than any can be was set by a clock that was ahead.
+bool lasts(WallTime until, WallTime now) {
+  return until > now && until <= now + kLongestPause;
+}
+
 }  // namespace
 
 std::size_t HostHealth::room(WallTime now) const {
   const MutexLock lock(mutex_);
-  if (pausedUntil_ > now || probeAt_ > now) return 0;
+  if (lasts(pausedUntil_, now) || lasts(probeAt_, now)) return 0;
   const bool probing = !reachable_ || pausedUntil_ != WallTime{};
   return probing ? 1 : kParallel;
 }

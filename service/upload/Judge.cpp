@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "service/base/ServiceLog.h"
+#include "service/edits/Ancestors.h"
 #include "service/errors/Errno.h"
 #include "service/replica/Journal.h"
 
@@ -29,10 +30,11 @@ void Judge::check(NodeId id) try {
 
 bool Judge::waitsFor(NodeId id, NodeId other) {
   return replica_.read([&](ReplicaReader& reader) {
-    std::optional<Node> node = reader.node(id);
-    while (node && node->id != other && node->identifier.empty())
-      node = reader.node(node->parent);
-    return node && node->id == other;
+    const auto ends = [&](const Node& node) {
+      return node.id == other || !node.identifier.empty();
+    };
+    const std::optional<Node> found = firstUpwards(reader, id, ends);
+    return found && found->id == other;
   });
 }
 

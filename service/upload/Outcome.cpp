@@ -5,6 +5,7 @@
 #include "service/base/FaultPoints.h"
 #include "service/base/ServiceLog.h"
 #include "service/errors/Errno.h"
+#include "service/kernel/RescueNews.h"
 #include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
 #include "service/upload/Acknowledgement.h"
@@ -77,7 +78,7 @@ bool Outcome::isWanted(ReplicaWriter& writer, const Node& node, const Change& ch
   if (change.hasContents()) return true;
   const std::vector<Node> children = writer.childNodes(node.id);
   return std::any_of(children.begin(), children.end(),
-                     [&](const Node& child) { return journal::anyBelow(writer, child.id); });
+                     [&](const Node& child) { return journal::anyToSendBelow(writer, child.id); });
 }
 
 Invalidations Outcome::loseItem(ReplicaWriter& writer, NodeId id) {
@@ -89,9 +90,12 @@ Invalidations Outcome::loseItem(ReplicaWriter& writer, NodeId id) {
   if (!isWanted(writer, *node, *change)) {
     serviceLog().info("the host does not have %{public}@ any more, so its new name or place goes",
                       {node->name});
+    Invalidations told = {entryDeleted(node->parent, id, node->name), dataChanged(node->parent)};
+    for (const Invalidation& news : newsOf(rescueLocal(writer, id)))
+      told.push_back(news);
     journal::erase(writer, id);
     writer.detach(id, inSeconds(parts_.files.now()));
-    return {entryDeleted(node->parent, id, node->name), dataChanged(node->parent)};
+    return told;
   }
   change->hostHasNothing();
   change->request.hadNoEffect();
@@ -116,31 +120,44 @@ void Outcome::parentGone(const Plan& plan) {
   });
 }
 
-Outcome::Failure Outcome::refuse(ReplicaWriter& writer, Change& change,
-                                 const platform::NSError& error, Reaction reaction) {
+bool Outcome::isTired(const Change& change, Reaction reaction) {
   const bool uncertain = reaction == Reaction::uncertain || reaction == Reaction::lookAgain;
-  const bool tired = uncertain && change.standing.attempts() >= kUncertainAttempts;
+  const MutexLock lock(mutex_);
+  // Tried anew since it was changed, or since the user said so.
+  if (change.standing.attempts() <= 1) uncertain_.erase(change.node());
+  if (!uncertain) return false;
+  const bool tired = ++uncertain_[change.node()] >= kUncertainAttempts;
+  if (tired) uncertain_.erase(change.node());
+  return tired;
+}
+
+Outcome::Failure Outcome::refuse(ReplicaWriter& writer, Change& change,
+                                 const platform::NSError& error, const Circumstances& how) {
+  const Reaction reaction = how.reaction;
+  const bool tired = isTired(change, reaction);
   Failure failure{reaction == Reaction::refuse || tired, descriptionOf(error)};
   failure.words += adviceFor(reaction, failure.attention);
   if (provesNotDone(error)) change.request.hadNoEffect();
+  if (how.ended) change.request.ended();
   if (failure.attention) change.standing.refuse();
   change.standing.failed(failure.words);
   journal::put(writer, change);
-  const bool shown = failure.attention || reaction == Reaction::retryShown;
+  const bool shown =
+      failure.attention || reaction == Reaction::retryShown || reaction == Reaction::retryHandover;
   if (shown) writer.setError(change.node(), failure.words);
   return failure;
 }
 
 Outcome::Failure Outcome::failed(const Plan& plan, const platform::NSError& error,
-                                 Reaction reaction, std::uint64_t random) {
+                                 const Circumstances& how) {
   const WallTime now = parts_.files.now();
   Failure failure{false, descriptionOf(error)};
   parts_.replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
     std::optional<Change> change = journal::find(writer, plan.node.id);
     if (!change) return;
-    const milliseconds pause = backOff(change->standing.attempts() + 1, reaction, random);
-    change->standing.putOff(reaction == Reaction::pause ? now : now + pause);
-    failure = refuse(writer, *change, error, reaction);
+    const milliseconds pause = backOff(change->standing.attempts() + 1, how.reaction, how.random);
+    change->standing.putOff(how.reaction == Reaction::pause ? now : now + pause);
+    failure = refuse(writer, *change, error, how);
   });
   if (failure.attention) {
     serviceLog().error("%{public}@ is refused by the host: %{public}@",

@@ -5,8 +5,11 @@
 // Errors: DatabaseError.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <unordered_map>
 
+#include "platform/linux/Mutex.h"
 #include "service/errors/Reaction.h"
 #include "service/replica/Change.h"
 #include "service/upload/Plan.h"
@@ -40,19 +43,29 @@ class Outcome {
     bool attention = false;
     std::string words;  // for the user
   };
-  Failure failed(const Plan& plan, const platform::NSError& error, Reaction reaction,
-                 std::uint64_t random);
+  struct Circumstances {
+    Reaction reaction = Reaction::retry;
+    std::uint64_t random = 0;
+    bool ended = false;  // the host is not at work on it any more
+  };
+  Failure failed(const Plan& plan, const platform::NSError& error, const Circumstances& how);
 
  private:
   // Whether something that only this machine has would go with the item.
   bool isWanted(ReplicaWriter& writer, const Node& node, const Change& change);
   Invalidations loseItem(ReplicaWriter& writer, NodeId node);
   Failure refuse(ReplicaWriter& writer, Change& change, const platform::NSError& error,
-                 Reaction reaction);
+                 const Circumstances& how);
+  // Whether the change failed so often without a word of why that it is given up. What failed
+  // because of something that passes does not count.
+  bool isTired(const Change& change, Reaction reaction) TULO_EXCLUDES(mutex_);
 
   const UploaderParts& parts_;
   Relisting& relisting_;
   Tally& tally_;
+  // A leaf.
+  Mutex mutex_;
+  std::unordered_map<NodeId, std::int64_t> uncertain_ TULO_GUARDED_BY(mutex_);
 };
 
 }  // namespace tulo

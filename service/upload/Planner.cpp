@@ -94,7 +94,14 @@ Planned Planner::planOfChange(ReplicaWriter& writer, Node& node, Change& change,
     return {};
   }
   const std::optional<Node> parent = writer.node(node.parent);
-  if (!parent || parent->identifier.empty()) return {};
+  if (!parent) return {};
+  if (parent->identifier.empty()) {
+    // Until now nothing was in it that the host is to hear of.
+    if (!journal::find(writer, parent->id)) {
+      journal::put(writer, journal::begin(writer, *parent, now));
+    }
+    return {};
+  }
   const Place place{parent->identifier, node.filename};
   const auto there = journal::basedOn(writer, place.parent, place.filename);
   if (isOccupied(writer, there, node)) return {};

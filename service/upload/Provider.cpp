@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <thread>
 #include <utility>
 
 #include "platform/linux/Mutex.h"
@@ -15,6 +16,8 @@ namespace tulo {
 namespace {
 
 constexpr std::chrono::milliseconds kStopCheck{100};
+constexpr std::chrono::milliseconds kRowCheck{100};
+constexpr int kLooksForRow = 20;
 
 // As good as none: the same question is to be asked again later.
 Answer unbelieved() {
@@ -92,6 +95,15 @@ Answer Provider::lookUp(const std::string& identifier) {
   });
   if (!answer.isGone() || belief_.errorOfAbsence(identifier) == 0) return answer;
   return unbelieved();
+}
+
+platform::ItemPointer Provider::awaitRow(const Node& sent, const platform::ItemPointer& item) {
+  platform::ItemPointer found = item;
+  for (int look = 0; look < kLooksForRow && !stopping_ && isPlaceholder(sent, *found); ++look) {
+    std::this_thread::sleep_for(kRowCheck);
+    if (const Answer now = lookUp(item->itemIdentifier()); now.item) found = now.item;
+  }
+  return found;
 }
 
 Answer Provider::list(const std::string& identifier) {

@@ -43,6 +43,10 @@ class Provider {
   // if the source says so as well; else that the host cannot be reached.
   Answer lookUp(const std::string& identifier);
   Answer list(const std::string& identifier);
+  // What the host shows of a new or changed file, whose index may follow a moment after its reply:
+  // the given item unless it is no more than an identifier, else what is looked up until it is
+  // more, for a while.
+  platform::ItemPointer awaitRow(const Node& sent, const platform::ItemPointer& item);
   // The file that is answered is the caller's to remove.
   Answer fetch(const std::string& identifier);
   // Has the host do what the plan says.

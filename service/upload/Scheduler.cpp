@@ -22,7 +22,7 @@ Scheduler::Scheduler(const UploaderParts& parts, Verdicts& verdicts, HostHealth&
       verdicts_(verdicts),
       health_(health),
       carryOut_(std::move(carryOut)),
-      due_(parts.replica) {}
+      due_(parts.replica, kLongestPause + parts.files.quiet()) {}
 
 void Scheduler::start() {
   host_ = parts_.host();

@@ -1,5 +1,6 @@
 #include "service/upload/SentItem.h"
 
+#include <charconv>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -7,6 +8,14 @@
 namespace tulo {
 
 namespace {
+
+std::optional<std::int64_t> numberIn(const std::string& text) {
+  std::int64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || rest != end) return std::nullopt;
+  return number;
+}
 
 class SentItem final : public platform::NSFileProviderItem {
  public:
@@ -48,6 +57,16 @@ class SentItem final : public platform::NSFileProviderItem {
 
 platform::ItemPointer itemOf(const Node& node, const std::string& parentIdentifier) {
   return std::make_shared<SentItem>(node, parentIdentifier);
+}
+
+bool isAsSent(const Plan& plan, const platform::NSFileProviderItem& item, std::int64_t size) {
+  if (item.documentSize() != size) return false;
+  // There is only one that is empty.
+  if (size == 0) return true;
+  const auto now = numberIn(item.itemVersion().contentVersion);
+  if (plan.kind == Plan::Kind::create) return now && *now <= 1;
+  const auto before = numberIn(plan.change.base().version);
+  return now && before && *now == *before + 1;
 }
 
 bool isPlaceholder(const Node& sent, const platform::NSFileProviderItem& item) {

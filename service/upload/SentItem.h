@@ -3,10 +3,12 @@
 // Threads: pure functions; the item is immutable.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/FileProvider.h"
 #include "service/replica/Node.h"
+#include "service/upload/Plan.h"
 
 namespace tulo {
 
@@ -16,5 +18,10 @@ platform::ItemPointer itemOf(const Node& node, const std::string& parentIdentifi
 // Whether the reply carries no more than an identifier, because the host's index did not have the
 // row yet.
 bool isPlaceholder(const Node& sent, const platform::NSFileProviderItem& item);
+
+// Whether what the host shows after it was sent contents of that size is most likely these: the
+// next version of the one that they grew from, or a first one. A host may count otherwise, so the
+// contrary proves nothing.
+bool isAsSent(const Plan& plan, const platform::NSFileProviderItem& item, std::int64_t size);
 
 }  // namespace tulo

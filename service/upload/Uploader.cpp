@@ -14,7 +14,7 @@ Uploader::Uploader(const UploaderParts& parts)
       reappearance_(parts_),
       judge_(parts.replica, parts_.localNames, verdicts_),
       outcome_(parts_, relisting_, tally_),
-      failure_(parts.files, provider_, reappearance_, outcome_, health_, judge_, tally_),
+      failure_(parts_, provider_, reappearance_, outcome_, health_, judge_, tally_),
       doubt_(parts_, provider_, outcome_, failure_),
       planner_(parts.localNames, parts.store,
                [this](NodeId node) { return scheduler_.active().contains(node); }),
@@ -25,7 +25,9 @@ Uploader::Uploader(const UploaderParts& parts)
                          }}),
       scheduler_(parts_, verdicts_, health_,
                  [this](NodeId node, bool aside) { carryOut(node, aside); }),
-      discard_(parts_, scheduler_, provider_, relisting_) {}
+      discard_(parts_, scheduler_, provider_, relisting_) {
+  capWaits();
+}
 
 Uploader::~Uploader() {
   stop();
@@ -35,6 +37,16 @@ void Uploader::stop() {
   provider_.stop();
   scheduler_.stop();
   verdicts_.failAll(EIO);
+}
+
+void Uploader::capWaits() {
+  const WallTime now = parts_.files.now();
+  const WallTime latest = now + parts_.files.quiet();
+  const auto found =
+      parts_.replica.read([](ReplicaReader& reader) { return journal::latestDue(reader); });
+  if (!found || *found <= latest) return;
+  const auto cap = [&](ReplicaWriter& writer) { journal::capDue(writer, latest, latest); };
+  parts_.replica.write(Durability::eventual, cap, Room::fromReserve);
 }
 
 void Uploader::carryOut(NodeId node, bool aside) {

@@ -14,6 +14,7 @@
 #include "service/listing/Belief.h"
 #include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
+#include "service/upload/HostActivity.h"
 
 namespace tulo {
 
@@ -30,7 +31,11 @@ struct UploaderParts {
   std::function<int(NodeId)> fetch;
   // Something that tells one running host from the next; empty when there is none.
   std::function<std::string()> host = [] { return std::string("host"); };
+  // Whether the host is still at something that an earlier connection asked for.
+  std::function<HostActivity()> activity = [] { return HostActivity::idle; };
   std::string machine = "this machine";
+  // The directory that is shared with the host; empty when there is none.
+  std::string container;
   // Has a folder listed again.
   std::function<void(NodeId)> relist;
   // The same, and waits for it; returns 0 or an errno.

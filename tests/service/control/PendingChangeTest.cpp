@@ -46,8 +46,8 @@ TEST(PendingChangeTest, AChangeComesOutAsItWentIn) {
 TEST(PendingChangeTest, KindsAndStatesKeepTheirWords) {
   for (const char* text : {"delete", "new", "contents", "name"})
     EXPECT_STREQ(textOf(control::changeKindNamed(text)), text);
-  for (const char* text :
-       {"waiting", "trying again", "being written", "sending", "needs attention", "local"})
+  for (const char* text : {"waiting", "trying again", "being written", "sending",
+                           "waiting for the host", "needs attention", "local"})
     EXPECT_STREQ(textOf(control::changeStateNamed(text)), text);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 #include "service/errors/ContentError.h"
@@ -24,8 +25,10 @@ class ErrnoTable : public ::testing::TestWithParam<Row> {};
 TEST_P(ErrnoTable, HasThisRow) {
   EXPECT_EQ(errnoFor(GetParam().error), GetParam().number);
   EXPECT_EQ(isTransient(GetParam().error), GetParam().transient);
-  EXPECT_NE(descriptionOf(GetParam().error).find(std::to_string(GetParam().error.code)),
-            std::string::npos);
+  const std::string told = isHandoverError(GetParam().error)
+                               ? std::strerror(GetParam().number)
+                               : std::to_string(GetParam().error.code);
+  EXPECT_NE(descriptionOf(GetParam().error).find(told), std::string::npos);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -42,6 +45,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{platform::cocoaError(platform::NSFileWriteOutOfSpaceError), ENOSPC, true},
         Row{{"NSFileProviderErrorDomain", 640, {}}, EIO, false},
         Row{{"NSCocoaErrorDomain", -1005, {}}, EIO, false},
+        Row{handoverError(ENOSPC), ENOSPC, true}, Row{handoverError(EMFILE), EMFILE, true},
         Row{{"SomebodyElsesDomain", 1, {}}, EIO, false}));
 
 TEST(ErrnoTest, TellsAFullDiskFromOtherFailuresOfTheReplica) {

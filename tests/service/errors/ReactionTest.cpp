@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "service/edits/LocalNames.h"
+#include "service/errors/Errno.h"
 
 namespace tulo::test {
 namespace {
@@ -31,6 +32,7 @@ TEST(ReactionTest, EachErrorHasItsReaction) {
       {cocoaError(platform::NSFileWriteInvalidFileNameError), Reaction::refuse, true},
       {cocoaError(platform::NSFileWriteOutOfSpaceError), Reaction::retryShown, true},
       {cocoaError(4), Reaction::uncertain, false},
+      {handoverError(28), Reaction::retryHandover, false},
       {NSError{"somebody else's", -1004, {}}, Reaction::uncertain, false},
       {NSError{std::string(platform::NSFileProviderErrorDomain), -9999, {}}, Reaction::uncertain,
        false},

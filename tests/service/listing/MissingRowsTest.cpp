@@ -1,5 +1,6 @@
 #include "service/listing/MissingRows.h"
 
+#include "service/replica/Recovery.h"
 #include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/WritingFixture.h"
 
@@ -70,6 +71,111 @@ TEST_F(MissingRowsTest, AFileThatWasChangedHereStaysThoughTheHostDeletedIt) {
   list();
   EXPECT_EQ(named("a.txt"), id);
   EXPECT_EQ(row(kRootNode)->digest, "");
+}
+
+// A folder of the host's in which something lies that stays on this machine.
+class LocalBelowTest : public MissingRowsTest {
+ protected:
+  LocalBelowTest() {
+    extension->folder("f:1", "Photos");
+    extension->folder("f:2", "Deep", "f:1");
+    list();
+    photos = idOf("f:1");
+    list(photos);
+    deep = idOf("f:2");
+    list(deep);
+  }
+
+  void deleteThere() {
+    for (const char* identifier : {"f:2", "f:1"})
+      extension->remove(identifier);
+    list();
+  }
+
+  NodeId recovered(const std::string& name) {
+    const NodeId folder = named(kRecoveryFolder);
+    return folder == kNoNode ? kNoNode : named(name, folder);
+  }
+
+  NodeId photos = kNoNode;
+  NodeId deep = kNoNode;
+};
+
+TEST_F(LocalBelowTest, AFolderDoesNotComeBackForWhatStaysHere) {
+  const NodeId kept = makeFile("notes.txt~", "mine", deep);
+  makeFile(".directory", "[Desktop]", photos);
+  deleteThere();
+  EXPECT_EQ(named("Photos"), kNoNode);
+  EXPECT_EQ(recovered("notes.txt~"), kept);
+  EXPECT_EQ(contentsOf(kept), "mine");
+  EXPECT_EQ(contentsOf(recovered(".directory")), "[Desktop]");
+  pushAll();
+  EXPECT_TRUE(sent().empty());
+  // The kernel hears of both places.
+  const auto told = delivered();
+  EXPECT_TRUE(told.has(entryChanged(deep, "notes.txt~")));
+  EXPECT_TRUE(told.has(entryChanged(named(kRecoveryFolder), "notes.txt~")));
+  EXPECT_TRUE(told.has(entryChanged(kRootNode, kRecoveryFolder)));
+}
+
+TEST_F(LocalBelowTest, WhatStaysHereOutlivesThePurge) {
+  const NodeId kept = makeFile("notes.txt~", "mine", deep);
+  deleteThere();
+  engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
+    runSql(writer, "UPDATE node SET detached=1 WHERE detached IS NOT NULL");
+  });
+  while (engine->contents().purgeStep()) {
+  }
+  EXPECT_FALSE(row(photos));
+  EXPECT_EQ(contentsOf(kept), "mine");
+}
+
+TEST_F(LocalBelowTest, ALinkStaysHere) {
+  ASSERT_EQ(engine->edits().makeLink(deep, "link", "/nowhere").error, 0);
+  deleteThere();
+  EXPECT_EQ(engine->edits().readLink(recovered("link")), "/nowhere");
+}
+
+TEST_F(LocalBelowTest, AFolderThatStaysHereGoesAlongAsAWhole) {
+  const NodeId local = makeFolder("build~", deep);
+  const NodeId inside = makeFile("a.o", "object", local);
+  deleteThere();
+  EXPECT_EQ(recovered("build~"), local);
+  EXPECT_EQ(named("a.o", local), inside);
+}
+
+TEST_F(LocalBelowTest, AFolderDoesNotComeBackForAnotherName) {
+  extension->file("i:1", "a.txt", "theirs", "f:2");
+  list(deep);
+  ASSERT_EQ(engine->edits().rename(deep, "a.txt", deep, "b.txt", 0), 0);
+  extension->remove("i:1");
+  deleteThere();
+  pushAll();
+  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(named("Photos"), kNoNode);
+}
+
+TEST_F(LocalBelowTest, OnlyTheFoldersOfWhatIsToBeSentComeBack) {
+  makeFile("new.txt", "from here", photos);
+  const NodeId local = makeFile("notes.txt~", "mine", deep);
+  deleteThere();
+  pushAll();
+  EXPECT_EQ(hostContents("new.txt"), "from here");
+  EXPECT_EQ(extension->named("Photos").size(), 1U);
+  EXPECT_TRUE(extension->named("Deep").empty());
+  EXPECT_EQ(recovered("notes.txt~"), local);
+}
+
+TEST_F(LocalBelowTest, WhatIsPutIntoTheRecoveredFilesGoesUp) {
+  makeFile("notes.txt~", "mine", deep);
+  deleteThere();
+  const NodeId folder = named(kRecoveryFolder);
+  ASSERT_NE(folder, kNoNode);
+  makeFile("new.txt", "from here", folder);
+  push();
+  pushAll();
+  EXPECT_EQ(hostContents("new.txt"), "from here");
+  EXPECT_TRUE(extension->named("notes.txt~").empty());
 }
 
 }  // namespace

@@ -84,5 +84,84 @@ TEST_F(ReconcilerTest, AFolderThatIsGoneMeanwhileIsLeftAlone) {
   EXPECT_FALSE(node("i:1"));
 }
 
+// What somebody made at the host of root/A/B: root/B/A, in two moves.
+class ReconcilerCircleTest : public EngineFixture {
+ protected:
+  ReconcilerCircleTest() {
+    extension->folder("f:A", "A");
+    extension->folder("f:B", "B", "f:A");
+    extension->file("i:1", "a.txt", "hello", "f:B");
+    refresh();
+    refresh(idOf("f:A"));
+    refresh(idOf("f:B"));
+    file = idOf("i:1");
+    EXPECT_EQ(readThrough(file), "hello");
+  }
+
+  void exchange() {
+    extension->change("f:B", [](ScriptedItem& item) { item.parent = ScriptedExtension::root(); });
+    extension->change("f:A", [](ScriptedItem& item) { item.parent = "f:B"; });
+    commit();
+  }
+
+  bool isBelow(NodeId node, NodeId folder) {
+    for (int i = 0; i < 10 && node != kRootNode && node != kNoNode; ++i) {
+      if (node == folder) return i > 0;
+      node = row(node)->parent;
+    }
+    return false;
+  }
+
+  NodeId file = kNoNode;
+};
+
+TEST_F(ReconcilerCircleTest, FoldersThatChangedPlacesAreNeverInOneAnother) {
+  const NodeId a = idOf("f:A");
+  const NodeId b = idOf("f:B");
+  exchange();
+  for (const NodeId folder : {b, a, kRootNode, b, a}) {
+    refresh(folder);
+    EXPECT_FALSE(isBelow(a, b) && isBelow(b, a));
+  }
+  EXPECT_EQ(names(), (std::map<std::string, NodeId>{{"B", b}}));
+  EXPECT_EQ(names(b), (std::map<std::string, NodeId>{{"A", a}, {"a.txt", file}}));
+  EXPECT_TRUE(names(a).empty());
+  EXPECT_EQ(row(file)->state, ContentState::downloaded);
+}
+
+TEST_F(ReconcilerCircleTest, WhateverIsListedFirst) {
+  const NodeId a = idOf("f:A");
+  const NodeId b = idOf("f:B");
+  exchange();
+  for (const NodeId folder : {kRootNode, b, a})
+    refresh(folder);
+  EXPECT_EQ(names(), (std::map<std::string, NodeId>{{"B", b}}));
+  EXPECT_EQ(names(b), (std::map<std::string, NodeId>{{"A", a}, {"a.txt", file}}));
+}
+
+TEST_F(ReconcilerCircleTest, AMoveThatIsStillToBeSentIsNotUndone) {
+  // Here B goes out of A and back, so that A is in B at the host while B is to go into A.
+  options.readWrite = true;
+  reopen();
+  extension->change("f:B", [](ScriptedItem& item) { item.parent = ScriptedExtension::root(); });
+  commit();
+  refresh();
+  refresh(idOf("f:A"));
+  const NodeId a = idOf("f:A");
+  const NodeId b = idOf("f:B");
+  ASSERT_EQ(engine->edits().rename(kRootNode, "B", a, "B", 0), 0);
+  extension->change("f:A", [](ScriptedItem& item) { item.parent = "f:B"; });
+  commit();
+  refresh(b);
+  EXPECT_FALSE(isBelow(a, b));
+  EXPECT_TRUE(isBelow(b, a));
+  refresh();
+  refresh(b);
+  for (const NodeId node : {a, b})
+    EXPECT_FALSE(isBelow(node, node));
+  EXPECT_EQ(row(file)->parent, b);
+  EXPECT_TRUE(isBelow(file, b));
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -101,6 +101,20 @@ TEST_F(RowUpdatesTest, OtherPropertiesChangeWhileFilesAreBeingOpened) {
   EXPECT_TRUE(delivered().has(attributesChanged(idOf("i:1"))));
 }
 
+TEST_F(RowUpdatesTest, AVersionThatWasNotKnownSaysNothingOfTheContentsHere) {
+  extension->file("i:1", "a.txt", "ours!");
+  refresh();
+  const NodeId id = idOf("i:1");
+  EXPECT_EQ(readThrough(id), "ours!");
+  // As after a reply that came before the host's index had the row.
+  engine->replica().write(Durability::eventual,
+                          [&](ReplicaWriter& writer) { writer.setVersions(id, "", ""); });
+  extension->edit("i:1", "other");
+  commit();
+  refresh();
+  EXPECT_EQ(readThrough(idOf("i:1")), "other");
+}
+
 // A folder that leaves the account and comes back, while the kernel holds it.
 class ReturningFolderTest : public EngineFixture {
  protected:

@@ -1,6 +1,7 @@
 #include "service/replica/DetachedNodes.h"
 
 #include "tests/service/support/ReplicaFixture.h"
+#include "tests/service/support/Times.h"
 
 namespace tulo::test {
 namespace {
@@ -43,6 +44,14 @@ TEST_F(DetachedNodesTest, WhatTheHostDoesNotKnowIsToldApart) {
   add("there", "");
   EXPECT_EQ(read([](ReplicaReader& reader) { return detachedNodes::unknown(reader, 100); }),
             std::vector<NodeId>{unknown});
+}
+
+TEST_F(DetachedNodesTest, WhatLeftInTheFutureLeftNow) {
+  const NodeId early = detached("early", "i:1", 100);
+  const NodeId ahead = detached("ahead", "i:2", 90000);
+  write([](ReplicaWriter& writer) { detachedNodes::capTimes(writer, atSecond(150)); });
+  EXPECT_EQ(since(149), std::vector<NodeId>{early});
+  EXPECT_EQ(since(150), (std::vector<NodeId>{early, ahead}));
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "service/replica/JournalTree.h"
 
+#include <algorithm>
+
 #include "service/replica/Journal.h"
 #include "service/replica/NodeContents.h"
 #include "tests/service/support/ReplicaFixture.h"
@@ -34,6 +36,70 @@ TEST_F(JournalTreeTest, KnowsWhetherAnythingBelowIsToBeSent) {
   EXPECT_FALSE(any());
   add("new", "", inner);
   EXPECT_TRUE(any());
+}
+
+// Two folders that are in one another, as no listing may leave them, with a file that is at the
+// host.
+struct Circle {
+  NodeId first;
+  NodeId second;
+  NodeId file;
+};
+
+class CircleTest : public JournalTreeTest {
+ protected:
+  CircleTest() {
+    const NodeId first = addFolder("first");
+    const NodeId second = addFolder("second", first);
+    circle = {first, second, add("file", "i:1", second)};
+    write([&](ReplicaWriter& writer) {
+      Node node = *writer.node(first);
+      node.parent = second;
+      writer.update(node);
+    });
+  }
+
+  Circle circle{};
+};
+
+TEST_F(CircleTest, WhatIsBelowIsFoundOnce) {
+  const auto any = [&] {
+    return read([&](ReplicaReader& reader) { return journal::anyBelow(reader, circle.first); });
+  };
+  EXPECT_FALSE(any());
+  begin(circle.file);
+  EXPECT_TRUE(any());
+}
+
+TEST_F(CircleTest, ChangedContentsAreFoundOnce) {
+  const auto changed = [&] {
+    return read(
+        [&](ReplicaReader& reader) { return journal::changedContentsBelow(reader, circle.first); });
+  };
+  EXPECT_TRUE(changed().empty());
+  begin(circle.file);
+  write([&](ReplicaWriter& writer) { nodeContents::markDirty(writer, circle.file); });
+  EXPECT_EQ(changed(), std::vector<NodeId>{circle.file});
+}
+
+TEST_F(CircleTest, ChangesWithinAreFoundOnce) {
+  begin(circle.file);
+  begin(circle.second);
+  for (const NodeId folder : {circle.first, circle.second}) {
+    auto found = read([&](ReplicaReader& reader) { return journal::within(reader, folder); });
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, (std::vector<NodeId>{circle.second, circle.file}));
+  }
+}
+
+TEST_F(CircleTest, WhatStaysHereIsNamedOnce) {
+  const auto paths = [&] {
+    return read(
+        [&](ReplicaReader& reader) { return journal::localPaths(reader, circle.first, 9); });
+  };
+  EXPECT_TRUE(paths().empty());
+  add("local", "", circle.second);
+  EXPECT_EQ(paths(), std::vector<std::string>{"second/local"});
 }
 
 TEST_F(JournalTreeTest, ChangesWithinAFolderComeDeepestFirst) {

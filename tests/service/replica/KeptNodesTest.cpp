@@ -73,5 +73,17 @@ TEST_F(KeptNodesTest, FilesWithoutContentsAreMissing) {
   EXPECT_EQ(missing(kNoNode, 1), std::vector<NodeId>{one});
 }
 
+TEST_F(KeptNodesTest, FoldersThatAreInOneAnotherAreKeptOnce) {
+  const NodeId first = addFolder("first");
+  const NodeId second = addFolder("second", first);
+  write([&](ReplicaWriter& writer) {
+    Node node = *writer.node(first);
+    node.parent = second;
+    writer.update(node);
+    keptNodes::setBelow(writer, first, true);
+  });
+  EXPECT_TRUE(row(second)->kept);
+}
+
 }  // namespace
 }  // namespace tulo::test

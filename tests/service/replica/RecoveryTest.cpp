@@ -115,5 +115,16 @@ TEST_F(RecoveryTest, WhatWasChangedBelowAFolderThatGoesIsRescued) {
   EXPECT_TRUE(row(file)->identifier.empty());
 }
 
+TEST_F(RecoveryTest, TwoFilesOfALongNameBothComeBack) {
+  const std::string name = std::string(251, 'n') + ".txt";
+  makeFile(name, "one", makeFolder("x"));
+  makeFile(name, "two", makeFolder("y"));
+  damage();
+  const auto files = recovered();
+  ASSERT_EQ(files.size(), 2U);
+  for (const auto& [found, id] : files)
+    EXPECT_LE(found.size(), 255U);
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <filesystem>
+#include <set>
 
 #include "sqlite/Connection.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -66,6 +68,21 @@ TEST_F(ReplicaFileTest, DamageInsideIsFoundOnlyWhereThereWasASuspicion) {
   const ReplicaFile file(directory.path());
   EXPECT_FALSE(file.setAside().empty());
   EXPECT_EQ(open().integer("SELECT count(*) FROM node"), 0);
+}
+
+TEST_F(ReplicaFileTest, OneThatWasSetAsideIsNotReplacedByTheNext) {
+  // As after the clock was set back.
+  std::set<std::string> before;
+  for (std::time_t time = std::time(nullptr); before.size() < 30; ++time) {
+    const std::string aside = path + ".damaged-" + std::to_string(time);
+    writeFile(aside, "precious");
+    before.insert(aside);
+  }
+  writeFile(path, std::string(8192, 'x'));
+  const ReplicaFile file(directory.path());
+  EXPECT_EQ(readFile(file.setAside()), std::string(8192, 'x'));
+  for (const std::string& aside : before)
+    EXPECT_EQ(readFile(aside), "precious");
 }
 
 }  // namespace

@@ -456,9 +456,17 @@ ScriptedExtension::carryOut(const Mutation& mutation,
     script = state_->nextScript();
   }
   if (script.before) script.before();
-  const std::scoped_lock lock(state_->mutex);
-  if (script.error && !script.done) return {script, std::nullopt};
-  return {script, work()};
+  std::optional<ScriptedItem> item;
+  {
+    const std::scoped_lock lock(state_->mutex);
+    if (script.error && !script.done) return {script, std::nullopt};
+    item = work();
+  }
+  if (item && script.after) {
+    script.after();
+    item = find(item->identifier);
+  }
+  return {script, item};
 }
 
 void ScriptedExtension::answer(const MutationScript& script,

@@ -75,6 +75,7 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
     std::optional<platform::NSError> error = std::nullopt;
     bool done = false;                       // it is done all the same: the answer was lost
     std::function<void()> before = nullptr;  // runs first
+    std::function<void()> after = nullptr;   // runs before the item is looked at for the reply
   };
   // The next create, modify or delete; scripts are used up in order. `always`: for those that come
   // after them.

@@ -29,5 +29,20 @@ TEST(ConflictNameTest, FurtherAttemptsAreCounted) {
   EXPECT_NE(nameOf("a.txt", 2), nameOf("a.txt", 3));
 }
 
+TEST(ConflictNameTest, NoNameIsLongerThanAFolderCanHold) {
+  for (const std::string& stem :
+       {std::string(251, 'n'), std::string("a.") + std::string(249, 'x')}) {
+    const std::string name = nameOf(stem + ".odt", 12);
+    EXPECT_LE(name.size(), 255U);
+    EXPECT_TRUE(name.ends_with(" (conflicted copy of laptop, 2027-01-15, 12).odt"));
+  }
+}
+
+TEST(ConflictNameTest, ALongNameOfTheMachineIsCut) {
+  const std::string name = conflictedName(std::string(255, 'n'), std::string(253, 'm'), kNoon, 1);
+  EXPECT_LE(name.size(), 255U);
+  EXPECT_TRUE(name.ends_with(", 2027-01-15)"));
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -33,5 +33,22 @@ TEST_F(ConflictTest, OtherContentsOfTheSameSizeAreAConflict) {
   EXPECT_EQ(engine->uploader().statistics().conflicts, 1U);
 }
 
+TEST_F(ConflictTest, TheCopyOfALongNameCanBeSentAndRenamed) {
+  std::string name;
+  while (name.size() + 6 <= 255)
+    name += "\u00e4";
+  name += ".odt";
+  const NodeId id = downloaded("i:1", name, "base");
+  write(id, "here");
+  extension->edit("i:1", "somewhere else");
+  push();
+  pushAll();
+  const std::string copy = row(id)->name;
+  EXPECT_LE(copy.size(), 255U);
+  EXPECT_TRUE(copy.ends_with(").odt"));
+  EXPECT_EQ(hostContents(copy), "here");
+  EXPECT_EQ(rename(copy, "short.odt"), 0);
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -100,5 +100,72 @@ TEST_F(DeliveryTest, AWriteAfterTheSameBytesOnBothSidesGoesUp) {
   EXPECT_EQ(names().size(), 1U);
 }
 
+TEST_F(DeliveryTest, WhatSomebodyPutOverItRightAfterwardsIsAnotherVersion) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "mine!");
+  // Between the change and the look that the extension takes at the row.
+  extension->scriptMutation({.after = [&] { extension->edit("i:1", "other"); }});
+  push();
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->contents, "other");
+  EXPECT_EQ(hostContents(row(id)->name), "mine!");
+  EXPECT_NE(row(id)->name, "a.txt");
+  list();
+  EXPECT_EQ(readThrough(named("a.txt")), "other");
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 1U);
+}
+
+TEST_F(DeliveryTest, WhatSomebodyPutOverANewFileRightAfterwardsIsAnotherVersion) {
+  const NodeId id = makeFile("a.txt", "mine!");
+  extension->scriptMutation({.after = [&] { extension->edit("new:1", "other"); }});
+  push();
+  pushAll();
+  EXPECT_EQ(extension->find("new:1")->contents, "other");
+  EXPECT_EQ(hostContents(row(id)->name), "mine!");
+  EXPECT_NE(row(id)->name, "a.txt");
+}
+
+TEST_F(DeliveryTest, AHostMayCountByMoreThanOne) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "mine!");
+  extension->scriptMutation(
+      {.after = [&] { extension->change("i:1", [](ScriptedItem& item) { item.version += 40; }); }});
+  push();
+  pushAll();
+  EXPECT_EQ(names().size(), 1U);
+  EXPECT_EQ(row(id)->contentVersion, "42");
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
+}
+
+TEST_F(DeliveryTest, AVersionThatIsNotKnownHereIsNotOverwritten) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  engine->replica().write(Durability::eventual,
+                          [&](ReplicaWriter& writer) { writer.setVersions(id, "", ""); });
+  write(id, "mine");
+  extension->edit("i:1", "theirs, longer");
+  push();
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->contents, "theirs, longer");
+  EXPECT_EQ(hostContents(row(id)->name), "mine");
+}
+
+TEST_F(DeliveryTest, WhatTheHostSaysIsInUseIsLookedAtAgainBeforeAnybodyHearsOfIt) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "mine");
+  int told = -1;
+  const auto ticket = engine->uploader().verdicts().begin([&](int error) { told = error; });
+  engine->uploader().awaitVerdict(ticket, {id}, std::chrono::minutes(1));
+  // Somebody changed it there after the look at it.
+  extension->scriptMutation(
+      {.error = platform::fileProviderError(platform::NSFileProviderErrorCode::serverUnreachable),
+       .before = [&] { extension->edit("i:1", "theirs, longer"); }});
+  drain();
+  EXPECT_EQ(told, -1);
+  pushAll();
+  EXPECT_EQ(told, 0);
+  EXPECT_EQ(extension->find("i:1")->contents, "theirs, longer");
+  EXPECT_EQ(hostContents(row(id)->name), "mine");
+}
+
 }  // namespace
 }  // namespace tulo::test

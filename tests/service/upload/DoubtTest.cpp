@@ -1,6 +1,13 @@
 #include "service/upload/Doubt.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <filesystem>
+#include <memory>
+
 #include "tests/service/support/UploadFixture.h"
+#include "tests/support/FakeHost.h"
 
 namespace tulo::test {
 namespace {
@@ -71,6 +78,134 @@ TEST_F(DoubtTest, ARequestOfAnEarlierRunIsNotMadeTwice) {
   pushAll();
   EXPECT_EQ(extension->named("a.txt").size(), 1U);
   EXPECT_EQ(row(id)->identifier, "new:1");
+}
+
+// A host that takes its time, of which the service's connection is gone: what an earlier run of the
+// service asked for.
+class SlowHostTest : public DoubtTest {
+ protected:
+  SlowHostTest() {
+    std::filesystem::remove(directory.file("fp.sock"));
+    host = std::make_unique<FakeHost>(directory.file("fp.sock"));
+    host->then({[this](FakeHost::Peer& peer) {
+      peer.readRequest();
+      mayEnd.wait();
+      peer.hangUp();
+    }});
+  }
+
+  ~SlowHostTest() override { mayEnd.open(); }
+
+  // The request was made, and the service ended before the answer.
+  void leave(NodeId id) {
+    engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
+      Change change = *journal::find(writer, id);
+      change.request.made(writer.node(id)->content, {root(), writer.node(id)->filename});
+      // Of an earlier attempt.
+      change.standing.putOff(clock);
+      journal::put(writer, change);
+    });
+    {
+      const auto gone = connection();
+      ASSERT_TRUE(host->waitForRequests(1));
+    }
+    reopen();
+  }
+
+  FileDescriptor connection() {
+    const std::string path = directory.file("fp.sock");
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, path.size());
+    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
+              0);
+    EXPECT_EQ(::send(socket.get(), "{}\n", 3, 0), 3);
+    return socket;
+  }
+
+  void hostEnds() {
+    mayEnd.open();
+    ASSERT_TRUE(host->waitUntilClosed(1));
+  }
+
+  Gate mayEnd;
+  std::unique_ptr<FakeHost> host;
+};
+
+TEST_F(SlowHostTest, WhatTheHostIsStillAtIsNotMadeASecondTime) {
+  const NodeId id = makeFile("report.pdf", "hello");
+  leave(id);
+  for (int i = 0; i < 20; ++i) {
+    clock += seconds(40);
+    drain();
+  }
+  EXPECT_TRUE(sent().empty());
+  EXPECT_FALSE(change(id)->standing.isRefused());
+  EXPECT_FALSE(change(id)->standing.reason().empty());
+  extension->file("i:7", "report.pdf", "hello");
+  hostEnds();
+  pushAll();
+  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(row(id)->identifier, "i:7");
+}
+
+TEST_F(SlowHostTest, WhatAppearsIsTakenBeforeTheHostHasEnded) {
+  const NodeId id = makeFile("report.pdf", "hello");
+  leave(id);
+  push();
+  extension->file("i:7", "report.pdf", "hello");
+  clock += seconds(40);
+  drain();
+  EXPECT_EQ(row(id)->identifier, "i:7");
+  EXPECT_EQ(counts().pending, 0);
+}
+
+TEST_F(SlowHostTest, WhatTheHostGaveUpIsMadeAgainAtOnce) {
+  const NodeId id = makeFile("report.pdf", "hello");
+  leave(id);
+  push();
+  EXPECT_TRUE(sent().empty());
+  hostEnds();
+  clock += seconds(40);
+  drain();
+  EXPECT_EQ(sent().size(), 1U);
+  EXPECT_EQ(row(id)->identifier, "new:1");
+}
+
+TEST_F(SlowHostTest, NewContentsThatTheHostIsStillAtAreNotSentAgain) {
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  write(id, "mine");
+  leave(id);
+  for (int i = 0; i < 10; ++i) {
+    clock += seconds(40);
+    drain();
+  }
+  EXPECT_TRUE(sent().empty());
+  extension->edit("i:1", "mine");
+  hostEnds();
+  pushAll();
+  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
+}
+
+TEST_F(SlowHostTest, ARequestThatIsGoneWithItsHostIsMadeAnew) {
+  const NodeId id = makeFile("report.pdf", "hello");
+  leave(id);
+  hostEnds();
+  host.reset();
+  leaveStaleSocket(directory.file("fp.sock"));
+  for (int i = 0; i < 5; ++i) {
+    clock += seconds(40);
+    drain();
+  }
+  EXPECT_TRUE(sent().empty()) << "nobody is there to be asked";
+  std::filesystem::remove(directory.file("fp.sock"));
+  host = std::make_unique<FakeHost>(directory.file("fp.sock"));
+  clock += std::chrono::minutes(1);
+  drain();
+  EXPECT_EQ(sent().size(), 1U);
+  EXPECT_EQ(extension->named("report.pdf").size(), 1U);
 }
 
 }  // namespace

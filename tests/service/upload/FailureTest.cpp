@@ -1,5 +1,7 @@
 #include "service/upload/Failure.h"
 
+#include <filesystem>
+
 #include "tests/service/support/WritingFixture.h"
 
 namespace tulo::test {
@@ -52,6 +54,47 @@ TEST_F(FailureTest, AnUnreachableHostIsTriedForEver) {
   extension->scriptMutations(std::nullopt);
   pushAll();
   EXPECT_EQ(extension->named("a.txt").size(), 1U);
+}
+
+TEST_F(FailureTest, WhatIsShortOnThisMachineIsNotTakenForTheHostsRefusal) {
+  const NodeId id = makeFile("a.txt", "hello");
+  // No copy can be made there.
+  const std::string staging = directory.file("fp-upload");
+  std::filesystem::create_directory_symlink("/proc", staging);
+  extension->scriptMutations(ScriptedExtension::MutationScript{
+      .error = fileProviderError(NSFileProviderErrorCode::cannotSynchronize)});
+  push();
+  for (int i = 0; i < 20; ++i) {
+    clock += std::chrono::minutes(10);
+    drain();
+    EXPECT_FALSE(change(id)->standing.isRefused());
+  }
+  EXPECT_FALSE(row(id)->error.empty());
+  std::filesystem::remove(staging);
+  // The host's own failures are counted from the first of them on.
+  clock += std::chrono::minutes(10);
+  drain();
+  EXPECT_FALSE(change(id)->standing.isRefused());
+  extension->scriptMutations(std::nullopt);
+  pushAll();
+  EXPECT_EQ(hostContents("a.txt"), "hello");
+  EXPECT_TRUE(row(id)->error.empty());
+}
+
+TEST_F(FailureTest, AnUnreachableHostDoesNotCountAsAFailureWithoutAReason) {
+  const NodeId id = makeFile("a.txt", "hello");
+  extension->scriptMutations(ScriptedExtension::MutationScript{
+      .error = fileProviderError(NSFileProviderErrorCode::serverUnreachable)});
+  push();
+  for (int i = 0; i < 10; ++i) {
+    clock += std::chrono::minutes(10);
+    drain();
+  }
+  extension->scriptMutations(ScriptedExtension::MutationScript{
+      .error = fileProviderError(NSFileProviderErrorCode::cannotSynchronize)});
+  clock += std::chrono::minutes(10);
+  drain();
+  EXPECT_FALSE(change(id)->standing.isRefused());
 }
 
 }  // namespace

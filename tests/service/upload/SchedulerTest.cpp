@@ -105,5 +105,32 @@ TEST_F(SchedulerTest, ChangesGoUpAfterARestart) {
   EXPECT_EQ(hostContents("b.txt"), "mine");
 }
 
+TEST_F(SchedulerTest, AClockThatWasAheadKeepsNothingBack) {
+  clock += std::chrono::hours(24);
+  makeFile("a.txt", "hello");
+  clock -= std::chrono::hours(24);
+  push();
+  EXPECT_EQ(hostContents("a.txt"), "hello");
+}
+
+TEST_F(SchedulerTest, AClockThatWasAheadKeepsNothingBackAfterARestart) {
+  clock += std::chrono::minutes(2);
+  makeFile("a.txt", "hello");
+  clock -= std::chrono::minutes(2);
+  reopen();
+  push();
+  EXPECT_EQ(hostContents("a.txt"), "hello");
+}
+
+TEST_F(SchedulerTest, APauseThatAClockAheadBeganEndsWithIt) {
+  makeFile("a.txt", "hello");
+  clock += std::chrono::hours(24);
+  failOnce(fileProviderError(NSFileProviderErrorCode::notAuthenticated));
+  drain();
+  clock -= std::chrono::hours(24);
+  push();
+  EXPECT_EQ(hostContents("a.txt"), "hello");
+}
+
 }  // namespace
 }  // namespace tulo::test
