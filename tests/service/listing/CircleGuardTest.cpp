@@ -12,7 +12,7 @@ class CircleGuardTest : public ReplicaFixture {
   bool mayMove(NodeId moved, NodeId listed) {
     bool result = false;
     write([&](ReplicaWriter& writer) {
-      Reconciliation pass{writer, openFiles, *writer.node(listed), false, true};
+      Reconciliation pass{writer, openFiles, folders, *writer.node(listed), false, true};
       result = makeWay(pass, *writer.node(moved));
       told = pass.invalidations;
       outdated = pass.outdated;
@@ -21,6 +21,7 @@ class CircleGuardTest : public ReplicaFixture {
   }
 
   OpenFiles openFiles;
+  Folders folders;
   Invalidations told;
   bool outdated = false;
   const NodeId outer = addFolder("outer");
