@@ -11,6 +11,7 @@
 #include "host/folder/Intents.h"
 #include "host/folder/Node.h"
 #include "host/folder/NodeStore.h"
+#include "host/folder/RecentChanges.h"
 #include "host/index/IndexDatabase.h"
 #include "host/index/IndexRows.h"
 #include "host/index/IndexState.h"
@@ -28,6 +29,8 @@ class FolderIndex {
   IndexState& state() { return state_; }
   NodeStore& nodes() { return nodes_; }
   Intents& intents() { return intents_; }
+  // What other programs have changed in it.
+  RecentChanges& recent() { return recent_; }
 
   void add(const Node& node, std::string_view shownName);
   // Records where a node is now and how it is shown.
@@ -44,6 +47,7 @@ class FolderIndex {
   IndexState state_;
   NodeStore nodes_;
   Intents intents_;
+  RecentChanges recent_;
 };
 
 }  // namespace tulo::host

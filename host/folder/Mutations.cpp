@@ -37,8 +37,11 @@ void Mutations::requireUnlocked(const Node& node) {
 }
 
 void Mutations::requireSeen(const Node& node, RecentChanges::Clock::time_point look) {
-  if (node.isFolder) tree_.refreshBelow(node.ulid);
-  const std::vector<std::string> recent = tree_.recent().since(look);
+  if (node.isFolder) {
+    tree_.queueFolder(node.ulid);
+    tree_.settle();
+  }
+  const std::vector<std::string> recent = index_.recent().since(look);
   const bool isNews = std::any_of(recent.begin(), recent.end(), [&](const std::string& ulid) {
     return ulid == node.ulid || (node.isFolder && index_.nodes().isWithin(ulid, node.ulid));
   });

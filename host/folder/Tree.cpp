@@ -107,7 +107,7 @@ void Tree::reconcile(const std::string& parent, const std::string& name, const E
     Node node = *known;
     node.fingerprint = Fingerprint::of(stat);
     index_.update(node);
-    recent_.note(node.ulid);
+    index_.recent().note(node.ulid);
     // Another folder in the same place: what is in it is news.
     if (stat.isFolder) queueFolder(known->ulid);
     return;
@@ -122,7 +122,7 @@ void Tree::reconcile(const std::string& parent, const std::string& name, const E
 
 void Tree::adopt(const std::string& parent, const std::string& name, const EntryStat& stat) {
   Adoption::Adopted adopted = adoption_.adopt(parent, name, stat);
-  recent_.note(adopted.ulid);
+  index_.recent().note(adopted.ulid);
   if (adopted.displaced) {
     hasDisplaced_ = true;
     missing_.push_back(*std::move(adopted.displaced));
@@ -152,7 +152,7 @@ void Tree::scanAll() {
   index_.intents().forgetAll();
   settle();
   adoption_.expectIntents(false);
-  if (isFirst) recent_.forgetAll();
+  if (isFirst) index_.recent().forgetAll();
 }
 
 void Tree::removeNode(const Node& node) {
@@ -176,11 +176,6 @@ std::optional<Node> Tree::refresh(const Node& node) {
   }
   settle();
   return index_.nodes().node(node.ulid);
-}
-
-void Tree::refreshBelow(const std::string& folder) {
-  queueFolder(folder);
-  settle();
 }
 
 void Tree::commitWhenLarge() {

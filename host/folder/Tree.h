@@ -23,7 +23,6 @@
 #include "host/folder/FolderReader.h"
 #include "host/folder/Node.h"
 #include "host/folder/Places.h"
-#include "host/folder/RecentChanges.h"
 #include "host/folder/ServedFolder.h"
 #include "host/index/Ulid.h"
 
@@ -41,9 +40,6 @@ class Tree {
 
   // All must outlive the tree.
   Tree(ServedFolder& folder, FolderIndex& index, Places& places, UlidSource& ulids);
-
-  // What other programs have changed, to be asked once it is refreshed.
-  const RecentChanges& recent() const { return recent_; }
 
   void observeFolders(FolderObserver observer);
 
@@ -72,8 +68,6 @@ class Tree {
   // Brings one node up to date before a request uses it. Nothing if it is gone, and so is its row.
   // One that is not in its place is looked for everywhere: another program may just have moved it.
   std::optional<Node> refresh(const Node& node);
-  // The same for all that is in a folder.
-  void refreshBelow(const std::string& folder);
 
  private:
   using Known = std::unordered_map<std::string, Node>;
@@ -93,7 +87,6 @@ class Tree {
   Places& places_;
   FolderReader reader_;
   Adoption adoption_;
-  RecentChanges recent_;
   FolderObserver observer_;
   std::deque<std::string> queue_;
   std::vector<std::string> missing_;

@@ -7,6 +7,20 @@
 
 namespace tulo {
 
+namespace {
+
+// What an earlier run put off waits no longer than what is changed now.
+void capWaits(const UploaderParts& parts) {
+  const WallTime latest = parts.files.now() + parts.files.quiet();
+  const auto found =
+      parts.replica.read([](ReplicaReader& reader) { return journal::latestDue(reader); });
+  if (!found || *found <= latest) return;
+  const auto cap = [&](ReplicaWriter& writer) { journal::capDue(writer, latest, latest); };
+  parts.replica.write(Durability::eventual, cap, Room::fromReserve);
+}
+
+}  // namespace
+
 Uploader::Uploader(const UploaderParts& parts)
     : parts_(parts),
       relisting_(parts.relist),
@@ -26,7 +40,7 @@ Uploader::Uploader(const UploaderParts& parts)
       scheduler_(parts_, verdicts_, health_,
                  [this](NodeId node, bool aside) { carryOut(node, aside); }),
       discard_(parts_, scheduler_, provider_, relisting_) {
-  capWaits();
+  capWaits(parts_);
 }
 
 Uploader::~Uploader() {
@@ -37,16 +51,6 @@ void Uploader::stop() {
   provider_.stop();
   scheduler_.stop();
   verdicts_.failAll(EIO);
-}
-
-void Uploader::capWaits() {
-  const WallTime now = parts_.files.now();
-  const WallTime latest = now + parts_.files.quiet();
-  const auto found =
-      parts_.replica.read([](ReplicaReader& reader) { return journal::latestDue(reader); });
-  if (!found || *found <= latest) return;
-  const auto cap = [&](ReplicaWriter& writer) { journal::capDue(writer, latest, latest); };
-  parts_.replica.write(Durability::eventual, cap, Room::fromReserve);
 }
 
 void Uploader::carryOut(NodeId node, bool aside) {

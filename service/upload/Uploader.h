@@ -84,8 +84,6 @@ class Uploader {
 
  private:
   void carryOut(NodeId node, bool aside);
-  // What an earlier run put off waits no longer than what is changed now.
-  void capWaits();
 
   const UploaderParts parts_;
   Verdicts verdicts_;
