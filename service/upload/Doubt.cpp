@@ -88,6 +88,12 @@ std::optional<platform::ItemPointer> Doubt::findCreated(const Plan& plan) {
 }
 
 void Doubt::waitForHost(const Plan& plan) {
+  // Who waits for the host's word is told, as by any other request that finds nobody.
+  if (work_.isHostAbsent()) {
+    return failure_.react(
+        plan, platform::fileProviderError(platform::NSFileProviderErrorCode::serverUnreachable),
+        Failure::End::gaveUpWaiting);
+  }
   const milliseconds pause = work_.pause(plan.node.id);
   parts_.replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
     std::optional<Change> change = journal::find(writer, plan.node.id);

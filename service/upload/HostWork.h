@@ -28,6 +28,8 @@ class HostWork {
   // Whether something may still come of the change's request, so that what is not there now may be
   // there later. Asked before the host is looked at.
   bool mayGoOn(const Change& change, WallTime now) TULO_EXCLUDES(mutex_);
+  // Whether nobody is there at the moment who could be at work.
+  bool isHostAbsent() const { return activity_() == HostActivity::absent; }
   // The pause before the next look; they grow.
   milliseconds pause(NodeId node) TULO_EXCLUDES(mutex_);
   // What became of the request is known.

@@ -189,6 +189,22 @@ TEST_F(SlowHostTest, NewContentsThatTheHostIsStillAtAreNotSentAgain) {
   EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
 }
 
+TEST_F(SlowHostTest, WhoWaitsForAHostThatIsGoneIsTold) {
+  const NodeId id = makeFile("report.pdf", "hello");
+  leave(id);
+  hostEnds();
+  host.reset();
+  leaveStaleSocket(directory.file("fp.sock"));
+  int told = 0;
+  const auto ticket = engine->uploader().verdicts().begin([&](int error) { told = error; });
+  engine->uploader().awaitVerdict(ticket, {id}, std::chrono::minutes(10));
+  clock += seconds(40);
+  drain();
+  EXPECT_EQ(told, EHOSTDOWN);
+  EXPECT_TRUE(change(id)->request.isOpen());
+  EXPECT_TRUE(change(id)->request.isUnanswered());
+}
+
 TEST_F(SlowHostTest, ARequestThatIsGoneWithItsHostIsMadeAnew) {
   const NodeId id = makeFile("report.pdf", "hello");
   leave(id);
