@@ -21,6 +21,10 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   # Holds the annotations of platform/linux/Mutex.h against the code.
   target_compile_options(tulo_options INTERFACE -Wthread-safety)
 endif()
+if(CMAKE_UNITY_BUILD)
+  # Files that are compiled as one see one another's local names; the other builds warn.
+  target_compile_options(tulo_options INTERFACE -Wno-shadow)
+endif()
 if(TULO_WERROR)
   target_compile_options(tulo_options INTERFACE -Werror)
 endif()
