@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <array>
@@ -16,6 +17,21 @@ namespace tulo::test {
 namespace {
 
 constexpr int kRoomForAnswers = 4 << 20;
+
+// By a socket that takes what is spliced in pieces, unlike the device, answers go as one write.
+const fuse_custom_io& plainWrites() {
+  static const fuse_custom_io table = [] {
+    fuse_custom_io io = {};
+    io.writev = [](int descriptor, iovec* parts, int count, void*) {
+      return ::writev(descriptor, parts, count);
+    };
+    io.read = [](int descriptor, void* buffer, size_t size, void*) {
+      return ::read(descriptor, buffer, size);
+    };
+    return io;
+  }();
+  return table;
+}
 
 fuse_session* newSession(const fuse_lowlevel_ops& table, void* data) {
   std::string program = "test";
@@ -51,9 +67,7 @@ Kernel::Kernel(const fuse_lowlevel_ops& table, void* data, std::uint32_t offered
   }
   end_ = FileDescriptor(ends[0]);
   ::setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &kRoomForAnswers, sizeof kRoomForAnswers);
-  // libfuse takes a device that is open already under such a name, and closes it in the end.
-  const std::string device = "/dev/fd/" + std::to_string(ends[1]);
-  if (fuse_session_mount(session_.get(), device.c_str()) != 0) {
+  if (fuse_session_custom_io(session_.get(), &plainWrites(), ends[1]) != 0) {
     throw std::runtime_error("libfuse does not take the socket");
   }
   fuse_init_in init = {};

@@ -18,7 +18,13 @@ class MountFixture : public WritingFixture {
     list();
   }
 
-  ~MountFixture() override { unmount(); }
+  ~MountFixture() override {
+    extension->releaseFetches();
+    if (handlers_) handlers_->stop();
+    // A thread of the engine may still be in an answer that the kernel has already.
+    engine->stop();
+    unmount();
+  }
 
   // Each mounts at once; the last one counts.
   void mountWritable() { mount(writableParts()); }
