@@ -74,7 +74,7 @@ TEST_F(RowKeeperTest, WhatIsUpToDateIsLeftAlone) {
 
 TEST_F(RowKeeperTest, ManyAreNotGatheredForLong) {
   keeper.stop();
-  constexpr int kMost = 128;
+  constexpr int kMost = 48;
   std::vector<NodeId> ids;
   for (int i = 0; i < kMost; ++i)
     ids.push_back(written("file " + std::to_string(i), "x"));
