@@ -126,6 +126,7 @@ std::vector<std::string> localPaths(ReplicaReader& reader, NodeId folder, std::i
                   "WHERE pending.node=id) LIMIT ?2")
           .bind(folder, limit));
   std::vector<std::string> result;
+  result.reserve(local.size());
   for (const NodeId node : local)
     result.push_back(pathFrom(reader, folder, node));
   return result;
