@@ -32,7 +32,7 @@ bool Deliveries::give(const Download& download, ContentId content, std::int64_t 
 }
 
 void Deliveries::discard(Download& download) {
-  if (!download.path.empty()) store_.discard(download.path);
+  if (!download.path.empty()) store_.handOver().discard(download.path);
   download.path.clear();
 }
 

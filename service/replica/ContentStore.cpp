@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <iterator>
 
 #include "service/errors/ContentError.h"
@@ -42,15 +41,12 @@ void makeDirectory(const std::string& path) {
   if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) fail("cannot create " + path, errno);
 }
 
-FileDescriptor openChecked(const std::string& path, std::int64_t size, struct stat& status) {
-  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!file || ::fstat(file.get(), &status) != 0) fail("cannot take " + path, errno);
+void checkSize(const std::string& path, int file, std::int64_t size, struct stat& status) {
+  if (::fstat(file, &status) != 0) fail("cannot look at " + path, errno);
   if (!S_ISREG(status.st_mode)) throw ContentError(EIO, path + " is not a regular file");
-  if (status.st_size != size) {
-    throw ContentError(EIO, path + " has " + std::to_string(status.st_size) + " bytes, not the " +
-                                std::to_string(size) + " expected");
-  }
-  return file;
+  if (status.st_size == size) return;
+  throw ContentError(EIO, path + " has " + std::to_string(status.st_size) + " bytes, not the " +
+                              std::to_string(size) + " expected");
 }
 
 void copyBytes(int from, int to, const std::string& name) {
@@ -82,7 +78,7 @@ void copyBytes(int from, int to, const std::string& name) {
 
 ContentStore::ContentStore(const std::string& directory, const std::string& shared,
                            CacheLimits limits)
-    : directory_(directory + "/contents"), shared_(shared), room_(directory_, limits) {
+    : directory_(directory + "/contents"), handOver_(shared), room_(directory_, limits) {
   makeDirectory(directory_);
 }
 
@@ -93,11 +89,13 @@ std::string ContentStore::path(ContentId content) const {
 
 std::int64_t ContentStore::take(const std::string& source, std::int64_t size, ContentId content) {
   struct stat status = {};
-  const FileDescriptor file = openChecked(source, size, status);
+  const bool given = handOver_.isGiven(source);
+  const FileDescriptor file = handOver_.open(source);
+  checkSize(source, file.get(), size, status);
   const std::string target = path(content);
   makeDirectory(target.substr(0, target.rfind('/')));
   // A file with another name somewhere could still be written to by that name.
-  if (status.st_nlink == 1 && ::rename(source.c_str(), target.c_str()) == 0) {
+  if (given && status.st_nlink == 1 && ::rename(source.c_str(), target.c_str()) == 0) {
     ::fchmod(file.get(), 0600);
     return status.st_blocks;
   }
@@ -111,33 +109,20 @@ std::int64_t ContentStore::take(const std::string& source, std::int64_t size, Co
     ::unlink(target.c_str());
     throw;
   }
-  ::unlink(source.c_str());
+  handOver_.discard(source);
   return status.st_blocks;
-}
-
-void ContentStore::discard(const std::string& source) const {
-  std::error_code error;
-  const auto folder =
-      std::filesystem::canonical(std::filesystem::path(source).parent_path(), error);
-  if (error) return;
-  const auto shared = std::filesystem::canonical(shared_, error);
-  if (error) return;
-  const auto [end, ignored] =
-      std::mismatch(shared.begin(), shared.end(), folder.begin(), folder.end());
-  struct stat status = {};
-  if (end != shared.end() || ::lstat(source.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return;
-  }
-  ::unlink(source.c_str());
 }
 
 FileDescriptor ContentStore::open(ContentId content, std::int64_t size) const {
   struct stat status = {};
-  return openChecked(path(content), size, status);
+  FileDescriptor file = openAsIs(content);
+  checkSize(path(content), file.get(), size, status);
+  return file;
 }
 
 FileDescriptor ContentStore::openAsIs(ContentId content) const {
-  FileDescriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  FileDescriptor file(::open(path(content).c_str(), flags));
   if (!file) fail("cannot open " + path(content), errno);
   return file;
 }
@@ -195,16 +180,16 @@ std::optional<std::string> ContentStore::nameOf(const std::string& path) {
   return std::string(name.data(), static_cast<std::size_t>(size));
 }
 
-bool ContentStore::makeDurable(ContentId content) const {
+int ContentStore::force(ContentId content) const {
   const FileDescriptor file(::open(path(content).c_str(), O_RDONLY | O_CLOEXEC));
-  return file && ::fsync(file.get()) == 0;
+  return file && ::fsync(file.get()) == 0 ? 0 : errno;
 }
 
 std::vector<ContentId> ContentStore::makeDurable(const std::vector<ContentId>& contents) const {
   std::vector<ContentId> safe;
   if (contents.size() <= kForcedSingly) {
     std::copy_if(contents.begin(), contents.end(), std::back_inserter(safe),
-                 [this](ContentId content) { return makeDurable(content); });
+                 [this](ContentId content) { return force(content) == 0; });
     return safe;
   }
   const FileDescriptor directory(::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

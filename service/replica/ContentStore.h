@@ -13,6 +13,7 @@
 
 #include "platform/linux/FileDescriptor.h"
 #include "service/replica/CacheRoom.h"
+#include "service/replica/HandOver.h"
 #include "service/replica/IncomingContent.h"
 
 namespace tulo {
@@ -25,22 +26,22 @@ class ContentStore {
 
   std::string path(ContentId content) const;
 
-  // Takes over the file: it is moved where that is possible, else copied (cloned where the disk
-  // can) and removed. Only a regular file of exactly `size` bytes is taken; anything else throws
-  // ContentError and leaves the file alone. Returns its blocks.
+  // Takes over the file: what was handed over is moved where that is possible, else copied (cloned
+  // where the disk can) and removed; what lies elsewhere is copied and stays. Only a regular file
+  // of exactly `size` bytes is taken; anything else throws ContentError and leaves the file alone.
+  // Returns its blocks.
   std::int64_t take(const std::string& source, std::int64_t size, ContentId content);
 
-  // Removes a file that was handed over and not taken, if it lies in the shared directory. A path
-  // that a confused provider named may be anybody's, so elsewhere nothing is ever removed.
-  void discard(const std::string& source) const;
+  // What the provider's side hands over, and may be done with it.
+  const HandOver& handOver() const { return handOver_; }
 
   // An open file of contents, for reading. Throws ContentError when it is not there or is short.
   FileDescriptor open(ContentId content, std::int64_t size) const;
   // The same whatever size it has.
   FileDescriptor openAsIs(ContentId content) const;
   void remove(ContentId content) const;
-  // Forces the file to the disk. False when it is not there.
-  bool makeDurable(ContentId content) const;
+  // Forces the file to the disk. An errno, or 0.
+  int force(ContentId content) const;
   // Forces all of them; returns those that are safe now.
   std::vector<ContentId> makeDurable(const std::vector<ContentId>& contents) const;
 
@@ -65,7 +66,7 @@ class ContentStore {
 
  private:
   std::string directory_;
-  std::string shared_;
+  HandOver handOver_;
   CacheRoom room_;
   IncomingContents incoming_;
 };

@@ -1,7 +1,5 @@
 #include "service/upload/Provider.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -36,10 +34,12 @@ bool Answer::isGone() const {
 // One question on its way. `answered` may come on any thread, also after nobody waits any more.
 class Provider::Call {
  public:
+  explicit Call(HandOver handOver) : handOver_(std::move(handOver)) {}
+
   void answered(platform::ItemPointer item, std::optional<platform::NSError> error,
                 std::optional<platform::URL> url = std::nullopt) {
     const MutexLock lock(mutex_);
-    if (abandoned_ && url) ::unlink(url->path().c_str());
+    if (abandoned_ && url) handOver_.discard(url->path());
     answer_.item = std::move(item);
     answer_.error = std::move(error);
     answer_.url = std::move(url);
@@ -72,6 +72,8 @@ class Provider::Call {
     changed_.notifyAll();
   }
 
+  // Its own, since it may be here longer than anything else.
+  const HandOver handOver_;
   // A leaf.
   Mutex mutex_;
   Condition changed_;
@@ -81,7 +83,7 @@ class Provider::Call {
 };
 
 Answer Provider::await(const std::function<void(std::shared_ptr<Call>)>& begin) const {
-  const auto call = std::make_shared<Call>();
+  const auto call = std::make_shared<Call>(store_.handOver());
   begin(call);
   return call->await(stopping_);
 }

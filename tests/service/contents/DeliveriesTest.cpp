@@ -11,12 +11,13 @@ namespace {
 
 class DeliveriesTest : public ContentsFixture {
  protected:
-  // What the host hands over for the file, in the directory that both share.
+  // What the host hands over for the file, in the place for that.
   Download delivered(NodeId id, const std::string& bytes) {
     Download download(id);
     download.version = row(id)->contentVersion;
     download.size = row(id)->size;
-    download.path = directory.file("delivered");
+    std::filesystem::create_directory(directory.file("fp-download"));
+    download.path = directory.file("fp-download/delivered");
     writeFile(download.path, bytes);
     return download;
   }

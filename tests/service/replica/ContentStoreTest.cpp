@@ -14,11 +14,12 @@ namespace {
 class ContentStoreTest : public ::testing::Test {
  protected:
   ContentStoreTest() {
-    std::filesystem::create_directory(directory.file("shared"));
+    std::filesystem::create_directories(directory.file("shared/fp-download"));
     std::filesystem::create_directory(directory.file("elsewhere"));
   }
 
-  std::string handedOver(const std::string& bytes, const std::string& folder = "shared") {
+  std::string handedOver(const std::string& bytes,
+                         const std::string& folder = "shared/fp-download") {
     const std::string path = directory.file(folder + "/handed over");
     writeFile(path, bytes);
     return path;
@@ -60,20 +61,25 @@ TEST_F(ContentStoreTest, AFileOfAnotherSizeIsLeftAlone) {
 }
 
 TEST_F(ContentStoreTest, OnlyARegularFileIsTaken) {
-  const std::string link = directory.file("shared/link");
+  const std::string link = directory.file("shared/fp-download/link");
   std::filesystem::create_symlink(handedOver("bytes"), link);
   EXPECT_THROW(store.take(link, 5, content), ContentError);
-  EXPECT_THROW(store.take(directory.file("shared"), 0, content), ContentError);
+  EXPECT_THROW(store.take(directory.file("shared/fp-download"), 0, content), ContentError);
 }
 
-TEST_F(ContentStoreTest, DiscardsOnlyWhatLiesInTheSharedFolder) {
-  const std::string shared = handedOver("bytes");
-  const std::string other = handedOver("bytes", "elsewhere");
-  store.discard(shared);
-  store.discard(other);
-  store.discard(directory.file("shared/../elsewhere/handed over"));
-  EXPECT_FALSE(std::filesystem::exists(shared));
-  EXPECT_TRUE(std::filesystem::exists(other));
+TEST_F(ContentStoreTest, WhatLiesElsewhereIsCopied) {
+  const std::string source = handedOver("bytes", "elsewhere");
+  store.take(source, 5, content);
+  EXPECT_EQ(readFile(store.path(content)), "bytes");
+  writeFile(source, "other");
+  EXPECT_EQ(readFile(store.path(content)), "bytes");
+}
+
+TEST_F(ContentStoreTest, WhatIsInTheContainerIsNotTakenFromIt) {
+  const std::string source = handedOver("bytes", "shared");
+  EXPECT_THROW(store.take(source, 5, content), ContentError);
+  EXPECT_EQ(readFile(source), "bytes");
+  EXPECT_FALSE(std::filesystem::exists(store.path(content)));
 }
 
 TEST_F(ContentStoreTest, OpensOnlyWhatIsWhole) {
@@ -112,8 +118,8 @@ TEST_F(ContentStoreTest, OnlyWhatIsThereCanBeSafe) {
     contents.emplace_back(number);
     if (number != 4) store.create(ContentId(number), "n");
   }
-  EXPECT_TRUE(store.makeDurable(ContentId(1)));
-  EXPECT_FALSE(store.makeDurable(ContentId(4)));
+  EXPECT_EQ(store.force(ContentId(1)), 0);
+  EXPECT_EQ(store.force(ContentId(4)), ENOENT);
   EXPECT_EQ(store.makeDurable({ContentId(3), ContentId(4)}), std::vector<ContentId>{ContentId(3)});
   std::erase(contents, ContentId(4));
   std::vector<ContentId> asked = contents;

@@ -86,7 +86,11 @@ struct ScriptedExtension::State {
     }
   }
 
-  std::string newPath() { return directory + "/fetched-" + std::to_string(++files); }
+  std::string newPath() {
+    const std::string folder = directory + "/fp-download";
+    std::filesystem::create_directory(folder);
+    return folder + "/fetched-" + std::to_string(++files);
+  }
 };
 
 class ScriptedExtension::Enumerator final : public NSFileProviderEnumerator {
@@ -298,7 +302,7 @@ std::shared_ptr<Progress> ScriptedExtension::fetchContents(
     std::optional<ScriptedItem> item;
     {
       const std::scoped_lock lock(state->mutex);
-      path = state->newPath();
+      path = script.path.value_or(state->newPath());
       const auto at = state->items.find(itemIdentifier);
       if (at != state->items.end()) item = at->second;
     }
@@ -310,10 +314,11 @@ std::shared_ptr<Progress> ScriptedExtension::fetchContents(
     }
     if (script.directory) {
       std::filesystem::create_directory(path);
-    } else if (!script.missingFile) {
+    } else if (!script.missingFile && !script.path) {
       std::ofstream(path, std::ios::binary) << script.bytes.value_or(item->contents);
     }
     if (script.hardLink) std::filesystem::create_hard_link(path, path + "-original");
+    if (script.after) script.after();
     completionHandler(URL(path), script.noItem ? nullptr : std::make_shared<Item>(*item),
                       std::nullopt);
   };

@@ -34,9 +34,11 @@ class ScriptedExtension final : public platform::NSFileProviderReplicatedExtensi
     bool missingFile = false;  // the path of nothing
     bool directory = false;    // the path of a directory
     std::optional<std::string> bytes = std::nullopt;
-    bool hardLink = false;  // the file has another name, too
+    std::optional<std::string> path = std::nullopt;  // names that file, whatever it is
+    bool hardLink = false;                           // the file has another name, too
     bool noItem = false;
     std::function<void()> before = nullptr;  // runs first, on the fetching thread
+    std::function<void()> after = nullptr;   // runs when the file is there
   };
 
   explicit ScriptedExtension(std::string directory);

@@ -88,7 +88,27 @@ TEST(LateAnswerTest, AFileThatComesAfterNobodyWaitsIsRemoved) {
     extension->releaseFetches();
   }
   // The provider's threads have ended, so the answer has come.
-  EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+  EXPECT_TRUE(std::filesystem::is_empty(directory.file("fp-download")));
+}
+
+TEST(LateAnswerTest, AFileThatWasNotHandedOverStaysWhereItIs) {
+  const TemporaryDirectory directory;
+  const TemporaryDirectory contents;
+  const TemporaryDirectory elsewhere;
+  const ContentStore store(contents.path(), directory.path(), {});
+  writeFile(elsewhere.file("thesis.odt"), "hello");
+  {
+    const auto extension = std::make_shared<ScriptedExtension>(directory.path());
+    extension->file("i:1", "a.txt", "hello");
+    extension->scriptFetch({.path = elsewhere.file("thesis.odt")});
+    extension->holdFetches();
+    Provider provider(extension, store);
+    provider.stop();
+    EXPECT_TRUE(provider.fetch("i:1").stopped);
+    EXPECT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
+    extension->releaseFetches();
+  }
+  EXPECT_EQ(readFile(elsewhere.file("thesis.odt")), "hello");
 }
 
 // What a provider cannot read looks to it as if it were not there.

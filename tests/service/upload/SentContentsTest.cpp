@@ -1,8 +1,10 @@
 #include "service/upload/SentContents.h"
 
 #include <filesystem>
+#include <optional>
 #include <stdexcept>
 
+#include "tests/service/support/DescriptorShortage.h"
 #include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/UploadFixture.h"
 
@@ -50,7 +52,7 @@ TEST_F(SentContentsTest, TheFileThatWasHandedOverIsRemoved) {
   extension->file("i:1", "b.txt", "hello");
   const auto files = [&] {
     std::size_t count = 0;
-    for (const auto& each : std::filesystem::directory_iterator(directory.path()))
+    for (const auto& each : std::filesystem::recursive_directory_iterator(directory.path()))
       count += each.is_regular_file() ? 1 : 0;
     return count;
   };
@@ -80,6 +82,37 @@ TEST_F(SentContentsTest, WhatWasSentIsLetGoOfUnlessTheNodeHasIt) {
   };
   EXPECT_TRUE(isUsed(contents));
   EXPECT_FALSE(isUsed(ContentId(contents.number() + 1)));
+}
+
+// A host that is mistaken may name anything.
+TEST_F(SentContentsTest, AFileThatWasNotHandedOverStaysWhereItIs) {
+  const TemporaryDirectory elsewhere;
+  const NodeId id = makeFile("a.txt", "hello");
+  extension->file("i:1", "b.txt", "hello");
+  writeFile(elsewhere.file("thesis.odt"), "hello");
+  extension->scriptFetch({.path = elsewhere.file("thesis.odt")});
+  EXPECT_EQ(hostHas("i:1", id), true);
+  EXPECT_EQ(readFile(elsewhere.file("thesis.odt")), "hello");
+  const std::string index = readFile(directory.file("state.db"));
+  extension->scriptFetch({.path = directory.file("state.db")});
+  EXPECT_THROW(hostHas("i:1", id), std::runtime_error);
+  EXPECT_EQ(readFile(directory.file("state.db")), index);
+}
+
+TEST_F(SentContentsTest, WithoutDescriptorsNothingIsTakenForAnotherVersion) {
+  const NodeId id = makeFile("a.txt", "hello");
+  extension->file("i:1", "b.txt", "hello");
+  for (int left = 0; left < 8; ++left) {
+    std::optional<DescriptorShortage> shortage;
+    extension->scriptFetch({.after = [&] { shortage.emplace(left); }});
+    std::optional<bool> same;
+    try {
+      same = hostHas("i:1", id);
+    } catch (const std::runtime_error&) {
+    }
+    shortage.reset();
+    EXPECT_NE(same, false) << left;
+  }
 }
 
 }  // namespace
