@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <vector>
 
 #include "platform/linux/Mutex.h"
 #include "service/contents/LeftOvers.h"
@@ -19,6 +20,13 @@
 #include "service/replica/Replica.h"
 
 namespace tulo {
+
+// Whether there is room for contents.
+enum class Fit {
+  now,    // and it is reserved
+  later,  // when others have ended that are on their way, or what others read is closed
+  never,
+};
 
 class CacheEviction {
  public:
@@ -33,14 +41,22 @@ class CacheEviction {
 
   // 0, or the errno that says why the contents stay: EBUSY while open or kept.
   int evict(NodeId node);
-  // Whether so much fits on the disk, as far as need be after evicting.
-  bool make(std::int64_t bytes) TULO_EXCLUDES(mutex_);
+  // Makes room on the disk for so much, and reserves it. Nothing is evicted for what does not fit
+  // all the same.
+  Fit make(std::int64_t bytes) TULO_EXCLUDES(mutex_);
   // Brings the cache back to its size; false when there was nothing to do.
   bool step();
 
   std::uint64_t evicted() const { return evicted_; }
 
  private:
+  struct Victims {
+    std::vector<NodeId> nodes;
+    std::int64_t bytes = 0;
+  };
+  // The least recently used, until they take up so much. `evenOpen`: as if nothing were open.
+  Victims victims(std::int64_t bytes, bool evenOpen);
+  Fit fitOf(std::int64_t bytes);
   bool evictSome(std::int64_t bytes);
 
   Replica& replica_;

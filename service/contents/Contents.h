@@ -69,7 +69,10 @@ class Contents {
   int evict(NodeId node) { return room_.evict(node); }
 
   // Single steps of the background work; each returns false when there was nothing to do.
-  bool evictStep() { return room_.step(); }
+  bool evictStep() {
+    downloads_->tryWaiting();
+    return room_.step();
+  }
   bool keepStep() { return kept_.step(); }
   bool purgeStep() { return leftOvers_.step(); }
   bool durableStep() { return durable_.step(); }

@@ -1,8 +1,11 @@
 #include "service/contents/Downloads.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <utility>
 
+#include "platform/linux/FileDescriptor.h"
 #include "service/base/ServiceLog.h"
 #include "service/errors/ContentError.h"
 #include "service/errors/Errno.h"
@@ -14,6 +17,27 @@ namespace {
 constexpr unsigned kAttempts = 3;
 // Beginning a fetch may have to make room first, and nobody says how soon the provider returns.
 constexpr unsigned kStarters = 4;
+
+std::optional<Node> rowOf(Replica& replica, const Download& download) {
+  return replica.read([&](ReplicaReader& reader) { return reader.node(download.node); });
+}
+
+// The provider knows no word for it; 0 when more can be opened.
+int shortageOfDescriptors() {
+  const FileDescriptor any(::open("/", O_PATH | O_CLOEXEC));
+  return !any && isShortOfDescriptors(errno) ? errno : 0;
+}
+
+void recordFailure(Replica& replica, const Download& download, int error,
+                   const std::string& reason) try {
+  if (reason.empty()) return;
+  serviceLog().info("cannot fetch node %d (errno %d): %{public}@",
+                    {download.node.number(), error, reason});
+  replica.write(Durability::eventual,
+                [&](ReplicaWriter& writer) { writer.setError(download.node, reason); });
+} catch (const std::exception& failure) {
+  serviceLog().error("cannot note an error: %{public}@", {failure.what()});
+}
 
 }  // namespace
 
@@ -34,25 +58,30 @@ void Downloads::fetch(NodeId node, DownloadPriority priority, FetchCompletion co
 }
 
 void Downloads::startNext() {
-  while (const DownloadPointer next = queue_.next()) {
-    starters_.async([this, next] {
-      const Doorway::Visit visit(door_);
-      if (visit) begin(next);
-    });
-  }
+  while (const DownloadPointer next = queue_.next())
+    beginSoon(next);
 }
 
-std::optional<Node> Downloads::rowOf(const Download& download) {
-  return replica_.read([&](ReplicaReader& reader) { return reader.node(download.node); });
+void Downloads::tryWaiting() {
+  for (const DownloadPointer& download : waiters_.takeAll())
+    beginSoon(download);
+}
+
+void Downloads::beginSoon(const DownloadPointer& download) {
+  starters_.async([this, download] {
+    const Doorway::Visit visit(door_);
+    if (visit) begin(download);
+  });
 }
 
 void Downloads::begin(const DownloadPointer& download) try {
-  const std::optional<Node> row = rowOf(*download);
+  const std::optional<Node> row = rowOf(replica_, *download);
   if (!row) return finish(download, ESTALE, {});
   if (row->state != ContentState::dataless || row->size == 0) return finish(download, 0, {});
   if (row->identifier.empty()) return finish(download, ESTALE, {});
-  if (!room_.make(row->size)) return finish(download, ENOSPC, "no room for it in the cache");
-  store_.room().reserve(row->size);
+  const Fit fit = room_.make(row->size);
+  if (fit == Fit::later && waiters_.add(download, store_.room().reserved() > 0)) return;
+  if (fit != Fit::now) return finish(download, ENOSPC, "no room for it in the cache");
   download->reserved = row->size;
   request(download, *row);
 } catch (const std::exception& error) {
@@ -81,6 +110,7 @@ void Downloads::delivered(const DownloadPointer& download, const std::optional<p
                           const platform::ItemPointer& item,
                           const std::optional<platform::NSError>& error) try {
   if (error) {
+    if (const int shortage = shortageOfDescriptors()) return finish(download, shortage, {});
     const bool transient = isTransient(*error);
     return finish(download, errnoFor(*error), transient ? std::string() : descriptionOf(*error));
   }
@@ -90,19 +120,16 @@ void Downloads::delivered(const DownloadPointer& download, const std::optional<p
   if (item && item->itemVersion().contentVersion != download->version) {
     return retry(download, "the file keeps changing at the host");
   }
-  adopt(download);
+  if (!deliveries_.adopt(*download)) return retry(download, "the file keeps changing at the host");
+  notifier_.queue({attributesChanged(download->node)});
+  finish(download, 0, {});
 } catch (const ContentError& failure) {
   const int number = errnoFor(failure);
+  if (isShortOfDescriptors(number)) return finish(download, number, {});
   if (number != EIO) return finish(download, number, failure.what());
   retry(download, failure.what());
 } catch (const std::exception& failure) {
   failedWith(download, failure);
-}
-
-void Downloads::adopt(const DownloadPointer& download) {
-  if (!deliveries_.adopt(*download)) return retry(download, "the file keeps changing at the host");
-  notifier_.queue({attributesChanged(download->node)});
-  finish(download, 0, {});
 }
 
 void Downloads::retry(const DownloadPointer& download, const std::string& reason) {
@@ -117,7 +144,7 @@ void Downloads::retry(const DownloadPointer& download, const std::string& reason
 }
 
 void Downloads::requestAgain(const DownloadPointer& download) try {
-  const std::optional<Node> row = rowOf(*download);
+  const std::optional<Node> row = rowOf(replica_, *download);
   if (!row) return finish(download, ESTALE, {});
   request(download, *row);
 } catch (const std::exception& error) {
@@ -126,28 +153,20 @@ void Downloads::requestAgain(const DownloadPointer& download) try {
 
 void Downloads::failedWith(const DownloadPointer& download, const std::exception& error) {
   serviceLog().error("cannot fetch node %d: %{public}@", {download->node.number(), error.what()});
-  finish(download, errnoFor(error), error.what());
-}
-
-void Downloads::recordFailure(const Download& download, int error, const std::string& reason) try {
-  if (reason.empty()) return;
-  serviceLog().info("cannot fetch node %d (errno %d): %{public}@",
-                    {download.node.number(), error, reason});
-  replica_.write(Durability::eventual,
-                 [&](ReplicaWriter& writer) { writer.setError(download.node, reason); });
-} catch (const std::exception& failure) {
-  serviceLog().error("cannot note an error: %{public}@", {failure.what()});
+  const int number = errnoFor(error);
+  finish(download, number, isShortOfDescriptors(number) ? "" : error.what());
 }
 
 void Downloads::finish(const DownloadPointer& download, int error, const std::string& reason) {
   deliveries_.discard(*download);
   store_.room().reserve(-std::exchange(download->reserved, 0));
-  recordFailure(*download, error, reason);
+  recordFailure(replica_, *download, error, reason);
   const std::vector<FetchCompletion> waiters = queue_.remove(*download);
   ++(error == 0 ? fetched_ : failed_);
   for (const FetchCompletion& waiter : waiters)
     waiter(error);
   startNext();
+  tryWaiting();
 }
 
 void Downloads::stop() {

@@ -22,6 +22,7 @@
 #include "service/contents/Deliveries.h"
 #include "service/contents/Doorway.h"
 #include "service/contents/DownloadQueue.h"
+#include "service/contents/RoomWaiters.h"
 #include "service/kernel/Notifier.h"
 #include "service/listing/Sync.h"
 #include "service/replica/ContentStore.h"
@@ -36,6 +37,8 @@ class Downloads : public std::enable_shared_from_this<Downloads> {
 
   // Has the contents here, or says why not.
   void fetch(NodeId node, DownloadPriority priority, FetchCompletion completion);
+  // Begins those that wait for room, if there is some now.
+  void tryWaiting();
   // Whoever waits is told EINTR; nothing is fetched any more.
   void stop();
 
@@ -46,19 +49,17 @@ class Downloads : public std::enable_shared_from_this<Downloads> {
 
  private:
   void startNext();
+  void beginSoon(const DownloadPointer& download);
   // The steps of a download. Each ends it, or has the next one follow.
   void begin(const DownloadPointer& download);
   void request(const DownloadPointer& download, const Node& row);
   void delivered(const DownloadPointer& download, const std::optional<platform::URL>& url,
                  const platform::ItemPointer& item, const std::optional<platform::NSError>& error);
-  void adopt(const DownloadPointer& download);
   void retry(const DownloadPointer& download, const std::string& reason);
   void requestAgain(const DownloadPointer& download);
   void finish(const DownloadPointer& download, int error, const std::string& reason);
 
-  std::optional<Node> rowOf(const Download& download);
   void failedWith(const DownloadPointer& download, const std::exception& error);
-  void recordFailure(const Download& download, int error, const std::string& reason);
 
   Replica& replica_;
   const ExtensionPointer extension_;
@@ -69,6 +70,7 @@ class Downloads : public std::enable_shared_from_this<Downloads> {
 
   Deliveries deliveries_;
   DownloadQueue queue_;
+  RoomWaiters waiters_;
   // Callbacks and beginnings are inside.
   Doorway door_;
   std::atomic<std::uint64_t> fetched_ = 0;

@@ -11,6 +11,7 @@ CacheRoom::CacheRoom(std::string directory, CacheLimits limits)
     : directory_(std::move(directory)), limits_(limits) {}
 
 std::int64_t CacheRoom::diskShortage(std::int64_t wanted) const {
+  if (free_) return std::max<std::int64_t>(0, wanted + reserved_ - free_());
   struct statvfs disk = {};
   if (::statvfs(directory_.c_str(), &disk) != 0) return 0;
   const auto unit = static_cast<std::int64_t>(disk.f_frsize);

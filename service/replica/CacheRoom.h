@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 
 namespace tulo {
 
@@ -26,6 +28,9 @@ class CacheRoom {
   // The same, counting the disk's own free space only.
   std::int64_t diskShortage(std::int64_t wanted) const;
 
+  // How much the disk has free, from now on, for tests: a disk by itself has its own mind.
+  void setDisk(std::function<std::int64_t()> free) { free_ = std::move(free); }
+
   // What contents take up, counted in blocks as the disk does.
   void setUsed(std::int64_t bytes) { used_ = bytes; }
   void addUsed(std::int64_t bytes) { used_ += bytes; }
@@ -38,6 +43,7 @@ class CacheRoom {
  private:
   const std::string directory_;
   const CacheLimits limits_;
+  std::function<std::int64_t()> free_;
   std::atomic<std::int64_t> used_ = 0;
   std::atomic<std::int64_t> reserved_ = 0;
 };

@@ -62,12 +62,20 @@ void dropDoubtful(ReplicaWriter& writer) {
       "id NOT IN (SELECT sent_content FROM pending);");
 }
 
-std::vector<NodeId> leastUsed(ReplicaReader& reader, std::int64_t limit) {
-  return columns::idsFrom(
+std::vector<Cached> leastUsed(ReplicaReader& reader, const Cached& after, std::int64_t limit) {
+  sqlite::Statement& statement =
       sqlOf(reader)
-          .cached("SELECT id FROM node WHERE state=1 AND kept=0 AND last_used>=? "
-                  "ORDER BY last_used LIMIT ?")
-          .bind(0, limit));
+          .cached(
+              "SELECT id,last_used,blocks FROM node INDEXED BY node_cached WHERE state=1 AND "
+              "kept=0 AND (last_used,id)>(?,?) ORDER BY last_used,id LIMIT ?")
+          .bind(after.lastUsed, after.node, limit);
+  sqlite::StatementUse use(statement);
+  std::vector<Cached> result;
+  while (statement.step()) {
+    result.push_back({NodeId(static_cast<std::uint64_t>(statement.integer(0))),
+                      WallSeconds(seconds(statement.integer(1))), statement.integer(2)});
+  }
+  return result;
 }
 
 std::vector<NodeId> changed(ReplicaReader& reader) {

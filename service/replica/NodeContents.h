@@ -36,8 +36,14 @@ void markDownloaded(ReplicaWriter& writer, NodeId node);
 // here or is being sent.
 void dropDoubtful(ReplicaWriter& writer);
 
-// Nodes with contents that can be had from the host again and are not kept, the least used first.
-std::vector<NodeId> leastUsed(ReplicaReader& reader, std::int64_t limit);
+// A node with contents that can be had from the host again and are not kept.
+struct Cached {
+  NodeId node = kNoNode;
+  WallSeconds lastUsed{};
+  std::int64_t blocks = 0;
+};
+// Some of them, the least used first, after the given one.
+std::vector<Cached> leastUsed(ReplicaReader& reader, const Cached& after, std::int64_t limit);
 // Files whose contents exist here alone, or are to go up.
 std::vector<NodeId> changed(ReplicaReader& reader);
 

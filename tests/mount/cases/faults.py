@@ -5,6 +5,7 @@ import os
 import pathlib
 import random
 import subprocess
+import threading
 import time
 
 from harness import (
@@ -294,6 +295,51 @@ def a_listing_without_room(box):
         eventually(lambda: error_of(lambda: os.listdir(box.path("large"))) == 0, "room")
         expect_equal(len(os.listdir(box.path("large"))), 3000, "what is in the folder")
         eventually(lambda: not told(), "the status is well again")
+        mount.unmount()
+        box.mounts.pop()
+    finally:
+        for process in box.processes:
+            process.signal(9)
+            process.process.wait()
+        for path in (box.file("m"), box.state):
+            LIBC.umount2(os.fsencode(path), MNT_DETACH)
+
+
+@case
+def readers_on_a_small_disk(box):
+    """Of twenty files three fit at a time: all are read. What never fits is refused at once."""
+    small_disk(box, "140m")
+    try:
+        for i in range(20):
+            box.write(f"f{i:02}", bytes([i]) * 20_000_000)
+        box.write("large", bytes(200_000_000))
+        box.start_host()
+        mount = box.mount("--no-thumbnails")
+        mount.allowed_errors.append(FULL)
+        wrong = []
+
+        def reader(i):
+            try:
+                if read(box.path(f"f{i:02}")) != bytes([i]) * 20_000_000:
+                    wrong.append((i, "other bytes"))
+            except OSError as error:
+                wrong.append((i, error))
+
+        threads = [threading.Thread(target=reader, args=(i,)) for i in range(20)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        expect_equal(wrong, [], "files that were read wrong")
+
+        def here():
+            return sorted(name for name in os.listdir(box.path())
+                          if box.state_of(name) == "downloaded")
+
+        before = here()
+        expect(before, "the cache is used")
+        expect_equal(error_of(lambda: read(box.path("large"))), errno.ENOSPC, "what never fits")
+        expect_equal(here(), before, "what is in the cache")
         mount.unmount()
         box.mounts.pop()
     finally:

@@ -100,5 +100,37 @@ TEST_F(CacheEvictionTest, TheHousekeepingBringsTheCacheBackToItsSize) {
   EXPECT_FALSE(engine->contents().evictStep());
 }
 
+TEST_F(CacheEvictionTest, HoweverManyAreOpenTheRestIsEvicted) {
+  constexpr int kFiles = 80;
+  constexpr int kOpen = 70;
+  for (int i = 0; i < kFiles; ++i)
+    extension->file("i:" + std::to_string(i), std::to_string(i), std::string(8192, 'x'));
+  refresh();
+  std::vector<OpenAnswer> open;
+  for (int i = 0; i < kFiles; ++i) {
+    const NodeId id = idOf("i:" + std::to_string(i));
+    readThrough(id);
+    if (i < kOpen) open.push_back(openFile(id));
+    engine->contents().saveUseStep();
+    engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
+      writer.setLastUsed(id, atSecond(i + 1));
+    });
+  }
+  const CacheLimits limits{kOpen * 8192, 0, 0};
+  OpenFiles& openFiles = engine->openFiles();
+  ContentStore store(options.stateDirectory, directory.path(), limits);
+  store.room().setUsed(engine->store().room().used());
+  RecentUse use(engine->replica());
+  LeftOvers leftOvers(engine->replica(), openFiles, store);
+  CacheEviction eviction(engine->replica(), openFiles, engine->notifier(), store, use, leftOvers);
+  while (eviction.step()) {
+  }
+  EXPECT_LE(store.room().used(), limits.size);
+  for (int i = 0; i < kFiles; ++i) {
+    const auto expected = i < kOpen ? ContentState::downloaded : ContentState::dataless;
+    EXPECT_EQ(row(idOf("i:" + std::to_string(i)))->state, expected) << i;
+  }
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 
 #include "service/replica/ContentRows.h"
 #include "sqlite/DatabaseError.h"
 #include "tests/service/support/ContentsFixture.h"
+#include "tests/service/support/DescriptorShortage.h"
 #include "tests/service/support/ReplicaSql.h"
 
 namespace tulo::test {
@@ -98,26 +100,112 @@ TEST_F(DownloadsTest, AFileThatTheHostStillHoldsUnderAnotherNameIsCopied) {
   const NodeId id = oneFile();
   extension->scriptFetch({.hardLink = true});
   EXPECT_EQ(readThrough(id), "hello");
-  for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+  for (const auto& entry : std::filesystem::directory_iterator(directory.file("fp-download"))) {
     if (entry.path().string().ends_with("-original")) writeFile(entry.path(), "HELLO");
   }
   EXPECT_EQ(readThrough(id), "hello");
 }
 
-TEST_F(DownloadsTest, AFileThatIsNotTakenIsRemovedOnlyFromTheSharedDirectory) {
+TEST_F(DownloadsTest, AFileFromElsewhereIsCopiedAndStays) {
   const TemporaryDirectory elsewhere;
-  writeFile(elsewhere.file("precious"), "not a download");
-  writeFile(directory.file("left over"), "a download of the wrong size");
-  std::filesystem::create_directory_symlink(elsewhere.path(), directory.file("link"));
-  engine->store().discard(elsewhere.file("precious"));
-  engine->store().discard(directory.file("link") + "/precious");
-  engine->store().discard(directory.path() + "/../precious");
-  engine->store().discard(directory.path());
-  engine->store().discard("");
-  EXPECT_EQ(readFile(elsewhere.file("precious")), "not a download");
-  EXPECT_TRUE(std::filesystem::exists(directory.path()));
-  engine->store().discard(directory.file("left over"));
-  EXPECT_FALSE(std::filesystem::exists(directory.file("left over")));
+  writeFile(elsewhere.file("thesis.odt"), "hello");
+  const NodeId id = oneFile();
+  extension->scriptFetch({.path = elsewhere.file("thesis.odt")});
+  EXPECT_EQ(readThrough(id), "hello");
+  EXPECT_EQ(readFile(elsewhere.file("thesis.odt")), "hello");
+  writeFile(elsewhere.file("thesis.odt"), "HELLO");
+  EXPECT_EQ(readThrough(id), "hello");
+}
+
+TEST_F(DownloadsTest, WhatIsInTheContainerAndNotHandedOverIsRefused) {
+  std::filesystem::create_directory(directory.file("fp-upload"));
+  writeFile(directory.file("fp-upload/staged"), "hello");
+  for (const std::string bytes : {"hello", "of another size"}) {
+    writeFile(directory.file("fp-upload/staged"), bytes);
+    const NodeId id = oneFile();
+    for (int i = 0; i < 3; ++i)
+      extension->scriptFetch({.path = directory.file("fp-upload/staged")});
+    EXPECT_EQ(openFile(id).error, EIO);
+    EXPECT_NE(row(id)->error.find("fp-upload/staged"), std::string::npos) << row(id)->error;
+    EXPECT_EQ(readFile(directory.file("fp-upload/staged")), bytes);
+  }
+  EXPECT_EQ(readThrough(idOf("i:1")), "hello");
+}
+
+// A disk for the contents of so many bytes.
+class SmallDiskTest : public ContentsFixture {
+ protected:
+  static constexpr std::int64_t kFile = 256 << 10;
+
+  SmallDiskTest() {
+    engine->store().room().setDisk(
+        [this, room = &engine->store().room()] { return disk_ - room->used(); });
+  }
+
+  void file(const std::string& name, std::int64_t size = kFile) {
+    extension->file("i:" + name, name, std::string(static_cast<std::size_t>(size), name[0]));
+    EXPECT_EQ(refresh(), 0);
+  }
+
+  std::future<int> begin(const std::string& name) {
+    auto done = std::make_shared<std::promise<int>>();
+    engine->contents().fetch(idOf("i:" + name), DownloadPriority::opened,
+                             [done](int error) { done->set_value(error); });
+    return done->get_future();
+  }
+
+  std::int64_t disk_ = 2 * kFile + kFile / 2;
+};
+
+TEST_F(SmallDiskTest, WhatCannotFitEvictsNothing) {
+  file("a");
+  file("b");
+  file("large", 3 * kFile);
+  readThrough(idOf("i:a"));
+  readThrough(idOf("i:b"));
+  EXPECT_EQ(openFile(idOf("i:large")).error, ENOSPC);
+  EXPECT_EQ(row(idOf("i:a"))->state, ContentState::downloaded);
+  EXPECT_EQ(row(idOf("i:b"))->state, ContentState::downloaded);
+  EXPECT_EQ(extension->fetchCount(), 2U);
+}
+
+TEST_F(SmallDiskTest, WhatFitsOnceOthersAreThroughWaitsForThem) {
+  constexpr int kReaders = 20;
+  for (int i = 0; i < kReaders; ++i)
+    file(std::string(1, static_cast<char>('a' + i)));
+  extension->holdFetches();
+  std::vector<std::future<int>> readers;
+  for (int i = 0; i < kReaders; ++i)
+    readers.push_back(begin(std::string(1, static_cast<char>('a' + i))));
+  ASSERT_TRUE(eventually([&] { return extension->heldFetches() == 2; }));
+  extension->releaseFetches();
+  for (auto& reader : readers)
+    EXPECT_EQ(reader.get(), 0);
+}
+
+TEST_F(SmallDiskTest, WhatFitsOnceOthersAreClosedWaitsForThat) {
+  for (const char* name : {"a", "b", "c"})
+    file(name);
+  OpenAnswer first = openFile(idOf("i:a"));
+  const OpenAnswer second = openFile(idOf("i:b"));
+  std::future<int> third = begin("c");
+  engine->contents().evictStep();
+  EXPECT_EQ(third.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  first.file.reset();
+  engine->contents().evictStep();
+  EXPECT_EQ(third.get(), 0);
+  EXPECT_EQ(row(idOf("i:a"))->state, ContentState::dataless);
+  EXPECT_EQ(row(idOf("i:b"))->state, ContentState::downloaded);
+}
+
+TEST_F(SmallDiskTest, WhoeverWaitsForRoomIsToldOfTheEnd) {
+  for (const char* name : {"a", "b", "c"})
+    file(name);
+  const OpenAnswer first = openFile(idOf("i:a"));
+  const OpenAnswer second = openFile(idOf("i:b"));
+  std::future<int> third = begin("c");
+  engine->contents().stop();
+  EXPECT_EQ(third.get(), EINTR);
 }
 
 TEST_F(DownloadsTest, ANodeThatIsGoneOrUnknownToTheHostIsStale) {
@@ -136,6 +224,22 @@ TEST_F(DownloadsTest, WhatIsHereAlreadyIsNotFetched) {
                            [&](int error) { fetched.set_value(error); });
   EXPECT_EQ(fetched.get_future().get(), 0);
   EXPECT_EQ(extension->fetchCount(), 1U);
+}
+
+TEST_F(DownloadsTest, AShortageOfDescriptorsIsNoFailureOfTheFile) {
+  const NodeId id = oneFile();
+  std::optional<DescriptorShortage> shortage;
+  const auto begin = [&] { shortage.emplace(0); };
+  extension->scriptFetch(
+      {.error = fileProviderError(NSFileProviderErrorCode::cannotSynchronize), .before = begin});
+  EXPECT_EQ(openFile(id).error, EMFILE);
+  shortage.reset();
+  EXPECT_EQ(row(id)->error, "");
+  extension->scriptFetch({.after = begin});
+  EXPECT_EQ(openFile(id).error, EMFILE);
+  shortage.reset();
+  EXPECT_EQ(row(id)->error, "");
+  EXPECT_EQ(readThrough(id), "hello");
 }
 
 // A database that may not grow looks like a disk without room.

@@ -22,7 +22,7 @@ class NodeContentsTest : public ReplicaFixture {
   }
 
   std::vector<ContentId> unused() {
-    return read([](ReplicaReader& reader) { return contentRows::unused(reader, 100); });
+    return read([](ReplicaReader& reader) { return contentRows::unused(reader, kNoContent, 100); });
   }
 
   ContentState state(NodeId node) { return row(node)->state; }
@@ -126,8 +126,18 @@ TEST_F(NodeContentsTest, TheLeastUsedThatMayGoComeFirst) {
     writer.setLastUsed(early, WallSeconds(seconds(100)));
     nodeContents::markDirty(writer, dirty);
   });
-  EXPECT_EQ(read([](ReplicaReader& reader) { return nodeContents::leastUsed(reader, 100); }),
-            (std::vector<NodeId>{early, late}));
+  const auto after = [&](const nodeContents::Cached& last) {
+    return read([&](ReplicaReader& reader) { return nodeContents::leastUsed(reader, last, 1); });
+  };
+  const auto first = after({});
+  ASSERT_EQ(first.size(), 1U);
+  EXPECT_EQ(first[0].node, early);
+  EXPECT_EQ(first[0].lastUsed, WallSeconds(seconds(100)));
+  EXPECT_EQ(first[0].blocks, row(early)->blocks);
+  const auto second = after(first[0]);
+  ASSERT_EQ(second.size(), 1U);
+  EXPECT_EQ(second[0].node, late);
+  EXPECT_TRUE(after(second[0]).empty());
 }
 
 TEST_F(NodeContentsTest, KnowsWhatExistsHereAlone) {
