@@ -6,6 +6,7 @@
 #include "service/contents/Blocks.h"
 #include "service/replica/ContentRows.h"
 #include "service/replica/DetachedNodes.h"
+#include "service/replica/JournalTree.h"
 #include "service/replica/Recovery.h"
 
 namespace tulo {
@@ -19,6 +20,11 @@ constexpr seconds kDetached{60};
 
 WallSeconds longAgo() {
   return steadySeconds() - kDetached;
+}
+
+bool isInTree(ReplicaReader& reader, NodeId id) {
+  const std::optional<OpenLookup> row = reader.openLookup(id);
+  return row && row->parent != kNoNode;
 }
 
 }  // namespace
@@ -53,10 +59,18 @@ bool LeftOvers::step() {
 }
 
 bool LeftOvers::removeContents() {
-  auto unused =
-      replica_.read([](ReplicaReader& reader) { return contentRows::unused(reader, kBatch); });
-  std::erase_if(unused, [this](ContentId content) {
+  const auto isWanted = [this](ContentId content) {
     return store_.incoming().has(content) || openFiles_.isContentOpen(content);
+  };
+  // However many are open, they hide nothing of the rest.
+  std::vector<ContentId> unused;
+  replica_.read([&](ReplicaReader& reader) {
+    for (ContentId last = kNoContent; unused.empty();) {
+      unused = contentRows::unused(reader, last, kBatch);
+      if (unused.empty()) return;
+      last = unused.back();
+      std::erase_if(unused, isWanted);
+    }
   });
   if (unused.empty()) return false;
   remove(unused);
@@ -66,24 +80,44 @@ bool LeftOvers::removeContents() {
 std::vector<NodeId> LeftOvers::detachedNodes() {
   const bool isFull = store_.room().diskShortage(0) > 0;
   return replica_.read([&](ReplicaReader& reader) {
-    auto found = detachedNodes::since(reader, longAgo(), kBatch);
+    auto found = closedOf(reader, [&](NodeId after) {
+      return detachedNodes::since(reader, longAgo(), after, kBatch);
+    });
     if (!found.empty() || !isFull) return found;
     // What no item of the host's is cannot come back; whoever empties a full disk wants room now.
-    return detachedNodes::unknown(reader, kBatch);
+    return closedOf(reader,
+                    [&](NodeId after) { return detachedNodes::unknown(reader, after, kBatch); });
   });
+}
+
+std::vector<NodeId> LeftOvers::closedOf(ReplicaReader& reader, const Page& page) {
+  const std::vector<NodeId> written = openFiles_.allOpenForWriting();
+  std::vector<NodeId> found;
+  for (NodeId last = kNoNode; found.empty();) {
+    found = page(last);
+    if (found.empty()) break;
+    last = found.back();
+    std::erase_if(found, [&](NodeId id) {
+      return openFiles_.isOpen(id) || journal::isAnyWithin(reader, id, written);
+    });
+  }
+  return found;
 }
 
 bool LeftOvers::removeNodes(const std::vector<NodeId>& nodes) {
   if (nodes.empty()) return false;
   const ExclusiveLock gate(openFiles_.gate());
   bool any = false;
+  const std::vector<NodeId> written = openFiles_.allOpenForWriting();
   const auto purge = [&](ReplicaWriter& writer) {
     for (NodeId id : nodes) {
-      if (openFiles_.isOpen(id)) continue;
+      if (openFiles_.isOpen(id) || journal::isAnyWithin(writer, id, written)) continue;
       rescueChanged(writer, id);
+      any = true;
+      // It was itself what had to be rescued.
+      if (isInTree(writer, id)) continue;
       writer.detachChildren(id, longAgo());
       writer.remove(id);
-      any = true;
     }
   };
   replica_.write(Durability::eventual, purge, Room::fromReserve);

@@ -4,6 +4,7 @@
 // Errors: what the replica throws.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "service/kernel/OpenFiles.h"
@@ -25,8 +26,13 @@ class LeftOvers {
   bool step();
 
  private:
+  // Some nodes by number, after the given one.
+  using Page = std::function<std::vector<NodeId>(NodeId after)>;
+
   bool removeContents();
   std::vector<NodeId> detachedNodes();
+  // The first of them that nobody has open, nor anything below them for writing.
+  std::vector<NodeId> closedOf(ReplicaReader& reader, const Page& page);
   bool removeNodes(const std::vector<NodeId>& nodes);
 
   Replica& replica_;

@@ -68,6 +68,15 @@ bool OpenFiles::isOpenForWriting(NodeId node) const {
   return found != nodes_.end() && found->second.writers > 0;
 }
 
+std::vector<NodeId> OpenFiles::allOpenForWriting() const {
+  const MutexLock lock(mutex_);
+  std::vector<NodeId> result;
+  for (const auto& [id, state] : nodes_) {
+    if (state.writers > 0) result.push_back(id);
+  }
+  return result;
+}
+
 bool OpenFiles::isContentOpen(ContentId content) const {
   const MutexLock lock(mutex_);
   return contents_.contains(content);

@@ -15,6 +15,7 @@
 
 #include <optional>
 #include <unordered_map>
+#include <vector>
 
 #include "platform/linux/Mutex.h"
 #include "service/replica/Node.h"
@@ -32,6 +33,7 @@ class OpenFiles {
   void closedForWriting(NodeId node);
   bool isOpenForWriting(NodeId node) const;
   bool anyForWriting() const;
+  std::vector<NodeId> allOpenForWriting() const;
   bool isOpen(NodeId node) const;
   bool isContentOpen(ContentId content) const;
   // The contents of the node are no longer those that its handles were opened with, but it is still

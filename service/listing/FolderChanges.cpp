@@ -58,10 +58,11 @@ bool FolderChanges::isElsewhere(const ItemRecord& item) {
   if (!known || known->parent == folder_) return false;
   std::optional<Change> change = journal::find(writer_, known->id);
   if (!change) return false;
-  // Moved or deleted here; or moved there and changed here, which is no reason not to follow.
+  // Moved or deleted here; or moved there and changed here, which is no reason not to follow. What
+  // was out of the tree for a while has no place here that could be another one.
   const std::optional<Node> parent = writer_.node(known->parent);
   const bool movedHere =
-      change->isDeleted() || !parent || parent->identifier != change->base().place.parent;
+      change->isDeleted() || (parent && parent->identifier != change->base().place.parent);
   if (movedHere) rebase(*change, item);
   return movedHere;
 }

@@ -1,5 +1,7 @@
 #include "service/listing/MissingRows.h"
 
+#include <vector>
+
 #include "service/base/Time.h"
 #include "service/kernel/RescueNews.h"
 #include "service/replica/Journal.h"
@@ -23,6 +25,12 @@ bool isMovedIn(ReplicaReader& reader, const Node& child, const Node& folder) {
   return change && change->base().isPlaced() && change->base().place.parent != folder.identifier;
 }
 
+// Whether the node or something below it is open for writing, and so may be changed at any moment.
+bool isBeingWritten(const Reconciliation& pass, NodeId node) {
+  const std::vector<NodeId> open = pass.openFiles.allOpenForWriting();
+  return !open.empty() && journal::isAnyWithin(pass.writer, node, open);
+}
+
 // The host deleted a folder in which something new waits: the folder is made again for it.
 void becomeLocal(Reconciliation& pass, const Node& folder) {
   ReplicaWriter& writer = pass.writer;
@@ -32,6 +40,7 @@ void becomeLocal(Reconciliation& pass, const Node& folder) {
     const bool goes = isOfHost ? !journal::anyToSendBelow(writer, child.id)
                                : !journal::anyBelow(writer, child.id);
     if (goes) {
+      if (isBeingWritten(pass, child.id)) continue;
       rescue(pass, child);
       writer.detach(child.id, steadySeconds());
       pass.invalidations.push_back(entryDeleted(folder.id, child.id, child.name));
@@ -47,13 +56,16 @@ void becomeLocal(Reconciliation& pass, const Node& folder) {
 
 // False: the node goes with its item.
 bool outlivesItem(Reconciliation& pass, FolderChanges& changes, const Node& node) {
-  if (changes.of(node.id) || pass.openFiles.isOpenForWriting(node.id)) {
+  if (changes.of(node.id)) {
     pass.incomplete = true;
     return true;
   }
-  if (node.kind != NodeKind::folder) return false;
-  if (journal::anyToSendBelow(pass.writer, node.id)) {
+  if (node.kind == NodeKind::folder && journal::anyToSendBelow(pass.writer, node.id)) {
     becomeLocal(pass, node);
+    return true;
+  }
+  if (isBeingWritten(pass, node.id)) {
+    pass.incomplete = true;
     return true;
   }
   rescue(pass, node);

@@ -8,6 +8,7 @@
 #include "service/listing/CircleGuard.h"
 #include "service/listing/FreeName.h"
 #include "service/listing/RowUpdates.h"
+#include "service/replica/Journal.h"
 
 namespace tulo {
 
@@ -28,13 +29,31 @@ void describe(const Reconciliation& pass, const ItemRecord& item, Node& node) {
   node.kept = pass.folder.kept;
 }
 
+// The item was elsewhere, or nowhere for a while. A name and contents that were given to it here
+// stay until the host has them.
+void moveHere(Reconciliation& pass, const Node& known, const ItemRecord& item) {
+  ItemRecord merged = item;
+  if (std::optional<Change> change = journal::find(pass.writer, known.id)) {
+    if (known.filename != change->base().place.filename) merged.filename = known.filename;
+    change->hostHasIn({pass.folder.identifier, item.filename});
+    journal::put(pass.writer, *change);
+  }
+  if (known.state == ContentState::dirty || pass.openFiles.isOpenForWriting(known.id)) {
+    merged.size = known.size;
+    merged.modified = known.modified.whole;
+    merged.contentVersion = known.contentVersion;
+    pass.incomplete = true;
+  }
+  updateRow(pass, {known, &merged, true});
+}
+
 // The identifier is known in another place, or the name is taken. False: nothing to insert.
 bool insertElsewhere(Reconciliation& pass, Node& node, const ItemRecord& item) {
   if (const std::optional<Node> known = pass.writer.nodeFor(item.identifier)) {
     // The second row of one identifier in one listing: the first one stands.
     if (known->parent == pass.folder.id && known->kind == item.kind) return false;
     if (known->kind == item.kind) {
-      if (makeWay(pass, *known)) updateRow(pass, {*known, &item, true});
+      if (makeWay(pass, *known)) moveHere(pass, *known, item);
       return false;
     }
     pass.writer.remove(known->id);

@@ -15,6 +15,13 @@ std::vector<ContentId> numbers(sqlite::Statement& statement) {
   return result;
 }
 
+std::int64_t blocksOf(ReplicaReader& reader, ContentId content) {
+  sqlite::Statement& statement =
+      sqlOf(reader).cached("SELECT blocks FROM content WHERE id=?").bind(content);
+  sqlite::StatementUse use(statement);
+  return statement.step() ? statement.integer(0) : 0;
+}
+
 }  // namespace
 
 ContentId next(ReplicaWriter& writer) {
@@ -57,9 +64,10 @@ std::optional<std::int64_t> remove(ReplicaWriter& writer, ContentId content) {
   return blocks;
 }
 
-std::vector<ContentId> unused(ReplicaReader& reader, std::int64_t limit) {
-  return numbers(
-      sqlOf(reader).cached("SELECT id FROM content WHERE used=0 AND id>? LIMIT ?").bind(0, limit));
+std::vector<ContentId> unused(ReplicaReader& reader, ContentId after, std::int64_t limit) {
+  return numbers(sqlOf(reader)
+                     .cached("SELECT id FROM content WHERE used=0 AND id>? ORDER BY id LIMIT ?")
+                     .bind(after, limit));
 }
 
 bool isDurable(ReplicaReader& reader, ContentId content) {
@@ -83,12 +91,14 @@ std::vector<ContentId> notDurable(ReplicaReader& reader, std::int64_t limit) {
                      .bind(0, limit));
 }
 
-void setWritten(ReplicaWriter& writer, ContentId content, std::int64_t blocks) {
+std::int64_t setWritten(ReplicaWriter& writer, ContentId content, std::int64_t blocks) {
+  const std::int64_t before = blocksOf(writer, content);
   sqlOf(writer)
       .cached(
           "UPDATE content SET blocks=?1,durable=0 WHERE id=?2 AND NOT (blocks=?1 AND durable=0)")
       .bind(blocks, content)
       .run();
+  return blocks - before;
 }
 
 std::int64_t blocks(ReplicaReader& reader) {

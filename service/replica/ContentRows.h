@@ -26,7 +26,8 @@ void use(ReplicaWriter& writer, ContentId content);
 void disuse(ReplicaWriter& writer, ContentId content);
 // Returns the blocks that it took up; nothing when it is in use, and stays.
 std::optional<std::int64_t> remove(ReplicaWriter& writer, ContentId content);
-std::vector<ContentId> unused(ReplicaReader& reader, std::int64_t limit);
+// Some of them, by number, after the given one.
+std::vector<ContentId> unused(ReplicaReader& reader, ContentId after, std::int64_t limit);
 
 // Whether the bytes outlive a power cut.
 bool isDurable(ReplicaReader& reader, ContentId content);
@@ -36,8 +37,8 @@ void clearDurable(ReplicaWriter& writer, ContentId content);
 // Those in use whose bytes may not be on the disk yet.
 std::vector<ContentId> notDurable(ReplicaReader& reader, std::int64_t limit);
 
-// They were written to, and take up so much now.
-void setWritten(ReplicaWriter& writer, ContentId content, std::int64_t blocks);
+// They were written to, and take up so much now. Returns by how much that is more than before.
+std::int64_t setWritten(ReplicaWriter& writer, ContentId content, std::int64_t blocks);
 // What all of them take up.
 std::int64_t blocks(ReplicaReader& reader);
 

@@ -5,16 +5,20 @@
 
 namespace tulo::detachedNodes {
 
-std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, std::int64_t limit) {
-  return columns::idsFrom(
-      sqlOf(reader).cached("SELECT id FROM node WHERE detached<=? LIMIT ?").bind(latest, limit));
+std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, NodeId after,
+                          std::int64_t limit) {
+  return columns::idsFrom(sqlOf(reader)
+                              .cached("SELECT id FROM node INDEXED BY node_detached WHERE "
+                                      "detached<=? AND id>? ORDER BY id LIMIT ?")
+                              .bind(latest, after, limit));
 }
 
-std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit) {
-  return columns::idsFrom(
-      sqlOf(reader)
-          .cached("SELECT id FROM node WHERE detached>? AND identifier IS NULL LIMIT ?")
-          .bind(0, limit));
+std::vector<NodeId> unknown(ReplicaReader& reader, NodeId after, std::int64_t limit) {
+  return columns::idsFrom(sqlOf(reader)
+                              .cached("SELECT id FROM node INDEXED BY node_detached WHERE "
+                                      "detached>? AND identifier IS NULL AND id>? "
+                                      "ORDER BY id LIMIT ?")
+                              .bind(0, after, limit));
 }
 
 void capTimes(ReplicaWriter& writer, WallSeconds now) {

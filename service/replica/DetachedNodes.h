@@ -11,10 +11,11 @@
 
 namespace tulo::detachedNodes {
 
-// Those that have been out of the tree since then or longer.
-std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, std::int64_t limit);
-// Those that are no item of the host's, and so cannot come back.
-std::vector<NodeId> unknown(ReplicaReader& reader, std::int64_t limit);
+// Those that have been out of the tree since then or longer, by number, after the given one.
+std::vector<NodeId> since(ReplicaReader& reader, WallSeconds latest, NodeId after,
+                          std::int64_t limit);
+// Those that are no item of the host's, and so cannot come back; the same way.
+std::vector<NodeId> unknown(ReplicaReader& reader, NodeId after, std::int64_t limit);
 
 // Those that left the tree when the clock was ahead count as having left it now.
 void capTimes(ReplicaWriter& writer, WallSeconds now);

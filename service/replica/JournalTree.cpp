@@ -85,9 +85,21 @@ std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node) {
   return columns::idsFrom(
       sqlOf(reader)
           .cached("WITH RECURSIVE below(id) AS (SELECT ?1 UNION SELECT node.id FROM node JOIN "
-                  "below ON node.parent=below.id) SELECT id FROM below JOIN node USING (id) JOIN "
-                  "pending ON pending.node=id WHERE state=2 AND pending.deleted=0")
+                  "below ON node.parent=below.id) SELECT id FROM below JOIN node USING (id) LEFT "
+                  "JOIN pending ON pending.node=id WHERE state=2 AND "
+                  "coalesce(pending.deleted=0,identifier IS NOT NULL)")
           .bind(node));
+}
+
+bool isAnyWithin(ReplicaReader& reader, NodeId node, const std::vector<NodeId>& nodes) {
+  for (NodeId at : nodes) {
+    for (int depth = 0; depth < kDeepest && at != kNoNode && at != node; ++depth) {
+      const std::optional<OpenLookup> row = reader.openLookup(at);
+      at = row ? row->parent : kNoNode;
+    }
+    if (at == node) return true;
+  }
+  return false;
 }
 
 void hurry(ReplicaWriter& writer, NodeId node, WallTime now) {

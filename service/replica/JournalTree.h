@@ -24,6 +24,8 @@ std::vector<NodeId> localBelow(ReplicaReader& reader, NodeId folder);
 std::vector<NodeId> within(ReplicaReader& reader, NodeId node);
 // The node and what is below it with contents that were changed here and are not to be deleted.
 std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node);
+// Whether one of the nodes is that one or below it.
+bool isAnyWithin(ReplicaReader& reader, NodeId node, const std::vector<NodeId>& nodes);
 // Makes the waiting change of the node, and those of the folders that it is in, due at `now`.
 void hurry(ReplicaWriter& writer, NodeId node, WallTime now);
 

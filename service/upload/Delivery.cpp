@@ -27,6 +27,16 @@ void Delivery::carryOut(NodeId node, bool aside) try {
   putOff(node);
 }
 
+// Looked at again at once, it would be found the same, over and over.
+void Delivery::rest(NodeId node) {
+  const WallTime now = parts_.files.now();
+  parts_.replica.write(Durability::eventual, [&](ReplicaWriter& writer) {
+    const std::optional<Change> change = journal::find(writer, node);
+    if (!change || !change->standing.isReady() || change->standing.due() > now) return;
+    journal::postpone(writer, node, now + parts_.files.quiet());
+  });
+}
+
 void Delivery::putOff(NodeId node) try {
   const auto work = [&](ReplicaWriter& writer) {
     std::optional<Change> change = journal::find(writer, node);
@@ -48,6 +58,7 @@ std::optional<Plan> Delivery::makePlan(NodeId id, bool aside) {
     planned = to_.planner.plan(writer, id, aside, parts_.files.now());
   });
   faultPoint("push.planned");
+  if (!planned.plan && planned.wanted == kNoNode) rest(id);
   if (planned.wanted != kNoNode && parts_.fetch && parts_.fetch(planned.wanted) != 0) {
     throw std::runtime_error("the contents of a backup are not here");
   }
@@ -159,7 +170,7 @@ bool Delivery::isOutOfDate(const Plan& plan, const Change& change, const Node& n
   // A listing found the item meanwhile.
   if (node.identifier != plan.node.identifier) return true;
   if (!plan.sendsContents()) return false;
-  if (parts_.openFiles.isOpenForWriting(node.id) && !to_.verdicts.isAwaited(node.id)) return true;
+  if (parts_.files.isBeingWritten(node.id) && !to_.verdicts.isAwaited(node.id)) return true;
   return change.standing.due() > plan.change.standing.due() || node.content != plan.node.content ||
          node.size != plan.node.size;
 }

@@ -69,6 +69,8 @@ class Delivery {
   // was changed since, and is not to be sent half done.
   bool markSent(Plan& plan);
   bool isOutOfDate(const Plan& plan, const Change& change, const Node& node);
+  // Nothing can be told to the host of it as yet, although it is its turn.
+  void rest(NodeId node);
   void putOff(NodeId node);
 
   const UploaderParts& parts_;

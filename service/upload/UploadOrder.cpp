@@ -61,6 +61,8 @@ Turn UploadOrder::turnOfRemoval(const Change& change, const Node& node) {
 }
 
 Turn UploadOrder::turnOfMove(const Change& change, const Node& node) {
+  // Out of the tree for a while: there is no place that the host could be told.
+  if (node.parent == kNoNode) return Turn::later;
   const std::optional<Node> parent = reader_.node(node.parent);
   if (!parent || (parent->identifier.empty() && !localNames_.matches(node.name))) {
     // A folder that stays here keeps what is in it here.

@@ -107,5 +107,33 @@ TEST_F(LeftOversTest, ANodeThatLeftTheTreeIsRemovedAMinuteLater) {
   EXPECT_FALSE(row(id));
 }
 
+TEST_F(LeftOversTest, HoweverManyAreOpenTheRestIsRemoved) {
+  constexpr int kOpen = 70;
+  std::vector<OpenAnswer> open;
+  for (int i = 0; i <= kOpen; ++i)
+    extension->file("i:" + std::to_string(i), std::to_string(i), "x");
+  refresh();
+  for (int i = 0; i <= kOpen; ++i) {
+    const NodeId id = idOf("i:" + std::to_string(i));
+    readThrough(id);
+    if (i < kOpen) open.push_back(openFile(id));
+  }
+  const NodeId last = idOf("i:" + std::to_string(kOpen));
+  const std::string path = engine->store().path(row(last)->content);
+  extension->file("i:kept", "kept", "x");
+  for (int i = 0; i <= kOpen; ++i)
+    extension->remove("i:" + std::to_string(i));
+  commit();
+  refresh();
+  engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
+    runSql(writer, "UPDATE node SET detached=detached-60 WHERE detached>0");
+    runSql(writer, "UPDATE content SET used=0");
+  });
+  while (engine->contents().purgeStep()) {
+  }
+  EXPECT_FALSE(row(last));
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
 }  // namespace
 }  // namespace tulo::test

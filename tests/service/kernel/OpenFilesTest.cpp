@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace tulo::test {
 namespace {
 
@@ -76,6 +78,16 @@ TEST(OpenFilesTest, ANumberThatIsLeftBehindKeepsItsAttributesAsLongAsItIsOpen) {
   EXPECT_EQ(files.leftBehind(kFile)->size, 12);
   files.closed(kFile, kOld);
   EXPECT_FALSE(files.leftBehind(kFile));
+}
+
+TEST(OpenFilesTest, TellsAllThatMayBeWritten) {
+  OpenFiles files;
+  files.opened(kFile, kOld);
+  EXPECT_TRUE(files.allOpenForWriting().empty());
+  files.openedForWriting(kFile);
+  EXPECT_EQ(files.allOpenForWriting(), std::vector<NodeId>{kFile});
+  files.closedForWriting(kFile);
+  EXPECT_TRUE(files.allOpenForWriting().empty());
 }
 
 }  // namespace

@@ -1,5 +1,8 @@
 #include "service/listing/MissingRows.h"
 
+#include <memory>
+#include <optional>
+
 #include "service/replica/Recovery.h"
 #include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/WritingFixture.h"
@@ -176,6 +179,102 @@ TEST_F(LocalBelowTest, WhatIsPutIntoTheRecoveredFilesGoesUp) {
   pushAll();
   EXPECT_EQ(hostContents("new.txt"), "from here");
   EXPECT_TRUE(extension->named("notes.txt~").empty());
+}
+
+// A folder of the host that is deleted there while a file below it is open for writing.
+class DeletedFolderTest : public WritingFixture {
+ protected:
+  DeletedFolderTest() {
+    extension->folder("f:1", "Docs");
+    extension->folder("f:2", "Deep", "f:1");
+    list();
+    docs = idOf("f:1");
+    list(docs);
+    deep = idOf("f:2");
+    extension->file("i:1", "a.txt", "base", "f:2");
+    list(deep);
+    id = idOf("i:1");
+    readThrough(id);
+    handle.emplace(engine->replica(), engine->openFiles(), engine->store(), id, row(id)->content,
+                   std::nullopt);
+    handle->setWrites();
+    file = open(id);
+    for (const char* identifier : {"i:1", "f:2", "f:1"})
+      extension->remove(identifier);
+    list();
+  }
+
+  void write() {
+    EXPECT_EQ(file->write("mine", 4, 0), 4);
+    EXPECT_EQ(engine->files().synchronize(id, false), 0);
+  }
+  void closeAll() {
+    engine->files().catchUp();
+    handle.reset();
+    file.reset();
+    close(id);
+  }
+  // What left the tree is removed by now.
+  void purge() {
+    engine->replica().write(Durability::eventual, [](ReplicaWriter& writer) {
+      runSql(writer, "UPDATE node SET detached=1 WHERE detached IS NOT NULL");
+    });
+    while (engine->contents().purgeStep()) {
+    }
+  }
+
+  NodeId docs = kNoNode;
+  NodeId deep = kNoNode;
+  NodeId id = kNoNode;
+  std::optional<OpenFile> handle;
+  std::shared_ptr<WritableFile> file;
+};
+
+TEST_F(DeletedFolderTest, StaysAsLongAsSomethingInItMayStillBeWritten) {
+  EXPECT_EQ(named("Docs"), docs);
+  purge();
+  write();
+  EXPECT_EQ(counts().pending, 1);
+  closeAll();
+  list();
+  pushAll();
+  EXPECT_EQ(hostContents("a.txt"), "mine");
+  EXPECT_EQ(hostContents("Docs"), "");
+}
+
+TEST_F(DeletedFolderTest, GoesOnceItIsClosedAsItWas) {
+  closeAll();
+  list();
+  EXPECT_EQ(named("Docs"), kNoNode);
+  purge();
+  EXPECT_FALSE(row(id));
+}
+
+// It left the tree before the file was opened, and nobody looked since.
+TEST_F(DeletedFolderTest, WhatIsWrittenBelowAFolderThatIsOutOfTheTreeEndsSomewhere) {
+  engine->replica().write(Durability::eventual,
+                          [&](ReplicaWriter& writer) { writer.detach(docs, secondsNow()); });
+  purge();
+  write();
+  purge();
+  for (int i = 0; i < 40; ++i)
+    EXPECT_LE(push(), 3U) << "it is tried over and over";
+  closeAll();
+  purge();
+  pushAll();
+  EXPECT_EQ(hostContents("a.txt"), "mine");
+}
+
+TEST_F(DeletedFolderTest, WhatIsNotWrittenYetStaysBesideWhatIs) {
+  const NodeId other = makeFile("b.txt", "new", docs);
+  list();
+  EXPECT_EQ(named("b.txt", docs), other);
+  EXPECT_EQ(named("Deep", docs), deep);
+  write();
+  closeAll();
+  pushAll();
+  EXPECT_EQ(hostContents("b.txt"), "new");
+  EXPECT_EQ(hostContents("a.txt"), "mine");
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ class ContentRowsTest : public ReplicaFixture {
   }
 
   std::vector<ContentId> unused() {
-    return read([](ReplicaReader& reader) { return contentRows::unused(reader, 100); });
+    return read([](ReplicaReader& reader) { return contentRows::unused(reader, kNoContent, 100); });
   }
 
   std::vector<ContentId> notDurable() {
@@ -82,8 +82,9 @@ TEST_F(ContentRowsTest, CountsTheBlocksOfAll) {
   const ContentId one = reserve();
   const ContentId two = reserve();
   write([&](ReplicaWriter& writer) {
-    contentRows::setWritten(writer, one, 8);
-    contentRows::setWritten(writer, two, 16);
+    EXPECT_EQ(contentRows::setWritten(writer, one, 12), 12);
+    EXPECT_EQ(contentRows::setWritten(writer, one, 8), -4);
+    EXPECT_EQ(contentRows::setWritten(writer, two, 16), 16);
   });
   EXPECT_EQ(blocks(), 24);
 }

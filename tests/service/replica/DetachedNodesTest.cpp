@@ -16,7 +16,7 @@ class DetachedNodesTest : public ReplicaFixture {
 
   std::vector<NodeId> since(int latest) {
     return read([&](ReplicaReader& reader) {
-      return detachedNodes::since(reader, WallSeconds(seconds(latest)), 100);
+      return detachedNodes::since(reader, WallSeconds(seconds(latest)), kNoNode, 100);
     });
   }
 };
@@ -42,8 +42,9 @@ TEST_F(DetachedNodesTest, WhatTheHostDoesNotKnowIsToldApart) {
   detached("known", "i:1", 100);
   const NodeId unknown = detached("unknown", "", 100);
   add("there", "");
-  EXPECT_EQ(read([](ReplicaReader& reader) { return detachedNodes::unknown(reader, 100); }),
-            std::vector<NodeId>{unknown});
+  EXPECT_EQ(
+      read([](ReplicaReader& reader) { return detachedNodes::unknown(reader, kNoNode, 100); }),
+      std::vector<NodeId>{unknown});
 }
 
 TEST_F(DetachedNodesTest, WhatLeftInTheFutureLeftNow) {

@@ -119,16 +119,17 @@ TEST_F(JournalTreeTest, ChangesWithinAFolderComeDeepestFirst) {
 TEST_F(JournalTreeTest, OfWhatIsBelowTellsWhichContentsWereChanged) {
   const NodeId folder = addFolder("folder");
   const NodeId changed = add("changed", "i:1", folder);
-  const NodeId unsent = add("without a change", "i:2", folder);
+  const NodeId unknown = add("deleted here", "", folder);
+  const NodeId unsent = add("that the journal has forgotten", "i:2", folder);
   const NodeId renamed = add("renamed", "i:3", folder);
   const NodeId beside = add("beside", "i:4");
-  for (NodeId id : {changed, unsent, beside})
+  for (NodeId id : {changed, unknown, unsent, beside})
     write([&](ReplicaWriter& writer) { nodeContents::markDirty(writer, id); });
   for (NodeId id : {changed, renamed, beside})
     begin(id);
   EXPECT_EQ(
       read([&](ReplicaReader& reader) { return journal::changedContentsBelow(reader, folder); }),
-      std::vector<NodeId>{changed});
+      (std::vector<NodeId>{changed, unsent}));
 }
 
 TEST_F(JournalTreeTest, HurriesAChangeAndWhatItWaitsFor) {
@@ -163,6 +164,28 @@ TEST_F(JournalTreeTest, WhatTheHostNeverHearsOfStaysHere) {
   write([&](ReplicaWriter& writer) { journal::erase(writer, fresh); });
   EXPECT_EQ(nodes(), (std::vector<NodeId>{local, fresh}));
   EXPECT_EQ(count(), 2);
+}
+
+TEST_F(JournalTreeTest, KnowsWhatIsWithinWhat) {
+  const NodeId folder = addFolder("folder");
+  const NodeId inner = addFolder("inner", folder);
+  const NodeId file = add("file", "i:1", inner);
+  const NodeId beside = add("beside", "i:2");
+  const auto within = [&](NodeId node, const std::vector<NodeId>& nodes) {
+    return read([&](ReplicaReader& reader) { return journal::isAnyWithin(reader, node, nodes); });
+  };
+  EXPECT_TRUE(within(folder, {beside, file}));
+  EXPECT_TRUE(within(inner, {file}));
+  EXPECT_TRUE(within(file, {file}));
+  EXPECT_FALSE(within(folder, {beside, NodeId(4711)}));
+  EXPECT_FALSE(within(folder, {}));
+  // Whatever the rows say, it comes to an end.
+  write([&](ReplicaWriter& writer) {
+    Node row = *writer.node(folder);
+    row.parent = inner;
+    writer.update(row);
+  });
+  EXPECT_FALSE(within(beside, {file}));
 }
 
 }  // namespace

@@ -137,7 +137,7 @@ TEST_F(ReplicaWriterTest, AFreshNumberTakesAllAlong) {
   read([&](ReplicaReader& reader) {
     EXPECT_TRUE(journal::find(reader, fresh));
     EXPECT_TRUE(localTimes::isNoted(reader, fresh));
-    EXPECT_EQ(contentRows::unused(reader, 10), std::vector<ContentId>{content});
+    EXPECT_EQ(contentRows::unused(reader, kNoContent, 10), std::vector<ContentId>{content});
   });
 }
 
@@ -154,7 +154,7 @@ TEST_F(ReplicaWriterTest, ARemovedNodeLeavesOnlyUnusedContents) {
   read([&](ReplicaReader& reader) {
     EXPECT_FALSE(journal::find(reader, file));
     EXPECT_FALSE(localTimes::isNoted(reader, file));
-    EXPECT_EQ(contentRows::unused(reader, 10), std::vector<ContentId>{content});
+    EXPECT_EQ(contentRows::unused(reader, kNoContent, 10), std::vector<ContentId>{content});
   });
 }
 
