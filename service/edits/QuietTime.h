@@ -21,8 +21,12 @@ class QuietTime {
   WallTime wallNow() const { return wall_ ? wall_() : clock_(); }
   milliseconds length() const { return length_; }
   WallTime due() const { return now() + length_; }
+  // How long a file that is open for writing must have been left alone before it goes up as it is.
+  milliseconds lengthWhileOpen() const { return kWhileOpen * length_; }
 
  private:
+  static constexpr int kWhileOpen = 30;
+
   WallClock clock_;
   WallClock wall_;
   milliseconds length_;

@@ -46,7 +46,7 @@ Turn Scheduler::turnOf(ReplicaReader& reader, NodeId node, WallTime now) {
   const std::optional<Change> change = journal::find(reader, node);
   if (!change || change->standing.due() > now || !change->standing.isReady()) return Turn::later;
   if (active_.contains(node)) return Turn::later;
-  const bool beingWritten = parts_.openFiles.isOpenForWriting(node) && !verdicts_.isAwaited(node);
+  const bool beingWritten = parts_.files.isBeingWritten(node) && !verdicts_.isAwaited(node);
   if (beingWritten && !change->isDeleted()) return Turn::later;
   const UploadOrder::IsActive isActive = [this](NodeId other) { return active_.contains(other); };
   return UploadOrder(reader, parts_.localNames, isActive).turnOf(*change);

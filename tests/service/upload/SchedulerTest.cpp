@@ -1,5 +1,9 @@
 #include "service/upload/Scheduler.h"
 
+#include <memory>
+#include <optional>
+#include <string>
+
 #include "tests/service/support/UploadFixture.h"
 
 namespace tulo::test {
@@ -130,6 +134,104 @@ TEST_F(SchedulerTest, APauseThatAClockAheadBeganEndsWithIt) {
   clock -= std::chrono::hours(24);
   push();
   EXPECT_EQ(hostContents("a.txt"), "hello");
+}
+
+// A program that has a file open for writing, all day.
+class OpenAllDayTest : public UploadFixture {
+ protected:
+  void openFor(NodeId id) {
+    handle.emplace(engine->replica(), engine->openFiles(), engine->store(), id, row(id)->content,
+                   std::nullopt);
+    handle->setWrites();
+    file = open(id);
+  }
+
+  void put(const std::string& bytes, off_t offset) {
+    EXPECT_EQ(file->write(bytes.data(), bytes.size(), offset), static_cast<ssize_t>(bytes.size()));
+  }
+
+  // Lets so many quiet times go by, and sends what is due.
+  void pass(int quietTimes) {
+    for (int i = 0; i < quietTimes; ++i)
+      push();
+  }
+
+  std::optional<OpenFile> handle;
+  std::shared_ptr<WritableFile> file;
+};
+
+TEST_F(OpenAllDayTest, WhatWasLeftAloneForAWhileGoesUp) {
+  const NodeId id = downloaded("i:1", "a.odt", "base");
+  openFor(id);
+  put("first", 0);
+  pass(29);
+  EXPECT_TRUE(sent().empty());
+  put("F", 0);
+  pass(29);
+  EXPECT_TRUE(sent().empty());
+  pass(3);
+  EXPECT_EQ(hostContents("a.odt"), "First");
+  EXPECT_FALSE(change(id));
+  put("second", 0);
+  EXPECT_TRUE(change(id));
+  pass(33);
+  EXPECT_EQ(hostContents("a.odt"), "second");
+  EXPECT_EQ(sent().size(), 2U);
+  EXPECT_EQ(sent()[1].baseVersion, "2");
+}
+
+TEST_F(OpenAllDayTest, WhatIsWrittenMeanwhileDoesNotChangeWhatIsSentAndGoesUpLater) {
+  const NodeId id = downloaded("i:1", "a.odt", std::string(100'000, 'a'));
+  openFor(id);
+  put("first", 0);
+  // Asked for its contents, the host has the program write.
+  extension->scriptMutation({.before = [&] {
+    put("SECOND", 0);
+    EXPECT_EQ(readFile(engine->store().path(change(id)->request.contents())).substr(0, 6),
+              "firsta");
+  }});
+  pass(33);
+  ASSERT_EQ(sent().size(), 1U);
+  EXPECT_EQ(sent()[0].contents->substr(0, 6), "firsta");
+  ASSERT_TRUE(change(id));
+  EXPECT_TRUE(change(id)->hasContents());
+  EXPECT_EQ(row(id)->state, ContentState::dirty);
+  pass(33);
+  EXPECT_EQ(hostContents("a.odt").substr(0, 7), "SECONDa");
+  EXPECT_FALSE(change(id));
+  // What was sent is gone, and counted no longer, once the program has looked at its file again.
+  EXPECT_FALSE(handle->endsBefore(0));
+  while (engine->contents().purgeStep()) {
+  }
+  EXPECT_EQ(engine->store().room().used(), row(id)->blocks * 512);
+}
+
+TEST_F(OpenAllDayTest, WhatWasWrittenBeforeItWasOpenedAgainGoesUpToo) {
+  const NodeId id = makeFile("a.odt", "hello");
+  openFor(id);
+  pass(29);
+  EXPECT_TRUE(sent().empty());
+  pass(3);
+  EXPECT_EQ(hostContents("a.odt"), "hello");
+}
+
+TEST_F(SchedulerTest, WhatHasNoPlaceAtTheHostIsNotTriedOverAndOver) {
+  extension->folder("f:a", "A");
+  list();
+  const NodeId folder = idOf("f:a");
+  list(folder);
+  const NodeId id = makeFile("a.txt", "hello", folder);
+  // The folder is out of the tree, and to be made anew.
+  engine->replica().write(Durability::eventual, [&](ReplicaWriter& writer) {
+    Change made = journal::begin(writer, *writer.node(folder), clock);
+    made.hostHasNothing();
+    journal::put(writer, made);
+    writer.clearItem(folder);
+    writer.detach(folder, inSeconds(clock));
+  });
+  EXPECT_LE(push(), 2U);
+  EXPECT_EQ(counts().pending, 2);
+  EXPECT_TRUE(change(id));
 }
 
 }  // namespace
