@@ -14,6 +14,7 @@
 #include "host/base/HostError.h"
 #include "host/server/Client.h"
 #include "platform/linux/Container.h"
+#include "platform/linux/DescriptorLimit.h"
 
 namespace tulo::cli {
 namespace {
@@ -130,6 +131,7 @@ int serve(const Arguments& arguments, bool hasQuota) {
   try {
     // A signal during the first look at a large folder ends the command as soon as that is done.
     EndSignals signals;
+    raiseDescriptorLimit();
     host::Host host(hostOptions(arguments, hasQuota));
     host.start();
     std::printf("serving %s in %s\n", arguments.root.c_str(), host.containerPath().c_str());

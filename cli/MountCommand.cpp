@@ -18,6 +18,7 @@
 #include "extension/FileProviderExtension.h"
 #include "index/Index.h"
 #include "platform/linux/Container.h"
+#include "platform/linux/DescriptorLimit.h"
 #include "platform/linux/LogSink.h"
 #include "service/Service.h"
 #include "service/listing/IndexProbe.h"
@@ -140,6 +141,7 @@ class StopOnSignal {
 
 // `ready` is told what the user should know.
 void serve(const Arguments& arguments, const std::function<void(const std::string&)>& ready) {
+  raiseDescriptorLimit();
   if (arguments.logFormat == "json") platform::setLogSink(platform::jsonLogSink());
   const ServiceOptions options = optionsOf(arguments);
   const sigset_t signals = blockEndSignals();

@@ -16,8 +16,10 @@ Connection::Connection(const std::string& path, Mode mode, const char* vfs) {
   const int result = sqlite3_open_v2(path.c_str(), &handle, flags, vfs);
   handle_.reset(handle);
   if (result != SQLITE_OK) {
-    throw DatabaseError(result, "cannot open " + path + ": " +
-                                    (handle ? sqlite3_errmsg(handle) : sqlite3_errstr(result)));
+    throw DatabaseError(
+        result,
+        "cannot open " + path + ": " + (handle ? sqlite3_errmsg(handle) : sqlite3_errstr(result)),
+        handle ? sqlite3_system_errno(handle) : 0);
   }
   sqlite3_busy_timeout(handle, kBusyMilliseconds);
   if (mode == Mode::queryOnly) execute("PRAGMA query_only=1");

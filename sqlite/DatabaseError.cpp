@@ -16,7 +16,8 @@ std::string fileName(sqlite3* database) {
 
 void fail(sqlite3* database, int result) {
   if (!database) throw DatabaseError(result, sqlite3_errstr(result));
-  throw DatabaseError(result, fileName(database) + ": " + sqlite3_errmsg(database));
+  throw DatabaseError(result, fileName(database) + ": " + sqlite3_errmsg(database),
+                      sqlite3_system_errno(database));
 }
 
 }  // namespace tulo::sqlite

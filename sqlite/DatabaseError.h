@@ -10,16 +10,23 @@ namespace tulo::sqlite {
 
 class DatabaseError : public std::runtime_error {
  public:
-  DatabaseError(int code, const std::string& message) : std::runtime_error(message), code_(code) {}
+  // `systemError`: the errno behind a file that could not be opened or read, if that is known.
+  DatabaseError(int code, const std::string& message, int systemError = 0)
+      : std::runtime_error(message), code_(code), systemError_(systemError) {}
 
   // SQLite's primary result code.
   int code() const { return code_ & 0xff; }
+  // 0 when there is none.
+  int systemError() const {
+    return code() == SQLITE_CANTOPEN || code() == SQLITE_IOERR ? systemError_ : 0;
+  }
   bool meansFullDisk() const { return code() == SQLITE_FULL; }
   // The file is no database, or not a whole one.
   bool meansDamage() const { return code() == SQLITE_CORRUPT || code() == SQLITE_NOTADB; }
 
  private:
   int code_;
+  int systemError_;
 };
 
 // Throws what `result`, or the connection's last error where there is a connection, says.

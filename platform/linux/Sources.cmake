@@ -10,6 +10,7 @@ set(TULO_PLATFORM_SOURCES
     linux/Bundle.cpp
     linux/Container.cpp
     linux/ContentTypes.cpp
+    linux/DescriptorLimit.cpp
     linux/Dispatch.cpp
     linux/FileCopy.cpp
     linux/FolderEntries.cpp

@@ -22,6 +22,7 @@ namespace {
 
 constexpr std::size_t kConnections = 64;
 constexpr std::size_t kLongestRequest = 16 << 20;
+constexpr int kPause = 100;  // milliseconds, before a descriptor is asked for again
 
 bool sameUser(int descriptor) {
   ucred peer = {};
@@ -103,6 +104,8 @@ void ControlServer::accept() {
     ::poll(waits.data(), waits.size(), -1);
     if (waits[0].revents != 0) return;
     FileDescriptor descriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    // It stays waiting, and would be asked for over and over.
+    if (!descriptor && (errno == EMFILE || errno == ENFILE)) ::poll(waits.data(), 1, kPause);
     joinEnded();
     if (descriptor && sameUser(descriptor.get())) welcome(std::move(descriptor));
   }

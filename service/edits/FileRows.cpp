@@ -37,8 +37,9 @@ void noteWritten(ReplicaWriter& writer, const FileParts& parts, NodeId id, Conte
   const std::optional<Node> node = writer.node(id);
   if (!node || node->content != content) return;
   noteFile(writer, id, status);
-  contentRows::setWritten(writer, content, status.st_blocks);
-  parts.store.room().addUsed((status.st_blocks - node->blocks) * kBlock);
+  // Not what the node had before: that may have been another file, which is still there.
+  const std::int64_t more = contentRows::setWritten(writer, content, status.st_blocks);
+  parts.store.room().addUsed(more * kBlock);
   localTimes::note(writer, id);
   journal::postpone(writer, id, parts.quiet.due());
 }

@@ -50,8 +50,9 @@ void FirstWrite::reserve(ReplicaWriter& writer) {
   incoming_.emplace(parts_.store, content_);
 }
 
-FileDescriptor FirstWrite::openContents(ContentId open) {
-  if (content_ == open) {
+FileDescriptor FirstWrite::openContents() {
+  // What the node has is never made anew: it may be all that there is of the file.
+  if (!incoming_) {
     FileDescriptor file = parts_.store.openWritable(content_);
     parts_.store.setName(content_, name_);
     return file;
@@ -72,8 +73,10 @@ void FirstWrite::note(ReplicaWriter& writer, WallTime due) {
   const Node node = existing(writer, node_);
   nodeContents::beginChange(writer, node_, content_);
   writer.setError(node_, "");
-  if (node.parent == kNoNode) return;
   const std::optional<Change> known = journal::find(writer, node_);
+  // Deleted here. What is out of the tree because the host has it elsewhere comes back, or ends
+  // among the recovered files.
+  if (node.parent == kNoNode && (node.identifier.empty() || (known && known->isDeleted()))) return;
   // A file that the host does not know and that has no change stays here.
   if (node.identifier.empty() && !known) return;
   Change change = journal::begin(writer, node, due);

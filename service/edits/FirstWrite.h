@@ -24,8 +24,8 @@ class FirstWrite {
 
   // Finds out which contents are to be written: those that the node has, or new ones.
   void reserve();
-  // Opens them. `open`: those that the caller has open already.
-  FileDescriptor openContents(ContentId open);
+  // Opens them; new ones are made, as a copy if the bytes are to stay.
+  FileDescriptor openContents();
   // From now on the contents are the node's, and the host's no longer.
   void note();
 

@@ -21,7 +21,14 @@ void LocalFiles::start() {
   fileRows::noteAfterRestart(parts_);
 }
 
-OpenedFile LocalFiles::open(NodeId id) try {
+OpenedFile LocalFiles::open(NodeId id) {
+  OpenedFile opened = tryOpen(id);
+  // Nobody would ever let go of it.
+  if (!opened.file) released(id);
+  return opened;
+}
+
+OpenedFile LocalFiles::tryOpen(NodeId id) try {
   std::shared_ptr<WritableFile> file = files_.get(id);
   const int error = file->open();
   if (error != 0) return {nullptr, error};
@@ -75,7 +82,9 @@ int LocalFiles::forceContents(NodeId id, bool dataOnly) {
   if (const std::shared_ptr<WritableFile> file = find(id)) return file->force(dataOnly);
   const auto node = parts_.replica.read([&](ReplicaReader& reader) { return reader.node(id); });
   const bool local = node && node->state == ContentState::dirty && node->content != kNoContent;
-  return local && !parts_.store.makeDurable(node->content) ? EIO : 0;
+  if (!local) return 0;
+  const int error = parts_.store.force(node->content);
+  return error == 0 || isShortOfDescriptors(error) ? error : EIO;
 }
 
 // The bytes and the log go to the disk side by side. The log has the file's name and that its bytes
@@ -93,6 +102,12 @@ int LocalFiles::synchronize(NodeId id, bool dataOnly) try {
   return errnoFor(error);
 }
 
+bool LocalFiles::isBeingWritten(NodeId node) const {
+  if (!parts_.openFiles.isOpenForWriting(node)) return false;
+  const std::shared_ptr<WritableFile> file = find(node);
+  return !file || parts_.quiet.now() < file->lastWritten() + parts_.quiet.lengthWhileOpen();
+}
+
 void LocalFiles::overlay(Entry& entry) const {
   if (entry.kind != NodeKind::file) return;
   if (const std::shared_ptr<WritableFile> file = find(entry.id)) file->overlay(entry);
@@ -102,10 +117,6 @@ void LocalFiles::withSettled(NodeId node, Durability durability,
                              const Replica::WriteFunction& function) {
   const WritableFiles::Hold hold(files_, node);
   hold.file().withSettled(durability, function);
-}
-
-void LocalFiles::contentsSent(NodeId node) {
-  if (const std::shared_ptr<WritableFile> file = find(node)) file->contentsSent();
 }
 
 }  // namespace tulo

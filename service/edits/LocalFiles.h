@@ -61,14 +61,16 @@ class LocalFiles {
   // The contents are the host's.
   void forgetName(ContentId content) { keeper_.forgetName(content); }
 
+  // Whether somebody has the file open for writing and may not be through with what is written. A
+  // program may keep a file open all day; what was left alone for a while goes up meanwhile.
+  bool isBeingWritten(NodeId node) const;
+
   // Changes size and times of an entry to what a program sees that has written since.
   void overlay(Entry& entry) const;
 
   // Runs `function` in a transaction in which the contents of the node cannot change. Throws what
   // that throws, and DatabaseError.
   void withSettled(NodeId node, Durability durability, const Replica::WriteFunction& function);
-  // The contents went up or were replaced: the next write begins anew.
-  void contentsSent(NodeId node);
 
   // Waits are measured by the one, people are shown the other.
   WallTime now() const { return parts_.quiet.now(); }
@@ -82,6 +84,7 @@ class LocalFiles {
   }
 
  private:
+  OpenedFile tryOpen(NodeId node);
   int forceContents(NodeId node, bool dataOnly);
 
   const FileParts parts_;

@@ -158,7 +158,7 @@ void Renames::forceReplacement(const Move& move) {
       [&](ReplicaReader& reader) { return replacingContent(reader, move); });
   if (content == kNoContent) return;
   parts_.beforeWaiting();
-  parts_.store.makeDurable(content);
+  parts_.store.force(content);
 }
 
 int Renames::rename(const Move& move) {

@@ -12,38 +12,52 @@
 #include "service/base/ServiceLog.h"
 #include "service/edits/FileRows.h"
 #include "service/edits/FirstWrite.h"
+#include "service/errors/ContentError.h"
 #include "service/errors/Errno.h"
 
 namespace tulo {
 
 WritableFile::WritableFile(const FileParts& parts, NodeId node, ContentId content,
                            FileDescriptor contents)
-    : parts_(parts), node_(node), file_(std::move(contents)), content_(content), writable_(true) {}
+    : parts_(parts),
+      node_(node),
+      file_(std::move(contents)),
+      content_(content),
+      writable_(true),
+      marks_(parts.quiet.now()) {}
 
 int WritableFile::open() {
   {
     const SharedLock lock(mutex_);
-    if (file_) return 0;
+    if (isOwn()) return 0;
   }
   const ExclusiveLock lock(mutex_);
-  if (file_) return 0;
+  return isOwn() ? 0 : openCurrent();
+}
+
+int WritableFile::openCurrent() {
   bool journaled = false;
   const auto node = parts_.replica.readBriefly([&](ReplicaReader& reader) {
     std::optional<Node> row = reader.node(node_);
     journaled = row && FirstWrite::isDone(reader, *row);
     return row;
   });
-  if (!node) return ESTALE;
-  if (node->content == kNoContent || node->state == ContentState::dataless) return 0;
-  file_ = parts_.store.openWritable(node->content);
-  content_ = node->content;
-  writable_ = journaled;
+  // A number that was left behind keeps what it has.
+  if (!node) return file_ ? 0 : ESTALE;
+  const bool isHere = node->content != kNoContent && node->state != ContentState::dataless;
+  if (!isHere) {
+    file_.reset();
+  } else if (!file_ || content_ != node->content) {
+    file_ = parts_.store.openWritable(node->content);
+  }
+  content_ = isHere ? node->content : kNoContent;
+  writable_ = isHere && journaled;
   return 0;
 }
 
 ssize_t WritableFile::read(char* data, std::size_t size, off_t offset) {
   const SharedLock lock(mutex_);
-  if (!file_) return -ENODATA;
+  if (!isOwn()) return -ENODATA;
   const ssize_t count = ::pread(file_.get(), data, size, offset);
   return count < 0 ? -errno : count;
 }
@@ -51,14 +65,17 @@ ssize_t WritableFile::read(char* data, std::size_t size, off_t offset) {
 std::optional<FileDescriptor> WritableFile::duplicateDescriptor() {
   const SharedLock lock(mutex_);
   if (!file_) return std::nullopt;
-  return FileDescriptor(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
+  FileDescriptor duplicate(::fcntl(file_.get(), F_DUPFD_CLOEXEC, 0));
+  if (!duplicate) throw ContentError(errno, "a file cannot be opened a second time");
+  return duplicate;
 }
 
 void WritableFile::prepare(bool keepContents) {
   FirstWrite first(parts_, node_, keepContents);
   first.reserve();
-  file_ = first.openContents(file_ ? content_ : kNoContent);
+  FileDescriptor contents = first.openContents();
   first.note();
+  file_ = std::move(contents);
   content_ = first.content();
   writable_ = true;
   parts_.openFiles.contentsChanged(node_);
@@ -67,16 +84,18 @@ void WritableFile::prepare(bool keepContents) {
 
 template <typename Function>
 auto WritableFile::changing(bool keepContents, const Function& function) {
+  const WallTime now = parts_.quiet.now();
   {
     const SharedLock lock(mutex_);
     if (writable_) {
-      changed_ = true;
+      const WriteMarks::Write write(marks_, now);
+      faultPoint("write.begins");
       return function(file_.get());
     }
   }
   const ExclusiveLock lock(mutex_);
   if (!writable_) prepare(keepContents);
-  changed_ = true;
+  const WriteMarks::Write write(marks_, now);
   return function(file_.get());
 }
 
@@ -147,7 +166,7 @@ void WritableFile::overlay(Entry& entry) {
   if (!writable_ || ::fstat(file_.get(), &status) != 0) return;
   entry.size = status.st_size;
   entry.blocks = status.st_blocks;
-  if (!changed_) return;
+  if (!isChanged()) return;
   entry.modified = FileTime::of(status.st_mtim);
 }
 
@@ -159,42 +178,36 @@ void WritableFile::updateRow(ReplicaWriter& writer) {
 
 bool WritableFile::settle() {
   const SharedLock lock(mutex_);
-  if (!changed_.exchange(false)) return false;
-  if (!writable_) return true;
-  try {
-    parts_.replica.write(Durability::eventual, [this](ReplicaWriter& writer) TULO_REQUIRES_SHARED(
-                                                   mutex_) { updateRow(writer); });
-  } catch (const std::exception&) {
-    changed_ = true;
-    throw;
-  }
+  if (!writable_) return false;
+  WriteMarks::Settling settling(marks_);
+  if (!settling.isWanted()) return false;
+  parts_.replica.write(Durability::eventual, [this](ReplicaWriter& writer) TULO_REQUIRES_SHARED(
+                                                 mutex_) { updateRow(writer); });
+  settling.done();
   return true;
 }
 
 void WritableFile::settleAnd(const Replica::WriteFunction& function) {
   const SharedLock lock(mutex_);
-  const bool changed = writable_ && changed_.exchange(false);
+  WriteMarks::Settling settling(marks_);
   parts_.replica.write(Durability::eventual,
                        [&](ReplicaWriter& writer) TULO_REQUIRES_SHARED(mutex_) {
-                         if (changed) updateRow(writer);
+                         if (writable_ && settling.isWanted()) updateRow(writer);
                          function(writer);
                        });
+  settling.done();
 }
 
 void WritableFile::withSettled(Durability durability, const Replica::WriteFunction& function) {
   const ExclusiveLock lock(mutex_);
+  WriteMarks::Settling settling(marks_);
   const auto settled = [&](ReplicaWriter& writer) TULO_REQUIRES(mutex_) {
-    if (writable_ && changed_) updateRow(writer);
+    if (writable_ && settling.isWanted()) updateRow(writer);
     function(writer);
   };
   // What the host has can be dropped here.
   parts_.replica.write(durability, settled, Room::fromReserve);
-  changed_ = false;
-  writable_ = false;
-}
-
-void WritableFile::contentsSent() {
-  const ExclusiveLock lock(mutex_);
+  settling.done();
   writable_ = false;
 }
 
@@ -202,10 +215,13 @@ void WritableFile::contentsSent() {
 void WritableFile::settleTogether(const std::vector<std::shared_ptr<WritableFile>>& files)
     TULO_NO_THREAD_SAFETY_ANALYSIS {
   std::deque<SharedLock> locks;
+  std::deque<WriteMarks::Settling> settling;
   std::vector<WritableFile*> changed;
   for (const auto& file : files) {
     locks.emplace_back(file->mutex_);
-    if (file->writable_ && file->changed_.exchange(false)) changed.push_back(file.get());
+    if (file->writable_ && settling.emplace_back(file->marks_).isWanted()) {
+      changed.push_back(file.get());
+    }
   }
   if (changed.empty()) return;
   try {
@@ -214,12 +230,12 @@ void WritableFile::settleTogether(const std::vector<std::shared_ptr<WritableFile
         file->updateRow(writer);
     };
     changed.front()->parts_.replica.write(Durability::eventual, note);
+    for (WriteMarks::Settling& each : settling)
+      each.done();
     faultPoint("settle.committed");
   } catch (const std::exception& error) {
     serviceLog().error("cannot note the changes of %d files: %{public}@",
                        {changed.size(), error.what()});
-    for (WritableFile* file : changed)
-      file->changed_ = true;
   }
 }
 

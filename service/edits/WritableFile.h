@@ -12,7 +12,6 @@
 // DatabaseError or ContentError.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -21,20 +20,22 @@
 #include "platform/linux/FileDescriptor.h"
 #include "platform/linux/Mutex.h"
 #include "service/edits/FileParts.h"
+#include "service/edits/WriteMarks.h"
 
 namespace tulo {
 
 class WritableFile {
  public:
-  WritableFile(const FileParts& parts, NodeId node) : parts_(parts), node_(node) {}
+  WritableFile(const FileParts& parts, NodeId node)
+      : parts_(parts), node_(node), marks_(parts.quiet.now()) {}
   // For contents that are made just now, and journaled.
   WritableFile(const FileParts& parts, NodeId node, ContentId content, FileDescriptor contents);
 
-  // Opens the contents, if they are here and not open yet.
+  // Opens the contents that the node has, if they are here and not open yet.
   int open() TULO_EXCLUDES(mutex_);
 
-  // The number of bytes, or an errno as a negative number; -ENODATA: as long as nobody has opened
-  // the contents here, they are read elsewhere.
+  // The number of bytes, or an errno as a negative number; -ENODATA: as long as nobody changes the
+  // contents here, they are read elsewhere.
   ssize_t read(char* data, std::size_t size, off_t offset) TULO_EXCLUDES(mutex_);
   ssize_t write(const char* data, std::size_t size, off_t offset) TULO_EXCLUDES(mutex_);
   int truncate(off_t size) TULO_EXCLUDES(mutex_);
@@ -44,13 +45,15 @@ class WritableFile {
       TULO_EXCLUDES(mutex_);
   // Forces the bytes to the disk.
   int force(bool dataOnly) TULO_EXCLUDES(mutex_);
-  // The descriptor to read from; nothing when there are no contents yet.
+  // The descriptor to read from; nothing when there are no contents yet. Throws ContentError.
   std::optional<FileDescriptor> duplicateDescriptor() TULO_EXCLUDES(mutex_);
 
   // Changes size and times of an entry to what a program sees that has written since.
   void overlay(Entry& entry) TULO_EXCLUDES(mutex_);
   // Something was written that is not in the row yet.
-  bool isChanged() const { return changed_; }
+  bool isChanged() const { return marks_.isUnsettled(); }
+  // When that was last; when the file was opened, if nobody has since.
+  WallTime lastWritten() const { return marks_.last(); }
   // Brings the row up to date; false when it was.
   bool settle() TULO_EXCLUDES(mutex_);
   // Runs the function in the transaction that brings the row up to date, after that.
@@ -58,14 +61,16 @@ class WritableFile {
   // The same with contents that do not change meanwhile, and of which the next write begins anew.
   void withSettled(Durability durability, const Replica::WriteFunction& function)
       TULO_EXCLUDES(mutex_);
-  // The contents went up or were replaced: the next write begins anew.
-  void contentsSent() TULO_EXCLUDES(mutex_);
 
   // Settles all of them in one transaction. They come in the order of their nodes: whoever locks
   // several locks them in the same order. What cannot be noted is logged, and stays changed.
   static void settleTogether(const std::vector<std::shared_ptr<WritableFile>>& files);
 
  private:
+  // Whether the contents that are open are the node's for certain: nobody but this changes which
+  // ones it has as long as they are being changed here.
+  bool isOwn() const TULO_REQUIRES_SHARED(mutex_) { return file_ && writable_; }
+  int openCurrent() TULO_REQUIRES(mutex_);
   // Throws.
   void prepare(bool keepContents) TULO_REQUIRES(mutex_);
   // Calls the function with the descriptor of contents that may be changed.
@@ -82,7 +87,7 @@ class WritableFile {
   ContentId content_ TULO_GUARDED_BY(mutex_) = kNoContent;
   // The journal knows, and nobody sends it.
   bool writable_ TULO_GUARDED_BY(mutex_) = false;
-  std::atomic<bool> changed_ = false;  // since the row was brought up to date
+  WriteMarks marks_;
 };
 
 }  // namespace tulo

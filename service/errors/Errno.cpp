@@ -54,6 +54,11 @@ const Row* rowFor(const platform::NSError& error) {
   return nullptr;
 }
 
+// What a program can do something about stays what it is.
+int shortageOrFailure(int number) {
+  return number == ENOSPC || number == EDQUOT || isShortOfDescriptors(number) ? number : EIO;
+}
+
 }  // namespace
 
 platform::NSError handoverError(int number) {
@@ -72,12 +77,19 @@ int errnoFor(const platform::NSError& error) {
 
 int errnoFor(const std::exception& error) {
   if (const auto* content = dynamic_cast<const ContentError*>(&error)) {
-    return content->number() == ENOSPC || content->number() == EDQUOT ? content->number() : EIO;
+    return shortageOrFailure(content->number());
   }
   if (const auto* database = dynamic_cast<const sqlite::DatabaseError*>(&error)) {
-    return database->code() == SQLITE_FULL ? ENOSPC : EIO;
+    return database->meansFullDisk() ? ENOSPC : shortageOrFailure(database->systemError());
+  }
+  if (const auto* system = dynamic_cast<const std::system_error*>(&error)) {
+    return shortageOrFailure(system->code().value());
   }
   return EIO;
+}
+
+bool isShortOfDescriptors(int number) {
+  return number == EMFILE || number == ENFILE;
 }
 
 bool isTransient(const platform::NSError& error) {

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 
+#include <utility>
+
 namespace tulo {
 
 Handles::Handles(const MountParts& parts, Passthrough& passthrough)
@@ -30,11 +32,14 @@ fuse_file_info Handles::give(fuse_req_t request, fuse_file_info info,
 void Handles::drop(fuse_req_t request, const fuse_file_info& info) {
   std::unique_ptr<OpenFile> file(&fileOf(info));
   passthrough_.closed(request, file->node());
-  if (!files_) return;
+  if (files_ && file->writes()) files_->settleLater(file->node());
+  close(std::move(file));
+}
+
+void Handles::close(std::unique_ptr<OpenFile> file) {
   const NodeId node = file->node();
-  if (file->writes()) files_->settleLater(node);
   file.reset();
-  files_->released(node);
+  if (files_) files_->released(node);
 }
 
 }  // namespace tulo

@@ -22,6 +22,8 @@ class Handles {
   static OpenFile& fileOf(const fuse_file_info& info) {
     return *reinterpret_cast<OpenFile*>(info.fh);
   }
+  // Lets go of a file that could not be opened after all.
+  void close(std::unique_ptr<OpenFile> file);
   // Without a request when the kernel did not get the answer to the open.
   void drop(fuse_req_t request, const fuse_file_info& info);
 

@@ -73,6 +73,7 @@ void OpenRequests::openWaiting(fuse_req_t request, NodeId node, const fuse_file_
 void OpenRequests::reply(fuse_req_t request, const fuse_file_info& wanted, OpenAnswer answer) {
   if (answer.error == 0) answer.error = handles_.prepareToWrite(wanted, *answer.file);
   if (answer.error != 0) {
+    if (answer.file) handles_.close(std::move(answer.file));
     fuse_reply_err(request, answer.error);
     return;
   }

@@ -4,6 +4,8 @@
 #include <signal.h>
 
 #include <cstdlib>
+#include <string>
+#include <string_view>
 
 namespace tulo::test {
 namespace {
@@ -39,6 +41,16 @@ TEST_F(FaultPointsDeathTest, ANumberThatIsNoneMeansTheFirstTime) {
 TEST_F(FaultPointsDeathTest, LeavesEverythingElseAlone) {
   EXPECT_EXIT(reach("there", 3), ::testing::ExitedWithCode(0), "");
   EXPECT_EXIT(reach("", 3), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(FaultPointsTest, AHookIsCalledUntilItIsTakenBack) {
+  std::string reached;
+  setFaultHook([&](std::string_view point) { reached += point; });
+  faultPoint("one");
+  faultPoint("two");
+  setFaultHook(nullptr);
+  faultPoint("three");
+  EXPECT_EQ(reached, "onetwo");
 }
 
 }  // namespace

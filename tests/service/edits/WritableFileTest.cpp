@@ -1,7 +1,13 @@
 #include "service/edits/WritableFile.h"
 
-#include <cerrno>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <functional>
+#include <thread>
+
+#include "service/base/FaultPoints.h"
+#include "tests/service/support/DescriptorShortage.h"
 #include "tests/service/support/FilesFixture.h"
 
 namespace tulo::test {
@@ -199,6 +205,126 @@ TEST_F(WritableFileTest, WhoeverWritesAfterTheContentsWentUpBeginsAnew) {
   EXPECT_EQ(put(*file, "C", 0), 1);
   EXPECT_EQ(row(id)->state, ContentState::dirty);
   EXPECT_TRUE(change(id)->hasContents());
+}
+
+TEST_F(WritableFileTest, WhatIsNewAtTheHostIsNotEmptiedByWhoeverHasTheVersionBefore) {
+  const NodeId id = downloaded("i:1", "a", "base");
+  const auto file = open(id);
+  extension->edit("i:1", "the next version");
+  list();
+  ASSERT_EQ(readThrough(id), "the next version");
+  EXPECT_NE(bytesOf(*file), "base");
+  EXPECT_EQ(put(*file, "!", 16), 1);
+  EXPECT_EQ(bytesOf(*file), "the next version!");
+  close(id);
+  EXPECT_EQ(contentsOf(id), "the next version!");
+}
+
+TEST_F(WritableFileTest, EmptyingWhatCameMeanwhileEmptiesIt) {
+  extension->file("i:1", "a.txt", "hello");
+  list();
+  const NodeId id = idOf("i:1");
+  const auto file = open(id);
+  readThrough(id);
+  EXPECT_EQ(put(*file, "J", 0), 1);
+  EXPECT_EQ(bytesOf(*file), "Jello");
+  EXPECT_EQ(file->truncate(0), 0);
+  EXPECT_EQ(bytesOf(*file), "");
+}
+
+TEST_F(WritableFileTest, OpeningAgainFindsWhatTheNodeHasNow) {
+  const NodeId id = downloaded("i:1", "a", "base");
+  const auto file = open(id);
+  extension->edit("i:1", "the next version");
+  list();
+  readThrough(id);
+  open(id);
+  const std::optional<FileDescriptor> now = file->duplicateDescriptor();
+  ASSERT_TRUE(now);
+  std::string bytes(100, '\0');
+  bytes.resize(static_cast<std::size_t>(::pread(now->get(), bytes.data(), bytes.size(), 0)));
+  EXPECT_EQ(bytes, "the next version");
+}
+
+TEST_F(WritableFileTest, AWriteThatCannotBeNotedLeavesTheContentsAsTheyWere) {
+  const NodeId id = makeFile("a", "first");
+  markSent(id);
+  const auto file = open(id);
+  breakRows();
+  EXPECT_EQ(put(*file, "F", 0), -EIO);
+  mendRows();
+  const std::optional<FileDescriptor> now = file->duplicateDescriptor();
+  ASSERT_TRUE(now);
+  struct stat expected = {};
+  struct stat found = {};
+  ASSERT_EQ(::stat(engine->store().path(row(id)->content).c_str(), &expected), 0);
+  ASSERT_EQ(::fstat(now->get(), &found), 0);
+  EXPECT_EQ(found.st_ino, expected.st_ino);
+  EXPECT_EQ(put(*file, "F", 0), 1);
+  EXPECT_EQ(bytesOf(*file), "First");
+}
+
+TEST_F(WritableFileTest, WithoutDescriptorsNothingIsCopiedAndTheProgramIsToldWhy) {
+  const NodeId from = makeFile("from", "0123456789");
+  const NodeId to = makeFile("to", "abcdef");
+  const auto source = open(from);
+  const auto target = open(to);
+  {
+    const DescriptorShortage shortage(0);
+    EXPECT_EQ(target->copyFrom(*source, 0, 0, 3), -EMFILE);
+  }
+  EXPECT_EQ(bytesOf(*target), "abcdef");
+}
+
+// The settling comes between the two halves of a write: when the file is marked, and when it has
+// the bytes.
+class DuringAWrite : public FilesFixture {
+ protected:
+  ~DuringAWrite() override { setFaultHook(nullptr); }
+
+  // Writes five bytes, and runs the function on another thread just before they are in the file.
+  void writeWith(NodeId id, const std::function<void()>& meanwhile) {
+    setFaultHook([&](std::string_view point) {
+      if (point == "write.begins") std::thread(meanwhile).join();
+    });
+    put(*open(id), "hello", 0);
+    setFaultHook(nullptr);
+  }
+
+  void expectLaterNoted(NodeId id) {
+    EXPECT_TRUE(open(id)->isChanged());
+    close(id);
+    EXPECT_EQ(row(id)->size, 5);
+  }
+};
+
+TEST_F(DuringAWrite, ASettledRowIsNotTakenForTheLastWord) {
+  const NodeId id = makeFile("a", "");
+  writeWith(id, [&] { EXPECT_EQ(files().settle(id), 0); });
+  expectLaterNoted(id);
+}
+
+TEST_F(DuringAWrite, SettlingSeveralTogetherIsNotTakenForTheLastWord) {
+  const NodeId id = makeFile("a", "");
+  writeWith(id, [&] { WritableFile::settleTogether({files().find(id)}); });
+  expectLaterNoted(id);
+}
+
+TEST_F(DuringAWrite, SettingATimeIsNotTakenForTheLastWord) {
+  const NodeId id = makeFile("a", "");
+  writeWith(id, [&] { EXPECT_EQ(files().setModified(id, {1'000'000, 0}), 0); });
+  expectLaterNoted(id);
+}
+
+TEST_F(WritableFileTest, ATimeThatCannotBeSetLeavesTheWriteToBeNoted) {
+  const NodeId id = makeFile("a", "");
+  put(*open(id), "hello", 0);
+  breakRows();
+  EXPECT_EQ(files().setModified(id, {1'000'000, 0}), EIO);
+  mendRows();
+  EXPECT_TRUE(open(id)->isChanged());
+  close(id);
+  EXPECT_EQ(row(id)->size, 5);
 }
 
 }  // namespace

@@ -5,9 +5,13 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 #include "service/errors/ContentError.h"
 #include "sqlite/Connection.h"
+#include "tests/service/support/DescriptorShortage.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::test {
 namespace {
@@ -55,6 +59,26 @@ TEST(ErrnoTest, TellsAFullDiskFromOtherFailuresOfTheReplica) {
   EXPECT_EQ(errnoFor(ContentError(EDQUOT, "quota")), EDQUOT);
   EXPECT_EQ(errnoFor(ContentError(ENOENT, "gone")), EIO);
   EXPECT_EQ(errnoFor(std::runtime_error("anything")), EIO);
+}
+
+TEST(ErrnoTest, AShortageOfDescriptorsIsToldAsWhatItIs) {
+  EXPECT_EQ(errnoFor(ContentError(EMFILE, "too many")), EMFILE);
+  EXPECT_EQ(errnoFor(ContentError(ENFILE, "too many")), ENFILE);
+  EXPECT_EQ(errnoFor(std::system_error(EMFILE, std::generic_category())), EMFILE);
+  EXPECT_EQ(errnoFor(std::system_error(EAGAIN, std::generic_category())), EIO);
+  const TemporaryDirectory directory;
+  const std::string path = directory.file("database");
+  sqlite::Connection(path, sqlite::Connection::Mode::create).execute("CREATE TABLE t (x)");
+  for (int left = 0; left < 2; ++left) {
+    const DescriptorShortage shortage(left);
+    try {
+      sqlite::Connection(path, sqlite::Connection::Mode::queryOnly)
+          .integer("SELECT count(*) FROM t");
+      EXPECT_GT(left, 0) << "nothing was thrown";
+    } catch (const sqlite::DatabaseError& error) {
+      EXPECT_EQ(errnoFor(error), EMFILE) << error.what();
+    }
+  }
 }
 
 }  // namespace

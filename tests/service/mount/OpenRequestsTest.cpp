@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <future>
 
+#include "tests/service/support/DescriptorShortage.h"
 #include "tests/service/support/MountFixture.h"
 
 namespace tulo::test {
@@ -111,6 +112,39 @@ TEST_F(OpenRequestsTest, AWriterIsKnownAsLongAsItHasTheFileOpen) {
   EXPECT_TRUE(engine->openFiles().isOpenForWriting(file));
   kernel().release(file, handle);
   EXPECT_FALSE(engine->openFiles().isOpenForWriting(file));
+}
+
+// However few are left, at whichever step they run out: later versions of the host are not touched.
+TEST_F(OpenRequestsTest, AnEmptyingThatFailedForWantOfDescriptorsDoesNotHarmWhatComesLater) {
+  int refused = 0;
+  for (int left = 0; left < 6; ++left) {
+    const std::string name = "f" + std::to_string(left);
+    const NodeId file = downloaded(name, name, "the first version");
+    kernel().getattr(file);
+    KernelReply reply;
+    {
+      const DescriptorShortage shortage(left);
+      reply = kernel().open(file, O_WRONLY | O_TRUNC);
+    }
+    if (reply.error == 0) {
+      kernel().release(file, reply.as<fuse_open_out>().fh);
+      continue;
+    }
+    ++refused;
+    EXPECT_EQ(reply.error, EMFILE) << left;
+    EXPECT_EQ(engine->files().find(file), nullptr) << left;
+    extension->edit(name, "another version of the host's");
+    list();
+    const std::uint64_t reader = kernel().opened(file, O_RDONLY);
+    const std::uint64_t writer = kernel().opened(file, O_WRONLY);
+    EXPECT_EQ(kernel().read(reader, 100).body, "another version of the host's") << left;
+    EXPECT_EQ(kernel().write(file, "more", 29).error, 0);
+    EXPECT_EQ(kernel().read(reader, 100).body, "another version of the host'smore") << left;
+    kernel().release(file, writer);
+    kernel().release(file, reader);
+    EXPECT_EQ(contentsOf(file), "another version of the host'smore") << left;
+  }
+  EXPECT_GT(refused, 0);
 }
 
 }  // namespace
