@@ -1,10 +1,13 @@
 #!/usr/bin/env python3
 """Holds packaging/packages.txt against what builds on this machine really opened.
 
-usage: packageList.py BUILD-DIRECTORY...
+usage: packageList.py SECTION,SECTION... BUILD-DIRECTORY...
+
+The sections are those that ./dev installs before it makes these builds: what other commands need
+may be missing here, and must not be what covers a header.
 
 Every header that the compiler read, every library that the linker was given and every program that
-the builds and ./dev call must belong to a package that the list names, to one that such a package
+the builds and ./dev call must belong to a package that these sections name, to one that such a package
 depends on, or to one that every Debian system (and git) has. So a header that happens to be on a
 developer's machine cannot become a requirement that nobody wrote down.
 
@@ -32,8 +35,15 @@ def outputOf(*command):
 
 
 def listedPackages():
-    lines = (line.partition("#")[0].strip() for line in LIST.read_text().splitlines())
-    return [line for line in lines if line and not line.startswith("[")]
+    """The packages of each section."""
+    sections = {}
+    for line in LIST.read_text().splitlines():
+        words = line.partition("#")[0].split()
+        if words and words[0].startswith("["):
+            section = sections.setdefault(words[0].strip("[]"), [])
+        elif words:
+            section.append(words[0])
+    return sections
 
 
 def installedPackages():
@@ -140,12 +150,20 @@ def faultsOf(opened, allowed):
 
 
 def main():
-    builds = [pathlib.Path(word).resolve() for word in sys.argv[1:]]
+    sections = listedPackages()
+    wanted = sys.argv[1].split(",") if len(sys.argv) > 1 else []
+    builds = [pathlib.Path(word).resolve() for word in sys.argv[2:]]
     if not builds or not all((build / "CMakeCache.txt").exists() for build in builds):
-        print("usage: packageList.py BUILD-DIRECTORY... (each of them configured)", file=sys.stderr)
+        print("usage: packageList.py SECTION,SECTION... BUILD-DIRECTORY... (each of them configured)",
+              file=sys.stderr)
         return 2
+    for name in wanted:
+        if name not in sections:
+            print(f"{LIST.name} has no section '{name}', only {', '.join(sections)}",
+                  file=sys.stderr)
+            return 2
+    listed = [name for section in wanted for name in sections[section]]
     packages, providers = installedPackages()
-    listed = listedPackages()
     absent = [name for name in listed if name not in packages and name not in providers]
     base = [name for name, (_, everywhere) in packages.items() if everywhere]
     allowed = closureOf(listed + base + ASSUMED, packages, providers)
