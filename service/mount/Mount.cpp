@@ -1,5 +1,6 @@
 #include "service/mount/Mount.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -49,6 +50,13 @@ std::string resolved(const std::string& path) {
   return error ? path : result.string();
 }
 
+// Whether the kernel has closed the connection. Unmounting then only gives back what the session
+// has.
+bool hasEnded(int connection) {
+  pollfd polled{connection, 0, 0};
+  return ::poll(&polled, 1, 0) == 1 && (polled.revents & POLLERR) != 0;
+}
+
 }  // namespace
 
 struct Mount::Session {
@@ -69,9 +77,13 @@ struct Mount::Session {
 
   ~Session() {
     handlers.stop();
-    // It may be gone from there, and another one in its place.
+    if (isStillThere() || hasEnded(fuse_session_fd(fuse.get()))) fuse_session_unmount(fuse.get());
+  }
+
+  // It may be gone from there, and another one in its place.
+  bool isStillThere() const {
     const auto there = point.mounted();
-    if (there && mounted && there->minor == mounted->minor) fuse_session_unmount(fuse.get());
+    return there && mounted && there->minor == mounted->minor;
   }
 
   const MountPoint point;
@@ -94,6 +106,7 @@ Mount::~Mount() = default;
 
 void Mount::run() {
   session_->loop->run();
+  session_->handlers.handles.dropAll();
 }
 
 void Mount::stop() {

@@ -50,6 +50,25 @@ TEST_F(HandlesTest, AHandleIsTheFileUntilItIsDropped) {
   EXPECT_FALSE(engine->openFiles().isOpen(node));
 }
 
+// The kernel releases nothing when it ends a connection.
+TEST_F(HandlesTest, WhatIsOpenAtTheEndIsDroppedOnce) {
+  const NodeId node = makeFile("name", "");
+  Handles handles(writableParts(), passthrough);
+  fuse_file_info info = {};
+  info.flags = O_RDWR;
+  std::unique_ptr<OpenFile> file = engine->contents().openAsIs(node);
+  ASSERT_TRUE(file);
+  ASSERT_EQ(handles.prepareToWrite(info, *file), 0);
+  ASSERT_EQ(engine->files().find(node)->write("12345", 5, 0), 5);
+  info = handles.give(nullptr, info, std::move(file));
+  handles.dropAll();
+  EXPECT_FALSE(engine->openFiles().isOpen(node));
+  EXPECT_TRUE(eventually([&] { return row(node)->size == 5; }));
+  // The answer to an open that nobody heard may come later.
+  handles.drop(nullptr, info);
+  EXPECT_FALSE(engine->openFiles().isOpen(node));
+}
+
 TEST_F(HandlesTest, WhoeverOnlyReadsIsNoWriter) {
   const NodeId node = makeFile("name", "x");
   Handles handles(writableParts(), passthrough);
