@@ -1,5 +1,10 @@
 #include "service/Departure.h"
 
+#include <chrono>
+#include <future>
+#include <memory>
+#include <utility>
+
 #include "service/base/ServiceLog.h"
 
 namespace tulo {
@@ -58,21 +63,41 @@ UnmountReply Departure::leaveLazily() {
 UnmountReply Departure::leaveByForce() {
   UnmountReply reply{control::Outcome::good()};
   reply.programs = programs();
-  reply.notWritten = !mount_.writeBack(kWritingBack);
+  reply.notWritten = !writeBack();
   return reply;
 }
 
 void Departure::prepareEnd(milliseconds grace) {
-  const MountPoint& point = mount_.point();
-  if (point.detach(MountPoint::Detach::ifUnused, kDetachingAtEnd) == MountPoint::Detached::yes) {
-    return;
-  }
+  // What is in its place by now is another's.
+  const bool isGone = mount_.isInItsPlace() &&
+                      mount_.point().detach(MountPoint::Detach::ifUnused, kDetachingAtEnd) ==
+                          MountPoint::Detached::yes;
+  if (isGone) return;
   for (const control::UsingProgram& program : programs())
     serviceLog().info("ends while %{public}@ (process %d) uses %{public}@",
                       {program.name, program.process, program.path});
   awaitWriters(grace);
-  if (hasEnded(milliseconds(0)) || mount_.writeBack(kWritingBack)) return;
+  if (hasEnded(milliseconds(0)) || writeBack()) return;
   serviceLog().error("what programs have written through mappings was not handed over in time", {});
+}
+
+bool Departure::writeBack() {
+  return mount_.isInItsPlace() ? mount_.writeBack(kWritingBack) : writeBackOutOfPlace();
+}
+
+// No path leads to it any more, so it cannot be asked for all that it has. But before the kernel
+// drops the pages of a file it hands over those that were written.
+bool Departure::writeBackOutOfPlace() {
+  const auto end = std::chrono::steady_clock::now() + kWritingBack;
+  Invalidations files;
+  for (const NodeId node : openFiles_.allOpenForWriting())
+    files.push_back(dataChanged(node));
+  const auto delivered = std::make_shared<std::promise<void>>();
+  notifier_.queue(std::move(files));
+  notifier_.afterDelivery([delivered] { delivered->set_value(); });
+  if (delivered->get_future().wait_until(end) != std::future_status::ready) return false;
+  const auto left = end - std::chrono::steady_clock::now();
+  return mount_.awaitIdle(std::chrono::duration_cast<milliseconds>(left));
 }
 
 void Departure::awaitWriters(milliseconds grace) {

@@ -18,8 +18,8 @@ class Departure {
   // How long programs with a file open for writing are waited for that cannot be told to go.
   static constexpr milliseconds kGrace{10000};
 
-  Departure(const Mount& mount, const OpenFiles& openFiles)
-      : mount_(mount), openFiles_(openFiles) {}
+  Departure(const Mount& mount, const OpenFiles& openFiles, Notifier& notifier)
+      : mount_(mount), openFiles_(openFiles), notifier_(notifier) {}
 
   // Somebody asks for it. Good: the mount is away, or what is asked for goes on by itself. The
   // counts are left to the caller.
@@ -52,12 +52,16 @@ class Departure {
   control::UnmountReply leaveByForce();
   std::vector<control::UsingProgram> programs() const;
   void awaitWriters(milliseconds grace) TULO_EXCLUDES(mutex_);
+  // Has the kernel hand over what was written through mappings; false when that took too long.
+  bool writeBack();
+  bool writeBackOutOfPlace();
   // True when that is so within the time.
   bool hasEnded(milliseconds patience) TULO_EXCLUDES(mutex_);
   void count(int difference) TULO_EXCLUDES(mutex_);
 
   const Mount& mount_;
   const OpenFiles& openFiles_;
+  Notifier& notifier_;
   Mutex mutex_;  // a leaf
   Condition changed_;
   bool ended_ TULO_GUARDED_BY(mutex_) = false;

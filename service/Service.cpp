@@ -101,7 +101,7 @@ Service::Service(const ServiceOptions& options, const ExtensionFactory& factory)
                                            options.readWrite, options.debug},
                               mountParts());
   lock_->tellPlace(mount_->point().path());
-  departure_ = std::make_unique<Departure>(*mount_, engine_->openFiles());
+  departure_ = std::make_unique<Departure>(*mount_, engine_->openFiles(), engine_->notifier());
   control_ = std::make_unique<ControlServer>(
       paths::controlSocket(options.domain),
       [this, parts = controlPartsOf(*engine_, options.mountPoint)](

@@ -125,6 +125,16 @@ bool Mount::writeBack(milliseconds patience) const {
   const auto end = std::chrono::steady_clock::now() + patience;
   if (!session_->point.writeBack(patience)) return false;
   // The kernel has handed it over then, but need not have waited until it was taken.
+  const auto left = end - std::chrono::steady_clock::now();
+  return awaitIdle(std::chrono::duration_cast<milliseconds>(left));
+}
+
+bool Mount::isInItsPlace() const {
+  return session_->isStillThere();
+}
+
+bool Mount::awaitIdle(milliseconds patience) const {
+  const auto end = std::chrono::steady_clock::now() + patience;
   while (!session_->requests->isIdle()) {
     if (std::chrono::steady_clock::now() > end) return false;
     std::this_thread::sleep_for(kRhythm);

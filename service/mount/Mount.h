@@ -35,6 +35,10 @@ class Mount final {
   // Has the kernel hand over what programs wrote through mappings. False when not all of it was
   // here within the time. While run() serves.
   bool writeBack(milliseconds patience) const;
+  // Whether paths lead into it still.
+  bool isInItsPlace() const;
+  // Until every request that has come by now was handled; false when it takes longer.
+  bool awaitIdle(milliseconds patience) const;
   // The programs that use it, also after it was taken from its place.
   std::vector<MountUser> users() const;
 

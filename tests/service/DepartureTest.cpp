@@ -1,9 +1,14 @@
 #include "service/Departure.h"
 
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
+#include <array>
+#include <cerrno>
 #include <cstring>
+#include <optional>
 #include <thread>
 
 #include "tests/service/support/MountFixture.h"
@@ -28,7 +33,7 @@ class DepartureTest : public MountFixture {
       GTEST_SKIP() << error.what();
     }
     engine->notifier().start(served->caches());
-    departure = std::make_unique<Departure>(*served, engine->openFiles());
+    departure = std::make_unique<Departure>(*served, engine->openFiles(), engine->notifier());
     loop = std::thread([this] {
       served->run();
       departure->ended();
@@ -129,6 +134,107 @@ TEST_F(DepartureTest, WhatIsMappedIsHereBeforeAnybodyIsCutOff) {
   const std::string here = contentsOf(named("a"));
   EXPECT_TRUE(here == std::string(kSize, 'x')) << here.size();
   ::munmap(memory, kSize);
+}
+
+// A program that has a file mapped and nothing else open. One of its own, for a helper of the
+// service would share the mapping, and have it written back by its end.
+class MappingProgram {
+ public:
+  MappingProgram(const std::string& path, std::size_t size) {
+    std::array<int, 2> orders{};
+    std::array<int, 2> answers{};
+    EXPECT_EQ(::pipe2(orders.data(), O_CLOEXEC), 0);
+    EXPECT_EQ(::pipe2(answers.data(), O_CLOEXEC), 0);
+    process_ = ::fork();
+    if (process_ == 0) run(orders[0], answers[1], path.c_str(), size);
+    ::close(orders[0]);
+    ::close(answers[1]);
+    orders_.reset(orders[1]);
+    answers_.reset(answers[0]);
+  }
+  ~MappingProgram() { end(); }
+
+  void fill(char byte) {
+    EXPECT_EQ(::write(orders_.get(), &byte, 1), 1);
+    EXPECT_EQ(::read(answers_.get(), &byte, 1), 1);
+  }
+
+  void end() {
+    if (!orders_) return;
+    orders_.reset();
+    ::waitpid(process_, nullptr, 0);
+  }
+
+ private:
+  [[noreturn]] static void run(int orders, int answers, const char* path, std::size_t size) {
+    ::dup2(orders, STDIN_FILENO);
+    ::dup2(answers, STDOUT_FILENO);
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);
+    const int file = ::open(path, O_CREAT | O_RDWR, 0600);
+    if (::ftruncate(file, static_cast<off_t>(size)) != 0) ::_exit(1);
+    void* memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    ::close(file);
+    for (char byte = 0; memory != MAP_FAILED && ::read(STDIN_FILENO, &byte, 1) == 1;) {
+      std::memset(memory, byte, size);
+      if (::write(STDOUT_FILENO, &byte, 1) != 1) break;
+    }
+    ::_exit(0);
+  }
+
+  pid_t process_ = -1;
+  FileDescriptor orders_;
+  FileDescriptor answers_;
+};
+
+// What is written through a mapping after the mount has gone from its place.
+class MappedDepartureTest : public DepartureTest {
+ protected:
+  // Less than the kernel hands over by itself.
+  static constexpr std::size_t kSize = 16 << 10;
+
+  void SetUp() override {
+    DepartureTest::SetUp();
+    if (IsSkipped()) return;
+    program.emplace(at("a"), kSize);
+    program->fill('a');
+    ASSERT_TRUE(departure->leave({Leaving::lazily}).goesOn);
+    program->fill('b');
+  }
+
+  void expectAll() {
+    const NodeId id = named("a");
+    EXPECT_EQ(engine->files().settle(id), 0);
+    EXPECT_EQ(row(id)->size, static_cast<std::int64_t>(kSize));
+    EXPECT_TRUE(contentsOf(id) == std::string(kSize, 'b')) << contentsOf(id).substr(0, 1);
+    EXPECT_TRUE(change(id)->hasContents());
+  }
+
+  std::optional<MappingProgram> program;
+};
+
+TEST_F(MappedDepartureTest, ItIsHereOnceTheLastProgramHasGivenItUp) {
+  program->end();
+  loop.join();
+  loop = std::thread([] {});
+  expectAll();
+}
+
+TEST_F(MappedDepartureTest, ItIsHereWhenTheSystemEndsTheService) {
+  departure->prepareEnd(milliseconds(0));
+  expectAll();
+}
+
+TEST_F(MappedDepartureTest, ItIsHereBeforeProgramsAreCutOff) {
+  EXPECT_FALSE(departure->leave({Leaving::byForce}).notWritten);
+  expectAll();
+}
+
+TEST_F(MappedDepartureTest, AMountThatIsAnothersByNowStaysInThePlace) {
+  if (::mount("tmpfs", point.c_str(), "tmpfs", 0, nullptr) != 0) {
+    GTEST_SKIP() << "mounting: " << std::strerror(errno);
+  }
+  departure->prepareEnd(milliseconds(0));
+  EXPECT_EQ(::umount(point.c_str()), 0) << "it was taken away";
 }
 
 TEST_F(DepartureTest, AnOrderIsAnsweredBeforeTheEnd) {

@@ -199,6 +199,25 @@ def a_mapping_keeps_the_mount_and_goes_on_lazily(box):
 
 
 @case
+def a_mapping_is_whole_when_the_system_ends_a_service_that_goes_on(box):
+    """The mount has left its place, so that no path leads to what is still mapped."""
+    box.start_host()
+    mount = box.mount()
+    memory = mapped(box, "mapped", 64 << 10)
+    memory[:] = b"a" * len(memory)
+    box.tulo("unmount", "--lazy", mount.point)
+    data = b"b" * len(memory)
+    memory[:] = data
+    mount.signal(signal.SIGTERM)
+    expect_equal(mount.wait(), 0, "exit status of the service")
+    box.mounts.clear()
+    memory.close()
+    box.mount(point=mount.point, name="again")
+    expect(read(box.path("mapped")) == data, "it is whole here")
+    comes_to_the_host(box, "mapped", data)
+
+
+@case
 def a_mapping_given_up_just_before_is_whole(box):
     box.start_host()
     mount = box.mount()
