@@ -2,6 +2,7 @@
 
 #include "platform/FileProvider.h"
 #include "service/base/ServiceLog.h"
+#include "service/replica/LongNames.h"
 #include "service/replica/Meta.h"
 #include "service/replica/Recovery.h"
 
@@ -14,6 +15,7 @@ Storage::Storage(const std::string& directory, const std::string& shared, const 
   }
   addRoot();
   recover();
+  cutNames();
 }
 
 void Storage::addRoot() {
@@ -26,6 +28,12 @@ void Storage::addRoot() {
                       platform::NSFileProviderItemCapabilitiesAllowsAddingSubItems;
   root.modified = {secondsNow(), {}};
   replica_.write(Durability::eventual, [&](ReplicaWriter& writer) { writer.insert(root); });
+}
+
+void Storage::cutNames() {
+  const std::size_t count = cutLongNames(replica_, store_);
+  if (count == 0) return;
+  serviceLog().info("%d files whose names were too long have shorter ones now", {count});
 }
 
 void Storage::recover() {

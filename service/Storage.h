@@ -28,6 +28,7 @@ class Storage {
  private:
   void addRoot();
   void recover();
+  void cutNames();
 
   Replica replica_;
   ContentStore store_;

@@ -85,4 +85,17 @@ std::string markedName(std::string_view name, std::string_view mark) {
   return result;
 }
 
+std::string cutMarkedName(std::string_view name, std::string_view more) {
+  const std::size_t close = name.rfind(')');
+  const std::size_t open = name.rfind(" (", close);
+  const bool hasEnd =
+      close != std::string_view::npos && name.size() - close - 1 <= kLongestExtension;
+  if (!hasEnd || open == std::string_view::npos || open == 0) return markedName(name, more);
+  std::string plain(name.substr(0, open));
+  plain += name.substr(close + 1);
+  std::string mark(name.substr(open, close + 1 - open));
+  mark += more;
+  return markedName(plain, mark);
+}
+
 }  // namespace tulo

@@ -79,5 +79,23 @@ TEST_F(StorageTest, ADamagedReplicaIsSetAside) {
   EXPECT_TRUE(root(storage));
 }
 
+TEST_F(StorageTest, ANameThatNoFolderCanHoldIsCutAtTheStart) {
+  {
+    Storage storage = open();
+    storage.replica().write(Durability::eventual, [](ReplicaWriter& writer) {
+      Node copy;
+      copy.parent = kRootNode;
+      copy.kind = NodeKind::file;
+      copy.name = copy.filename = std::string(300, 'n');
+      writer.insert(copy);
+    });
+  }
+  Storage storage = open();
+  const auto names =
+      storage.replica().read([](ReplicaReader& reader) { return reader.childNodes(kRootNode); });
+  ASSERT_EQ(names.size(), 1U);
+  EXPECT_EQ(names.front().name, std::string(255, 'n'));
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -50,5 +50,24 @@ TEST(MarkedNameTest, BytesThatAreNotUtf8CountOne) {
   EXPECT_EQ(cutName(std::string(300, '\xff'), 255).size(), 255U);
 }
 
+TEST(MarkedNameTest, ANameThatWasMarkedTooLongIsWhatItWouldHaveBeen) {
+  const std::string mark = " (conflicted copy of my.host, 2026-11-22)";
+  for (const char* extension : {".txt", "", ".tar.gz"}) {
+    const std::string former = std::string(240, 'n') + extension;
+    const std::size_t dot = former.rfind('.');
+    std::string marked = former;
+    marked.insert(dot == std::string::npos ? former.size() : dot, mark);
+    EXPECT_EQ(cutMarkedName(marked, ""), markedName(former, mark)) << extension;
+    EXPECT_EQ(cutMarkedName(marked, " (2)"), markedName(former, mark + " (2)")) << extension;
+  }
+}
+
+TEST(MarkedNameTest, ANameWithoutAMarkIsCutAsItIs) {
+  EXPECT_EQ(cutMarkedName(std::string(300, 'n') + ".txt", ""), std::string(251, 'n') + ".txt");
+  const std::string bracket = "a (b) " + std::string(300, 'n');
+  EXPECT_EQ(cutMarkedName(bracket, ""), bracket.substr(0, 255));
+  EXPECT_EQ(cutMarkedName(" (" + std::string(300, 'n') + ")", "").size(), 255U);
+}
+
 }  // namespace
 }  // namespace tulo::test
