@@ -9,6 +9,7 @@
 #include "service/base/ServiceLog.h"
 #include "service/errors/ContentError.h"
 #include "service/errors/Errno.h"
+#include "service/replica/JournalTree.h"
 
 namespace tulo {
 
@@ -89,7 +90,8 @@ void Downloads::begin(const DownloadPointer& download) try {
 }
 
 void Downloads::request(const DownloadPointer& download, const Node& row) {
-  download->folder = row.parent;
+  download->folder = replica_.read(
+      [&](ReplicaReader& reader) { return journal::folderAtHost(reader, download->node); });
   download->version = row.contentVersion;
   download->size = row.size;
   queue_.setSize(download->node, row.size);

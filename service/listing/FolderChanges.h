@@ -4,6 +4,7 @@
 // Errors: what the replica throws.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -26,8 +27,13 @@ class FolderChanges {
   // just now. If it was moved away or deleted here, the listing is what that is compared with.
   bool isOurs(const ItemRecord& item);
 
+  // The row of the item, which is no child here, if this side has moved it away.
+  std::optional<Node> movedAway(const ItemRecord& item);
+
   // The host has the item in this folder and under that name.
   void rebase(Change& change, const ItemRecord& item);
+  // The contents here follow those of the item.
+  void follow(NodeId node, const ItemRecord& item);
 
  private:
   void add(std::vector<Change> changes);

@@ -36,7 +36,7 @@ struct Lister::Attempt {
 
 Lister::Lister(ListerParts parts)
     : parts_(std::move(parts)),
-      reconciler_(parts_.replica, parts_.openFiles, parts_.folders),
+      reconciler_(parts_.replica, parts_.openFiles, parts_.folders, parts_.store),
       workers_(kListingThreads) {}
 
 void Lister::refresh(NodeId folder, RefreshCompletion completion) {

@@ -28,6 +28,7 @@
 #include "service/listing/Reconciler.h"
 #include "service/listing/SourceWatch.h"
 #include "service/listing/SweepPlan.h"
+#include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {
@@ -39,6 +40,7 @@ struct ListerParts {
   Notifier& notifier;
   Folders& folders;
   OpenFiles& openFiles;
+  const ContentStore& store;
   SourceWatch& source;
   Acknowledged& acknowledged;
   Generations& generations;

@@ -1,5 +1,6 @@
 #include "service/listing/ListingSort.h"
 
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -68,9 +69,25 @@ class Sorter {
   void placeUnknown(const ItemRecord& item) {
     if (parts_.changes.isOurs(item)) {
       result_.incomplete = true;
+      followElsewhere(item);
     } else {
       result_.fresh.push_back(&item);
     }
+  }
+
+  // What was moved away here keeps its new place and name; what it holds is still the host's.
+  void followElsewhere(const ItemRecord& item) {
+    const std::optional<Node> node = parts_.changes.movedAway(item);
+    if (!node || node->kind != NodeKind::file || isChangedHere(*node)) return;
+    parts_.changes.follow(node->id, item);
+    ItemRecord& merged = result_.merged.emplace_back(item);
+    merged.filename = node->filename;
+    if (!sameMetadata(*node, merged)) result_.kept.push_back({*node, &merged, false, true});
+  }
+
+  // Whether the contents here are others than the host's, or may be at any moment.
+  bool isChangedHere(const Node& node) const {
+    return node.state == ContentState::dirty || parts_.openFiles.isOpenForWriting(node.id);
   }
 
   void placeKnown(const Node& node, const ItemRecord& item) {
@@ -88,11 +105,13 @@ class Sorter {
     if (change) parts_.changes.rebase(*change, item);
     ItemRecord& merged = result_.merged.emplace_back(item);
     if (renamedHere) merged.filename = node.filename;
-    if (!change || change->hasContents() || node.state == ContentState::dirty) {
+    if (!change || change->hasContents() || isChangedHere(node)) {
       merged.size = node.size;
       merged.modified = node.modified.whole;
       merged.contentVersion = node.contentVersion;
       result_.incomplete = true;
+    } else if (node.kind == NodeKind::file) {
+      parts_.changes.follow(node.id, item);
     }
     return merged;
   }

@@ -23,6 +23,7 @@ struct KeptItem {
   Node before;
   const ItemRecord* item = nullptr;
   bool renamed = false;
+  bool elsewhere = false;  // it stays in the folder into which it was moved here
 };
 
 // Refers to the listing and the children that it was made from.

@@ -4,28 +4,10 @@
 #include <utility>
 
 #include "service/base/ServiceLog.h"
+#include "service/listing/Likeness.h"
 #include "service/replica/Journal.h"
 
 namespace tulo {
-
-namespace {
-
-// No provider's: what is compared with it has moved on.
-constexpr const char* kOtherVersion = "of another identifier";
-
-// Whether it is what the row says, as far as that shows: an account that was set up again counts
-// its versions anew.
-bool looksTheSame(const Node& node, const ItemRecord& item) {
-  return item.kind == NodeKind::folder ||
-         (node.size == item.size && node.modified.whole == item.modified);
-}
-
-// Whether what is here may stand for its contents.
-bool hasSameContents(const Node& node, const ItemRecord& item) {
-  return looksTheSame(node, item) && node.contentVersion == item.contentVersion;
-}
-
-}  // namespace
 
 bool Rebinding::isMissing(const std::string& identifier) const {
   return !identifier.empty() && !listed_.contains(identifier) && !newer_.contains(identifier);
@@ -74,7 +56,10 @@ bool Rebinding::fits(const Candidate& candidate, const ItemRecord& item) {
   // New contents stand beside those of any other file. A new name, or a deletion, was meant for
   // that file alone.
   if (!candidate.change || candidate.change->hasContents()) return true;
-  if (looksTheSame(candidate.node, item)) return true;
+  const Likeness likeness = likenessOf(candidate.node, item, store_);
+  // Before it is deleted the bytes are compared, with those that are here.
+  const bool tells = !candidate.change->isDeleted() || candidate.node.content != kNoContent;
+  if (likeness == Likeness::same || (likeness == Likeness::possible && tells)) return true;
   serviceLog().info(
       "%{public}@ is another file at the host now; what was done to the former one "
       "is not done to it",
@@ -82,28 +67,39 @@ bool Rebinding::fits(const Candidate& candidate, const ItemRecord& item) {
   return false;
 }
 
+// The version of the item that the row may stand for.
+std::string Rebinding::versionOf(const Candidate& candidate, const ItemRecord& item) const {
+  const Node& node = candidate.node;
+  if (node.kind != NodeKind::file) return item.contentVersion;
+  if (candidate.change && candidate.change->hasContents()) return node.contentVersion;
+  const bool isSame = likenessOf(node, item, store_) == Likeness::same;
+  const bool isKept = node.contentVersion == item.contentVersion || node.content == kNoContent;
+  return isSame && isKept ? item.contentVersion : Base::kOfAnotherItem;
+}
+
+void Rebinding::rebase(Change& change, const ItemRecord& item, const std::string& version) {
+  // What is new contents of the item, or takes its place once it is deleted, was not made from it.
+  const bool isOther = item.kind == NodeKind::file && (change.hasContents() || change.isDeleted());
+  change.hostHas({{folder_.identifier, item.filename}, isOther ? Base::kOfAnotherItem : version});
+  journal::put(writer_, change);
+}
+
 void Rebinding::take(Candidate& candidate, const ItemRecord& item) {
   const Node& node = candidate.node;
-  const bool otherContents =
-      !candidate.change && node.kind == NodeKind::file && !hasSameContents(node, item);
+  const std::string version = versionOf(candidate, item);
   if (node.kind == NodeKind::folder) {
     if (!node.identifier.empty()) {
       journal::folderBecame(writer_, node.identifier, item.identifier);
     }
     writer_.setListed(node.id, node.listed, "");
+  } else {
+    writer_.setContentVersion(node.id, version);
   }
   writer_.setIdentifier(node.id, item.identifier);
-  if (candidate.change) {
-    const bool compared = candidate.change->hasContents();
-    candidate.change->hostHas(
-        {{folder_.identifier, item.filename}, compared ? kOtherVersion : item.contentVersion});
-    journal::put(writer_, *candidate.change);
-  } else if (otherContents) {
-    writer_.setContentVersion(node.id, kOtherVersion);
-  }
+  if (candidate.change) rebase(*candidate.change, item, version);
   if (!candidate.child) return;
   candidate.child->identifier = item.identifier;
-  if (otherContents) candidate.child->contentVersion = kOtherVersion;
+  if (node.kind == NodeKind::file) candidate.child->contentVersion = version;
 }
 
 bool Rebinding::hasNews(const std::vector<Node>& children, const Listing& listing) {

@@ -3,7 +3,8 @@
 // An account that was set up again gives each of its files a new identifier, and a file that is
 // deleted and made again has one as well. What a folder had and what is new in it are taken for the
 // same where name and kind agree: pins, numbers and what was not sent yet go on with it. Contents
-// that are here stay only if version, size and time agree, too.
+// that are here stay only if version, size and time agree, too, as far as these tell (Likeness).
+// Where they do not, the bytes are compared before anything here is done to those of the host.
 //
 // Threads: inside the transaction. Errors: what the replica throws.
 #pragma once
@@ -17,6 +18,7 @@
 
 #include "service/listing/Listing.h"
 #include "service/replica/Change.h"
+#include "service/replica/ContentStore.h"
 #include "service/replica/ReplicaWriter.h"
 
 namespace tulo {
@@ -24,8 +26,9 @@ namespace tulo {
 class Rebinding {
  public:
   // `newer`: identifiers of what is newer here than the listing.
-  Rebinding(ReplicaWriter& writer, const Node& folder, const std::unordered_set<std::string>& newer)
-      : writer_(writer), folder_(folder), newer_(newer) {}
+  Rebinding(ReplicaWriter& writer, const Node& folder, const std::unordered_set<std::string>& newer,
+            const ContentStore& store)
+      : writer_(writer), folder_(folder), newer_(newer), store_(store) {}
 
   // Gives the rows, and the children, their new identifiers. Returns the folders among them, which
   // are to be listed anew.
@@ -48,10 +51,13 @@ class Rebinding {
   bool isBeingMade(const ItemRecord& item);
   bool fits(const Candidate& candidate, const ItemRecord& item);
   void take(Candidate& candidate, const ItemRecord& item);
+  std::string versionOf(const Candidate& candidate, const ItemRecord& item) const;
+  void rebase(Change& change, const ItemRecord& item, const std::string& version);
 
   ReplicaWriter& writer_;
   const Node& folder_;
   const std::unordered_set<std::string>& newer_;
+  const ContentStore& store_;
   std::unordered_set<std::string_view> listed_;
   // By their names at the host.
   std::unordered_map<std::string, Candidate> candidates_;

@@ -54,7 +54,7 @@ Reconciler::Result Reconciler::attempt(const Input& input, bool gateHeld) {
     if (!folder) return;
     const bool firstTime = folder->listed == 0 && children.empty();
     Reconciliation pass{writer, openFiles_, folders_, std::move(*folder), firstTime, gateHeld};
-    relist = Rebinding(writer, pass.folder, newer).bind(children, input.listing);
+    relist = Rebinding(writer, pass.folder, newer, store_).bind(children, input.listing);
     FolderChanges changes(writer, pass.folder);
     const SortedListing sorted = sortOut({input.listing, children, newer, changes, openFiles_});
     pass.incomplete = sorted.incomplete;

@@ -15,6 +15,7 @@
 #include "service/kernel/Notifier.h"
 #include "service/kernel/OpenFiles.h"
 #include "service/listing/Listing.h"
+#include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {
@@ -22,8 +23,8 @@ namespace tulo {
 // Threads: reconcile may run for several folders at once, for one folder once at a time.
 class Reconciler {
  public:
-  Reconciler(Replica& replica, OpenFiles& openFiles, Folders& folders)
-      : replica_(replica), openFiles_(openFiles), folders_(folders) {}
+  Reconciler(Replica& replica, OpenFiles& openFiles, Folders& folders, const ContentStore& store)
+      : replica_(replica), openFiles_(openFiles), folders_(folders), store_(store) {}
 
   struct Result {
     Invalidations invalidations;  // what the kernel must be told
@@ -46,6 +47,7 @@ class Reconciler {
   Replica& replica_;
   OpenFiles& openFiles_;
   Folders& folders_;
+  const ContentStore& store_;
 };
 
 }  // namespace tulo

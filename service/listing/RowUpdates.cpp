@@ -27,8 +27,10 @@ Node rowFor(Reconciliation& pass, const KeptItem& kept, bool newContents) {
   const ItemRecord& item = *kept.item;
   Node node = kept.before;
   if (kept.renamed) node.name = freeName(pass.writer, pass.folder.id, item);
-  node.parent = pass.folder.id;
-  node.kept = pass.folder.kept || node.pinned;
+  if (!kept.elsewhere) {
+    node.parent = pass.folder.id;
+    node.kept = pass.folder.kept || node.pinned;
+  }
   node.filename = item.filename;
   node.size = item.size;
   if (item.kind == NodeKind::file && !keepsTime(pass.writer, node.id, newContents)) {
@@ -60,7 +62,8 @@ void startAfresh(Reconciliation& pass, const Node& before) {
   pass.renumbered.emplace_back(before.id, pass.writer.renumber(before.id));
 }
 
-void replaceContents(Reconciliation& pass, const Node& before, const std::string& name) {
+// `now`: the same node where it is from now on.
+void replaceContents(Reconciliation& pass, const Node& before, const Node& now) {
   if (before.state == ContentState::dirty) return;
   if (!pass.gateHeld) throw NeedsGate();
   nodeContents::drop(pass.writer, before.id);
@@ -70,8 +73,12 @@ void replaceContents(Reconciliation& pass, const Node& before, const std::string
   }
   pass.writer.renumber(before.id);
   pass.leftBehind.push_back(before);
-  pass.invalidations.push_back(entryChanged(pass.folder.id, name));
-  pass.listingChanged = true;
+  pass.invalidations.push_back(entryChanged(now.parent, now.name));
+  if (now.parent == pass.folder.id) {
+    pass.listingChanged = true;
+  } else {
+    pass.invalidations.push_back(dataChanged(now.parent));
+  }
 }
 
 }  // namespace
@@ -84,10 +91,10 @@ void updateRow(Reconciliation& pass, const KeptItem& kept) {
   if (node.kind == NodeKind::folder && node.kept != before.kept) {
     keptNodes::setBelow(pass.writer, node.id, node.kept);
   }
-  const bool moved = before.parent != pass.folder.id || node.name != before.name;
+  const bool moved = before.parent != node.parent || node.name != before.name;
   if (moved) noteMoved(pass, before, node.name);
   if (contents) {
-    replaceContents(pass, before, node.name);
+    replaceContents(pass, before, node);
   } else if (!moved || node.capabilities != before.capabilities) {
     pass.invalidations.push_back(attributesChanged(node.id));
   }

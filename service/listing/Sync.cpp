@@ -3,15 +3,15 @@
 namespace tulo {
 
 Sync::Sync(Replica& replica, ExtensionPointer extension, Notifier& notifier, Folders& folders,
-           OpenFiles& openFiles, SourceWatch& source, Acknowledged& acknowledged,
-           const Belief& belief)
+           OpenFiles& openFiles, const ContentStore& store, SourceWatch& source,
+           Acknowledged& acknowledged, const Belief& belief)
     : source_(source),
       folders_(folders),
       generations_(replica, source, folders),
       plan_(folders),
       anchor_(extension),
-      lister_({replica, extension, notifier, folders, openFiles, source, acknowledged, generations_,
-               plan_, belief}),
+      lister_({replica, extension, notifier, folders, openFiles, store, source, acknowledged,
+               generations_, plan_, belief}),
       lookUps_(replica, extension, lister_),
       sweep_(plan_, generations_, lister_, notifier, anchor_) {
   generations_.whenCommitted([this] { sweep_.committed(); });

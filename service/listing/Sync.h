@@ -22,6 +22,7 @@
 #include "service/listing/SourceWatch.h"
 #include "service/listing/Sweep.h"
 #include "service/listing/SweepPlan.h"
+#include "service/replica/ContentStore.h"
 #include "service/replica/Replica.h"
 
 namespace tulo {
@@ -29,8 +30,8 @@ namespace tulo {
 class Sync {
  public:
   Sync(Replica& replica, ExtensionPointer extension, Notifier& notifier, Folders& folders,
-       OpenFiles& openFiles, SourceWatch& source, Acknowledged& acknowledged,
-       const Belief& belief = Belief());
+       OpenFiles& openFiles, const ContentStore& store, SourceWatch& source,
+       Acknowledged& acknowledged, const Belief& belief = Belief());
   ~Sync();
   Sync(const Sync&) = delete;
   Sync& operator=(const Sync&) = delete;

@@ -54,10 +54,15 @@ struct Place {
 
 // What the host has of an item.
 struct Base {
+  // No version of any host: whatever is compared with it has moved on.
+  static constexpr const char* kOfAnotherItem = "of another identifier";
+
   Place place;          // empty while the host does not have it
   std::string version;  // that the contents here grew from
 
   bool isPlaced() const { return !place.parent.empty(); }
+  // The item has taken the place of one that looked the same: only its bytes tell.
+  bool isOfAnotherItem() const { return version == kOfAnotherItem; }
 };
 
 // What the host was asked for.

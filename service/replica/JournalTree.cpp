@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "service/replica/Journal.h"
 #include "service/replica/ReplicaColumns.h"
 #include "service/replica/Sql.h"
 
@@ -100,6 +101,16 @@ bool isAnyWithin(ReplicaReader& reader, NodeId node, const std::vector<NodeId>& 
     if (at == node) return true;
   }
   return false;
+}
+
+NodeId folderAtHost(ReplicaReader& reader, NodeId node) {
+  const std::optional<Change> change = find(reader, node);
+  if (change && change->base().isPlaced()) {
+    const std::optional<Node> home = reader.nodeFor(change->base().place.parent);
+    return home ? home->id : kNoNode;
+  }
+  const std::optional<Node> row = reader.node(node);
+  return row ? row->parent : kNoNode;
 }
 
 void hurry(ReplicaWriter& writer, NodeId node, WallTime now) {

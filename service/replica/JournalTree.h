@@ -26,6 +26,9 @@ std::vector<NodeId> within(ReplicaReader& reader, NodeId node);
 std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node);
 // Whether one of the nodes is that one or below it.
 bool isAnyWithin(ReplicaReader& reader, NodeId node, const std::vector<NodeId>& nodes);
+// The folder in which the host has the node, which is another one for what was moved or deleted
+// here; kNoNode when there is none.
+NodeId folderAtHost(ReplicaReader& reader, NodeId node);
 // Makes the waiting change of the node, and those of the folders that it is in, due at `now`.
 void hurry(ReplicaWriter& writer, NodeId node, WallTime now);
 

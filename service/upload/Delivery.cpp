@@ -114,8 +114,20 @@ void Delivery::performRemoval(const Plan& plan) {
   to_.reached();
 }
 
+std::optional<bool> Delivery::hasMovedOn(const Plan& plan,
+                                         const platform::NSFileProviderItem& item) {
+  const Base& base = plan.change.base();
+  const std::string version = item.itemVersion().contentVersion;
+  if (!base.isOfAnotherItem()) return version != base.version;
+  if (plan.node.content == kNoContent) return version != plan.node.contentVersion;
+  if (plan.node.size != recordOf(item).size) return true;
+  const auto same =
+      hostHasContents(to_.provider, parts_.store, plan.node.identifier, plan.node.content);
+  return same ? std::optional<bool>(!*same) : std::nullopt;
+}
+
 bool Delivery::mayRemove(const Plan& plan, const platform::ItemPointer& item) {
-  bool movedOn = item->itemVersion().contentVersion != plan.change.base().version;
+  bool movedOn = false;
   if (plan.node.kind == NodeKind::folder) {
     const Answer inside = to_.provider.list(plan.node.identifier);
     if (inside.stopped) return false;
@@ -124,6 +136,10 @@ bool Delivery::mayRemove(const Plan& plan, const platform::ItemPointer& item) {
       return false;
     }
     movedOn = !inside.listing.items.empty();
+  } else {
+    const std::optional<bool> moved = hasMovedOn(plan, *item);
+    if (!moved) return false;
+    movedOn = *moved;
   }
   if (movedOn) to_.outcome.keptAtHost(plan);
   return !movedOn;

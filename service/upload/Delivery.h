@@ -64,6 +64,9 @@ class Delivery {
   void checkSame(Plan& plan, const platform::ItemPointer& item);
   // False when the item is not as the change of this side left it and stays.
   bool mayRemove(const Plan& plan, const platform::ItemPointer& item);
+  // Whether it is another version than the one that was deleted here; nothing when the service
+  // ends.
+  std::optional<bool> hasMovedOn(const Plan& plan, const platform::NSFileProviderItem& item);
 
   // Notes that the request is made, in the plan, too. False when the plan is out of date: something
   // was changed since, and is not to be sent half done.

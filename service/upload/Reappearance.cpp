@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <optional>
 #include <stdexcept>
 
-#include "service/replica/Journal.h"
+#include "service/replica/JournalTree.h"
 
 namespace tulo {
 
@@ -13,24 +12,13 @@ namespace {
 
 constexpr std::size_t kDeepest = 4096;
 
-// What was deleted or moved here is in another folder at the host.
-NodeId folderAtHost(ReplicaReader& reader, NodeId node) {
-  const std::optional<Change> change = journal::find(reader, node);
-  if (change && change->base().isPlaced()) {
-    const std::optional<Node> home = reader.nodeFor(change->base().place.parent);
-    return home ? home->id : kNoNode;
-  }
-  const std::optional<Node> row = reader.node(node);
-  return row ? row->parent : kNoNode;
-}
-
 }  // namespace
 
 std::vector<NodeId> Reappearance::foldersAbove(NodeId node) {
   std::vector<NodeId> folders;
   parts_.replica.read([&](ReplicaReader& reader) {
     while (node != kRootNode && node != kNoNode && folders.size() < kDeepest) {
-      node = folderAtHost(reader, node);
+      node = journal::folderAtHost(reader, node);
       if (node != kNoNode) folders.push_back(node);
     }
   });

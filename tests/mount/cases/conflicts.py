@@ -1,6 +1,9 @@
 """Both sides change; nothing is lost."""
 
+import contextlib
 import os
+import sqlite3
+import time
 
 from harness import case, eventually, expect, expect_equal, read
 from writing import expect_host, host_tree, settled, writable
@@ -347,3 +350,35 @@ def replaced_here_edited_there(box):
     eventually(
         lambda: versions(box) == sorted([b"from there!", b"from here", b"inside"]), "both versions"
     )
+
+
+def is_indexed(box, name):
+    """Whether the host has seen the file by now."""
+    database = os.path.join(box.container, "state.db")
+    with contextlib.closing(sqlite3.connect(database, timeout=10)) as connection:
+        query = "SELECT count(*) FROM items WHERE name = ?"
+        return connection.execute(query, (name,)).fetchone()[0] > 0
+
+
+@case
+def made_again_on_both_sides(box):
+    """Deleted and made again on both sides, there within the second in which it had been written."""
+    start(box)
+    doc = os.path.join(box.root, "doc.txt")
+    written = os.stat(doc).st_mtime_ns
+    os.unlink(box.path("doc.txt"))
+    # Not sent as long as it is open.
+    with open(box.path("doc.txt"), "wb", buffering=0) as file:
+        file.write(b"from here")
+        os.unlink(doc)
+        eventually(lambda: not is_indexed(box, "doc.txt"), "it is gone there")
+        put(box.file("again"), b"BASE")
+        os.utime(box.file("again"), ns=(written, written))
+        os.rename(box.file("again"), doc)
+        eventually(lambda: is_indexed(box, "doc.txt"), "it is there again")
+        time.sleep(1)
+        os.listdir(box.path())
+    settled(box)
+    wanted = sorted([b"BASE", b"from here", b"inside"])
+    eventually(lambda: versions(box) == wanted, "both versions")
+    eventually(lambda: len(os.listdir(box.path())) == 3, "both are shown")

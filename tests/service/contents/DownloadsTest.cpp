@@ -9,6 +9,7 @@
 #include "tests/service/support/ContentsFixture.h"
 #include "tests/service/support/DescriptorShortage.h"
 #include "tests/service/support/ReplicaSql.h"
+#include "tests/service/support/WritingFixture.h"
 
 namespace tulo::test {
 namespace {
@@ -275,6 +276,19 @@ TEST_F(DownloadsTest, SaysWhatIsOnItsWay) {
   EXPECT_EQ(waiting.error.get(), 0);
   EXPECT_EQ(engine->contents().statistics().transfers.size(), 0U);
   EXPECT_EQ(engine->store().room().reserved(), 0);
+}
+
+// Nobody lists the folder in which the host has it, for here it is in another.
+using MovedDownloadsTest = WritingFixture;
+
+TEST_F(MovedDownloadsTest, WhatWasMovedHereIsLookedForWhereTheHostHasIt) {
+  const NodeId target = makeFolder("target");
+  extension->file("i:1", "a.txt", "old");
+  list();
+  const NodeId file = idOf("i:1");
+  ASSERT_EQ(engine->edits().rename(kRootNode, "a.txt", target, "a.txt", 0), 0);
+  extension->edit("i:1", "another version");
+  EXPECT_EQ(readThrough(file), "another version");
 }
 
 }  // namespace

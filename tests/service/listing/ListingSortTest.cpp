@@ -116,5 +116,27 @@ TEST_F(ListingSortTest, WhatWasMovedAwayHereIsNotNew) {
   EXPECT_TRUE(sorted.incomplete);
 }
 
+TEST_F(ListingSortTest, WhatWasMovedAwayHereStaysThereAndFollowsTheHostsContents) {
+  const NodeId target = makeFolder("target");
+  const NodeId id = downloaded("i:1", "moved", "1");
+  ASSERT_EQ(engine->edits().rename(kRootNode, "moved", target, "here", 0), 0);
+  extension->edit("i:1", "another version");
+  sort();
+  ASSERT_EQ(sorted.kept.size(), 1U);
+  EXPECT_EQ(sorted.kept.front().before.id, id);
+  EXPECT_TRUE(sorted.kept.front().elsewhere);
+  EXPECT_EQ(sorted.kept.front().item->filename, "here");
+  EXPECT_EQ(sorted.kept.front().item->contentVersion, "2");
+}
+
+TEST_F(ListingSortTest, WhatWasOnlyRenamedHereGrowsFromTheVersionThatItShows) {
+  const NodeId id = downloaded("i:1", "old", "hello");
+  ASSERT_EQ(rename("old", "new"), 0);
+  extension->edit("i:1", "another version");
+  sort();
+  EXPECT_EQ(change(id)->base().version, "2");
+  EXPECT_EQ(change(id)->base().place.filename, "old");
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -85,7 +85,7 @@ TEST_F(NewRowsTest, OfTwoItemsOfOneIdentifierTheFirstStands) {
   }
   Acknowledged acknowledged;
   const Acknowledged::Watch watch(acknowledged);
-  Reconciler(engine->replica(), engine->openFiles(), engine->folders())
+  Reconciler(engine->replica(), engine->openFiles(), engine->folders(), engine->store())
       .reconcile({kRootNode, listing, "digest", {7, ""}, watch});
   EXPECT_EQ(names().size(), 1U);
   EXPECT_EQ(node("i:1")->filename, "first");

@@ -168,5 +168,111 @@ TEST_F(RebindingTest, AFileThatIsBeingMadeHereIsNotTakenForOneThatWasDeletedHere
   EXPECT_EQ(named("a.txt"), fresh);
 }
 
+// A program that deletes a file and makes it again within the second in which the former one was
+// written: name, size, time and version are the same, the bytes are not.
+class MadeAgainTest : public UploadFixture {
+ protected:
+  MadeAgainTest() {
+    put("i:1", "hello");
+    list();
+  }
+
+  void put(const std::string& identifier, const std::string& contents) {
+    extension->put({identifier, root(), "a.txt", false, contents, 1, written});
+  }
+
+  void makeAgain(const std::string& contents) {
+    extension->remove("i:1");
+    put("i:2", contents);
+    list();
+  }
+
+  bool hostHas(const std::string& contents) {
+    for (const char* identifier : {"i:1", "i:2"}) {
+      const auto item = extension->find(identifier);
+      if (item && item->contents == contents) return true;
+    }
+    return false;
+  }
+
+  const std::int64_t written = secondsNow().time_since_epoch().count();
+};
+
+TEST_F(MadeAgainTest, ANewFileHereStandsBesideIt) {
+  for (const bool read : {true, false}) {
+    if (read) readThrough(idOf("i:1"));
+    ASSERT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+    const NodeId fresh = makeFile("a.txt", "fresh");
+    makeAgain("HELLO");
+    pushAll();
+    list();
+    EXPECT_TRUE(hostHas("HELLO"));
+    EXPECT_EQ(contentsOf(fresh), "fresh");
+    EXPECT_EQ(names().size(), 2U);
+    for (const auto& [name, id] : names())
+      ASSERT_EQ(engine->edits().removeFile(kRootNode, name), 0);
+    pushAll();
+    put("i:1", "hello");
+    list();
+  }
+}
+
+TEST_F(MadeAgainTest, ItIsNotDeletedInPlaceOfTheFormerOne) {
+  readThrough(idOf("i:1"));
+  ASSERT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  makeAgain("HELLO");
+  pushAll();
+  list();
+  EXPECT_TRUE(hostHas("HELLO"));
+  EXPECT_EQ(readThrough(named("a.txt")), "HELLO");
+}
+
+TEST_F(MadeAgainTest, OfTheSameBytesItIsDeletedAsTheFormerOneWas) {
+  readThrough(idOf("i:1"));
+  ASSERT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  makeAgain("hello");
+  pushAll();
+  list();
+  EXPECT_FALSE(hostHas("hello"));
+  EXPECT_TRUE(names().empty());
+}
+
+TEST_F(MadeAgainTest, WhatNobodyHasReadIsNotDeletedForIt) {
+  ASSERT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  makeAgain("HELLO");
+  pushAll();
+  list();
+  EXPECT_TRUE(hostHas("HELLO"));
+}
+
+TEST_F(MadeAgainTest, ItsContentsAreShown) {
+  for (const bool renamed : {false, true}) {
+    EXPECT_EQ(readThrough(idOf("i:1")), "hello");
+    EXPECT_EQ(renamed ? rename("a.txt", "b.txt") : 0, 0);
+    makeAgain("HELLO");
+    EXPECT_EQ(readThrough(idOf("i:2")), "HELLO");
+    pushAll();
+    extension->remove("i:2");
+    put("i:1", "hello");
+    list();
+  }
+}
+
+TEST_F(MadeAgainTest, WhatIsAppendedToTheFormerOneStandsBesideIt) {
+  const NodeId file = idOf("i:1");
+  readThrough(file);
+  ASSERT_EQ(rename("a.txt", "b.txt"), 0);
+  const auto writable = open(file);
+  engine->openFiles().openedForWriting(file);
+  makeAgain("HELLO");
+  EXPECT_EQ(writable->write(" here", 5, 5), 5);
+  engine->openFiles().closedForWriting(file);
+  close(file);
+  pushAll();
+  list();
+  EXPECT_TRUE(hostHas("HELLO"));
+  EXPECT_EQ(contentsOf(file), "hello here");
+}
+
 }  // namespace
 }  // namespace tulo::test

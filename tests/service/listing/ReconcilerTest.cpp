@@ -1,7 +1,7 @@
 #include "service/listing/Reconciler.h"
 
-#include "tests/service/support/EngineFixture.h"
 #include "tests/service/support/ReplicaSql.h"
+#include "tests/service/support/WritingFixture.h"
 
 namespace tulo::test {
 namespace {
@@ -63,7 +63,7 @@ TEST_F(ReconcilerTest, WhatWasAcknowledgedSinceTheListingBeganStaysAndTheFolderI
   const Acknowledged::Watch watch(acknowledged);
   acknowledged.note("i:1");
   const Listing empty;
-  Reconciler reconciler(engine->replica(), engine->openFiles(), engine->folders());
+  Reconciler reconciler(engine->replica(), engine->openFiles(), engine->folders(), engine->store());
   const auto result = reconciler.reconcile({kRootNode, empty, "digest", {7, "mark"}, watch});
   EXPECT_TRUE(result.outdated);
   EXPECT_TRUE(result.invalidations.empty());
@@ -78,7 +78,7 @@ TEST_F(ReconcilerTest, AFolderThatIsGoneMeanwhileIsLeftAlone) {
   const Acknowledged::Watch watch(acknowledged);
   Listing listing;
   listing.items.emplace_back().identifier = "i:1";
-  Reconciler reconciler(engine->replica(), engine->openFiles(), engine->folders());
+  Reconciler reconciler(engine->replica(), engine->openFiles(), engine->folders(), engine->store());
   const auto result = reconciler.reconcile({NodeId(4711), listing, "digest", {7, ""}, watch});
   EXPECT_FALSE(result.outdated);
   EXPECT_FALSE(node("i:1"));
@@ -161,6 +161,75 @@ TEST_F(ReconcilerCircleTest, AMoveThatIsStillToBeSentIsNotUndone) {
     EXPECT_FALSE(isBelow(node, node));
   EXPECT_EQ(row(file)->parent, b);
   EXPECT_TRUE(isBelow(file, b));
+}
+
+// A file that was moved here into a folder that the host has not heard of yet, while the host goes
+// on with it in the one in which it has it.
+class ReconcilerMoveTest : public WritingFixture {
+ protected:
+  ReconcilerMoveTest() {
+    target = makeFolder("target");
+    file = downloaded("i:1", "a.txt", "old");
+    EXPECT_EQ(engine->edits().rename(kRootNode, "a.txt", target, "b.txt", 0), 0);
+  }
+
+  NodeId target = kNoNode;
+  NodeId file = kNoNode;
+};
+
+TEST_F(ReconcilerMoveTest, ItIsReadAsTheHostHasItNow) {
+  extension->edit("i:1", "another version");
+  list();
+  EXPECT_EQ(row(file)->parent, target);
+  EXPECT_EQ(row(file)->name, "b.txt");
+  EXPECT_EQ(readThrough(file), "another version");
+  pushAll();
+  EXPECT_EQ(hostContents("b.txt"), "another version");
+}
+
+TEST_F(ReconcilerMoveTest, WhatGrowsFromThatVersionIsNoConflict) {
+  extension->edit("i:1", "another version");
+  list();
+  EXPECT_EQ(readThrough(file), "another version");
+  write(file, "edited");
+  pushAll();
+  EXPECT_EQ(hostContents("b.txt"), "edited");
+  EXPECT_EQ(names(target).size(), 1U);
+}
+
+TEST_F(ReconcilerMoveTest, WhatWasChangedHereStays) {
+  write(file, "from here");
+  extension->edit("i:1", "another version");
+  list();
+  EXPECT_EQ(contentsOf(file), "from here");
+  EXPECT_EQ(row(file)->size, 9);
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->contents, "another version");
+  EXPECT_EQ(row(file)->state, ContentState::downloaded);
+  EXPECT_EQ(contentsOf(file), "from here");
+}
+
+TEST_F(ReconcilerMoveTest, WhatIsOpenForWritingStays) {
+  const auto writable = open(file);
+  engine->openFiles().openedForWriting(file);
+  extension->edit("i:1", "another version");
+  list();
+  EXPECT_EQ(row(file)->size, 3);
+  engine->openFiles().closedForWriting(file);
+  close(file);
+  EXPECT_EQ(contentsOf(file), "old");
+}
+
+TEST_F(ReconcilerMoveTest, WhoHasItOpenKeepsItWhole) {
+  const OpenAnswer before = openFile(file);
+  ASSERT_EQ(before.error, 0);
+  extension->edit("i:1", "another version");
+  list();
+  EXPECT_EQ(EngineFixture::contentsOf(*before.file), "old");
+  const NodeId now = named("b.txt", target);
+  EXPECT_NE(now, file);
+  EXPECT_EQ(readThrough(now), "another version");
+  EXPECT_TRUE(change(now)) << "the move is still to be sent";
 }
 
 }  // namespace

@@ -38,6 +38,25 @@ TEST_F(JournalTreeTest, KnowsWhetherAnythingBelowIsToBeSent) {
   EXPECT_TRUE(any());
 }
 
+TEST_F(JournalTreeTest, KnowsInWhichFolderTheHostHasWhatWasMovedOrDeletedHere) {
+  const NodeId before = addFolder("before");
+  const NodeId now = addFolder("now");
+  const NodeId file = add("file", "i:1", before);
+  const auto atHost = [&] {
+    return read([&](ReplicaReader& reader) { return journal::folderAtHost(reader, file); });
+  };
+  EXPECT_EQ(atHost(), before);
+  begin(file);
+  write([&](ReplicaWriter& writer) {
+    Node node = *writer.node(file);
+    node.parent = now;
+    writer.update(node);
+  });
+  EXPECT_EQ(atHost(), before);
+  write([&](ReplicaWriter& writer) { writer.takeOut(file); });
+  EXPECT_EQ(atHost(), before);
+}
+
 // Two folders that are in one another, as no listing may leave them, with a file that is at the
 // host.
 struct Circle {

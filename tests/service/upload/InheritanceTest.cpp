@@ -86,5 +86,28 @@ TEST_F(InheritanceTest, FilesThatExchangeTheirNamesKeepTheirContents) {
   EXPECT_EQ(extension->named("a").size(), 1U);
 }
 
+TEST_F(InheritanceTest, AVersionThatCameAfterTheDeletionIsNotOverwritten) {
+  for (const char* theirs : {"longer than before", "OLD"}) {
+    for (const bool listed : {false, true}) {
+      downloaded("i:1", "a.txt", "old");
+      EXPECT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+      extension->edit("i:1", theirs);
+      if (listed) list();
+      const NodeId fresh = makeFile("a.txt", "new");
+      if (listed) list();
+      push();
+      pushAll();
+      list();
+      EXPECT_EQ(extension->find("i:1")->contents, theirs);
+      EXPECT_EQ(contentsOf(fresh), "new");
+      EXPECT_NE(row(fresh)->name.find("conflicted copy"), std::string::npos);
+      for (const auto& [name, id] : names())
+        EXPECT_EQ(engine->edits().removeFile(kRootNode, name), 0);
+      pushAll();
+      ASSERT_TRUE(names().empty());
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tulo::test
