@@ -5,6 +5,7 @@
 
 #include "service/base/Time.h"
 #include "service/replica/Journal.h"
+#include "service/replica/Listings.h"
 
 namespace tulo {
 
@@ -37,6 +38,7 @@ bool makeWay(Reconciliation& pass, const Node& moved) {
     return false;
   }
   pass.writer.detach(branch->id, steadySeconds());
+  listings::forget(pass.writer, moved.id);
   pass.invalidations.push_back(entryChanged(moved.id, branch->name));
   pass.invalidations.push_back(dataChanged(moved.id));
   return true;

@@ -4,6 +4,7 @@
 
 #include "service/listing/FreeName.h"
 #include "service/replica/KeptNodes.h"
+#include "service/replica/Listings.h"
 #include "service/replica/LocalTimes.h"
 #include "service/replica/NodeContents.h"
 
@@ -49,6 +50,7 @@ void noteMoved(Reconciliation& pass, const Node& before, const std::string& name
   }
   if (before.parent != folder && before.parent != kNoNode) {
     pass.invalidations.push_back(dataChanged(before.parent));
+    listings::forget(pass.writer, before.parent);
   }
   if (!pass.firstTime) pass.invalidations.push_back(entryChanged(folder, name));
   pass.listingChanged = true;

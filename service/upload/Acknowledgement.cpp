@@ -3,6 +3,7 @@
 #include "service/edits/Ancestors.h"
 #include "service/replica/ContentRows.h"
 #include "service/replica/Journal.h"
+#include "service/replica/Listings.h"
 #include "service/replica/Meta.h"
 #include "service/replica/NodeContents.h"
 #include "service/upload/SentContents.h"
@@ -29,6 +30,8 @@ ContentId Acknowledgement::apply(const Plan& plan, const platform::NSFileProvide
   mergeTwin(node->id, identifier);
   writer_.setIdentifier(node->id, identifier);
   acknowledged_.note(identifier);
+  listings::forget(writer_, change->base().place.parent);
+  listings::forget(writer_, plan.parentIdentifier);
   noteBase(plan, item, *change);
   const ContentId clean = noteContents(plan, *node, *change);
   writer_.setError(node->id, "");

@@ -2,6 +2,7 @@
 
 #include "service/base/Names.h"
 #include "service/replica/Journal.h"
+#include "service/replica/Listings.h"
 #include "service/upload/ConflictName.h"
 #include "service/upload/SentContents.h"
 
@@ -63,6 +64,8 @@ Node Conflict::insertTheirs(const Node& ours, const ItemRecord& item) {
     theirs.name = names::marked(item.filename, item.identifier, 0);
     writer_.insert(theirs);
   }
+  // It may be gone from there before anybody lists it.
+  listings::forget(writer_, theirs.parent);
   return theirs;
 }
 

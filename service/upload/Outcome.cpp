@@ -8,6 +8,7 @@
 #include "service/kernel/RescueNews.h"
 #include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
+#include "service/replica/Listings.h"
 #include "service/upload/Acknowledgement.h"
 #include "service/upload/Conflict.h"
 
@@ -29,6 +30,7 @@ void Outcome::removed(NodeId id) {
     if (const std::optional<Node> node = writer.node(id)) {
       parts_.acknowledged.note(node->identifier);
     }
+    listings::forget(writer, journal::folderAtHost(writer, id));
     journal::erase(writer, id);
     writer.setIdentifier(id, "");
     writer.detach(id, inSeconds(parts_.files.now()));
@@ -86,6 +88,7 @@ Invalidations Outcome::loseItem(ReplicaWriter& writer, NodeId id) {
   std::optional<Change> change = journal::find(writer, id);
   if (!node || !change) return {};
   parts_.acknowledged.note(node->identifier);
+  listings::forget(writer, journal::folderAtHost(writer, id));
   writer.setIdentifier(id, "");
   if (!isWanted(writer, *node, *change)) {
     serviceLog().info("the host does not have %{public}@ any more, so its new name or place goes",
@@ -112,6 +115,7 @@ void Outcome::parentGone(const Plan& plan) {
       journal::put(writer, *change);
     }
     if (!parent) return;
+    listings::forget(writer, journal::folderAtHost(writer, parent->id));
     Change change = journal::begin(writer, *parent, parts_.files.now());
     change.hostHasNothing();
     change.request.hadNoEffect();

@@ -187,5 +187,22 @@ TEST_F(ReturningFolderTest, OneThatIsKeptUpToDateStaysSo) {
   EXPECT_EQ(names(idOf("f:1")).size(), 3U);
 }
 
+// The folder that it left was not listed in between, and shows the same as before.
+TEST_F(RowUpdatesTest, WhatGoesToAnotherFolderAndBackIsWhereItWas) {
+  extension->folder("f:1", "folder");
+  extension->file("i:1", "a.txt", "hello");
+  refresh();
+  const NodeId folder = idOf("f:1");
+  refresh(folder);
+  for (const std::string& parent : {std::string("f:1"), ScriptedExtension::root()}) {
+    extension->change("i:1", [&](ScriptedItem& item) { item.parent = parent; });
+    commit();
+    refresh(folder);
+  }
+  refresh();
+  EXPECT_EQ(names().count("a.txt"), 1U);
+  EXPECT_TRUE(names(folder).empty());
+}
+
 }  // namespace
 }  // namespace tulo::test

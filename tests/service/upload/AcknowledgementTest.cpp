@@ -91,5 +91,43 @@ TEST_F(AcknowledgementTest, WhatAnOutdatedListingToldOfOthersIsTaken) {
   EXPECT_NE(named("news.txt"), kNoNode);
 }
 
+// To whoever lists the folder it is as if nothing had been there.
+TEST_F(AcknowledgementTest, WhatTheHostDeletesBeforeAnybodyHasListedItGoesHereToo) {
+  extension->file("i:1", "other", "other");
+  list();
+  makeFile("a.txt", "made here");
+  push();
+  ASSERT_TRUE(extension->find("new:1"));
+  extension->remove("new:1");
+  list();
+  EXPECT_EQ(named("a.txt"), kNoNode);
+}
+
+TEST_F(AcknowledgementTest, WhatTheHostMovesBackBeforeAnybodyHasListedItIsWhereItWas) {
+  extension->folder("f:1", "folder");
+  const NodeId file = downloaded("i:1", "a.txt", "hello");
+  const NodeId folder = idOf("f:1");
+  list(folder);
+  ASSERT_EQ(engine->edits().rename(kRootNode, "a.txt", folder, "a.txt", 0), 0);
+  push();
+  ASSERT_EQ(extension->find("i:1")->parent, "f:1");
+  extension->change("i:1", [](ScriptedItem& item) { item.parent = root(); });
+  list(folder);
+  list();
+  EXPECT_EQ(named("a.txt"), file);
+  EXPECT_EQ(named("a.txt", folder), kNoNode);
+}
+
+TEST_F(AcknowledgementTest, WhatTheHostPutsBackAfterADeletionIsShownAgain) {
+  downloaded("i:1", "a.txt", "hello");
+  const ScriptedItem item = *extension->find("i:1");
+  ASSERT_EQ(engine->edits().removeFile(kRootNode, "a.txt"), 0);
+  push();
+  ASSERT_FALSE(extension->find("i:1"));
+  extension->put(item);
+  list();
+  EXPECT_NE(named("a.txt"), kNoNode);
+}
+
 }  // namespace
 }  // namespace tulo::test

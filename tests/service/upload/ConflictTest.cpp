@@ -50,5 +50,20 @@ TEST_F(ConflictTest, TheCopyOfALongNameCanBeSentAndRenamed) {
   EXPECT_EQ(rename(copy, "short.odt"), 0);
 }
 
+TEST_F(ConflictTest, AVersionThatTheHostDeletesBeforeAnybodyHasListedItGoesHereToo) {
+  extension->folder("f:1", "folder");
+  const NodeId id = downloaded("i:1", "a.txt", "base");
+  const NodeId folder = idOf("f:1");
+  list(folder);
+  write(id, "from here");
+  extension->edit("i:1", "there");
+  extension->change("i:1", [](ScriptedItem& item) { item.parent = "f:1"; });
+  push();
+  ASSERT_NE(named("a.txt", folder), kNoNode);
+  extension->remove("i:1");
+  list(folder);
+  EXPECT_EQ(named("a.txt", folder), kNoNode);
+}
+
 }  // namespace
 }  // namespace tulo::test
