@@ -1,8 +1,8 @@
 #include "service/edits/Pending.h"
 
 #include "service/base/Names.h"
-#include "service/edits/Ancestors.h"
 #include "service/edits/EditParts.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
 #include "service/replica/JournalTree.h"
 

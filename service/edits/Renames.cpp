@@ -6,20 +6,15 @@
 
 #include "service/base/FaultPoints.h"
 #include "service/base/Names.h"
-#include "service/edits/Ancestors.h"
 #include "service/edits/Capabilities.h"
 #include "service/edits/StaysLocal.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
 #include "service/replica/KeptNodes.h"
 
 namespace tulo {
 
 namespace {
-
-bool isInside(ReplicaWriter& writer, NodeId node, NodeId ancestor) {
-  return firstUpwards(writer, node, [&](const Node& row) { return row.id == ancestor; })
-      .has_value();
-}
 
 bool mayMove(const Node& node, const Move& move) {
   using namespace platform;

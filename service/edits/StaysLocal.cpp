@@ -1,6 +1,6 @@
 #include "service/edits/StaysLocal.h"
 
-#include "service/edits/Ancestors.h"
+#include "service/replica/Ancestors.h"
 
 namespace tulo {
 

@@ -1,9 +1,9 @@
 #include "service/listing/CircleGuard.h"
 
-#include <cstddef>
 #include <optional>
 
 #include "service/base/Time.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
 #include "service/replica/Listings.h"
 
@@ -11,19 +11,9 @@ namespace tulo {
 
 namespace {
 
-// No path is deeper; ends the way of a tree that goes round in a circle.
-constexpr std::size_t kDeepest = 4096;
-
 // The child of the ancestor in which, or below which, the folder is.
 std::optional<Node> branchOf(ReplicaReader& reader, NodeId folder, NodeId ancestor) {
-  for (std::size_t i = 0; i < kDeepest && folder != kRootNode; ++i) {
-    std::optional<Node> row = reader.node(folder);
-    if (!row || row->parent == kNoNode || row->parent == ancestor) {
-      return row && row->parent == ancestor ? row : std::nullopt;
-    }
-    folder = row->parent;
-  }
-  return std::nullopt;
+  return firstUpwards(reader, folder, [&](const Node& row) { return row.parent == ancestor; });
 }
 
 }  // namespace

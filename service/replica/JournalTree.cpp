@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
 #include "service/replica/ReplicaColumns.h"
 #include "service/replica/Sql.h"
@@ -13,17 +14,14 @@ namespace tulo::journal {
 
 namespace {
 
-constexpr int kDeepest = 4096;
-
 // How the node is reached from the folder that it is in or below.
 std::string pathFrom(ReplicaReader& reader, NodeId folder, NodeId node) {
   std::string path;
-  for (int depth = 0; depth < kDeepest && node != folder; ++depth) {
-    const std::optional<Node> row = reader.node(node);
-    if (!row) break;
-    path = path.empty() ? row->name : row->name + '/' + path;
-    node = row->parent;
-  }
+  firstUpwards(reader, node, [&](const Node& row) {
+    if (row.id == folder) return true;
+    path = path.empty() ? row.name : row.name + '/' + path;
+    return false;
+  });
   return path;
 }
 
@@ -94,7 +92,7 @@ std::vector<NodeId> changedContentsBelow(ReplicaReader& reader, NodeId node) {
 
 bool isAnyWithin(ReplicaReader& reader, NodeId node, const std::vector<NodeId>& nodes) {
   for (NodeId at : nodes) {
-    for (int depth = 0; depth < kDeepest && at != kNoNode && at != node; ++depth) {
+    for (std::size_t depth = 0; depth < kDeepest && at != kNoNode && at != node; ++depth) {
       const std::optional<OpenLookup> row = reader.openLookup(at);
       at = row ? row->parent : kNoNode;
     }

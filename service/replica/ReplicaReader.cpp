@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "service/replica/Ancestors.h"
 #include "service/replica/GatheringLog.h"
 #include "service/replica/ReplicaColumns.h"
 #include "service/replica/Sql.h"
@@ -117,7 +118,6 @@ std::vector<Node> ReplicaReader::childNodes(NodeId folder) {
 }
 
 std::vector<std::string> ReplicaReader::path(NodeId id) {
-  constexpr std::size_t kDeepest = 4096;
   std::vector<std::string> result;
   while (id != kRootNode && id != kNoNode && result.size() < kDeepest) {
     const std::optional<Node> found = node(id);

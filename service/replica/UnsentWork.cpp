@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "service/errors/ContentError.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/ContentInventory.h"
 #include "service/replica/ContentStore.h"
 #include "service/replica/Node.h"
@@ -17,9 +18,6 @@ namespace tulo {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Deeper than a path can be, should the rows form a circle.
-constexpr int kDeepest = 4096;
 
 struct UnsentFile {
   ContentId content;
@@ -66,7 +64,7 @@ fs::path placeOf(sqlite::Connection& database, const UnsentFile& file) {
   fs::path place = file.name;
   sqlite::Statement above = database.prepare("SELECT parent, name FROM node WHERE id = ?");
   NodeId at = file.parent;
-  for (int depth = 0; depth < kDeepest && at != kRootNode; ++depth) {
+  for (std::size_t depth = 0; depth < kDeepest && at != kRootNode; ++depth) {
     if (!above.bind(at).step()) break;
     place = fs::path(std::string(above.text(1))) / place;
     at = NodeId(static_cast<std::uint64_t>(above.integer(0)));

@@ -1,6 +1,6 @@
 #include "service/upload/Acknowledgement.h"
 
-#include "service/edits/Ancestors.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/ContentRows.h"
 #include "service/replica/Journal.h"
 #include "service/replica/Listings.h"
@@ -11,15 +11,6 @@
 #include "service/upload/UploadOrder.h"
 
 namespace tulo {
-
-namespace {
-
-bool isIn(ReplicaReader& reader, NodeId node, NodeId ancestor) {
-  return firstUpwards(reader, node, [&](const Node& row) { return row.id == ancestor; })
-      .has_value();
-}
-
-}  // namespace
 
 ContentId Acknowledgement::apply(const Plan& plan, const platform::NSFileProviderItem& item) {
   std::optional<Change> change = journal::find(writer_, plan.node.id);
@@ -50,7 +41,7 @@ void Acknowledgement::mergeTwin(NodeId node, const std::string& identifier) {
   const std::optional<Node> twin = writer_.nodeFor(identifier);
   if (!twin || twin->id == node) return;
   for (Node& child : writer_.childNodes(twin->id)) {
-    if (writer_.childNamed(node, child.name) || isIn(writer_, node, child.id)) continue;
+    if (writer_.childNamed(node, child.name) || isInside(writer_, node, child.id)) continue;
     child.parent = node;
     writer_.update(child);
   }

@@ -4,8 +4,8 @@
 #include <cerrno>
 
 #include "service/base/Names.h"
-#include "service/edits/Ancestors.h"
 #include "service/errors/Errno.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
 #include "service/replica/KeptNodes.h"
 #include "service/replica/Meta.h"

@@ -3,8 +3,8 @@
 #include <cerrno>
 
 #include "service/base/ServiceLog.h"
-#include "service/edits/Ancestors.h"
 #include "service/errors/Errno.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
 
 namespace tulo {

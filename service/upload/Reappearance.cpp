@@ -4,15 +4,10 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "service/replica/Ancestors.h"
 #include "service/replica/JournalTree.h"
 
 namespace tulo {
-
-namespace {
-
-constexpr std::size_t kDeepest = 4096;
-
-}  // namespace
 
 std::vector<NodeId> Reappearance::foldersAbove(NodeId node) {
   std::vector<NodeId> folders;

@@ -1,13 +1,13 @@
 #include "service/upload/UploadOrder.h"
 
 #include "service/base/Names.h"
+#include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
 
 namespace tulo {
 
 namespace {
 
-constexpr std::size_t kDeepest = 4096;
 const std::string kAside = ".exchanging-";
 
 bool waitsForUser(const Change& change) {

@@ -12,12 +12,16 @@
 
 namespace tulo {
 
-// No path is deeper; ends the way of a tree that goes round in a circle.
+// No path is deeper. Every way up ends after so many steps, also in a tree that goes round in a
+// circle.
 inline constexpr std::size_t kDeepest = 4096;
 
 // The first for which the predicate holds of the node, the folder that it is in, and so on up to
 // the root.
 std::optional<Node> firstUpwards(ReplicaReader& reader, NodeId from,
                                  const std::function<bool(const Node&)>& holds);
+
+// Whether the node is the ancestor or below it.
+bool isInside(ReplicaReader& reader, NodeId node, NodeId ancestor);
 
 }  // namespace tulo

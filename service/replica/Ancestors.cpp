@@ -1,4 +1,4 @@
-#include "service/edits/Ancestors.h"
+#include "service/replica/Ancestors.h"
 
 namespace tulo {
 
@@ -12,6 +12,11 @@ std::optional<Node> firstUpwards(ReplicaReader& reader, NodeId from,
     id = row->parent;
   }
   return std::nullopt;
+}
+
+bool isInside(ReplicaReader& reader, NodeId node, NodeId ancestor) {
+  return firstUpwards(reader, node, [&](const Node& row) { return row.id == ancestor; })
+      .has_value();
 }
 
 }  // namespace tulo
