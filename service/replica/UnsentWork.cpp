@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "service/base/MarkedName.h"
 #include "service/errors/ContentError.h"
 #include "service/replica/Ancestors.h"
 #include "service/replica/ContentInventory.h"
@@ -76,8 +77,8 @@ fs::path freePath(const fs::path& wanted) {
   fs::path path = wanted;
   std::error_code error;
   for (int number = 2; fs::exists(fs::symlink_status(path, error)); ++number) {
-    path = wanted.parent_path() / (wanted.stem().string() + " (" + std::to_string(number) + ")" +
-                                   wanted.extension().string());
+    path = wanted.parent_path() /
+           markedName(wanted.filename().string(), " (" + std::to_string(number) + ")");
   }
   return path;
 }

@@ -58,5 +58,15 @@ TEST_F(UnsentWorkTest, ChangedFilesAreLaidOutAtTheirPlaces) {
   EXPECT_EQ(readFile(to + "/top (2).txt"), "second") << "nothing is overwritten";
 }
 
+TEST_F(UnsentWorkTest, ALongNameLaidOutTwiceKeepsItsExtension) {
+  list();
+  makeFile(std::string(251, 'x') + ".txt", "text");
+  const std::string replica = left();
+  const std::string to = replica + "/files";
+  layOutUnsent(replica, to);
+  layOutUnsent(replica, to);
+  EXPECT_EQ(readFile(to + '/' + std::string(247, 'x') + " (2).txt"), "text");
+}
+
 }  // namespace
 }  // namespace tulo::test
