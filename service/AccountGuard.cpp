@@ -1,19 +1,12 @@
 #include "service/AccountGuard.h"
 
-#include <sys/stat.h>
-
+#include "service/base/FileMark.h"
 #include "service/base/ServiceLog.h"
 #include "service/errors/ContentError.h"
 
 namespace tulo {
 
 namespace {
-
-std::string fileMark(const std::string& path) {
-  struct stat status = {};
-  if (::stat(path.c_str(), &status) != 0) return "-";
-  return std::to_string(status.st_dev) + '.' + std::to_string(status.st_ino);
-}
 
 std::string counted(std::int64_t changes) {
   return std::to_string(changes) + (changes == 1 ? " change of it was" : " changes of it were");

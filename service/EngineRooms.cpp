@@ -1,10 +1,11 @@
 #include "service/EngineRooms.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <future>
+
+#include "service/base/FileMark.h"
 
 namespace tulo {
 
@@ -17,14 +18,6 @@ platform::DomainPointer domainFor(const std::string& identifier) {
 std::string machineName() {
   std::array<char, 256> name{};
   return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "this machine";
-}
-
-// A host that starts makes its socket anew.
-std::string socketMark(const std::string& path) {
-  struct stat status = {};
-  if (::stat(path.c_str(), &status) != 0) return {};
-  return std::to_string(status.st_ino) + '.' + std::to_string(status.st_ctim.tv_sec) + '.' +
-         std::to_string(status.st_ctim.tv_nsec);
 }
 
 UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
@@ -57,9 +50,10 @@ UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
   result.relist = [&rooms](NodeId folder) { rooms.sync.refresh(folder, [](int) {}); };
   if (!options.source.directory.empty()) {
     const std::string socket = options.source.directory + "/fp.sock";
-    // Another account's host is none for what was kept here.
+    // A host that starts makes its socket anew. Another account's host is none for what was kept
+    // here.
     result.host = [socket, same = options.sameAccount] {
-      return same() ? socketMark(socket) : std::string();
+      return same() ? changeMark(socket) : std::string();
     };
     result.activity = [socket] { return activityOfHost(socket); };
   }

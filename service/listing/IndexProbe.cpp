@@ -9,6 +9,7 @@
 
 #include "platform/FileProvider.h"
 #include "platform/linux/FileDescriptor.h"
+#include "service/base/FileMark.h"
 #include "sqlite/Connection.h"
 
 namespace tulo {
@@ -30,16 +31,6 @@ constexpr const char* kFolder =
 constexpr const char* kFile =
     "SELECT count(*) FROM (SELECT ulid,name,folder_ulid,size,mtime_unix,version_number,"
     "locked_by_user_id FROM items WHERE ulid=?)";
-
-// Tells one file from the next of the same name, which may well get the inode of the one before;
-// empty when there is none.
-std::string markOf(const std::string& path) {
-  struct statx status = {};
-  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_INO | STATX_BTIME, &status) != 0) return {};
-  return std::to_string(status.stx_dev_major) + '.' + std::to_string(status.stx_dev_minor) + '.' +
-         std::to_string(status.stx_ino) + '.' + std::to_string(status.stx_btime.tv_sec) + '.' +
-         std::to_string(status.stx_btime.tv_nsec);
-}
 
 std::int64_t count(sqlite::Connection& index, const char* sql,
                    const std::optional<std::string_view>& key) {
@@ -69,8 +60,8 @@ bool IndexProbe::isServed(const std::string& index, const std::string& host) con
 }
 
 void IndexProbe::expectServed() const {
-  const std::string index = markOf(path_);
-  const std::string host = markOf(socket_);
+  const std::string index = fileMark(path_);
+  const std::string host = fileMark(socket_);
   const MutexLock lock(mutex_);
   if (!isServed(index, host)) {
     throw SourceError(EHOSTDOWN, "the index is a new one, which no host serves yet");

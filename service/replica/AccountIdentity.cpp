@@ -1,7 +1,6 @@
 #include "service/replica/AccountIdentity.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "platform/linux/FileDescriptor.h"
+#include "service/base/FileMark.h"
 #include "service/errors/ContentError.h"
 #include "sqlite/Connection.h"
 
@@ -20,19 +20,6 @@ namespace tulo {
 namespace {
 
 using nlohmann::json;
-
-// A number of a directory is given again after it was removed, the time of its birth is not.
-std::string directoryMark(const std::string& path) {
-  struct statx found = {};
-  const unsigned wanted = STATX_INO | STATX_BTIME;
-  if (::statx(AT_FDCWD, path.c_str(), 0, wanted, &found) != 0) return {};
-  std::string mark = std::to_string(found.stx_ino);
-  if ((found.stx_mask & STATX_BTIME) != 0) {
-    mark += '.' + std::to_string(found.stx_btime.tv_sec) + '.' +
-            std::to_string(found.stx_btime.tv_nsec);
-  }
-  return mark;
-}
 
 std::string wordOfTheHost(const std::string& index) {
   std::error_code error;
@@ -92,7 +79,7 @@ AccountIdentity identityAt(const std::string& container, const std::string& data
   const std::filesystem::path path = std::filesystem::weakly_canonical(container, error);
   AccountIdentity result;
   result.container = error ? container : path.string();
-  result.directory = directoryMark(container);
+  result.directory = lastingFileMark(container);
   if (!database.empty()) result.account = wordOfTheHost(container + '/' + database);
   return result;
 }
