@@ -7,27 +7,26 @@
 namespace tulo {
 
 void Doubt::settle(const Plan& plan) {
-  // First of all: what it does after this look is not missed by the next ones.
-  const bool mayGoOn = work_.mayGoOn(plan.change, parts_.files.now());
-  if (plan.kind == Plan::Kind::create) return settleCreate(plan, mayGoOn);
+  const Prospect prospect = work_.prospectOf(plan.change, parts_.files.now());
+  if (plan.kind == Plan::Kind::create) return settleCreate(plan, prospect);
   const Answer now = provider_.lookUp(plan.node.identifier);
   if (now.stopped) return;
   // The next attempt meets the same.
   if (now.isGone()) return end(plan, nullptr);
   if (now.error) return failure_.react(plan, *now.error);
-  if (plan.sendsContents()) return settleContents(plan, now.item, mayGoOn);
-  mayGoOn ? waitForHost(plan) : end(plan, now.item);
+  if (plan.sendsContents()) return settleContents(plan, now.item, prospect);
+  endOrWait(plan, now.item, prospect);
 }
 
-void Doubt::settleCreate(const Plan& plan, bool mayGoOn) {
+void Doubt::settleCreate(const Plan& plan, Prospect prospect) {
   const auto ours = findCreated(plan);
   if (!ours) return;
   if (*ours) return acknowledge(plan, *ours);
-  if (mayGoOn) return waitForHost(plan);
-  plan.change.isDeleted() ? outcome_.removed(plan.node.id) : end(plan, nullptr);
+  const bool isOver = prospect == Prospect::nothing && plan.change.isDeleted();
+  isOver ? outcome_.removed(plan.node.id) : endOrWait(plan, nullptr, prospect);
 }
 
-void Doubt::settleContents(const Plan& plan, const platform::ItemPointer& now, bool mayGoOn) {
+void Doubt::settleContents(const Plan& plan, const platform::ItemPointer& now, Prospect prospect) {
   const bool moved = now->itemVersion().contentVersion != plan.change.base().version;
   if (moved) {
     const auto same = hostHasContents(provider_, parts_.store, plan.node.identifier,
@@ -35,7 +34,7 @@ void Doubt::settleContents(const Plan& plan, const platform::ItemPointer& now, b
     if (!same) return;
     if (*same) return acknowledge(plan, now);
   }
-  mayGoOn ? waitForHost(plan) : end(plan, now);
+  endOrWait(plan, now, prospect);
 }
 
 void Doubt::compare(const Plan& plan, const platform::ItemPointer& item) {
@@ -87,9 +86,13 @@ std::optional<platform::ItemPointer> Doubt::findCreated(const Plan& plan) {
   return platform::ItemPointer();
 }
 
-void Doubt::waitForHost(const Plan& plan) {
+void Doubt::endOrWait(const Plan& plan, const platform::ItemPointer& item, Prospect prospect) {
+  prospect == Prospect::nothing ? end(plan, item) : waitForHost(plan, prospect);
+}
+
+void Doubt::waitForHost(const Plan& plan, Prospect prospect) {
   // Who waits for the host's word is told, as by any other request that finds nobody.
-  if (work_.isHostAbsent()) {
+  if (prospect == Prospect::hostAbsent) {
     return failure_.react(
         plan, platform::fileProviderError(platform::NSFileProviderErrorCode::serverUnreachable),
         Failure::End::gaveUpWaiting);

@@ -36,8 +36,8 @@ class Doubt {
   void compare(const Plan& plan, const platform::ItemPointer& item);
 
  private:
-  void settleCreate(const Plan& plan, bool mayGoOn);
-  void settleContents(const Plan& plan, const platform::ItemPointer& now, bool mayGoOn);
+  void settleCreate(const Plan& plan, Prospect prospect);
+  void settleContents(const Plan& plan, const platform::ItemPointer& now, Prospect prospect);
 
   // The item is what the request made of it.
   void acknowledge(const Plan& plan, const platform::ItemPointer& item);
@@ -48,10 +48,11 @@ class Doubt {
   // New to this side, of the kind, name and size that were sent.
   std::vector<std::string> candidates(const Plan& plan, const Listing& listing);
   // Looks again later, and has the user told what is waited for.
-  void waitForHost(const Plan& plan);
+  void waitForHost(const Plan& plan, Prospect prospect);
   // Nothing of the request is left to be found out; what the host has of the item, if it has it, is
   // known.
   void end(const Plan& plan, const platform::ItemPointer& item);
+  void endOrWait(const Plan& plan, const platform::ItemPointer& item, Prospect prospect);
 
   const UploaderParts& parts_;
   Provider& provider_;

@@ -16,20 +16,23 @@ constexpr unsigned kDoublings = 7;
 
 }  // namespace
 
-bool HostWork::mayGoOn(const Change& change, WallTime now) {
+Prospect HostWork::prospectOf(const Change& change, WallTime now) {
   const HostActivity activity = activity_();
   const bool absent = activity == HostActivity::absent;
-  if (!absent && (!change.request.isUnanswered() || activity == HostActivity::idle)) return false;
+  if (!absent && (!change.request.isUnanswered() || activity == HostActivity::idle)) {
+    return Prospect::nothing;
+  }
   std::string host = host_();
   const MutexLock lock(mutex_);
   const auto [at, first] = waits_.try_emplace(change.node(), Wait{now, host, 0});
   // Its successor looks at everything first; what it will say then is not known before.
-  if (absent) return true;
+  if (absent) return Prospect::hostAbsent;
   const Wait& wait = at->second;
   const bool seen = activity == HostActivity::busy;
   // What another host was asked for is gone with it.
-  if (!seen && wait.host != host) return false;
-  return now - wait.begun < (seen ? kLongestSeen : kLongestUnseen);
+  if (!seen && wait.host != host) return Prospect::nothing;
+  const milliseconds longest = seen ? kLongestSeen : kLongestUnseen;
+  return now - wait.begun < longest ? Prospect::something : Prospect::nothing;
 }
 
 milliseconds HostWork::pause(NodeId node) {

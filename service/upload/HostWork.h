@@ -19,17 +19,22 @@
 
 namespace tulo {
 
+// What may still come of a request whose answer will not.
+enum class Prospect {
+  nothing,     // what is not there now will not be there later
+  something,   // the host may be at work on it
+  hostAbsent,  // nobody is there who could be; what the next host will say is not known before
+};
+
 class HostWork {
  public:
   // `host` tells one running host from the next.
   HostWork(std::function<HostActivity()> activity, std::function<std::string()> host)
       : activity_(std::move(activity)), host_(std::move(host)) {}
 
-  // Whether something may still come of the change's request, so that what is not there now may be
-  // there later. Asked before the host is looked at.
-  bool mayGoOn(const Change& change, WallTime now) TULO_EXCLUDES(mutex_);
-  // Whether nobody is there at the moment who could be at work.
-  bool isHostAbsent() const { return activity_() == HostActivity::absent; }
+  // Of the change's request. Asked before it is looked for at the host: what the host does after
+  // that is not missed by the next look.
+  Prospect prospectOf(const Change& change, WallTime now) TULO_EXCLUDES(mutex_);
   // The pause before the next look; they grow.
   milliseconds pause(NodeId node) TULO_EXCLUDES(mutex_);
   // What became of the request is known.

@@ -11,7 +11,7 @@ class HostWorkTest : public ::testing::Test {
  protected:
   HostWorkTest() { change.request.made(kNoContent, {"root", "a.txt"}); }
 
-  bool mayGoOn() { return work.mayGoOn(change, now); }
+  Prospect prospect() { return work.prospectOf(change, now); }
 
   HostActivity activity = HostActivity::idle;
   std::string host = "one";
@@ -21,49 +21,49 @@ class HostWorkTest : public ::testing::Test {
 };
 
 TEST_F(HostWorkTest, AnIdleHostHasNothingLeftToDo) {
-  EXPECT_FALSE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::nothing);
 }
 
 TEST_F(HostWorkTest, ABusyOneMayTakeVeryLong) {
   activity = HostActivity::busy;
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::something);
   now += std::chrono::minutes(90);
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::something);
   now += std::chrono::minutes(90);
-  EXPECT_FALSE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::nothing);
 }
 
 TEST_F(HostWorkTest, ARequestThatEndedIsNotWaitedFor) {
   activity = HostActivity::busy;
   change.request.ended();
-  EXPECT_FALSE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::nothing);
 }
 
 TEST_F(HostWorkTest, OneThatCannotBeSeenIsWaitedForAsLongAsItRuns) {
   activity = HostActivity::unknown;
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::something);
   now += std::chrono::minutes(9);
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::something);
   host = "another";
-  EXPECT_FALSE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::nothing);
 }
 
 TEST_F(HostWorkTest, OneThatCannotBeSeenIsNotWaitedForForEver) {
   activity = HostActivity::unknown;
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::something);
   now += std::chrono::minutes(11);
-  EXPECT_FALSE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::nothing);
 }
 
 TEST_F(HostWorkTest, WithoutAHostNothingIsFinal) {
   activity = HostActivity::absent;
   change.request.ended();
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::hostAbsent);
 }
 
 TEST_F(HostWorkTest, TheLooksBecomeRarer) {
   activity = HostActivity::busy;
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::something);
   milliseconds before = work.pause(change.node());
   for (int i = 0; i < 20; ++i) {
     const milliseconds next = work.pause(change.node());
@@ -72,7 +72,7 @@ TEST_F(HostWorkTest, TheLooksBecomeRarer) {
     before = next;
   }
   work.forget(change.node());
-  EXPECT_TRUE(mayGoOn());
+  EXPECT_EQ(prospect(), Prospect::something);
   EXPECT_LT(work.pause(change.node()), before);
 }
 
