@@ -21,6 +21,7 @@
 #include "platform/linux/DescriptorLimit.h"
 #include "platform/linux/LogSink.h"
 #include "service/Service.h"
+#include "service/base/ContainerFiles.h"
 #include "service/listing/IndexProbe.h"
 
 namespace tulo::cli {
@@ -81,7 +82,7 @@ ServiceOptions optionsOf(const Arguments& arguments) {
   options.source = {platform::containerDirectory(), Index::databaseName(domain)};
   options.probe =
       std::make_shared<IndexProbe>(options.source.directory + '/' + options.source.database,
-                                   options.source.directory + "/fp.sock");
+                                   container::hostSocket(options.source.directory));
   options.limits = limitsOf(arguments);
   options.allowOther = arguments.allowOther;
   options.thumbnails = !arguments.noThumbnails;

@@ -5,6 +5,7 @@
 #include <array>
 #include <future>
 
+#include "service/base/ContainerFiles.h"
 #include "service/base/FileMark.h"
 
 namespace tulo {
@@ -49,7 +50,7 @@ UploaderParts uploaderParts(EngineRooms& rooms, const EngineOptions& options) {
   };
   result.relist = [&rooms](NodeId folder) { rooms.sync.refresh(folder, [](int) {}); };
   if (!options.source.directory.empty()) {
-    const std::string socket = options.source.directory + "/fp.sock";
+    const std::string socket = container::hostSocket(options.source.directory);
     // A host that starts makes its socket anew. Another account's host is none for what was kept
     // here.
     result.host = [socket, same = options.sameAccount] {

@@ -9,13 +9,11 @@
 #include <cerrno>
 
 #include "platform/linux/FileDescriptor.h"
+#include "service/base/ContainerFiles.h"
 
 namespace tulo {
 
 namespace {
-
-// Where the extension puts its copies, as the contract with the host says.
-constexpr const char* kStaging = "/fp-upload";
 
 bool isFolder(const std::string& path) {
   struct stat status = {};
@@ -46,7 +44,7 @@ int StagingProbe::errorOf(const std::string& contents) const {
 int StagingProbe::errorOfRoom(std::int64_t size) const {
   // A container that is not there is a host that cannot be reached, which is told apart already.
   if (!isFolder(container_)) return 0;
-  const std::string staging = container_ + kStaging;
+  const std::string staging = container::stagingFolder(container_);
   std::string path = (isFolder(staging) ? staging : container_) + "/.probe-XXXXXX";
   const FileDescriptor file(::mkostemp(path.data(), O_CLOEXEC));
   if (!file) return errno;
