@@ -1,12 +1,13 @@
 #include "bench/BareExchange.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
+
+#include "platform/linux/SocketAddress.h"
 
 namespace tulo::bench {
 namespace {
@@ -17,12 +18,10 @@ void expect(bool isTrue, const char* what) {
   std::abort();
 }
 
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un address{};
-  expect(path.size() < sizeof address.sun_path, "socket path");
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, path.size());
-  return address;
+SocketAddress addressOf(const std::string& path) {
+  const auto address = SocketAddress::of(path);
+  expect(address.has_value(), "socket path");
+  return *address;
 }
 
 void sendAll(int socket, const std::string& bytes) {
@@ -48,10 +47,8 @@ std::string receiveLine(int socket) {
 
 EchoServer::EchoServer(const std::string& socketPath, std::string reply)
     : listener_(::socket(AF_UNIX, SOCK_STREAM, 0)), reply_(std::move(reply)) {
-  const sockaddr_un address = addressOf(socketPath);
   ::unlink(socketPath.c_str());
-  expect(::bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
-         "bind");
+  expect(addressOf(socketPath).bind(listener_) == 0, "bind");
   expect(::listen(listener_, 64) == 0, "listen");
   thread_ = std::thread([this] { serve(); });
 }
@@ -73,10 +70,8 @@ void EchoServer::serve() const {
 }
 
 std::string bareExchange(const std::string& socketPath, const std::string& request) {
-  const sockaddr_un address = addressOf(socketPath);
   const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  expect(::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
-         "connect");
+  expect(addressOf(socketPath).connect(socket) == 0, "connect");
   sendAll(socket, request);
   std::string reply = receiveLine(socket);
   ::close(socket);

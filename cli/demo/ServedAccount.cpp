@@ -1,15 +1,16 @@
 #include "cli/demo/ServedAccount.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
+
+#include "platform/linux/FileDescriptor.h"
+#include "platform/linux/SocketAddress.h"
+#include "service/base/ContainerFiles.h"
 
 namespace tulo::cli::demo {
 namespace {
@@ -21,20 +22,13 @@ constexpr std::chrono::seconds commandPatience{60};
 
 // Whether somebody listens on the socket.
 bool answers(const std::filesystem::path& socketPath) {
-  sockaddr_un address{};
-  const std::string path = socketPath;
-  if (path.size() >= sizeof address.sun_path) {
-    throw std::runtime_error("the path of the socket is too long: " + path +
+  const auto address = SocketAddress::of(socketPath);
+  if (!address) {
+    throw std::runtime_error("the path of the socket is too long: " + socketPath.string() +
                              "; set TMPDIR to a folder with a shorter path");
   }
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.data(), path.size());
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  const bool isConnected =
-      connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-  close(fd);
-  return isConnected;
+  const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  return socket && address->connect(socket.get()) == 0;
 }
 
 }  // namespace
@@ -51,6 +45,10 @@ ServedAccount::ServedAccount()
 
 std::vector<std::string> ServedAccount::hostArguments() const {
   return {"host", "serve", "--root", folder_, "--container", container_};
+}
+
+std::filesystem::path ServedAccount::socket() const {
+  return container::hostSocket(container_);
 }
 
 std::string ServedAccount::hostCommandLine() const {

@@ -24,7 +24,7 @@ class ServedAccount {
   const std::filesystem::path& container() const { return container_; }
   // A place for files that are neither the account's nor the host's.
   const std::filesystem::path& desk() const { return desk_; }
-  std::filesystem::path socket() const { return container_ / "fp.sock"; }
+  std::filesystem::path socket() const;
 
   // Starts the host and returns once it answers on its socket. `whileWaiting` is called often and
   // may throw. Throws std::runtime_error when the host ends or does not come up within a minute.

@@ -1,17 +1,16 @@
 #include "host/server/Client.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <string_view>
 
 #include "host/account/Container.h"
 #include "host/base/HostError.h"
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/SocketAddress.h"
 
 namespace tulo::host {
 
@@ -21,13 +20,10 @@ namespace {
 constexpr std::chrono::seconds patience{60};
 
 FileDescriptor connectTo(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) throw StartError("the path is too long: " + path);
-  std::memcpy(address.sun_path, path.data(), path.size());
+  const auto address = SocketAddress::of(path);
+  if (!address) throw StartError("the path is too long: " + path);
   FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!fd ||
-      ::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  if (!fd || address->connect(fd.get()) != 0) {
     throw StartError("no host answers at " + path + ": " + errorText(errno));
   }
   timeval time{};

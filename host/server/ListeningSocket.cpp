@@ -3,14 +3,13 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <string>
 
 #include "host/base/HostError.h"
+#include "platform/linux/SocketAddress.h"
 
 namespace tulo::host {
 
@@ -18,13 +17,6 @@ namespace {
 
 // The extension can connect to no longer path.
 constexpr std::size_t longestPath = 103;
-
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, path.data(), path.size());
-  return address;
-}
 
 }  // namespace
 
@@ -46,17 +38,16 @@ void ListeningSocket::removeStale() {
 
 void ListeningSocket::open() {
   const std::string path = container_.pathOf(Container::socketName);
-  if (path.size() > longestPath) {
+  const auto address = SocketAddress::of(path);
+  if (!address || path.size() > longestPath) {
     throw StartError("the socket's path " + path + " has " + std::to_string(path.size()) +
                      " bytes, more than " + std::to_string(longestPath) +
                      "; choose a container with a shorter path");
   }
   removeStale();
   listener_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  const sockaddr_un address = addressOf(path);
   // The mode is set before the name exists, and once more for systems that ignore the first.
-  if (!listener_ || ::fchmod(listener_.get(), 0600) != 0 ||
-      ::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+  if (!listener_ || ::fchmod(listener_.get(), 0600) != 0 || address->bind(listener_.get()) != 0 ||
       ::fchmodat(container_.folder(), Container::socketName, 0600, 0) != 0 ||
       ::listen(listener_.get(), SOMAXCONN) != 0) {
     throw StartError("the socket " + path + " cannot be made: " + errorText(errno));

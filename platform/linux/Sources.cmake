@@ -20,6 +20,7 @@ set(TULO_PLATFORM_SOURCES
     linux/Log.cpp
     linux/LogSink.cpp
     linux/Progress.cpp
+    linux/SocketAddress.cpp
     linux/Text.cpp
     linux/TreeCopy.cpp
     linux/TreeRemoval.cpp

@@ -18,8 +18,7 @@ constexpr std::size_t kLongestAnswer = 64 << 20;
 
 ControlClient::ControlClient(const std::string& path)
     : socket_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  const sockaddr_un address = control::addressOf(path);
-  if (::connect(socket_.get(), control::generic(address), sizeof address) != 0) {
+  if (control::addressOf(path).connect(socket_.get()) != 0) {
     throw ServiceError("no service answers at " + path + " (" + std::strerror(errno) +
                        "); is the account mounted?");
   }

@@ -4,7 +4,6 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <array>
 #include <cerrno>
@@ -31,9 +30,9 @@ bool sameUser(int descriptor) {
          (peer.uid == ::getuid() || peer.uid == 0);
 }
 
-bool isListenedOn(const sockaddr_un& address) {
+bool isListenedOn(const SocketAddress& address) {
   const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  return ::connect(socket.get(), control::generic(address), sizeof address) == 0 || errno == EAGAIN;
+  return address.connect(socket.get()) == 0 || errno == EAGAIN;
 }
 
 }  // namespace
@@ -43,14 +42,14 @@ ControlServer::ControlServer(const std::string& path, Handler handler)
       handler_(std::move(handler)),
       listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)),
       wake_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  const sockaddr_un address = control::addressOf(path_);
+  const SocketAddress address = control::addressOf(path_);
   paths::createPrivateDirectory(path_.substr(0, path_.rfind('/')));
   // The domain's lock is held, so whoever bound it before is gone; but a service whose state lies
   // elsewhere has another lock.
   if (isListenedOn(address)) throw ServiceError("another service listens on " + path_);
   ::unlink(path_.c_str());
   const mode_t mask = ::umask(0177);
-  const int result = ::bind(listener_.get(), control::generic(address), sizeof address);
+  const int result = address.bind(listener_.get());
   ::umask(mask);
   if (result != 0 || ::listen(listener_.get(), 16) != 0) {
     throw ServiceError("cannot listen on " + path_ + ": " + std::strerror(errno));

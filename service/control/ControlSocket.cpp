@@ -1,21 +1,18 @@
 #include "service/control/ControlSocket.h"
 
+#include <sys/socket.h>
+
 #include <array>
 #include <cerrno>
-#include <cstring>
 
 #include "service/base/ServicePaths.h"
 
 namespace tulo::control {
 
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) {
-    throw ServiceError("the path of the control socket is too long: " + path);
-  }
-  std::memcpy(address.sun_path, path.data(), path.size());
-  return address;
+SocketAddress addressOf(const std::string& path) {
+  const auto address = SocketAddress::of(path);
+  if (!address) throw ServiceError("the path of the control socket is too long: " + path);
+  return *address;
 }
 
 bool sendAll(int descriptor, const std::string& text) {

@@ -1,19 +1,14 @@
 // What both ends of the control socket need. Private to them.
 #pragma once
 
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include <string>
+
+#include "platform/linux/SocketAddress.h"
 
 namespace tulo::control {
 
 // Throws ServiceError for a path that is too long for a socket.
-sockaddr_un addressOf(const std::string& path);
-
-inline const sockaddr* generic(const sockaddr_un& address) {
-  return reinterpret_cast<const sockaddr*>(&address);
-}
+SocketAddress addressOf(const std::string& path);
 
 bool sendAll(int descriptor, const std::string& text);
 

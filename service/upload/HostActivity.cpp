@@ -7,7 +7,6 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +17,7 @@
 #include <string_view>
 
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/SocketAddress.h"
 
 namespace tulo {
 
@@ -140,14 +140,10 @@ std::optional<Counts> countsOf(const SocketFile& file) {
 
 // A host in another network namespace is none that the kernel lists here.
 bool isRefused(const std::string& path) {
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return false;
-  path.copy(address.sun_path, path.size());
+  const auto address = SocketAddress::of(path);
   const FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!socket) return false;
-  const auto* generic = reinterpret_cast<const sockaddr*>(&address);
-  return ::connect(socket.get(), generic, sizeof address) != 0 && errno == ECONNREFUSED;
+  if (!address || !socket) return false;
+  return address->connect(socket.get()) != 0 && errno == ECONNREFUSED;
 }
 
 }  // namespace

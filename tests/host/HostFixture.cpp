@@ -1,15 +1,14 @@
 #include "tests/host/HostFixture.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <filesystem>
 
 #include "host/server/Client.h"
 #include "platform/linux/FileDescriptor.h"
+#include "tests/support/Connection.h"
 
 namespace tulo::test {
 
@@ -129,13 +128,9 @@ json HostTest::ask(json request) const {
 }
 
 std::string HostTest::exchange(std::string_view bytes) const {
-  const FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::string path = inContainer("fp.sock");
-  std::memcpy(address.sun_path, path.data(), path.size());
-  if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-    ADD_FAILURE() << "cannot connect to " << path;
+  const FileDescriptor fd = connected(inContainer("fp.sock"));
+  if (!fd) {
+    ADD_FAILURE() << "nobody listens on " << inContainer("fp.sock");
     return {};
   }
   while (!bytes.empty()) {

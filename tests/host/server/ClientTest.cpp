@@ -2,16 +2,15 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <functional>
 #include <string>
 #include <thread>
 
 #include "host/base/HostError.h"
 #include "platform/linux/FileDescriptor.h"
+#include "platform/linux/SocketAddress.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::host {
@@ -22,12 +21,7 @@ class ClientTest : public testing::Test {
   // A host that answers one connection in its own way.
   void serve(const std::function<void(int)>& answer) {
     listener_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = directory_.file("fp.sock");
-    std::memcpy(address.sun_path, path.data(), path.size());
-    ASSERT_EQ(::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-              0);
+    ASSERT_EQ(SocketAddress::of(directory_.file("fp.sock"))->bind(listener_.get()), 0);
     ASSERT_EQ(::listen(listener_.get(), 1), 0);
     host_ = std::thread([this, answer] {
       const FileDescriptor connection(::accept(listener_.get(), nullptr, nullptr));

@@ -3,13 +3,12 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
-#include <cstring>
 #include <filesystem>
 #include <string>
 
 #include "host/base/HostError.h"
+#include "tests/support/Connection.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace tulo::host {
@@ -19,16 +18,7 @@ namespace fs = std::filesystem;
 
 class ListeningSocketTest : public testing::Test {
  protected:
-  FileDescriptor connect() const {
-    FileDescriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, path_.data(), path_.size());
-    if (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-      fd.reset();
-    }
-    return fd;
-  }
+  FileDescriptor connect() const { return test::connected(path_); }
 
   const test::TemporaryDirectory directory_;
   const Container container_{directory_.file("container")};

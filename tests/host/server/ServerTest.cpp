@@ -4,11 +4,9 @@
 #include <grp.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -202,11 +200,7 @@ TEST_F(HostServerTest, AStaleSocketIsReplaced) {
   fs::permissions(container_, fs::perms::owner_all);
   {
     const FileDescriptor dead(::socket(AF_UNIX, SOCK_STREAM, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path = inContainer("fp.sock");
-    std::memcpy(address.sun_path, path.data(), path.size());
-    ASSERT_EQ(::bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(SocketAddress::of(inContainer("fp.sock"))->bind(dead.get()), 0);
   }
   startHost();
   EXPECT_EQ(createFolder("d")["ok"], true);

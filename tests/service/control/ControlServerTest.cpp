@@ -12,6 +12,7 @@
 #include "service/base/ServicePaths.h"
 #include "service/control/ControlClient.h"
 #include "service/control/ControlSocket.h"
+#include "tests/support/Connection.h"
 #include "tests/support/Eventually.h"
 #include "tests/support/Gate.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -38,13 +39,6 @@ class ControlServerTest : public ::testing::Test {
       return false;
     });
     return answer;
-  }
-
-  FileDescriptor connected() const {
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_un address = control::addressOf(path);
-    EXPECT_EQ(::connect(socket.get(), control::generic(address), sizeof address), 0);
-    return socket;
   }
 
   TemporaryDirectory directory;
@@ -104,7 +98,7 @@ TEST_F(ControlServerTest, WhoHangsUpIsNoticedByWhoSends) {
     noticed = true;
   });
   {
-    const FileDescriptor socket = connected();
+    const FileDescriptor socket = connected(path);
     EXPECT_TRUE(control::sendAll(socket.get(), "x\n"));
   }
   EXPECT_TRUE(eventually([&] { return noticed.load(); }));
@@ -118,7 +112,7 @@ TEST_F(ControlServerTest, GarbageReachesTheHandlerOnlyInWholeLines) {
     emit(std::to_string(request.size()));
   });
   {
-    const FileDescriptor half = connected();
+    const FileDescriptor half = connected(path);
     EXPECT_TRUE(control::sendAll(half.get(), "half a line"));
   }
   ControlClient client(path);

@@ -1,12 +1,10 @@
 #include "service/upload/Doubt.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-
 #include <filesystem>
 #include <memory>
 
 #include "tests/service/support/UploadFixture.h"
+#include "tests/support/Connection.h"
 #include "tests/support/FakeHost.h"
 
 namespace tulo::test {
@@ -106,22 +104,10 @@ class SlowHostTest : public DoubtTest {
       journal::put(writer, change);
     });
     {
-      const auto gone = connection();
+      const FileDescriptor gone = waitingClient(directory.file("fp.sock"));
       ASSERT_TRUE(host->waitForRequests(1));
     }
     reopen();
-  }
-
-  FileDescriptor connection() {
-    const std::string path = directory.file("fp.sock");
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, path.size());
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-              0);
-    EXPECT_EQ(::send(socket.get(), "{}\n", 3, 0), 3);
-    return socket;
   }
 
   void hostEnds() {

@@ -1,10 +1,8 @@
 #include "service/upload/HostActivity.h"
 
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
-#include "platform/linux/FileDescriptor.h"
+#include "tests/support/Connection.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -13,18 +11,6 @@ namespace {
 
 class HostActivityTest : public ::testing::Test {
  protected:
-  // One that asks the host for something.
-  FileDescriptor client() const {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, path.size());
-    FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-              0);
-    EXPECT_EQ(::send(socket.get(), "{}\n", 3, 0), 3);
-    return socket;
-  }
-
   TemporaryDirectory directory;
   const std::string path = directory.file("fp.sock");
 };
@@ -46,7 +32,7 @@ TEST_F(HostActivityTest, AFileThatIsNoSocketSaysNothing) {
 TEST_F(HostActivityTest, AHostThatNobodyHasLeftIsIdle) {
   FakeHost host(path);
   EXPECT_EQ(activityOfHost(path), HostActivity::idle);
-  const FileDescriptor waiting = client();
+  const FileDescriptor waiting = waitingClient(path);
   ASSERT_TRUE(host.waitForRequests(1));
   EXPECT_EQ(activityOfHost(path), HostActivity::idle);
 }
@@ -60,7 +46,7 @@ TEST_F(HostActivityTest, ARequestThatNobodyWaitsForAnyMoreIsSeenUntilItEnds) {
     gate.wait();
     peer.hangUp();
   }});
-  { const FileDescriptor leaves = client(); }
+  { const FileDescriptor leaves = waitingClient(path); }
   ASSERT_TRUE(host.waitForRequests(1));
   EXPECT_EQ(activityOfHost(path), HostActivity::busy);
   gate.open();
@@ -70,7 +56,7 @@ TEST_F(HostActivityTest, ARequestThatNobodyWaitsForAnyMoreIsSeenUntilItEnds) {
 
 TEST_F(HostActivityTest, ARequestThatWasNotEvenAcceptedIsSeen) {
   const DeafHost host(path);
-  { const FileDescriptor leaves = client(); }
+  { const FileDescriptor leaves = waitingClient(path); }
   EXPECT_EQ(activityOfHost(path), HostActivity::busy);
 }
 
