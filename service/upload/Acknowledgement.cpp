@@ -6,9 +6,9 @@
 #include "service/replica/Listings.h"
 #include "service/replica/Meta.h"
 #include "service/replica/NodeContents.h"
+#include "service/upload/AsideName.h"
 #include "service/upload/SentContents.h"
 #include "service/upload/SentItem.h"
-#include "service/upload/UploadOrder.h"
 
 namespace tulo {
 

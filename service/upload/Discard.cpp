@@ -9,6 +9,7 @@
 #include "service/replica/Journal.h"
 #include "service/replica/KeptNodes.h"
 #include "service/replica/Meta.h"
+#include "service/upload/AsideName.h"
 
 namespace tulo {
 

@@ -5,6 +5,7 @@
 #include "service/edits/StaysLocal.h"
 #include "service/replica/Journal.h"
 #include "service/replica/Meta.h"
+#include "service/upload/AsideName.h"
 #include "service/upload/UploadOrder.h"
 
 namespace tulo {

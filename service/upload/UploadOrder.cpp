@@ -3,30 +3,17 @@
 #include "service/base/Names.h"
 #include "service/replica/Ancestors.h"
 #include "service/replica/Journal.h"
+#include "service/upload/AsideName.h"
 
 namespace tulo {
 
 namespace {
-
-const std::string kAside = ".exchanging-";
 
 bool waitsForUser(const Change& change) {
   return !change.standing.isReady();
 }
 
 }  // namespace
-
-std::string asideName(const Node& node) {
-  return kAside + std::to_string(node.id.number());
-}
-
-bool isAsideName(const std::string& name) {
-  return name.starts_with(kAside);
-}
-
-std::string asideKey(const std::string& name) {
-  return "place before " + name;
-}
 
 bool mayInherit(const Node& node) {
   const bool here = node.identifier.empty() || node.state != ContentState::dataless;

@@ -11,7 +11,6 @@
 
 #include <functional>
 #include <optional>
-#include <string>
 
 #include "service/edits/LocalNames.h"
 #include "service/replica/Change.h"
@@ -44,12 +43,6 @@ class UploadOrder {
   const LocalNames& localNames_;
   const IsActive& isActive_;
 };
-
-// A name in between, for an item that makes room for another.
-std::string asideName(const Node& node);
-bool isAsideName(const std::string& name);
-// Under which the replica remembers where an item of such a name was before.
-std::string asideKey(const std::string& name);
 
 // Whether the node can take over the identity of a file whose place it takes: its contents have to
 // be here.

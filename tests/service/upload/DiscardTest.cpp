@@ -4,7 +4,7 @@
 
 #include <cerrno>
 
-#include "service/upload/UploadOrder.h"
+#include "service/upload/AsideName.h"
 #include "tests/service/support/ReplicaSql.h"
 #include "tests/service/support/WritingFixture.h"
 

@@ -1,7 +1,7 @@
 #include "service/upload/Planner.h"
 
 #include "service/replica/Meta.h"
-#include "service/upload/UploadOrder.h"
+#include "service/upload/AsideName.h"
 #include "tests/service/support/UploadFixture.h"
 
 namespace tulo::test {

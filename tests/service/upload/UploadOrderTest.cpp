@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "service/upload/AsideName.h"
 #include "tests/service/support/WritingFixture.h"
 
 namespace tulo::test {
