@@ -15,7 +15,7 @@ std::string counted(std::int64_t changes) {
 std::string wordsFor(const control::KeptAccount& kept) {
   return "the account of " + kept.container + " was mounted here before, and " +
          counted(kept.changes) +
-         " not sent; they are kept, and are sent after the next mount with " + "--container " +
+         " not sent; they are kept, and are sent after the next mount with --container " +
          kept.container + "; its changed files are also in " + kept.files;
 }
 
@@ -70,8 +70,7 @@ bool AccountGuard::holds() {
   if (!fits && holds_) {
     serviceLog().error(
         "%{public}@ has another account than the one that is mounted; nothing is sent to it, and "
-        "the "
-        "next mount shows it",
+        "the next mount shows it",
         {source_.directory});
   }
   seen_ = now;

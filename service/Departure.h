@@ -2,6 +2,7 @@
 // through mappings is handed over before.
 //
 // Threads: every member may be called on any thread, while requests are served.
+// Errors: what stands in the way is the reply; at the end of the service it is logged.
 #pragma once
 
 #include "platform/linux/Mutex.h"

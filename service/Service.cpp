@@ -208,8 +208,7 @@ void Service::tellUnsent() {
     if (counts.pending + counts.attention == 0) return;
     serviceLog().info(
         "ends with %d changes that were not sent and %d that the host refused; they are kept and "
-        "go "
-        "up after the next mount",
+        "go up after the next mount",
         {counts.pending, counts.attention});
   } catch (const std::exception& error) {
     serviceLog().error("cannot count the changes that were not sent: %{public}@", {error.what()});

@@ -5,7 +5,7 @@
 // at the index before, and copied what it sends after that. A version that the index got since then
 // is one that the sender has not seen, and must not be overwritten or deleted.
 //
-// Threads: not thread-safe; the account guards it.
+// Threads: not thread-safe; the account guards it. Errors: none.
 #pragma once
 
 #include <chrono>

@@ -45,8 +45,7 @@ Reaction reactionTo(const platform::NSError& error) {
 std::string_view adviceFor(Reaction reaction, bool attention) {
   if (attention) {
     return "; it stays here as it is: give it another name, or run `tulo retry` when the host "
-           "would "
-           "take it, or `tulo discard` to give the change up";
+           "would take it, or `tulo discard` to give the change up";
   }
   if (reaction == Reaction::retryShown) return "; it is sent when there is room again";
   if (reaction == Reaction::retryHandover) return "; it is sent when that is over";

@@ -6,6 +6,7 @@
 // before, too.
 //
 // Threads: every member may be called on any thread.
+// Errors: none; a source that cannot be read is an answer.
 #pragma once
 
 #include <cstddef>

@@ -5,6 +5,7 @@
 // nothing of the service's open but the standard descriptors.
 //
 // Threads: any thread.
+// Errors: none; a child that could not be made has no status.
 #pragma once
 
 #include <sys/types.h>

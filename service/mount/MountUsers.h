@@ -1,6 +1,7 @@
 // Which programs use a mount: those that have something of it open or mapped, or stand in it.
 //
 // Threads: pure functions of what the system tells.
+// Errors: none; a program that cannot be looked at is left out.
 #pragma once
 
 #include <sys/types.h>

@@ -46,9 +46,8 @@ bool anyToSendBelow(ReplicaReader& reader, NodeId node) {
           .cached(
               "WITH RECURSIVE below(id) AS (SELECT ?1 UNION SELECT node.id FROM node JOIN below "
               "ON node.parent=below.id) SELECT 1 FROM below JOIN node ON node.id=below.id JOIN "
-              "pending "
-              "ON pending.node=below.id LEFT JOIN node AS above ON above.id=node.parent WHERE "
-              "deleted=0 AND held=0 AND (contents=1 OR node.identifier IS NULL OR "
+              "pending ON pending.node=below.id LEFT JOIN node AS above ON above.id=node.parent "
+              "WHERE deleted=0 AND held=0 AND (contents=1 OR node.identifier IS NULL OR "
               "base_parent IS NOT above.identifier) LIMIT 1")
           .bind(node);
   sqlite::StatementUse use(statement);
