@@ -13,10 +13,11 @@ of an arrow, FOLDER/* stands for the folder and all that the list has below it. 
 second block may end in "*". Headers that it does not name are free for all.
 """
 
-import argparse
 import pathlib
 import re
 import sys
+
+import treeCheck
 
 PAGE = "docs/architecture.md"
 SOURCES = {".h", ".cpp", ".mm", ".m"}
@@ -120,23 +121,13 @@ def check(root):
     return faults, count
 
 
+def look(root):
+    faults, count = check(root)
+    return faults, count, [f"{count} files read, {len(faults)} includes against the arrows"]
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--root", type=pathlib.Path,
-                        default=pathlib.Path(__file__).resolve().parent.parent)
-    root = parser.parse_args().root.resolve()
-    try:
-        faults, count = check(root)
-    except (PageError, OSError) as error:
-        print(f"includeDirections.py: {error}", file=sys.stderr)
-        return 2
-    if count == 0:
-        print(f"includeDirections.py: no source file below {root}", file=sys.stderr)
-        return 2
-    for fault in faults:
-        print(fault)
-    print(f"{count} files read, {len(faults)} includes against the arrows")
-    return 1 if faults else 0
+    return treeCheck.run(__doc__, look, (PageError, OSError))
 
 
 if __name__ == "__main__":

@@ -11,11 +11,12 @@ The sources are cut into tokens and brackets, no more: what the macros of this t
 not matter here. Of alternatives that the preprocessor chooses between, the first is read.
 """
 
-import argparse
 import collections
 import pathlib
 import re
 import sys
+
+import treeCheck
 
 CLASS_LIMIT = 30
 FUNCTION_LIMIT = 40
@@ -358,25 +359,18 @@ def figures(values):
     return f"median {at(0.5)}, 90 % at most {at(0.9)}, largest {ordered[-1]}"
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--root", type=pathlib.Path,
-                        default=pathlib.Path(__file__).resolve().parent.parent)
-    root = parser.parse_args().root.resolve()
-    try:
-        faults, files, functions = check(root)
-    except (SourceError, OSError) as error:
-        print(f"sizes.py: {error}", file=sys.stderr)
-        return 2
+def look(root):
+    faults, files, functions = check(root)
     if not files or not functions:
-        print(f"sizes.py: no source file below {root}", file=sys.stderr)
-        return 2
-    for fault in faults:
-        print(fault)
-    print(f"lines of a file: {figures(files)} ({len(files)} files)")
-    print(f"lines of a function: {figures(functions)} ({len(functions)} functions)")
-    print(f"{len(faults)} too large")
-    return 1 if faults else 0
+        return faults, 0, []
+    return faults, len(files), [
+        f"lines of a file: {figures(files)} ({len(files)} files)",
+        f"lines of a function: {figures(functions)} ({len(functions)} functions)",
+        f"{len(faults)} too large"]
+
+
+def main():
+    return treeCheck.run(__doc__, look, (SourceError, OSError))
 
 
 if __name__ == "__main__":

@@ -10,10 +10,11 @@ holds an SQL statement, or a part of one; a name of SQLite's (sqlite3_...); a na
 way to its connection. Comments may say what they like.
 """
 
-import argparse
 import pathlib
 import re
 import sys
+
+import treeCheck
 
 WHERE = "service"
 EXCEPT = "service/replica"
@@ -114,19 +115,13 @@ def check(root):
     return faults, count
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--root", type=pathlib.Path,
-                        default=pathlib.Path(__file__).resolve().parent.parent)
-    root = parser.parse_args().root.resolve()
+def look(root):
     faults, count = check(root)
-    if count == 0:
-        print(f"sqlOnlyInReplica.py: no source file below {root / WHERE}", file=sys.stderr)
-        return 2
-    for fault in faults:
-        print(fault)
-    print(f"{count} files read, {len(faults)} places with SQL outside {EXCEPT}")
-    return 1 if faults else 0
+    return faults, count, [f"{count} files read, {len(faults)} places with SQL outside {EXCEPT}"]
+
+
+def main():
+    return treeCheck.run(__doc__, look)
 
 
 if __name__ == "__main__":

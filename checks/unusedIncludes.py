@@ -10,10 +10,11 @@ left alone. Always counted as used are a source file's own header, a header that
 what the header of a test's fixture gathers of the tree, and a line that ends in "// keep: REASON".
 """
 
-import argparse
 import pathlib
 import re
 import sys
+
+import treeCheck
 
 FOLDERS = ["platform", "index", "bridge", "presentation", "extension", "sqlite", "host", "service",
            "cli", "tests", "fuzz", "bench"]
@@ -187,19 +188,13 @@ def check(root):
     return faults, len(texts)
 
 
-def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--root", type=pathlib.Path,
-                        default=pathlib.Path(__file__).resolve().parent.parent)
-    root = parser.parse_args().root.resolve()
+def look(root):
     faults, count = check(root)
-    if count == 0:
-        print(f"unusedIncludes.py: no source file below {root}", file=sys.stderr)
-        return 2
-    for fault in faults:
-        print(fault)
-    print(f"{count} files read, {len(faults)} includes without use")
-    return 1 if faults else 0
+    return faults, count, [f"{count} files read, {len(faults)} includes without use"]
+
+
+def main():
+    return treeCheck.run(__doc__, look)
 
 
 if __name__ == "__main__":
