@@ -6,7 +6,7 @@ import json
 import os
 import socket
 
-from harness import Failure, eventually
+from harness import Failure, eventually, read
 
 # The reference host's own folder in the account's.
 HOSTS_OWN = ".tulo-host"
@@ -15,6 +15,13 @@ HOSTS_OWN = ".tulo-host"
 def writable(box, *arguments):
     mount = box.mount(*arguments)
     return mount
+
+
+def remove_index(box):
+    """As when a host is set up again."""
+    for name in os.listdir(box.container):
+        if name.startswith("state.db"):
+            os.unlink(os.path.join(box.container, name))
 
 
 def tree(root, elsewhere=None):
@@ -84,6 +91,11 @@ def settled(box, patience=60.0):
 
 def host_tree(box):
     return tree(box.root)
+
+
+def comes_to_the_host(box, name, data):
+    path = os.path.join(box.root, name)
+    eventually(lambda: os.path.exists(path) and read(path) == data, f"{name} at the host")
 
 
 def expect_host(box, wanted, what="the host's folder"):

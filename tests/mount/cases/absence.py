@@ -10,7 +10,7 @@ import threading
 import time
 
 from harness import case, error_of, eventually, expect, expect_equal, read
-from writing import difference, host_tree, status, tree, writable
+from writing import difference, host_tree, remove_index, status, tree, writable
 
 
 def index(box):
@@ -20,6 +20,21 @@ def index(box):
 def put(path, data):
     with open(path, "wb") as file:
         file.write(data)
+
+
+def mounted(box):
+    """A mount of an index that gives trouble, of which its log tells."""
+    mount = box.mount("--no-thumbnails")
+    mount.allowed_errors.append(".*")
+    return mount
+
+
+def throughout(duration, pause=0.1):
+    """Comes round again and again, for so many seconds."""
+    end = time.monotonic() + duration
+    while time.monotonic() < end:
+        yield
+        time.sleep(pause)
 
 
 def names(box, folder=""):
@@ -40,8 +55,7 @@ def changed_while_the_index_is_away(box, away, back):
     for name in ("edited.txt", "renamed.txt", "deleted.txt", "folder/inside.txt"):
         box.write(name, name.encode())
     box.start_host()
-    mount = writable(box, "--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mounted(box)
     for name in ("edited.txt", "renamed.txt", "deleted.txt"):
         read(box.path(name))
     expect_equal(names(box, "folder"), ["inside.txt"], "names in the folder")
@@ -49,11 +63,9 @@ def changed_while_the_index_is_away(box, away, back):
     put(box.path("edited.txt"), b"edited here")
     os.rename(box.path("renamed.txt"), box.path("renamed here.txt"))
     os.unlink(box.path("deleted.txt"))
-    end = time.monotonic() + 3
-    while time.monotonic() < end:
+    for _ in throughout(3):
         expect_equal(names(box), ["edited.txt", "folder", "renamed here.txt"], "names meanwhile")
         expect_equal(names(box, "folder"), ["inside.txt"], "names in the folder meanwhile")
-        time.sleep(0.1)
     told = box.tulo("flush", "--wait", "--timeout", "1", check=False)
     expect(told.returncode != 0, f"flush does not say that all is well: {told.stdout!r}")
     back()
@@ -76,8 +88,7 @@ def an_index_that_lacks_a_table_for_a_while(box):
     for number in range(50):
         box.write(f"{number}.txt", b"x")
     box.start_host()
-    mount = box.mount("--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mounted(box)
     wanted = names(box)
     expect_equal(len(wanted), 51, "names")
     names(box, "folder")
@@ -85,11 +96,9 @@ def an_index_that_lacks_a_table_for_a_while(box):
     with sqlite3.connect(index(box)) as database:
         database.execute("ALTER TABLE items RENAME TO items_elsewhere")
     database.close()
-    end = time.monotonic() + 2
-    while time.monotonic() < end:
+    for _ in throughout(2):
         expect_equal(names(box), wanted, "names without the table")
         expect_equal(names(box, "folder"), ["inside.txt"], "names in the folder")
-        time.sleep(0.1)
     with sqlite3.connect(index(box)) as database:
         database.execute("ALTER TABLE items_elsewhere RENAME TO items")
         database.execute("DELETE FROM items WHERE name='7.txt'")
@@ -103,20 +112,17 @@ def a_folder_that_was_never_listed_is_not_shown_short_without_descriptors(box):
         box.write(f"folder/{number}.txt", b"x")
         box.write(f"{number}.txt", b"x")
     box.start_host()
-    mount = box.mount("--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mount = mounted(box)
     expect_equal(len(names(box)), 201, "names")
     limits = resource.prlimit(mount.pid, resource.RLIMIT_NOFILE)
     for spare in (0, 1, 2):
         resource.prlimit(mount.pid, resource.RLIMIT_NOFILE, (mount.descriptors() + spare, limits[1]))
         box.write(f"more {spare}.txt", b"x")
-        end = time.monotonic() + 1
-        while time.monotonic() < end:
+        for _ in throughout(1):
             expect(len(names(box)) >= 201, "names of the folder that is known")
             found = []
             number = error_of(lambda found=found: found.extend(names(box, "folder")))
             expect(number != 0 or len(found) == 200, f"{len(found)} names without an error")
-            time.sleep(0.1)
         resource.prlimit(mount.pid, resource.RLIMIT_NOFILE, limits)
     eventually(lambda: error_of(lambda: names(box, "folder")) == 0, "it can be listed again")
     expect_equal(len(names(box, "folder")), 200, "all of it")
@@ -133,18 +139,15 @@ def an_index_that_is_locked_for_longer_than_readers_wait(box):
     # Without a write-ahead log a writer keeps readers out.
     database = sqlite3.connect(index(box), isolation_level=None)
     database.execute("PRAGMA journal_mode=DELETE")
-    mount = box.mount("--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mounted(box)
     expect_equal(len(names(box)), 51, "names")
     database.execute("BEGIN EXCLUSIVE")
     os.utime(index(box))
-    end = time.monotonic() + 12
-    while time.monotonic() < end:
+    for _ in throughout(12, 0.2):
         found = []
         number = error_of(lambda found=found: found.extend(names(box, "folder")))
         expect(number != 0 or len(found) == 50, f"{len(found)} names without an error")
         expect_equal(len(names(box)), 51, "names while it is locked")
-        time.sleep(0.2)
     database.execute("DELETE FROM items WHERE name='7.txt'")
     database.execute("COMMIT")
     database.close()
@@ -164,8 +167,7 @@ def a_folder_that_leaves_and_comes_back_is_full_again(box):
     box.write("folder/a.txt", b"a")
     box.write("folder/deep/b.txt", b"b")
     box.start_host()
-    mount = box.mount("--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mounted(box)
     expect_equal(names(box, "folder"), ["a.txt", "deep"], "names")
     expect_equal(read(box.path("folder/deep/b.txt")), b"b", "contents")
     held = os.open(box.path("folder"), os.O_RDONLY | os.O_DIRECTORY)
@@ -226,8 +228,7 @@ def changes_survive_an_account_that_is_set_up_again(box):
                  "folder/renamed.txt", "folder/deleted.txt", "going/a.txt", "going/b.txt"):
         box.write(name, f"{name} of the host".encode())
     box.start_host()
-    mount = writable(box, "--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mounted(box)
     # What was changed has a later version, and the first one again when the account is set up.
     for name in ("folder/renamed.txt", "folder/deleted.txt"):
         box.write(name, f"{name} of the host".encode())
@@ -246,9 +247,7 @@ def changes_survive_an_account_that_is_set_up_again(box):
     for name in ("a.txt", "b.txt"):
         os.unlink(box.path("going/" + name))
     os.rmdir(box.path("going"))
-    for name in os.listdir(box.container):
-        if name.startswith("state.db"):
-            os.unlink(os.path.join(box.container, name))
+    remove_index(box)
     box.start_host()
     flush(box, 90)
     host = host_tree(box)
@@ -322,8 +321,7 @@ def changes_while_the_index_comes_and_goes(box):
         box.write(name, data)
     wanted.update({"folder": None, "folder/deep": None})
     box.start_host()
-    mount = writable(box, "--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mounted(box)
     eventually(lambda: tree(box.path()) == wanted, "all is here")
     chance = random.Random(11)
     with ComingAndGoing(box, 12):
@@ -345,8 +343,7 @@ def a_changed_tree_survives_an_account_that_is_set_up_again(box):
                  "going/deep/a.txt", "going/b.txt", "saved.txt"):
         box.write(name, f"{name} of the host".encode())
     box.start_host()
-    mount = writable(box, "--no-thumbnails")
-    mount.allowed_errors.append(".*")
+    mounted(box)
     wanted = tree(box.path())
     box.host.kill()
     os.rename(box.path("renamed"), box.path("other name"))
@@ -358,9 +355,7 @@ def a_changed_tree_survives_an_account_that_is_set_up_again(box):
     put(box.path("saved.txt.part"), b"saved here")
     os.rename(box.path("saved.txt.part"), box.path("saved.txt"))
     box.remount("--no-thumbnails").allowed_errors.append(".*")
-    for name in os.listdir(box.container):
-        if name.startswith("state.db"):
-            os.unlink(os.path.join(box.container, name))
+    remove_index(box)
     box.start_host()
     flush(box, 90)
     host = host_tree(box)

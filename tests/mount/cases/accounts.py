@@ -1,11 +1,13 @@
 """Whose changes they are: what one account has not sent yet never goes to another."""
 
+import contextlib
 import json
 import os
 import shutil
 import time
 
 from harness import case, eventually, expect, expect_equal, read
+from writing import comes_to_the_host, remove_index
 
 
 def serve(box, name):
@@ -30,19 +32,31 @@ def work_offline(box, name, data):
     box.mounts.clear()
 
 
+@contextlib.contextmanager
 def background(box):
-    """Mounts as a user does; returns what that said."""
-    result = box.tulo("mount", box.file("m"), "--container", box.container)
-    return result.stderr.decode()
+    """Mounted as a user does it, until the end of the block, which is given what that said."""
+    try:
+        result = box.tulo("mount", box.file("m"), "--container", box.container)
+        yield result.stderr.decode()
+    finally:
+        box.tulo("unmount", box.file("m"), check=False)
 
 
-def at_the_root(box, name):
-    return os.path.exists(os.path.join(box.root, name))
+def expect_nothing_of_ann(box):
+    expect(not os.path.exists(os.path.join(box.root, "ann.txt")), "nothing of the first account")
 
 
-def settled(box):
+def expect_nothing_of_ann_later(box):
     box.tulo("flush", "--wait", box.file("m"))
     time.sleep(1.5)
+    expect_nothing_of_ann(box)
+
+
+def take_the_place_of(box, container):
+    """Has the box's container lie where the other one was."""
+    os.rename(container, box.file("elsewhere"))
+    os.rename(box.container, container)
+    box.container = container
 
 
 @case
@@ -53,12 +67,10 @@ def an_accounts_changes_wait_for_it(box):
     serve(box, "bob")
     box.write("bob.txt", b"bob's")
     box.start_host()
-    try:
-        words = background(box)
+    with background(box) as words:
         expect(ann in words and "1 change" in words, f"{words!r} says whose changes wait")
         expect_equal(os.listdir(box.file("m")), ["bob.txt"], "what the second account has")
-        settled(box)
-        expect(not at_the_root(box, "ann.txt"), "nothing of the first account at the second")
+        expect_nothing_of_ann_later(box)
         status = json.loads(box.tulo("status", "--json").stdout)
         expect_equal(status["kept"][0]["container"], ann, "the container in the status")
         expect_equal(status["kept"][0]["changes"], 1, "the changes in the status")
@@ -66,17 +78,12 @@ def an_accounts_changes_wait_for_it(box):
         expect(files in words, f"{words!r} says where the files are")
         expect_equal(read(os.path.join(files, "ann.txt")), b"ann's own", "the file itself")
         expect(ann in box.tulo("status").stdout.decode(), "also for people")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)
     box.host.stop()
     serve(box, "ann")
     box.start_host()
-    try:
-        expect_equal(background(box), "", "nothing to say about the first account")
-        eventually(lambda: at_the_root(box, "ann.txt"), "the change at its own host")
-        expect_equal(read(os.path.join(box.root, "ann.txt")), b"ann's own", "contents")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)
+    with background(box) as words:
+        expect_equal(words, "", "nothing to say about the first account")
+        comes_to_the_host(box, "ann.txt", b"ann's own")
 
 
 @case
@@ -87,16 +94,11 @@ def containers_that_change_places_are_told_apart(box):
     serve(box, "bob")
     box.start_host()
     box.host.stop()
-    os.rename(ann, box.file("elsewhere"))
-    os.rename(box.container, ann)
-    box.container = ann
+    take_the_place_of(box, ann)
     box.start_host()
-    try:
-        expect("1 change" in background(box), "it says what waits")
-        settled(box)
-        expect(not at_the_root(box, "ann.txt"), "nothing of the first account at the second")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)
+    with background(box) as words:
+        expect("1 change" in words, "it says what waits")
+        expect_nothing_of_ann_later(box)
 
 
 @case
@@ -104,19 +106,13 @@ def another_account_in_the_same_container_gets_nothing(box):
     serve(box, "ann")
     work_offline(box, "ann.txt", b"ann's own")
     container = box.container
-    for name in os.listdir(container):
-        if name.startswith("state.db"):
-            os.unlink(os.path.join(container, name))
+    remove_index(box)
     serve(box, "bob")
     box.container = container
     box.start_host()
-    try:
-        words = background(box)
+    with background(box) as words:
         expect("1 change" in words, f"{words!r} says what waits")
-        settled(box)
-        expect(not at_the_root(box, "ann.txt"), "nothing of the first account at the second")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)
+        expect_nothing_of_ann_later(box)
 
 
 @case
@@ -128,11 +124,9 @@ def a_container_that_moved_is_still_the_accounts(box):
     shutil.rmtree(box.container)
     box.container = box.file("copied")
     box.start_host()
-    try:
-        expect_equal(background(box), "", "nothing to say")
-        eventually(lambda: at_the_root(box, "ann.txt"), "the change at the host")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)
+    with background(box) as words:
+        expect_equal(words, "", "nothing to say")
+        comes_to_the_host(box, "ann.txt", b"ann's own")
 
 
 @case
@@ -143,12 +137,10 @@ def a_host_that_is_set_up_again_has_the_same_account(box):
     shutil.rmtree(box.container)
     serve(box, "ann")
     box.start_host()
-    try:
-        expect_equal(background(box), "", "nothing to say")
-        eventually(lambda: at_the_root(box, "ann.txt"), "the change at the host")
+    with background(box) as words:
+        expect_equal(words, "", "nothing to say")
+        comes_to_the_host(box, "ann.txt", b"ann's own")
         expect_equal(read(os.path.join(box.root, "there.txt")), b"there", "what the host had")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)
 
 
 @case
@@ -164,23 +156,18 @@ def an_account_that_changes_under_a_running_service_gets_nothing(box):
     serve(box, "bob")
     box.start_host()
     box.host.stop()
-    os.rename(ann, box.file("elsewhere"))
-    os.rename(box.container, ann)
-    box.container = ann
+    take_the_place_of(box, ann)
     box.allow_errors("has another account")
     box.start_host()
     eventually(lambda: "has another account" in mount.log(), "the service says so")
     box.tulo("flush", mount.point, check=False)
     time.sleep(3)
-    expect(not at_the_root(box, "ann.txt"), "nothing of the first account at the second")
+    expect_nothing_of_ann(box)
     mount.unmount()
     box.mounts.clear()
-    try:
-        expect("1 change" in background(box), "the next mount keeps it for its own account")
-        settled(box)
-        expect(not at_the_root(box, "ann.txt"), "still nothing at the second")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)
+    with background(box) as words:
+        expect("1 change" in words, "the next mount keeps it for its own account")
+        expect_nothing_of_ann_later(box)
 
 
 @case
@@ -196,8 +183,6 @@ def pins_and_downloads_of_another_account_just_go(box):
     serve(box, "bob")
     box.write("a.txt", b"bob's")
     box.start_host()
-    try:
-        expect_equal(background(box), "", "there is nothing that waits")
+    with background(box) as words:
+        expect_equal(words, "", "there is nothing that waits")
         expect_equal(read(os.path.join(box.file("m"), "a.txt")), b"bob's", "contents")
-    finally:
-        box.tulo("unmount", box.file("m"), check=False)

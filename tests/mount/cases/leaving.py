@@ -6,18 +6,28 @@ import signal
 import subprocess
 import time
 
-from harness import case, error_of, eventually, expect, expect_equal, is_mounted, read
+from harness import PATIENCE, case, error_of, eventually, expect, expect_equal, is_mounted, read
+from writing import comes_to_the_host
 
 SOON = 2.0
 
 
-def at_host(box, name):
-    return read(os.path.join(box.root, name))
+def expect_ended(mount, patience=PATIENCE):
+    expect_equal(mount.wait(patience), 0, "exit status of the service")
 
 
-def comes_to_the_host(box, name, data):
-    path = os.path.join(box.root, name)
-    eventually(lambda: os.path.exists(path) and read(path) == data, f"{name} at the host")
+def mount_again(box, mount, name="again"):
+    """The same account at the same place, once the first service has ended."""
+    expect_ended(mount)
+    box.mounts.clear()
+    return box.mount(point=mount.point, name=name)
+
+
+def expect_in_use(box, mount):
+    """Unmounting is refused; returns what that said."""
+    result = box.tulo("unmount", mount.point, check=False)
+    expect_equal(result.returncode, 1, "exit status")
+    return result.stderr.decode()
 
 
 def standing_in(folder):
@@ -36,15 +46,13 @@ def an_open_file_keeps_the_mount(box):
     mount = box.mount()
     with open(box.path("report.txt"), "wb", buffering=0) as file:
         file.write(b"first, ")
-        result = box.tulo("unmount", mount.point, check=False)
-        expect_equal(result.returncode, 1, "exit status")
-        words = result.stderr.decode()
+        words = expect_in_use(box, mount)
         expect("in use" in words, f"{words!r} says why")
         expect(str(os.getpid()) in words and "report.txt" in words, f"{words!r} names the program")
         expect(is_mounted(mount.point) and mount.is_running(), "the mount goes on")
         file.write(b"second")
     box.tulo("unmount", mount.point)
-    expect_equal(mount.wait(), 0, "exit status of the service")
+    expect_ended(mount)
     expect(not is_mounted(mount.point), "not mounted any more")
     box.mounts.clear()
     box.mount(point=mount.point, name="again")
@@ -58,15 +66,13 @@ def who_stands_in_a_folder_keeps_the_mount(box):
     mount = box.mount()
     program = standing_in(box.path("docs"))
     try:
-        result = box.tulo("unmount", mount.point, check=False)
-        words = result.stderr.decode()
-        expect_equal(result.returncode, 1, "exit status")
+        words = expect_in_use(box, mount)
         expect(f"sleep (process {program.pid})" in words, f"{words!r} names the program")
         expect_equal(read(box.path("docs/a")), b"a", "contents")
     finally:
         end(program)
     box.tulo("unmount", mount.point)
-    expect_equal(mount.wait(), 0, "exit status of the service")
+    expect_ended(mount)
 
 
 @case
@@ -78,9 +84,8 @@ def a_program_that_runs_from_the_mount_keeps_it(box):
     os.chmod(box.path("program"), 0o755)
     program = subprocess.Popen([box.path("program"), "1000"])
     try:
-        result = box.tulo("unmount", mount.point, check=False)
-        expect_equal(result.returncode, 1, "exit status")
-        expect(str(program.pid) in result.stderr.decode(), "the program is named")
+        words = expect_in_use(box, mount)
+        expect(str(program.pid) in words, "the program is named")
     finally:
         end(program)
     box.tulo("unmount", mount.point)
@@ -95,7 +100,7 @@ def the_command_itself_is_not_in_its_way(box):
     result = subprocess.run([box.program, "unmount", "."], cwd=mount.point, env=box.environment,
                             check=False, capture_output=True)
     expect_equal(result.returncode, 0, f"exit status, {result.stderr!r}")
-    expect_equal(mount.wait(), 0, "exit status of the service")
+    expect_ended(mount)
 
 
 @case
@@ -110,9 +115,7 @@ def lazily_programs_go_on(box):
         time.sleep(1)
         expect(mount.is_running(), "the service goes on")
         file.write(b"second")
-    expect_equal(mount.wait(), 0, "exit status of the service")
-    box.mounts.clear()
-    box.mount(point=mount.point, name="again")
+    mount_again(box, mount)
     comes_to_the_host(box, "report.txt", b"first, second")
 
 
@@ -123,7 +126,7 @@ def lazily_an_unused_mount_just_ends(box):
     mount = box.mount()
     read(box.path("a"))
     box.tulo("unmount", "--lazy", mount.point)
-    expect_equal(mount.wait(SOON), 0, "exit status of the service")
+    expect_ended(mount, SOON)
 
 
 @case
@@ -135,7 +138,7 @@ def by_force_programs_are_cut_off(box):
         os.write(descriptor, b"written before")
         result = box.tulo("unmount", "--force", mount.point)
         expect(str(os.getpid()) in result.stdout.decode(), f"{result.stdout!r} names the program")
-        expect_equal(mount.wait(), 0, "exit status of the service")
+        expect_ended(mount)
         expect(error_of(lambda: os.write(descriptor, b"too late")) != 0, "the program is told")
     finally:
         error_of(lambda: os.close(descriptor))
@@ -170,7 +173,7 @@ def what_is_written_through_a_mapping_survives_every_way_out(box):
         data = (b"%d" % number) * len(memory)
         memory[:] = data
         leave(mount)
-        expect_equal(mount.wait(), 0, "exit status of the service")
+        expect_ended(mount)
         memory.close()
         box.mounts.clear()
         again = box.mount(point=box.file("m"), name=f"again{number}")
@@ -186,15 +189,12 @@ def a_mapping_keeps_the_mount_and_goes_on_lazily(box):
     mount = box.mount()
     memory = mapped(box, "mapped")
     memory[:] = b"a" * len(memory)
-    result = box.tulo("unmount", mount.point, check=False)
-    expect_equal(result.returncode, 1, "exit status while it is mapped")
+    expect_in_use(box, mount)
     box.tulo("unmount", "--lazy", mount.point)
     memory[:] = b"b" * len(memory)
     length = len(memory)
     memory.close()
-    expect_equal(mount.wait(), 0, "exit status of the service")
-    box.mounts.clear()
-    box.mount(point=mount.point, name="again")
+    mount_again(box, mount)
     comes_to_the_host(box, "mapped", b"b" * length)
 
 
@@ -228,9 +228,7 @@ def a_mapping_given_up_just_before_is_whole(box):
         length = len(memory)
         memory.close()
         subprocess.run(leave, check=True, env=box.environment)
-        expect_equal(mount.wait(), 0, "exit status of the service")
-        box.mounts.clear()
-        mount = box.mount(point=mount.point, name=f"after-{name}")
+        mount = mount_again(box, mount, f"after-{name}")
         comes_to_the_host(box, name, b"x" * length)
 
 
@@ -243,7 +241,7 @@ def a_writer_gets_a_moment_when_the_system_ends_the_service(box):
         mount.signal(signal.SIGTERM)
         time.sleep(1)
         file.write(b"second")
-    expect_equal(mount.wait(SOON), 0, "exit status of the service")
+    expect_ended(mount, SOON)
     expect(str(os.getpid()) in mount.log(), "the log names the program")
     box.mounts.clear()
     box.mount(point=mount.point, name="again")
@@ -259,7 +257,7 @@ def a_second_signal_waits_for_nobody(box):
         mount.signal(signal.SIGTERM)
         eventually(lambda: str(os.getpid()) in mount.log(), "it waits for the program")
         mount.signal(signal.SIGTERM)
-        expect_equal(mount.wait(SOON), 0, "exit status of the service")
+        expect_ended(mount, SOON)
         error_of(lambda: os.fsync(file.fileno()))
 
 
@@ -272,11 +270,10 @@ def a_mount_point_with_blanks_behind_a_link(box):
     mount = box.mount(point=box.file("link"))
     program = standing_in(mount.point)
     try:
-        result = box.tulo("unmount", mount.point, check=False)
-        expect_equal(result.returncode, 1, "exit status")
-        expect(str(program.pid) in result.stderr.decode(), "the program is named")
+        words = expect_in_use(box, mount)
+        expect(str(program.pid) in words, "the program is named")
         box.tulo("unmount", "--force", mount.point)
-        expect_equal(mount.wait(), 0, "exit status of the service")
+        expect_ended(mount)
         expect(not is_mounted(box.file("a\\040folder")), "not mounted any more")
     finally:
         end(program)
