@@ -60,6 +60,16 @@ TEST_F(AccountGuardTest, AnIndexOfAnotherAccountEndsThatUntilItsOwnIsBack) {
   EXPECT_TRUE(guard.holds());
 }
 
+TEST_F(AccountGuardTest, AnIndexThatGetsTheNumberOfTheOneBeforeItIsAnother) {
+  index("ann");
+  AccountGuard guard(state, source());
+  EXPECT_TRUE(guard.holds());
+  // A disk gives the number of a removed file to the next one.
+  fs::remove(container + "/state.db");
+  index("bob");
+  EXPECT_FALSE(guard.holds());
+}
+
 TEST_F(AccountGuardTest, AnIndexThatComesLaterSaysWhoseItIs) {
   AccountGuard guard(state, source());
   EXPECT_TRUE(guard.holds());
