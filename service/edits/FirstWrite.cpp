@@ -80,6 +80,8 @@ void FirstWrite::note(ReplicaWriter& writer, WallTime due) {
   // A file that the host does not know and that has no change stays here.
   if (node.identifier.empty() && !known) return;
   Change change = journal::begin(writer, node, due);
+  // Of what was only renamed or moved so far the contents have followed the host's.
+  if (!change.hasContents()) change.hostHas({change.base().place, node.contentVersion});
   change.contentsChanged();
   journal::put(writer, change);
 }

@@ -22,6 +22,8 @@ int Removals::remove(ReplicaWriter& writer, const Node& node) const {
     return 0;
   }
   Change change = journal::begin(writer, node, edits::due(parts_));
+  // What is deleted is the version that is shown, or the one from which that has grown.
+  if (!change.hasContents()) change.hostHas({change.base().place, node.contentVersion});
   change.deletedHere();
   journal::put(writer, change);
   writer.takeOut(node.id);

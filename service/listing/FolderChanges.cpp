@@ -38,13 +38,6 @@ void FolderChanges::rebase(Change& change, const ItemRecord& item) {
   journal::put(writer_, change);
 }
 
-void FolderChanges::follow(NodeId node, const ItemRecord& item) {
-  std::optional<Change> change = journal::find(writer_, node);
-  if (!change || change->base().version == item.contentVersion) return;
-  change->hostHas({change->base().place, item.contentVersion});
-  journal::put(writer_, *change);
-}
-
 std::optional<Node> FolderChanges::movedAway(const ItemRecord& item) {
   if (nothingPending_) return std::nullopt;
   std::optional<Node> known = writer_.nodeFor(item.identifier);

@@ -32,8 +32,6 @@ class FolderChanges {
 
   // The host has the item in this folder and under that name.
   void rebase(Change& change, const ItemRecord& item);
-  // The contents here follow those of the item.
-  void follow(NodeId node, const ItemRecord& item);
 
  private:
   void add(std::vector<Change> changes);

@@ -79,7 +79,6 @@ class Sorter {
   void followElsewhere(const ItemRecord& item) {
     const std::optional<Node> node = parts_.changes.movedAway(item);
     if (!node || node->kind != NodeKind::file || isChangedHere(*node)) return;
-    parts_.changes.follow(node->id, item);
     ItemRecord& merged = result_.merged.emplace_back(item);
     merged.filename = node->filename;
     if (!sameMetadata(*node, merged)) result_.kept.push_back({*node, &merged, false, true});
@@ -110,8 +109,6 @@ class Sorter {
       merged.modified = node.modified.whole;
       merged.contentVersion = node.contentVersion;
       result_.incomplete = true;
-    } else if (node.kind == NodeKind::file) {
-      parts_.changes.follow(node.id, item);
     }
     return merged;
   }

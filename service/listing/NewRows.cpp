@@ -33,15 +33,12 @@ void describe(const Reconciliation& pass, const ItemRecord& item, Node& node) {
 // stay until the host has them.
 void moveHere(Reconciliation& pass, const Node& known, const ItemRecord& item) {
   ItemRecord merged = item;
-  const bool keepsContents =
-      known.state == ContentState::dirty || pass.openFiles.isOpenForWriting(known.id);
   if (std::optional<Change> change = journal::find(pass.writer, known.id)) {
     if (known.filename != change->base().place.filename) merged.filename = known.filename;
-    change->hostHas({{pass.folder.identifier, item.filename},
-                     keepsContents ? change->base().version : item.contentVersion});
+    change->hostHasIn({pass.folder.identifier, item.filename});
     journal::put(pass.writer, *change);
   }
-  if (keepsContents) {
+  if (known.state == ContentState::dirty || pass.openFiles.isOpenForWriting(known.id)) {
     merged.size = known.size;
     merged.modified = known.modified.whole;
     merged.contentVersion = known.contentVersion;

@@ -6,7 +6,9 @@
 
 #include "service/base/MarkedName.h"
 #include "service/base/Names.h"
+#include "service/base/ServiceLog.h"
 #include "service/base/Time.h"
+#include "service/errors/ContentError.h"
 #include "service/replica/Journal.h"
 #include "service/replica/ReplicaColumns.h"
 #include "service/replica/Sql.h"
@@ -28,6 +30,15 @@ std::string freeName(ReplicaReader& reader, const Node& node) {
   for (unsigned i = 2; reader.childNamed(node.parent, name); ++i)
     name = cutMarkedName(node.name, " (" + std::to_string(i) + ")");
   return name;
+}
+
+// The name by which a file of contents is recovered.
+void setName(const ContentStore& store, const Node& node) try {
+  if (node.content != kNoContent) store.setName(node.content, node.name);
+} catch (const ContentError& error) {
+  // That must not keep the service from starting.
+  serviceLog().error("cannot name the contents of node %d: %{public}@",
+                     {node.id.number(), error.what()});
 }
 
 // The host has refused it, or would have.
@@ -52,7 +63,7 @@ std::size_t cutLongNames(Replica& replica, const ContentStore& store) {
       node.name = node.filename = freeName(writer, node);
       writer.update(node);
       writer.setError(id, "");
-      if (node.content != kNoContent) store.setName(node.content, node.name);
+      setName(store, node);
       sendAgain(writer, id);
       ++count;
     }

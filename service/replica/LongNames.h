@@ -3,7 +3,7 @@
 // Conflicted copies were once named without regard to that. The host takes none of them, and
 // programs can neither open nor rename nor remove what they cannot name.
 //
-// Errors: DatabaseError, ContentError.
+// Errors: DatabaseError.
 #pragma once
 
 #include <cstddef>

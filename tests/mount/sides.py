@@ -19,6 +19,7 @@ from writing import tree
 
 FILES = ["a.txt", "b.txt", "c"]
 FOLDERS = ["d", "e"]
+RESCUED = "Recovered files"
 # What a program may be told while the other side changes the same names.
 EXPECTED = {errno.ENOENT, errno.EEXIST, errno.ENOTDIR, errno.EISDIR, errno.ENOTEMPTY, errno.EINVAL,
             errno.ESTALE, errno.EBUSY, errno.ELOOP}
@@ -267,7 +268,13 @@ class Pair:
             there, here = map(alike, self.trees())
             parts += [f"at the host only: {each}" for each in (there - here).elements()]
             parts += [f"in the mount only: {each}" for each in (here - there).elements()]
-        return parts + self.versions.wrong(self.trees()[0])
+        return parts + self.versions.wrong({**self.rescued(), **self.trees()[0]})
+
+    def rescued(self):
+        """What was written here to a file that the host had deleted at that moment."""
+        folder = os.path.join(os.path.dirname(self.there_root), RESCUED)
+        return {os.path.join(RESCUED, name): data for name, data in tree(folder).items()
+                if data in self.versions.known}
 
     def verdict(self):
         """What is amiss and how it came about, or nothing."""

@@ -5,8 +5,8 @@
 
 A program in the mount and one in the host's folder write, save, rename, move folders into each other
 and remove, each without waiting for the other. Once it is quiet both trees are the same, and every
-version that either side ever closed is current, replaced by one who had seen it, or in a conflicted
-copy. Each seed has a folder of its own and its own two programs.
+version that either side ever closed is current, replaced by one who had seen it, in a conflicted copy,
+or among the recovered files. Each seed has a folder of its own and its own two programs.
 """
 
 import os

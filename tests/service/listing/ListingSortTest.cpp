@@ -129,14 +129,5 @@ TEST_F(ListingSortTest, WhatWasMovedAwayHereStaysThereAndFollowsTheHostsContents
   EXPECT_EQ(sorted.kept.front().item->contentVersion, "2");
 }
 
-TEST_F(ListingSortTest, WhatWasOnlyRenamedHereGrowsFromTheVersionThatItShows) {
-  const NodeId id = downloaded("i:1", "old", "hello");
-  ASSERT_EQ(rename("old", "new"), 0);
-  extension->edit("i:1", "another version");
-  sort();
-  EXPECT_EQ(change(id)->base().version, "2");
-  EXPECT_EQ(change(id)->base().place.filename, "old");
-}
-
 }  // namespace
 }  // namespace tulo::test

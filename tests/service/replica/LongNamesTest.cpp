@@ -68,5 +68,12 @@ TEST_F(LongNamesTest, WhatCanBeHeldAndWhatTheHostHasStaysAsItIs) {
   EXPECT_EQ(row(known)->name, copy);
 }
 
+TEST_F(LongNamesTest, ContentsThatAreGoneDoNotKeepTheServiceFromStarting) {
+  const NodeId id = addCopy(copy, true);
+  store.remove(row(id)->content);
+  EXPECT_EQ(cutLongNames(replica, store), 1U);
+  EXPECT_EQ(row(id)->name, markedName(front + ".txt", mark));
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -167,5 +167,25 @@ TEST_F(DeliveryTest, WhatTheHostSaysIsInUseIsLookedAtAgainBeforeAnybodyHearsOfIt
   EXPECT_EQ(hostContents(row(id)->name), "mine");
 }
 
+// Renamed before, so that the change is older than the version.
+TEST_F(DeliveryTest, TheVersionThatIsShownIsTheOneThatIsDeletedOrChanged) {
+  const NodeId deleted = downloaded("i:1", "a.txt", "old");
+  const NodeId edited = downloaded("i:2", "b.txt", "old");
+  EXPECT_EQ(rename("a.txt", "A.txt"), 0);
+  EXPECT_EQ(rename("b.txt", "B.txt"), 0);
+  extension->edit("i:1", "a later version");
+  extension->edit("i:2", "a later version");
+  list();
+  EXPECT_EQ(readThrough(deleted), "a later version");
+  EXPECT_EQ(readThrough(edited), "a later version");
+  EXPECT_EQ(engine->edits().removeFile(kRootNode, "A.txt"), 0);
+  write(edited, "edited");
+  push();
+  pushAll();
+  EXPECT_FALSE(extension->find("i:1"));
+  EXPECT_EQ(extension->find("i:2")->contents, "edited");
+  EXPECT_EQ(engine->uploader().statistics().conflicts, 0U);
+}
+
 }  // namespace
 }  // namespace tulo::test

@@ -109,5 +109,18 @@ TEST_F(InheritanceTest, AVersionThatCameAfterTheDeletionIsNotOverwritten) {
   }
 }
 
+TEST_F(InheritanceTest, AVersionThatCameAfterTheBackupIsNotOverwritten) {
+  downloaded("i:1", "doc.txt", "old");
+  EXPECT_EQ(rename("doc.txt", "doc.txt~"), 0);
+  extension->edit("i:1", "a later version");
+  list();
+  const NodeId fresh = makeFile("doc.txt", "saved");
+  push();
+  pushAll();
+  EXPECT_EQ(extension->find("i:1")->contents, "a later version");
+  EXPECT_EQ(contentsOf(fresh), "saved");
+  EXPECT_NE(row(fresh)->name.find("conflicted copy"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace tulo::test
