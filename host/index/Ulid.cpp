@@ -38,6 +38,18 @@ void increment(UlidBytes& bytes) {
   }
 }
 
+// A later one whose random part is its own. What was counted up from `bytes` may have been given,
+// too: to something that is gone, or that nobody had the time to note.
+UlidBytes beyond(const UlidBytes& bytes) {
+  UlidBytes later = bytes;
+  auto byte = later.rend() - timeBytes;
+  while (byte != later.rend() && ++*byte == 0)
+    ++byte;
+  if (byte == later.rend()) return bytes;
+  fillRandom(later.data() + timeBytes, later.size() - timeBytes);
+  return later;
+}
+
 }  // namespace
 
 std::string ulidText(const UlidBytes& bytes) {
@@ -86,7 +98,7 @@ std::string UlidSource::next() {
 
 void UlidSource::follow(std::string_view ulid) {
   const MutexLock lock(mutex_);
-  if (const auto bytes = ulidBytes(ulid); bytes && *bytes > last_) last_ = *bytes;
+  if (const auto bytes = ulidBytes(ulid); bytes && *bytes > last_) last_ = beyond(*bytes);
 }
 
 }  // namespace tulo::host

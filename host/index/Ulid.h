@@ -34,7 +34,8 @@ class UlidSource {
 
   std::string next() TULO_EXCLUDES(mutex_);
 
-  // Makes every later identifier greater than `ulid`; text that is not a ULID is ignored.
+  // Makes every later identifier greater than `ulid`, and none that another source may have made
+  // after it, whatever the clock does; text that is not a ULID is ignored.
   void follow(std::string_view ulid) TULO_EXCLUDES(mutex_);
 
  private:
