@@ -55,4 +55,13 @@ void noteAfterRestart(const FileParts& parts) {
   parts.replica.write(Durability::eventual, note, Room::fromReserve);
 }
 
+void showCurrent(Entry& entry, Replica& replica) {
+  const std::optional<Node> now =
+      replica.readBriefly([&](ReplicaReader& reader) { return reader.node(entry.id); });
+  if (!now) return;
+  entry.size = now->size;
+  entry.blocks = now->blocks;
+  entry.modified = now->modified;
+}
+
 }  // namespace tulo::fileRows

@@ -1,7 +1,7 @@
 // Brings a node's row to what the file of its contents says: size, blocks, time of change.
 //
-// Threads: the functions run inside the caller's transaction, noteAfterRestart makes its own.
-// Errors: DatabaseError.
+// Threads: noteWritten runs inside the caller's transaction, the others read and write by
+// themselves. Errors: DatabaseError.
 #pragma once
 
 #include <sys/stat.h>
@@ -14,6 +14,9 @@ namespace tulo::fileRows {
 // node has other contents by now. The change goes up a quiet time later.
 void noteWritten(ReplicaWriter& writer, const FileParts& parts, NodeId node, ContentId content,
                  const struct stat& status);
+
+// Puts what the row says by now into an entry that was read before.
+void showCurrent(Entry& entry, Replica& replica);
 
 // Sizes and times of all contents that were changed here, as nobody notes them in a crash.
 void noteAfterRestart(const FileParts& parts);

@@ -110,7 +110,11 @@ bool LocalFiles::isBeingWritten(NodeId node) const {
 
 void LocalFiles::overlay(Entry& entry) const {
   if (entry.kind != NodeKind::file) return;
-  if (const std::shared_ptr<WritableFile> file = find(entry.id)) file->overlay(entry);
+  const std::shared_ptr<WritableFile> file = find(entry.id);
+  if (file && file->overlay(entry)) return;
+  // Its row may have been read before it was brought up to date. Contents that nobody has changed
+  // here change with news to the kernel, which come later than this answer.
+  if (entry.state == ContentState::dirty) fileRows::showCurrent(entry, parts_.replica);
 }
 
 void LocalFiles::withSettled(NodeId node, Durability durability,

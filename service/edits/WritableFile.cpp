@@ -160,14 +160,14 @@ int WritableFile::force(bool dataOnly) {
   return result == 0 ? 0 : errno;
 }
 
-void WritableFile::overlay(Entry& entry) {
+bool WritableFile::overlay(Entry& entry) {
   const SharedLock lock(mutex_);
   struct stat status = {};
-  if (!writable_ || ::fstat(file_.get(), &status) != 0) return;
+  if (!writable_ || ::fstat(file_.get(), &status) != 0) return false;
   entry.size = status.st_size;
   entry.blocks = status.st_blocks;
-  if (!isChanged()) return;
-  entry.modified = FileTime::of(status.st_mtim);
+  if (isChanged()) entry.modified = FileTime::of(status.st_mtim);
+  return true;
 }
 
 void WritableFile::updateRow(ReplicaWriter& writer) {

@@ -48,8 +48,9 @@ class WritableFile {
   // The descriptor to read from; nothing when there are no contents yet. Throws ContentError.
   std::optional<FileDescriptor> duplicateDescriptor() TULO_EXCLUDES(mutex_);
 
-  // Changes size and times of an entry to what a program sees that has written since.
-  void overlay(Entry& entry) TULO_EXCLUDES(mutex_);
+  // Changes size and times of an entry to what a program sees that has written since; false when
+  // its row says that.
+  bool overlay(Entry& entry) TULO_EXCLUDES(mutex_);
   // Something was written that is not in the row yet.
   bool isChanged() const { return marks_.isUnsettled(); }
   // When that was last; when the file was opened, if nobody has since.

@@ -34,10 +34,10 @@ class WriteMarks {
   // the end, all stays as it was.
   class Settling {
    public:
-    explicit Settling(WriteMarks& marks)
-        : marks_(marks), wanted_(marks.unsettled_.exchange(false)) {}
+    explicit Settling(WriteMarks& marks) : marks_(marks), wanted_(begin(marks)) {}
     ~Settling() {
       if (wanted_ && !done_) marks_.unsettled_ = true;
+      --marks_.settling_;
     }
     Settling(const Settling&) = delete;
     Settling& operator=(const Settling&) = delete;
@@ -47,17 +47,23 @@ class WriteMarks {
     void done() { done_ = true; }
 
    private:
+    static bool begin(WriteMarks& marks) {
+      ++marks.settling_;
+      return marks.unsettled_.exchange(false);
+    }
+
     WriteMarks& marks_;
     const bool wanted_;
     bool done_ = false;
   };
 
-  // Something was written that may not be in the row yet.
-  bool isUnsettled() const { return unsettled_; }
+  // Something was written that may not be in the row yet, or is on its way there.
+  bool isUnsettled() const { return unsettled_ || settling_ > 0; }
   WallTime last() const { return last_; }
 
  private:
   std::atomic<bool> unsettled_ = false;
+  std::atomic<int> settling_ = 0;
   std::atomic<WallTime> last_;
 };
 

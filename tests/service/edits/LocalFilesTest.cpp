@@ -53,6 +53,47 @@ TEST_F(LocalFilesTest, ClosingBringsSizeAndTimeIntoTheRow) {
   EXPECT_EQ(change(id)->standing.due(), clock + kQuiet);
 }
 
+// The kernel keeps what it is told, and appends where it takes the end to be.
+TEST_F(LocalFilesTest, WhatWasReadBeforeTheFileWasClosedIsNotShownAfterwards) {
+  const NodeId id = makeFile("a", "");
+  put(*open(id), "hello", 0);
+  Entry entry = *row(id);
+  EXPECT_EQ(entry.size, 0);
+  close(id);
+  ASSERT_EQ(files().find(id), nullptr);
+  files().overlay(entry);
+  EXPECT_EQ(entry.size, 5);
+  EXPECT_EQ(entry.blocks, row(id)->blocks);
+  EXPECT_EQ(entry.modified, row(id)->modified);
+}
+
+TEST_F(LocalFilesTest, WhatIsOnItsWayIntoTheRowIsShownMeanwhile) {
+  const NodeId id = makeFile("a", "");
+  const auto file = open(id);
+  put(*file, "hello", 0);
+  Entry entry = *row(id);
+  file->settleAnd([&](ReplicaWriter&) {
+    // The program closes the file, and another one looks at it, before the commit.
+    files().released(id);
+    files().overlay(entry);
+  });
+  EXPECT_EQ(entry.size, 5);
+  EXPECT_GT(entry.modified.whole, WallSeconds{});
+  close(id);
+  EXPECT_EQ(files().find(id), nullptr);
+}
+
+TEST_F(LocalFilesTest, WhatWasReadBeforeTheContentsWereSentIsNotShownAfterwards) {
+  const NodeId id = makeFile("a", "");
+  put(*open(id), "hello", 0);
+  const auto reader = openForReading(id);
+  Entry entry = *row(id);
+  markSent(id);
+  ASSERT_NE(files().find(id), nullptr);
+  files().overlay(entry);
+  EXPECT_EQ(entry.size, 5);
+}
+
 TEST_F(LocalFilesTest, ClosingWithoutAWriteChangesNothing) {
   const NodeId id = makeFile("a", "hello");
   const Change before = *change(id);

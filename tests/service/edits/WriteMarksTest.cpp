@@ -19,6 +19,7 @@ TEST(WriteMarksTest, AWriteIsUnsettledUntilItsRowHasIt) {
   {
     WriteMarks::Settling settling(marks);
     EXPECT_TRUE(settling.isWanted());
+    EXPECT_TRUE(marks.isUnsettled());
     settling.done();
   }
   EXPECT_FALSE(marks.isUnsettled());
