@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""Very many changes while the host is away: `backlog.py --tulo PATH [--files N]`.
+"""Very many changes while the host is away: `backlog.py --tulo PATH [--files N] [--seed N]`.
 
 The service goes on answering, starts again with all of them, stays small, and brings all of them up
-once the host is back. Prints how long each part took, which proves nothing but is worth looking at.
+once the host is back, whatever happens to index, clock, descriptors and host meanwhile. Some have names
+that are hard to spell, one stays open all the time, and one is changed at the host, too. Prints how long
+each part took, which proves nothing but is worth looking at.
 """
 
 import os
 import pathlib
+import random
 import sys
 import time
 
@@ -14,9 +17,15 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import LIBC, MNT_DETACH, expect, expect_equal, read  # noqa: E402
+from harness import LIBC, MNT_DETACH, eventually, expect, expect_equal, read  # noqa: E402
+from model import Versions  # noqa: E402
+from nasty import numbered  # noqa: E402
 from proof import arguments_of, prove  # noqa: E402
+from sides import recovered  # noqa: E402
+from troubles import CLOCK, EXTRAS, HOST, INDEX, SERVICE, Troubles, patiently  # noqa: E402
 from writing import difference, settled, status, tree  # noqa: E402
+
+TROUBLES = [*INDEX, *HOST, *SERVICE, *CLOCK, *EXTRAS]
 
 PER_FOLDER = 500
 MOST_MEMORY = 200 * 1024 * 1024
@@ -27,16 +36,31 @@ def contents(number):
     return b"%d\n" % number * (number % 50)
 
 
-def name_of(number):
-    return f"folder{number // PER_FOLDER}/file{number}"
-
-
 class Backlog:
-    def __init__(self, box, files):
+    def __init__(self, box, files, kinds=tuple(TROUBLES), seed=1):
         self.box = box
         self.files = files
+        self.kinds = kinds
+        self.seed = seed
+        self.troubles = Troubles(box, seed, kinds)
+        self.versions = Versions("backlog")
+        # Where nobody makes or removes files besides.
+        self.top = f"backlog{seed}"
         self.mounts = 0
         self.most = 0
+        self.held = None
+
+    def name_of(self, number):
+        odd = "names" in self.kinds and number % 7 == 0
+        name = numbered(random.Random(number), number, 240) if odd else f"file{number}"
+        return f"{self.top}/folder{number // PER_FOLDER}/{name}"
+
+    def path_of(self, number):
+        return self.box.path(self.name_of(number))
+
+    def amid(self):
+        """There is no host yet."""
+        return self.troubles.amid(*HOST)
 
     def told(self, what, begin, count=1):
         took = time.monotonic() - begin
@@ -49,7 +73,8 @@ class Backlog:
         mount = self.box.mount("--no-thumbnails", point=self.box.file("m"),
                                name=f"mount{self.mounts}")
         self.box.mounts[:] = [mount]
-        mount.allowed_errors.append("cannot be reached|did not go up")
+        mount.allowed_errors.append("^error ")
+        self.troubles.expect_clock(mount)
         self.told(f"start {self.mounts}", begin)
         return mount
 
@@ -58,7 +83,8 @@ class Backlog:
         begin = time.monotonic()
         now = status(self.box)
         self.told(f"status with {now['pending']} waiting", begin)
-        expect_equal(read(self.box.path("known")), KNOWN, "a downloaded file")
+        found = patiently(lambda: read(self.box.path("known")))
+        expect_equal(found, KNOWN, "a downloaded file")
         resident = self.box.mounts[0].resident_bytes()
         self.most = max(self.most, resident)
         expect(resident < MOST_MEMORY, f"{resident >> 20} MB resident with {now['pending']} waiting")
@@ -68,11 +94,10 @@ class Backlog:
         part = max(PER_FOLDER, self.files // 10)
         begin = time.monotonic()
         for number in range(self.files):
-            path = self.box.path(name_of(number))
+            path = self.path_of(number)
             if number % PER_FOLDER == 0:
-                os.mkdir(os.path.dirname(path))
-            with open(path, "wb") as file:
-                file.write(contents(number))
+                patiently(lambda: os.mkdir(os.path.dirname(path)))
+            self.put(path, contents(number))
             if (number + 1) % part == 0:
                 self.told(f"files up to {number + 1}", begin, part)
                 self.look()
@@ -83,61 +108,132 @@ class Backlog:
         begin = time.monotonic()
         every = range(0, self.files, 10)
         for number in every:
-            path = self.box.path(name_of(number))
-            os.rename(path, f"{path}.new")
+            path = self.path_of(number)
+            patiently(lambda: os.rename(path, f"{path}.new"))
         self.told("renaming every tenth", begin, len(every))
 
+    @staticmethod
+    def put(path, data):
+        with patiently(lambda: open(path, "wb", buffering=0)) as file:
+            written = 0
+            while written < len(data):
+                written += patiently(lambda: file.write(data[written:]))
+
+    def hold(self):
+        """A program writes to one file all the time, and forces what it wrote."""
+        if "holders" in self.kinds and not self.held:
+            self.held = open(self.box.path(f"{self.top}/held"), "wb", buffering=0)
+        if self.held:
+            data = self.versions.fresh("held", b"x" * 5000)
+            patiently(lambda: self.held.seek(0))
+            patiently(lambda: self.held.write(data))
+            patiently(lambda: os.fsync(self.held.fileno()))
+            self.versions.keep(data, f"{self.top}/held")
+            return data
+        return None
+
+    def both_sides(self):
+        """The same file is changed here, and at the host, which tells nobody of it yet."""
+        if "other_side" not in self.kinds:
+            return
+        for side, path in (("here", self.box.path("both")), ("there", os.path.join(self.box.root, "both"))):
+            data = self.versions.fresh(side, b"")
+            self.put(path, data)
+            self.versions.keep(data, f"both, {side}")
+
     def expected(self):
-        wanted = {"known": KNOWN}
+        wanted = {self.top: None}
         for number in range(self.files):
-            name = name_of(number)
+            name = self.name_of(number)
             wanted[os.path.dirname(name)] = None
             wanted[f"{name}.new" if number % 10 == 0 else name] = contents(number)
         return wanted
 
-    def run(self):
+    def of_the_queue(self, root):
+        """What has been made here, without what is held."""
+        below = tree(os.path.join(root, self.top))
+        return {self.top: None, **{f"{self.top}/{name}": data for name, data in below.items()
+                                   if name != "held"}}
+
+    def waiting(self):
+        """So many changes: files, their folders and what they are in; what is held; one known file."""
+        return (self.files + -(-self.files // PER_FOLDER) + 1 + bool(self.held)
+                + ("other_side" in self.kinds))
+
+    def prepare(self):
+        """What the host has before it goes."""
         self.box.write("known", KNOWN)
+        self.box.write("both", b"")
         self.box.start_host()
         mount = self.mount()
+        eventually(lambda: os.path.exists(self.box.path("both")), "shown")
         expect_equal(read(self.box.path("known")), KNOWN, "a file of the host")
         self.box.host.stop()
-        self.create()
-        self.change()
-        folders = -(-self.files // PER_FOLDER)
-        expect_equal(self.look(), self.files + folders, "changes that wait")
+        return mount
+
+    def fill(self):
+        os.mkdir(self.box.path(self.top))
+        with self.amid():
+            before = self.hold()
+            self.create()
+            self.change()
+            self.both_sides()
+            after = self.hold()
+        if before:
+            self.versions.replace(before, "held, written anew")
+        return after
+
+    def restart(self, mount):
+        """Ended and killed, the service has all that waits."""
+        if self.held:
+            self.held.close()
+        expect_equal(self.look(), self.waiting(), "changes that wait")
         begin = time.monotonic()
         mount.unmount()
         self.told("end", begin)
         mount = self.mount()
-        expect_equal(self.look(), self.files + folders, "changes that wait after a restart")
+        expect_equal(self.look(), self.waiting(), "changes that wait after a restart")
         mount.kill()
         LIBC.umount2(os.fsencode(mount.point), MNT_DETACH)
         self.mount()
-        expect_equal(self.look(), self.files + folders, "changes that wait after a kill")
-        wanted = self.expected()
-        begin = time.monotonic()
-        wrong = difference(tree(self.box.path()), wanted)
-        self.told("reading all", begin, self.files)
-        expect(not wrong, f"the mount: {wrong[:10]}")
+        expect_equal(self.look(), self.waiting(), "changes that wait after a kill")
+
+    def drain(self):
         self.box.start_host()
         begin = time.monotonic()
+        with self.troubles.amid():
+            time.sleep(min(300, 2 + self.files / 400))
         settled(self.box, 120 + self.files / 20)
         self.told("until the host has all", begin, self.files)
+
+    def run(self):
+        """One queue; the host has it in the end, and so has the mount."""
+        mount = self.prepare()
+        self.fill()
+        self.restart(mount)
+        wanted = self.expected()
+        begin = time.monotonic()
+        wrong = difference(self.of_the_queue(self.box.path()), wanted)
+        self.told("reading all", begin, self.files)
+        expect(not wrong, f"the mount: {wrong[:10]}")
+        self.drain()
         self.look()
         for root in (self.box.root, self.box.path()):
-            wrong = difference(tree(root), wanted)
+            wrong = difference(self.of_the_queue(root), wanted)
             expect(not wrong, f"{root} afterwards: {wrong[:10]}")
+            lost = self.versions.lost(tree(root), recovered(self.box))
+            expect(not lost, "\n".join(lost))
+        return f"{self.files} files, at most {self.most >> 20} MB resident; {self.troubles.told()}"
 
 
 def run(box, arguments):
-    backlog = Backlog(box, arguments.files)
-    backlog.run()
+    told = Backlog(box, arguments.files, arguments.troubles, arguments.seed).run()
     box.finish()
-    return f"at most {backlog.most >> 20} MB resident"
+    return told
 
 
 def main():
-    parser = arguments_of(__doc__, random_one=False)
+    parser = arguments_of(__doc__, troubles=TROUBLES)
     parser.add_argument("--files", type=int, default=100_000)
     return prove(parser, run)
 

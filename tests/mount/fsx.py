@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Random operations on one file of the mount against a model of its bytes.
 
-    fsx.py --tulo PATH [--seed N] [--steps N] [--files N]
+    fsx.py --tulo PATH [--seed N] [--steps N] [--files N] [--seconds N] [--without NAME,NAME]
 
 Reads, writes, truncations, mappings, holes, allocations, copies inside the file, closing and opening
-again, forcing to the disk. What is read must be the model's bytes at every step, and the host has
-them at the end. A failure is replayed with fewer and fewer operations; the shortest is printed.
+again, forcing to the disk, under names that are hard to spell, with a descriptor that stays open over
+all of it. What is read must be the model's bytes at every step, whatever happens to host, index and
+clock meanwhile, and the host has them at the end. A call may say that there are no descriptors, and is
+made again. A failure is replayed without troubles; if it comes again, with fewer and fewer operations.
 """
 
 import ctypes
@@ -21,11 +23,18 @@ sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
 from harness import LIBC, Failure, expect_equal  # noqa: E402
-from proof import arguments_of, prove  # noqa: E402
+from model import Versions  # noqa: E402
+from nasty import apart  # noqa: E402
+from proof import add_seconds, arguments_of, prove, turns  # noqa: E402
 from shrinking import shrink  # noqa: E402
-from writing import settled, writable  # noqa: E402
+from troubles import ALL, Troubles, patiently  # noqa: E402
+from writing import settled, tree, writable  # noqa: E402
 
+# The other side has its say in the proofs that look at two: here every byte is known beforehand.
+TROUBLES = [*ALL, "names", "holders"]
 LARGEST = 200_000
+# How many files are worked on before the host is looked at.
+AT_ONCE = 5
 KEEP_SIZE, PUNCH_HOLE, ZERO_RANGE = 1, 2, 16
 # What file systems may refuse; the bytes stay as they were.
 REFUSED = {errno.EOPNOTSUPP, errno.ENOSYS}
@@ -45,7 +54,7 @@ def plan(rng, steps):
     for _ in range(steps):
         kind = rng.choice(["read", "read", "write", "write", "truncate", "mapread", "mapwrite",
                            "punch", "zero", "allocate", "copy", "reopen", "fsync", "append",
-                           "second", "hole", "rename"])
+                           "second", "held", "hole", "rename"])
         offset = rng.choice([0, rng.randrange(LARGEST), rng.randrange(40) * 4096])
         length = rng.choice([1, 100, 4096, 5000, rng.randrange(1, 60_000)])
         length = max(1, min(length, LARGEST - offset))
@@ -54,15 +63,20 @@ def plan(rng, steps):
 
 
 class File:
-    """The file and what it must hold."""
+    """The file and what it must hold. `asks`: whether each change of a mapping is forced."""
 
-    def __init__(self, path):
-        self.path = path
+    asks = False
+
+    def __init__(self, directory, names):
+        self.names = [os.path.join(directory, name) for name in names]
+        self.path = self.names[0]
         self.model = bytearray()
-        self.descriptor = os.open(path, os.O_RDWR | os.O_CREAT | os.O_TRUNC, 0o644)
+        self.descriptor = patiently(lambda: os.open(self.path, os.O_RDWR | os.O_CREAT | os.O_TRUNC, 0o644))
+        self.held_one = patiently(lambda: os.open(self.path, os.O_RDONLY))
 
     def close(self):
         os.close(self.descriptor)
+        os.close(self.held_one)
 
     def check(self, found, offset, length, how):
         wanted = bytes(self.model[offset:offset + length])
@@ -80,13 +94,17 @@ class File:
 
     def apply(self, kind, offset, length, other, byte):
         data = bytes((byte + i) % 256 for i in range(length))
-        getattr(self, kind)(offset, length, other, data)
+        patiently(lambda: getattr(self, kind)(offset, length, other, data))
         size = os.fstat(self.descriptor).st_size
         if size != len(self.model):
             raise Failure(f"after {kind} the size is {size}, not {len(self.model)}")
 
     def read(self, offset, length, _other, _data):
         self.check(os.pread(self.descriptor, length, offset), offset, length, "read")
+
+    def held(self, offset, length, _other, _data):
+        found = os.pread(self.held_one, length, offset)
+        self.check(found, offset, length, "read through what was held")
 
     def second(self, offset, length, _other, _data):
         with open(self.path, "rb") as file:
@@ -124,9 +142,22 @@ class File:
         data = data[:len(self.model) - offset]
         with mmap.mmap(self.descriptor, len(self.model)) as mapping:
             mapping[offset:offset + len(data)] = data
-            if length % 2:
-                mapping.flush()
+            # What cannot be written is told only to who asks.
+            if length % 2 or self.asks:
+                self._flush(mapping)
         self.put(offset, data)
+
+    def _flush(self, mapping):
+        """Forced again after a failure, with the same bytes: the pages count as written by then."""
+        def flush():
+            data = mapping[:]
+            try:
+                mapping.flush()
+            except OSError as error:
+                mapping[:] = data
+                raise OSError(errno.EMFILE, f"instead of {error}") if error.errno == errno.EIO else error
+
+        patiently(flush)
 
     def _allocate(self, mode, offset, length):
         try:
@@ -173,65 +204,103 @@ class File:
 
     def reopen(self, _offset, _length, _other, _data):
         os.close(self.descriptor)
-        self.descriptor = os.open(self.path, os.O_RDWR)
+        self.descriptor = patiently(lambda: os.open(self.path, os.O_RDWR))
 
     def fsync(self, _offset, _length, other, _data):
         (os.fsync if other % 2 else os.fdatasync)(self.descriptor)
 
     def rename(self, _offset, _length, _other, _data):
-        target = self.path[:-1] + ("b" if self.path.endswith("a") else "a")
+        target = self.names[self.path == self.names[0]]
         os.rename(self.path, target)
         self.path = target
 
 
-def replay(directory, operations):
-    """What went wrong, or None; and the bytes and the name at the end."""
-    file = File(os.path.join(directory, "fsx-a"))
-    step = None
+def replay(directory, names, operations):
+    """What went wrong and in which step, or None; and the file."""
+    file = File(directory, names)
+    number = 0
     try:
-        for step in operations:
+        for number, step in enumerate(operations):
             file.apply(*step)
-        with open(file.path, "rb") as end:
-            file.check(end.read(), 0, len(file.model), "the end")
+        file.second(0, len(file.model), 0, b"")
         return None, file
     except (Failure, OSError) as error:
-        return f"{step}: {error}", file
+        return f"step {number}, {operations[number]}: {error}", file
     finally:
         file.close()
 
 
-def exercise(box, seed, steps):
-    """One file; raises a Failure with a short replay."""
-    directory = box.path(f"fsx{seed}")
-    os.mkdir(directory)
-    operations = plan(random.Random(seed), steps)
-    wrong, file = replay(directory, operations)
-    if wrong:
-        short = shrink(operations, lambda fewer: replay(directory, fewer)[0] is not None)
-        wrong = replay(directory, short)[0] or wrong
-        lines = "\n  ".join(map(str, short))
-        raise Failure(f"seed {seed}, {steps} steps: {wrong}\n  {lines}")
-    return os.path.relpath(file.path, box.path()), bytes(file.model)
+class Exercise:
+    """`names`: whether they are odd ones."""
+
+    def __init__(self, box, names):
+        self.box = box
+        self.names = names
+        self.versions = Versions("fsx")
+        self.wanted = {}
+        self.done = 0
+
+    def one(self, seed, steps):
+        """One file; raises a Failure with a short replay."""
+        rng = random.Random(seed)
+        names = apart(rng, 2) if self.names else ["fsx-a", "fsx-b"]
+        directory = self.box.path(f"fsx{seed}")
+        patiently(lambda: os.mkdir(directory))
+        operations = plan(rng, steps)
+        wrong, file = replay(directory, names, operations)
+        if wrong:
+            short = self.shorter(directory, names, operations)
+            raise Failure(f"seed {seed}, {steps} steps: {wrong}\n  {short}")
+        name = os.path.relpath(file.path, self.box.path())
+        self.wanted[name] = bytes(file.model)
+        self.versions.known.add(bytes(file.model))
+        self.versions.keep(bytes(file.model), name)
+        self.done += steps
+
+    def shorter(self, directory, names, operations):
+        if replay(directory, names, operations)[0] is None:
+            return "not again with the same operations"
+        short = shrink(operations, lambda fewer: replay(directory, names, fewer)[0] is not None)
+        return "\n  ".join([f"{replay(directory, names, short)[0]}", *map(str, short)])
+
+    def look_at_host(self):
+        settled(self.box, 120)
+        found = tree(self.box.root)
+        wrong = self.versions.wrong(found)
+        expect_equal(wrong, [], "what the model misses")
+        for name, data in self.wanted.items():
+            expect_equal(found.get(name) == data, True, f"the host has the bytes of {name!r}")
 
 
-def check(box, seed, steps, files):
-    wanted = dict(exercise(box, seed + i, steps) for i in range(files))
-    settled(box)
-    for name, data in wanted.items():
-        with open(os.path.join(box.root, name), "rb") as file:
-            expect_equal(file.read() == data, True, f"the host has the bytes of {name}")
+def check(box, seed, steps, files, kinds=tuple(TROUBLES), seconds=None):
+    """Starts host and mount. Returns how much was done."""
+    troubles = Troubles(box, seed, kinds)
+    File.asks = "descriptors" in kinds
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append("^error ")
+    troubles.expect_clock(mount)
+    exercise = Exercise(box, "names" in kinds)
+    count = 0
+    for number in turns(-(-files // AT_ONCE), seconds):
+        some = AT_ONCE if seconds else min(AT_ONCE, files - number * AT_ONCE)
+        with troubles.amid():
+            for _ in range(some):
+                exercise.one(seed + count, steps)
+                count += 1
+        exercise.look_at_host()
+    return f"{count} files, {exercise.done} operations, every byte as the model has it; {troubles.told()}"
 
 
 def run(box, arguments):
-    box.start_host()
-    writable(box)
-    check(box, arguments.seed, arguments.steps, arguments.files)
+    told = check(box, arguments.seed, arguments.steps, arguments.files, arguments.troubles, arguments.seconds)
     box.finish()
-    return f"{arguments.files} files of {arguments.steps} operations each"
+    return told
 
 
 def main():
-    parser = arguments_of(__doc__)
+    parser = arguments_of(__doc__, troubles=TROUBLES)
+    add_seconds(parser)
     parser.add_argument("--steps", type=int, default=2000)
     parser.add_argument("--files", type=int, default=10)
     return prove(parser, run)

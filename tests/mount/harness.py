@@ -164,10 +164,12 @@ class Host(Process):
     def stop(self):
         self.signal(signal.SIGTERM)
         self.wait()
+        self.process.stdout.close()
 
     def kill(self):
         self.signal(signal.SIGKILL)
         self.wait()
+        self.process.stdout.close()
 
 
 class Mount(Process):

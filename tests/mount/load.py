@@ -11,6 +11,8 @@ import random
 import threading
 
 from harness import LIBC
+from nasty import numbered
+from troubles import patiently
 
 AT_FDCWD = -100
 RENAME_NOREPLACE = 1
@@ -47,9 +49,13 @@ class Doubt:
 
 
 class Worker:
-    """`entries` maps each name below the mount to its bytes, or to None for a folder."""
+    """`entries` maps each name below the mount to its bytes, or to None for a folder.
 
-    def __init__(self, root, home, seed):
+    `nasty`: whether it gives names that are hard to spell.
+    """
+
+    def __init__(self, root, home, seed, nasty=False):
+        self.nasty = nasty
         self.root = root
         self.home = home
         self.random = random.Random(f"{seed} {home}")
@@ -80,7 +86,10 @@ class Worker:
         self.counter += 1
         folders = [name for name in self.folders() if name.count("/") < 5]
         folder = self.random.choice(folders)
-        return os.path.join(folder, f"n{self.random.randrange(10**6)}-{self.counter}")
+        name = f"n{self.random.randrange(10**6)}-{self.counter}"
+        # Short enough that a draft's name beside it can be had.
+        odd = numbered(self.random, f"{self.home}-{self.counter}", 240)
+        return os.path.join(folder, odd if self.nasty and self.random.random() < 0.5 else name)
 
     def contents(self):
         return self.random.randbytes(self.random.choice([0, 1, 100, 5000, 70000, 300000]))
@@ -89,7 +98,7 @@ class Worker:
         after = {name: data for name, data in self.entries.items() if name not in removed}
         after.update(added)
         self.doubt = Doubt({*removed, *added}, dict(self.entries), after, torn)
-        action()
+        patiently(action)
         self.entries = after
         self.doubt = None
         self.done += 1
@@ -116,13 +125,16 @@ class Worker:
 
     def _put(self, name, data, mode, result, offset=None):
         def action():
-            with open(self.path(name), mode) as file:
+            # Each call by itself: what could not be written for want of descriptors was not written.
+            file = patiently(lambda: open(self.path(name), mode, buffering=0))
+            with file:
                 if offset is not None:
                     file.seek(offset)
-                file.write(data)
+                written = 0
+                while written < len(data):
+                    written += patiently(lambda: file.write(data[written:]))
                 if self.random.random() < 0.3:
-                    file.flush()
-                    os.fsync(file.fileno())
+                    patiently(lambda: os.fsync(file.fileno()))
 
         self._change([name], action, {name: result}, torn=True)
 

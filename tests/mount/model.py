@@ -96,12 +96,20 @@ class Versions:
                     and not any(re.search(rf"[ /]{re.escape(name)}$", what)
                                 for name in self.excused)}
 
-    def wrong(self, found):
-        """What is amiss, in words. `found`: names and bytes of all files, None for folders."""
-        contents = {data for data in found.values() if data is not None}
+    def lost(self, found, recovered=()):
+        """What should be in some file and is not, in words. `found`: names and bytes, None for folders.
+
+        `recovered`: the bytes of files that were kept without their place.
+        """
+        contents = {data for data in [*found.values(), *recovered] if data is not None}
         lost = sorted(self.needed() - contents)
         with self.lock:
-            parts = [f"lost: {mark(data)}, {self.kept[data]}" for data in lost]
+            return [f"lost: {mark(data)}, {self.kept[data]}" for data in lost]
+
+    def wrong(self, found, recovered=()):
+        """What is amiss, in words: what is lost, and what nobody has written."""
+        parts = self.lost(found, recovered)
+        with self.lock:
             parts += [f"{name} holds what nobody wrote: {mark(data)}"
                       for name, data in sorted(found.items())
                       if data is not None and not self._is_known(data)]

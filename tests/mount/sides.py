@@ -23,6 +23,8 @@ RESCUED = "Recovered files"
 # What a program may be told while the other side changes the same names.
 EXPECTED = {errno.ENOENT, errno.EEXIST, errno.ENOTDIR, errno.EISDIR, errno.ENOTEMPTY, errno.EINVAL,
             errno.ESTALE, errno.EBUSY, errno.ELOOP}
+# The service was killed: what was asked for was done, or was not.
+DIED = {errno.ENOTCONN, errno.ECONNABORTED}
 
 
 class Side:
@@ -94,13 +96,23 @@ class Here(Side):
     """In the mount, as programs do it."""
 
     name = "here"
+    # How often it has what it wrote forced to the disk.
+    forces = 0.3
 
     def write(self):
         """In place: what it replaces is what it has read from the same descriptor."""
         path = self.path(self.files)
         with open(os.open(path, os.O_RDWR | os.O_CREAT, 0o644), "r+b", buffering=0) as file:
-            before, data = self._overwrite(file, self.random.random() < 0.3)
+            before, data = self._overwrite(file, self.random.random() < self.forces)
+            self._close(file, before, data)
         self._wrote(path, before, data)
+
+    def _close(self, file, before, data):
+        try:
+            file.close()
+        except OSError:
+            self.versions.spoil(before, data)
+            raise
 
     def _overwrite(self, file, forces):
         """Returns what was there and what is there now."""
@@ -132,6 +144,9 @@ class Here(Side):
         data = self.versions.fresh(self.name, self.filler())
         with open(draft, "wb") as file:
             file.write(data)
+            if self.random.random() < self.forces:
+                file.flush()
+                os.fsync(file.fileno())
         self._take_away(path, lambda: os.rename(draft, path), f"{self.shown(path)} saved")
         self.versions.keep(data, self.shown(path))
 
@@ -143,12 +158,21 @@ class Here(Side):
         """Does what ends the file under a name, having read it."""
         with open(path, "rb") as file:
             before = file.read()
-            action()
-            if os.fstat(file.fileno()).st_nlink == 0:
+            if self._ended(file, action, before, what):
                 self.versions.replace(before, what)
             else:
                 # Another file has come to the name between the two calls, and is gone unread.
                 self.versions.excuse(os.path.basename(path), f"{what}, but what was not read")
+
+    def _ended(self, file, action, before, what):
+        """Whether the action has taken away the file that is open. Only a kill leaves it in doubt."""
+        try:
+            action()
+            return os.fstat(file.fileno()).st_nlink == 0
+        except OSError as error:
+            if error.errno in DIED:
+                self.versions.replace(before, f"{what}, perhaps")
+            raise
 
     def remove_folder(self):
         path = self.path(FOLDERS)
@@ -210,6 +234,7 @@ class There(Side):
         self._gone(aside, f"{self.shown(path)} removed with its folder")
 
 
+RECOVERED = "Recovered files"
 # Two items of one name: the host stores one of them under a number, the mount shows it with a mark.
 CLASH = re.compile(r"(~\d+| \([0-9A-Z]{6}\)|%~[0-9a-f]{16})(?=(\.[^./]*)?(/|$))")
 
@@ -217,6 +242,12 @@ CLASH = re.compile(r"(~\d+| \([0-9A-Z]{6}\)|%~[0-9a-f]{16})(?=(\.[^./]*)?(/|$))"
 def plain(name):
     """A name without what tells items of one name apart, for which a long one is cut."""
     return "/".join(part if len(part) < 200 else part[:100] for part in CLASH.sub("", name).split("/"))
+
+
+def recovered(box):
+    """The bytes of all files whose place was gone; they are on their way to the host like any other."""
+    roots = [box.root, box.mounts[0].path()]
+    return {data for root in roots for data in tree(os.path.join(root, RECOVERED)).values()}
 
 
 def alike(found):
@@ -230,8 +261,11 @@ class Pair:
 
     here = Here
     there = There
+    # Whether a program that got nothing done is a failure.
+    must_work = True
 
     def __init__(self, box, seed, aside):
+        self.box = box
         self.seed = seed
         self.folder = f"s{seed}"
         self.versions = Versions(self.folder)
@@ -254,6 +288,11 @@ class Pair:
     def trees(self):
         return tree(self.there_root), tree(self.here_root)
 
+    def work(self, steps):
+        """Both sides in one thread, one step after another."""
+        for side in self.sides:
+            side.run(lambda tried: tried < steps)
+
     def is_same(self):
         there, here = self.trees()
         return alike(there) == alike(here)
@@ -261,20 +300,15 @@ class Pair:
     def wrong(self):
         """What is amiss once it is quiet, in words."""
         parts = [f"{side.name}: {side.error}" for side in self.sides if side.error]
-        parts += [f"{side.name} has done nothing" for side in self.sides if not side.done]
+        if self.must_work:
+            parts += [f"{side.name} has done nothing" for side in self.sides if not side.done]
         try:
             eventually(self.is_same, "both sides are the same", 20)
         except Failure:
             there, here = map(alike, self.trees())
             parts += [f"at the host only: {each}" for each in (there - here).elements()]
             parts += [f"in the mount only: {each}" for each in (here - there).elements()]
-        return parts + self.versions.wrong({**self.rescued(), **self.trees()[0]})
-
-    def rescued(self):
-        """What was written here to a file that the host had deleted at that moment."""
-        folder = os.path.join(os.path.dirname(self.there_root), RESCUED)
-        return {os.path.join(RESCUED, name): data for name, data in tree(folder).items()
-                if data in self.versions.known}
+        return parts + self.versions.wrong(self.trees()[0], recovered(self.box))
 
     def verdict(self):
         """What is amiss and how it came about, or nothing."""

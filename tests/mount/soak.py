@@ -2,15 +2,13 @@
 """Everything at once for a bounded time: `soak.py --tulo PATH [--seconds N] [--seed S]`.
 
 Programs read and walk the mount, others keep files open across changes; the host's folder is
-edited, renamed in and deleted from; downloads are evicted; the host is stopped and killed. A reader
-may be told of an error while the host is away or a file goes, but what it is given must be one
-whole version of the file. At the end the mount and the host's folder are equal byte for byte, and
-the service has not grown.
-
-Exit status: 0 passed, 1 failed, 77 skipped.
+edited, renamed in and deleted from, under names that are hard to spell; downloads are evicted; and
+everything goes wrong that can. A reader may be told of an error meanwhile, but what it is given must be
+one whole version of the file. Programs on both sides also change the same names in a folder of their
+own, of which the model knows every version. At the end the mount and the host's folder are equal byte
+for byte, and the service has not grown.
 """
 
-import argparse
 import errno
 import faulthandler
 import hashlib
@@ -18,7 +16,6 @@ import os
 import pathlib
 import random
 import shutil
-import signal
 import subprocess
 import sys
 import threading
@@ -28,16 +25,21 @@ import traceback
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 sys.dont_write_bytecode = True
 
-from harness import PATIENCE, Box, eventually, expect, expect_equal, read  # noqa: E402
+from harness import (  # noqa: E402
+    PATIENCE, Failure, eventually, expect, expect_equal, need_program, read)
+from nasty import numbered  # noqa: E402
+from proof import add_seconds, arguments_of, prove  # noqa: E402
+from sides import RECOVERED  # noqa: E402
+from troubled import TroubledPair  # noqa: E402
+from troubles import ALL, EXTRAS, TOLD, Troubles  # noqa: E402
+from twosided import quiet  # noqa: E402
 
+TROUBLES = [*ALL, *EXTRAS]
 FOLDERS = 24
 FILES = 400
 LARGEST = 150_000
 # What a program may be told while its file goes or the host is away.
-FORGIVEN = {
-    errno.ENOENT, errno.ESTALE, errno.ENOTDIR, errno.EHOSTDOWN, errno.EIO, errno.EAGAIN,
-    errno.EISDIR, errno.ENOSPC,
-}
+FORGIVEN = TOLD | {errno.ENOENT, errno.ESTALE, errno.ENOTDIR, errno.EISDIR}
 MOST_MEMORY = 200 * 1024 * 1024
 
 
@@ -56,10 +58,12 @@ def is_whole(data):
     return len(body) == int(length) and hashlib.md5(body).hexdigest() == digest
 
 
-def snapshot(root):
-    """Every path below the folder, with a sum for files."""
+def snapshot(root, without=()):
+    """Every path below the folder, with a sum for files; without what is in some folders."""
     result = {}
     for folder, folders, names in os.walk(root):
+        if folder == root:
+            folders[:] = [name for name in folders if name not in without]
         for name in folders:
             result[os.path.relpath(os.path.join(folder, name), root)] = "folder"
         for name in names:
@@ -69,9 +73,13 @@ def snapshot(root):
 
 
 class Soak:
-    def __init__(self, box, seconds, seed):
+    def __init__(self, box, seed, kinds):
         self.box = box
-        self.end = time.monotonic() + seconds
+        self.kinds = kinds
+        self.troubles = Troubles(box, seed, kinds)
+        # Programs on both sides; none where there are no troubles.
+        self.pair = None
+        self.end = 0
         self.stopping = threading.Event()
         self.failures = []
         self.counts = {}
@@ -89,7 +97,7 @@ class Soak:
         """Repeats the step until the end; the first failure ends all actors."""
         rng = random.Random(f"{self.seed} {name}")
         try:
-            while time.monotonic() < self.end and not self.stopping.is_set():
+            while self.goes_on():
                 step(rng)
         except BaseException:  # pylint: disable=broad-except
             self.failures.append(f"{name}: {traceback.format_exc()}")
@@ -111,6 +119,7 @@ class Soak:
         folder = self.box.path()
         for _ in range(6):
             names = self.forgiving(lambda here=folder: os.listdir(here))
+            names = [name for name in names or [] if name not in self.others()]
             if not names:
                 return None
             folder = os.path.join(folder, rng.choice(names))
@@ -159,8 +168,14 @@ class Soak:
     def host_folders(self):
         folders = [self.box.root]
         for folder, names, _ in os.walk(self.box.root):
-            folders += [os.path.join(folder, name) for name in names]
+            names[:] = [name for name in names if name not in self.others()]
+            # A path has its limit, and so has this.
+            folders += [os.path.join(folder, name) for name in names if len(folder) < 2000]
         return folders
+
+    def others(self):
+        """Folders that others see to."""
+        return [".tulo-host", RECOVERED, *([self.pair.folder] if self.pair else [])]
 
     def host_file(self, rng):
         for _ in range(20):
@@ -173,7 +188,9 @@ class Soak:
 
     def new_name(self, kind):
         self.number += 1
-        return f"{kind}{self.number}"
+        name = f"{kind}{self.number}"
+        rng = random.Random(name)
+        return numbered(rng, name) if "names" in self.kinds and rng.random() < 0.5 else name
 
     def put(self, path, data):
         staged = self.box.file("soak-staged")
@@ -182,6 +199,14 @@ class Soak:
         os.rename(staged, path)
 
     def change_step(self, rng):
+        """Whose folder is away for a moment tries again."""
+        try:
+            self.change(rng)
+        except FileNotFoundError:
+            self.count("changes without a folder")
+            self.stopping.wait(0.1)
+
+    def change(self, rng):
         choice = rng.random()
         file = self.host_file(rng)
         folder = rng.choice(self.host_folders())
@@ -210,16 +235,6 @@ class Soak:
         elif not (target + "/").startswith(victim + "/"):
             os.rename(victim, os.path.join(target, self.new_name("m")))
 
-    def restart_step(self, rng):
-        self.stopping.wait(1 + rng.random() * 3)
-        if rng.random() < 0.5:
-            self.box.host.kill()
-        else:
-            self.box.host.stop()
-        self.stopping.wait(rng.random())
-        self.box.start_host()
-        self.count("host restarts")
-
     # At the service.
 
     def evict_step(self, rng):
@@ -247,28 +262,47 @@ class Soak:
             ("reader 1", self.read_step), ("reader 2", self.read_step),
             ("reader 3", self.read_step), ("keeper", self.keep_open_step),
             ("walker", self.walk_step), ("finder", self.find_step),
-            ("changer", self.change_step), ("restarter", self.restart_step),
-            ("evicter", self.evict_step),
+            ("changer", self.change_step), ("evicter", self.evict_step),
         ]
         threads = [threading.Thread(target=self.act, args=actor, name=actor[0]) for actor in actors]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-        if not self.box.host.is_running():
-            self.box.start_host()
+        if self.pair:
+            threads.append(threading.Thread(target=self.pair.run, args=(lambda _: self.goes_on(),)))
+        with self.troubles.amid():
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
         expect(not self.failures, "\n".join(self.failures))
 
+    def goes_on(self):
+        return time.monotonic() < self.end and not self.stopping.is_set()
+
+    def add_pair(self):
+        aside = self.box.file("aside")
+        os.makedirs(aside)
+        self.pair = TroubledPair(self.box, self.seed, aside, self.kinds)
+        self.pair.wait_until_shown()
+
+    def check_pair(self):
+        """How many versions there were."""
+        if not self.pair:
+            return 0
+        self.pair.release()
+        quiet(self.box)
+        wrong = self.pair.verdict()
+        expect(not wrong, "\n".join(wrong))
+        return len(self.pair.versions.kept)
+
     def compare(self):
-        wanted = snapshot(self.box.root)
+        wanted = snapshot(self.box.root, self.others())
 
         def is_equal():
-            return self.forgiving(lambda: snapshot(self.box.path())) == wanted
+            return self.forgiving(lambda: snapshot(self.box.path(), self.others())) == wanted
 
         try:
             eventually(is_equal, "the mount equals the host's folder", 2 * PATIENCE)
-        except AssertionError:
-            found = snapshot(self.box.path())
+        except Failure:
+            found = snapshot(self.box.path(), self.others())
             lines = [f"  {name}: mount {found.get(name)}, host {wanted.get(name)}"
                      for name in sorted(found.keys() | wanted.keys())
                      if found.get(name) != wanted.get(name)]
@@ -277,9 +311,9 @@ class Soak:
             try:
                 eventually(is_equal, "equal")
                 later += "equal: the host had missed a change of its folder"
-            except AssertionError:
+            except Failure:
                 later += "still different: the service missed what the host's index has"
-            raise AssertionError(
+            raise Failure(
                 "the mount differs from the host:\n" + "\n".join([*lines, later])) from None
         return len(wanted)
 
@@ -289,8 +323,8 @@ class Soak:
         expect(memory < MOST_MEMORY, f"resident memory of the service: {memory} bytes")
         try:
             eventually(lambda: mount.descriptors() <= descriptors + 30, "given back")
-        except AssertionError:
-            raise AssertionError(f"descriptors far above the {descriptors} of the beginning:\n" +
+        except Failure:
+            raise Failure(f"descriptors far above the {descriptors} of the beginning:\n" +
                                  "\n".join(mount.open_files())) from None
         if os.geteuid() == 0:
             self.check_references()
@@ -312,52 +346,42 @@ class Soak:
         expect_equal(self.box.status()["openFiles"], 0, "open files")
 
 
-def soak(box, seconds, seed):
-    work = Soak(box, seconds, seed)
+def soak(box, seconds, seed, kinds=tuple(TROUBLES)):
+    need_program("find")
+    work = Soak(box, seed, kinds)
     work.fill()
     box.start_host()
     # Small, so that the service evicts by itself too.
     mount = box.mount("--cache-size", "8M")
-    mount.allowed_errors.append("cannot (fetch|list|read)|fetch|download|contents|host|socket|"
-                                "Bridge|Index|Enumerator|thumbnail|space")
+    mount.allowed_errors.append("^error ")
+    work.troubles.expect_clock(mount)
     snapshot(box.path())
     descriptors = mount.descriptors()
+    if kinds:
+        work.add_pair()
+    # All actors end soon after the time is over; one that hangs is shown with what it waits for.
+    faulthandler.dump_traceback_later(seconds + 240)
     work.end = time.monotonic() + seconds
     work.run()
     entries = work.compare()
+    versions = work.check_pair()
     memory = work.check_leaks(descriptors)
-    print(f"seed {seed}: {entries} entries equal, {memory // 1024} kB resident, " +
-          ", ".join(f"{count} {what}" for what, count in sorted(work.counts.items())))
+    faulthandler.cancel_dump_traceback_later()
+    return (f"{entries} entries equal, {versions} versions of two sides, {memory // 1024} kB resident, " +
+            ", ".join(f"{count} {what}" for what, count in sorted(work.counts.items())) +
+            f"; {work.troubles.told()}")
+
+
+def run(box, arguments):
+    told = soak(box, arguments.seconds, arguments.seed, arguments.troubles)
+    box.finish()
+    return told
 
 
 def main():
-    parser = argparse.ArgumentParser(description="A soak of the mounted service.")
-    parser.add_argument("--tulo", required=True, help="the executable to test")
-    parser.add_argument("--seconds", type=float, default=25, help="how long (default: 25)")
-    parser.add_argument("--seed", type=int, help="repeats the choices of another run")
-    arguments = parser.parse_args()
-    if not os.path.exists("/dev/fuse"):
-        print("skipped: there is no /dev/fuse")
-        return 77
-    seed = arguments.seed if arguments.seed is not None else random.randrange(1 << 32)
-    print(f"soak: {arguments.seconds:.0f} s, seed {seed}", flush=True)
-    box = Box(os.path.abspath(arguments.tulo))
-    # All actors end soon after the time is over; one that hangs is shown with what it waits for.
-    faulthandler.dump_traceback_later(arguments.seconds + 60)
-    # Ends as a failure with its tear-down, also when a supervisor gives up on it.
-    signal.signal(signal.SIGTERM, signal.default_int_handler)
-    try:
-        soak(box, arguments.seconds, seed)
-        box.finish()
-        return 0
-    except BaseException as error:  # pylint: disable=broad-except
-        traceback.print_exc()
-        print(box.logs(), file=sys.stderr)
-        print(f"FAILED: {error}\nreplay: {sys.executable} {__file__} --tulo {arguments.tulo} "
-              f"--seconds {arguments.seconds:.0f} --seed {seed}", file=sys.stderr)
-        return 1
-    finally:
-        box.tear_down()
+    parser = arguments_of(__doc__, troubles=TROUBLES)
+    add_seconds(parser, 25)
+    return prove(parser, run)
 
 
 if __name__ == "__main__":

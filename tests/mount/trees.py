@@ -1,47 +1,66 @@
 #!/usr/bin/env python3
 """The same random operations on the mount and on an ordinary folder.
 
-    trees.py --tulo PATH [--seed N] [--steps N] [--rounds N]
+    trees.py --tulo PATH [--seed N] [--steps N] [--rounds N] [--seconds N] [--without NAME,NAME]
 
-Every call must give the same answer or the same errno on both sides, the trees must be equal
-afterwards, and the host must have the same once the queue is empty. A failure is replayed with fewer
-and fewer operations; the shortest sequence is printed.
+Every call must give the same answer or the same errno on both sides, also while host, index and clock
+are in trouble, the trees must be equal afterwards, and the host must have the same once the queue is
+empty. A call that finds no descriptor has done nothing, and is made again. A failure is replayed without
+troubles; if it comes again, with fewer and fewer operations.
 """
 
 import errno
 import os
 import pathlib
 import random
+import shutil
 import stat
 import sys
 import tempfile
+import time
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
-from harness import Failure  # noqa: E402
+from harness import Failure, expect  # noqa: E402
 from load import RENAME_EXCHANGE, RENAME_NOREPLACE, rename2  # noqa: E402
-from proof import arguments_of, prove  # noqa: E402
+from model import Versions  # noqa: E402
+from nasty import apart  # noqa: E402
+from proof import add_seconds, arguments_of, prove, turns  # noqa: E402
 from shrinking import shrink  # noqa: E402
+from troubles import ALL, Troubles, patiently  # noqa: E402
 from writing import difference, settled, tree, writable  # noqa: E402
 
-NAMES = ["a", "b", "c", "ä b"]
-# Never the folder itself or what is above it.
-ODD = ["a/", "b/.", "n" * 255, "n" * 256, "a/../b", "./c", "b//c"]
+# Both folders are one program's: what another side does has no counterpart.
+TROUBLES = [*ALL, "names", "holders"]
+NAMES = ["a", "b", "c", "\u00e4 b"]
+AT_ONCE = 5
+PAUSE = 0.1
+# As long as the index cannot be read it is not known whether the host has something in a folder, which
+# is neither removed nor replaced then.
+UNKNOWN = {errno.EIO, errno.EHOSTDOWN}
 
 
-def some_path(rng):
+def odd(names):
+    """Ways to write what is there, or too much. Never the folder itself or what is above it."""
+    a, b, c = names[:3]
+    return [f"{a}/", f"{b}/.", "n" * 255, "n" * 256, f"{a}/../{b}", f"./{c}", f"{b}//{c}"]
+
+
+def some_path(rng, names):
     if rng.random() < 0.06:
-        return rng.choice(ODD)
-    return "/".join(rng.choice(NAMES) for _ in range(rng.choice([1, 1, 2, 2, 3])))
+        return rng.choice(odd(names))
+    return "/".join(rng.choice(names) for _ in range(rng.choice([1, 1, 2, 2, 3])))
 
 
-def plan(rng, steps):
+def plan(rng, steps, names, holders=True):
     kinds = ["create", "create", "exclusive", "write", "append", "mkdir", "mkdir", "rmdir", "unlink",
              "rename", "rename", "exchange", "noreplace", "truncate", "symlink", "readlink", "list",
              "stat", "lstat", "read", "touch", "chmod", "directory", "nofollow", "access", "fifo"]
-    return [(rng.choice(kinds), some_path(rng), some_path(rng), rng.randrange(9000))
+    if holders:
+        kinds += ["hold", "held", "scribble"]
+    return [(rng.choice(kinds), some_path(rng, names), some_path(rng, names), rng.randrange(9000))
             for _ in range(steps)]
 
 
@@ -55,6 +74,12 @@ def described(status):
 class Side:
     def __init__(self, root):
         self.root = root
+        # Descriptors that stay open, whatever becomes of the names.
+        self.kept = {}
+
+    def release(self):
+        for descriptor in self.kept.values():
+            os.close(descriptor)
 
     def path(self, name):
         return f"{self.root}/{name}"
@@ -62,15 +87,16 @@ class Side:
     def call(self, kind, one, other, number):
         """What the operation answers, or its errno by name."""
         try:
-            return getattr(self, kind)(self.path(one), self.path(other), number)
+            refused = UNKNOWN if kind in ("rmdir", "rename") else ()
+            return patiently(lambda: getattr(self, kind)(self.path(one), self.path(other), number), refused)
         except OSError as error:
             return errno.errorcode.get(error.errno, error.errno)
 
     @staticmethod
     def _open(path, flags, data=b""):
-        descriptor = os.open(path, flags, 0o644)
+        descriptor = patiently(lambda: os.open(path, flags, 0o644))
         try:
-            return os.write(descriptor, data) if data else 0
+            return patiently(lambda: os.write(descriptor, data)) if data else 0
         finally:
             os.close(descriptor)
 
@@ -148,6 +174,21 @@ class Side:
     def access(self, path, _other, _number):
         return os.access(path, os.R_OK)
 
+    def hold(self, path, _other, number):
+        descriptor = os.open(path, os.O_RDWR)
+        before = self.kept.get(number % 3)
+        if before is not None:
+            os.close(before)
+        self.kept[number % 3] = descriptor
+
+    def held(self, _path, _other, number):
+        descriptor = self.kept.get(number % 3)
+        return descriptor is not None and os.pread(descriptor, 1 << 20, number % 50)
+
+    def scribble(self, _path, _other, number):
+        descriptor = self.kept.get(number % 3)
+        return descriptor is not None and os.pwrite(descriptor, b"held %d" % number, number % 300)
+
     def fifo(self, path, _other, _number):
         # Only what is said when the name is taken or the folder is not there: there are no pipes.
         if os.path.lexists(path) or not os.path.isdir(os.path.dirname(path.rstrip("/"))):
@@ -165,31 +206,43 @@ def shown(answer):
     return f"{len(answer)} bytes" if isinstance(answer, bytes) and len(answer) > 40 else repr(answer)
 
 
-def compare(mounted, ordinary, operations):
+def answers_differ(here, there, operations):
     """What differs first, in words, or None."""
-    here, there = Side(mounted), Side(ordinary)
-    for operation in operations:
+    for number, operation in enumerate(operations):
+        # Now and then what happens in the background gets its turn.
+        if operation[3] % 50 == 0:
+            time.sleep(PAUSE)
         found, wanted = here.call(*operation), there.call(*operation)
         if found != wanted:
-            return f"{operation}: {shown(found)}, an ordinary folder says {shown(wanted)}"
-    wrong = difference(tree(mounted), tree(ordinary))
-    if wrong:
-        return f"the trees differ: {wrong[:10]}"
-    if links(mounted) != links(ordinary):
-        return f"the links differ: {links(mounted)}, {links(ordinary)}"
+            return f"{number}, {operation}: {shown(found)}, an ordinary folder says {shown(wanted)}"
     return None
 
 
+def compare(mounted, ordinary, operations):
+    here, there = Side(mounted), Side(ordinary)
+    try:
+        wrong = answers_differ(here, there, operations)
+    finally:
+        here.release()
+        there.release()
+    wrong = wrong or patiently(lambda: difference(tree(mounted), tree(ordinary)))[:10]
+    if not wrong and links(mounted) != links(ordinary):
+        return f"the links differ: {links(mounted)}, {links(ordinary)}"
+    return wrong or None
+
+
 class Trees:
-    def __init__(self, box):
+    def __init__(self, box, kinds):
         self.box = box
+        self.kinds = kinds
         self.number = 0
+        self.versions = None
 
     def fresh(self):
         """A new folder on each side."""
         self.number += 1
         mounted = self.box.path(f"t{self.number}")
-        os.mkdir(mounted)
+        patiently(lambda: os.mkdir(mounted))
         return mounted, tempfile.mkdtemp(dir=self.box.directory)
 
     def fails(self, operations):
@@ -197,36 +250,67 @@ class Trees:
 
     def run(self, seed, steps):
         mounted, ordinary = self.fresh()
-        operations = plan(random.Random(seed), steps)
+        rng = random.Random(seed)
+        names = apart(rng, 4) if "names" in self.kinds else NAMES
+        operations = plan(rng, steps, names, "holders" in self.kinds)
         wrong = compare(mounted, ordinary, operations)
         if wrong:
-            short = shrink(operations, lambda fewer: self.fails(fewer) is not None)
-            wrong = self.fails(short) or wrong
-            lines = "\n  ".join(map(str, short))
-            raise Failure(f"seed {seed}, {steps} steps: {wrong}\n  {lines}")
+            raise Failure(f"seed {seed}, {steps} steps: {wrong}\n  {self.shorter(operations)}")
+        for name, data in tree(ordinary).items():
+            if data:
+                self.versions.known.add(data)
+                self.versions.keep(data, f"{os.path.basename(mounted)}/{name}")
         return os.path.basename(mounted), ordinary
 
+    def shorter(self, operations):
+        if not self.fails(operations):
+            return "not again with the same operations"
+        short = shrink(operations, lambda fewer: self.fails(fewer) is not None)
+        return "\n  ".join([f"{self.fails(short)}", *map(str, short)])
 
-def check(box, seed, steps, rounds):
-    trees = Trees(box)
-    pairs = [trees.run(seed + number, steps) for number in range(rounds)]
-    settled(box, 120)
-    for name, ordinary in pairs:
-        wrong = difference(tree(os.path.join(box.root, name)), tree(ordinary))
-        if wrong:
-            raise Failure(f"{name} (seed {seed}): the host differs: {wrong[:20]}")
+    def look_at_host(self, pairs):
+        settled(self.box, 120)
+        wrong = self.versions.wrong(tree(self.box.root))
+        expect(not wrong, f"what the model misses: {wrong[:20]}")
+        for name, ordinary in pairs:
+            wrong = difference(tree(os.path.join(self.box.root, name)), tree(ordinary))
+            expect(not wrong, f"{name}: the host differs: {wrong[:20]}")
+            shutil.rmtree(self.box.path(name))
+        settled(self.box, 120)
+
+    def batch(self, seed, steps, rounds, troubles):
+        """Some rounds amid troubles, and the host's folder after them."""
+        self.versions = Versions("trees")
+        with troubles.amid():
+            pairs = [self.run(seed + each, steps) for each in range(rounds)]
+        self.look_at_host(pairs)
+
+
+def check(box, seed, steps, rounds, kinds=tuple(TROUBLES), seconds=None):
+    """Starts host and mount. Returns how much was done."""
+    troubles = Troubles(box, seed, kinds)
+    box.start_host()
+    mount = writable(box, "--no-thumbnails")
+    mount.allowed_errors.append("^error ")
+    troubles.expect_clock(mount)
+    trees = Trees(box, kinds)
+    count = 0
+    for number in turns(-(-rounds // AT_ONCE), seconds):
+        some = AT_ONCE if seconds else min(AT_ONCE, rounds - number * AT_ONCE)
+        trees.batch(seed + count, steps, some, troubles)
+        count += some
+    return f"{count} rounds of {steps} operations, all answers equal; {troubles.told()}"
 
 
 def run(box, arguments):
-    box.start_host()
-    writable(box, "--no-thumbnails")
-    check(box, arguments.seed, arguments.steps, arguments.rounds)
+    told = check(box, arguments.seed, arguments.steps, arguments.rounds, arguments.troubles, arguments.seconds)
     box.finish()
-    return f"{arguments.rounds} rounds of {arguments.steps} operations, all answers equal"
+    return told
 
 
 def main():
-    parser = arguments_of(__doc__)
+    parser = arguments_of(__doc__, troubles=TROUBLES)
+    add_seconds(parser)
     parser.add_argument("--steps", type=int, default=1000)
     parser.add_argument("--rounds", type=int, default=20)
     return prove(parser, run)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Both sides change the same few names at the same time, at random.
 
-    twosided.py --tulo PATH [--seed N] [--seeds N] [--steps N] [--at-once N]
+    twosided.py --tulo PATH [--seed N] [--seeds N] [--seconds N] [--steps N] [--at-once N]
 
 A program in the mount and one in the host's folder write, save, rename, move folders into each other
 and remove, each without waiting for the other. Once it is quiet both trees are the same, and every
@@ -19,7 +19,7 @@ sys.path.insert(0, str(HERE))
 sys.dont_write_bytecode = True
 
 from harness import Failure, expect  # noqa: E402
-from proof import arguments_of, prove  # noqa: E402
+from proof import add_seconds, arguments_of, prove, turns  # noqa: E402
 from sides import Pair  # noqa: E402
 from writing import settled, status, writable  # noqa: E402
 
@@ -34,41 +34,48 @@ def quiet(box):
     expect(now["needsAttention"] == 0, f"changes were refused: {now['changes']}")
 
 
-def check(box, seed, seeds, steps, at_once):
-    """Runs the seeds, some at a time; how many operations succeeded."""
-    aside = box.file("aside")
-    os.makedirs(aside, exist_ok=True)
-    done, failures = 0, []
-    for first in range(seed, seed + seeds, at_once):
-        pairs = [Pair(box, each, aside) for each in range(first, min(first + at_once, seed + seeds))]
-        for pair in pairs:
-            pair.wait_until_shown()
-        threads = [threading.Thread(target=pair.run, args=(lambda tried: tried < steps,))
-                   for pair in pairs]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-        quiet(box)
-        for pair in pairs:
-            failures += pair.verdict()
-        done += sum(side.done for pair in pairs for side in pair.sides)
-    if failures:
-        raise Failure("\n\n".join([f"{len(failures)} of {seeds} seeds", *failures]))
-    return done
+def at_once_of(box, seed, seeds, steps):
+    """Some seeds at a time; how many operations succeeded, and what was amiss."""
+    pairs = [Pair(box, seed + number, box.file("aside")) for number in range(seeds)]
+    for pair in pairs:
+        pair.wait_until_shown()
+    threads = [threading.Thread(target=pair.run, args=(lambda tried: tried < steps,))
+               for pair in pairs]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    quiet(box)
+    done = sum(side.done for pair in pairs for side in pair.sides)
+    return done, [each for pair in pairs for each in pair.verdict()]
+
+
+def check(box, seed, seeds, steps, at_once, seconds=None):
+    """Runs the seeds; how many there were, and how many operations succeeded."""
+    os.makedirs(box.file("aside"), exist_ok=True)
+    done, count = 0, 0
+    for number in turns(-(-seeds // at_once), seconds):
+        some = at_once if seconds else min(at_once, seeds - number * at_once)
+        more, wrong = at_once_of(box, seed + count, some, steps)
+        done, count = done + more, count + some
+        if wrong:
+            raise Failure("\n\n".join([f"after {count - some} seeds {len(wrong)} of {some}", *wrong]))
+    return count, done
 
 
 def run(box, arguments):
     box.start_host()
     mount = writable(box, "--no-thumbnails")
     mount.allowed_errors.append(HAPPENS)
-    done = check(box, arguments.seed, arguments.seeds, arguments.steps, arguments.at_once)
+    count, done = check(box, arguments.seed, arguments.seeds, arguments.steps, arguments.at_once,
+                        arguments.seconds)
     box.finish()
-    return f"{arguments.seeds} seeds, {done} operations, both sides equal and nothing lost"
+    return f"{count} seeds, {done} operations, both sides equal and nothing lost"
 
 
 def main():
     parser = arguments_of(__doc__)
+    add_seconds(parser)
     parser.add_argument("--seeds", type=int, default=20)
     parser.add_argument("--steps", type=int, default=25, help="of each side")
     parser.add_argument("--at-once", type=int, default=4, help="how many seeds at a time")

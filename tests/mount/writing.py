@@ -24,13 +24,19 @@ def remove_index(box):
             os.unlink(os.path.join(box.container, name))
 
 
+def _refuse_shortage(error):
+    """A folder that cannot be listed for want of descriptors is not an empty one."""
+    if error.errno in (errno.EMFILE, errno.ENFILE):
+        raise error
+
+
 def tree(root, elsewhere=None):
     """Every folder (None) and file (its bytes) below root.
 
     `elsewhere`: a list for the names of files whose bytes only the host has, which is not there.
     """
     result = {}
-    for folder, folders, files in os.walk(root):
+    for folder, folders, files in os.walk(root, onerror=_refuse_shortage):
         if HOSTS_OWN in folders:
             folders.remove(HOSTS_OWN)
         for name in folders:

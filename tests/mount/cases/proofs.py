@@ -19,34 +19,26 @@ SEED = random.randrange(10**6)
 
 @case
 def killed_at_some_points(box):
-    box.start_host()
     crash.Crash(box, SEED, False).run(["push.marked", "push.answered", "doubt.ended"], 1)
 
 
 @case
 def killed_with_its_host(box):
-    box.start_host()
-    crash.Crash(box, SEED, True).run([], 2)
+    crash.Crash(box, SEED, True, crash.TROUBLES).run([], 2)
 
 
 @case
 def one_file_against_a_model(box):
-    box.start_host()
-    writable(box, "--no-thumbnails")
     fsx.check(box, SEED, 500, 2)
 
 
 @case
 def a_tree_against_an_ordinary_folder(box):
-    box.start_host()
-    writable(box, "--no-thumbnails")
     trees.check(box, SEED, 300, 3)
 
 
 @case
 def many_processes_over_a_few_names(box):
-    box.start_host()
-    writable(box, "--no-thumbnails")
     racer.check(box, SEED, 2, 4)
 
 
@@ -70,4 +62,4 @@ def power_cuts(box):
 
 @case
 def a_long_queue_without_a_host(box):
-    backlog.Backlog(box, 1000).run()
+    backlog.Backlog(box, 1000, seed=SEED).run()
