@@ -19,7 +19,6 @@ from writing import tree
 
 FILES = ["a.txt", "b.txt", "c"]
 FOLDERS = ["d", "e"]
-RESCUED = "Recovered files"
 # What a program may be told while the other side changes the same names.
 EXPECTED = {errno.ENOENT, errno.EEXIST, errno.ENOTDIR, errno.EISDIR, errno.ENOTEMPTY, errno.EINVAL,
             errno.ESTALE, errno.EBUSY, errno.ELOOP}
