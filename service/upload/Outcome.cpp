@@ -23,6 +23,9 @@ void Outcome::acknowledged(const Plan& plan, const platform::ItemPointer& item) 
   });
   if (clean != kNoContent) parts_.files.forgetName(clean);
   parts_.notifier.queue({attributesChanged(plan.node.id)});
+  // The host may answer with a folder that it has already, and that nobody here has looked into.
+  const bool isNewFolder = plan.kind == Plan::Kind::create && plan.node.kind == NodeKind::folder;
+  if (isNewFolder) relisting_.want(plan.node.id);
 }
 
 void Outcome::removed(NodeId id) {

@@ -44,6 +44,17 @@ TEST_F(OutcomeTest, RenamedHereAndDeletedThereIsGone) {
   EXPECT_FALSE(change(id));
 }
 
+// As if it had come there while this one was made, and the host answered with it.
+TEST_F(OutcomeTest, WhatAMadeFolderHasAtTheHostIsShown) {
+  const NodeId folder = makeFolder("d");
+  list(folder);
+  extension->scriptMutation(
+      {.after = [this] { extension->file("i:1", "there.txt", "x", "new:1"); }});
+  push();
+  EXPECT_EQ(row(folder)->identifier, "new:1");
+  EXPECT_TRUE(eventually([&] { return named("there.txt", folder) != kNoNode; }));
+}
+
 TEST_F(OutcomeTest, QuotaIsTriedAgainForEverAndShown) {
   const NodeId id = makeFile("a.txt", "hello");
   extension->scriptMutations(ScriptedExtension::MutationScript{
