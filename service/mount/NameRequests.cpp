@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -147,11 +148,12 @@ void NameRequests::rename(fuse_req_t request, NodeId folder, const char* name, N
                           const char* newName, unsigned flags) {
   guarded(request, [&] {
     if (refuseLongName(request, newName)) return;
+    const Renaming renaming{folder, name, newFolder, newName, flags};
+    // Asked so, nothing is replaced.
+    if ((flags & (RENAME_EXCHANGE | RENAME_NOREPLACE)) != 0) return rename(request, renaming);
     // What would be replaced must be known to be empty.
     whenListed(request, newFolder, newName,
-               [this, request, renaming = Renaming{folder, name, newFolder, newName, flags}] {
-                 rename(request, renaming);
-               });
+               [this, request, renaming] { rename(request, renaming); });
   });
 }
 

@@ -140,6 +140,18 @@ TEST_F(NameRequestsTest, NamesAreExchangedOrNotReplacedIfThatIsAskedFor) {
   EXPECT_EQ(named("two"), one);
 }
 
+TEST_F(NameRequestsTest, WhatReplacesNothingNeedsNoListing) {
+  const NodeId file = makeFile("file", "x");
+  extension->folder("d", "Folder");
+  list();
+  const NodeId folder = named("Folder");
+  extension->setListingError(unreachable());
+  EXPECT_EQ(move("file", "Folder", RENAME_NOREPLACE), EEXIST);
+  EXPECT_EQ(move("file", "Folder", RENAME_EXCHANGE), 0);
+  EXPECT_EQ(named("file"), folder);
+  EXPECT_EQ(named("Folder"), file);
+}
+
 TEST_F(NameRequestsTest, NothingGetsATooLongName) {
   const std::string name(256, 'n');
   makeFile("file", "x");
