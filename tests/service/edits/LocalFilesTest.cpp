@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "service/errors/ContentError.h"
+#include "tests/service/support/DescriptorShortage.h"
 #include "tests/service/support/FilesFixture.h"
 
 namespace tulo::test {
@@ -22,6 +23,15 @@ TEST_F(LocalFilesTest, AFileIsOpenAsSoonAsItIsMadeForAProgram) {
   EXPECT_EQ(files().find(made.entry.id), nullptr);
   push();
   EXPECT_EQ(hostContents("a"), "hello");
+}
+
+TEST_F(LocalFilesTest, NothingIsOpenOfAFileThatCouldNotBeOpened) {
+  const NodeId id = downloaded("i:1", "a", "base");
+  {
+    const DescriptorShortage shortage(0);
+    EXPECT_EQ(files().open(id).error, EMFILE);
+  }
+  EXPECT_EQ(files().find(id), nullptr);
 }
 
 TEST_F(LocalFilesTest, NothingIsOpenOfAFileThatCouldNotBeMade) {
