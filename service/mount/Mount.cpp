@@ -1,8 +1,9 @@
 #include "service/mount/Mount.h"
 
-#include <poll.h>
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -10,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/linux/FileDescriptor.h"
 #include "service/mount/Handlers.h"
 #include "service/mount/KernelCaches.h"
 #include "service/mount/KernelRequests.h"
@@ -50,11 +52,14 @@ std::string resolved(const std::string& path) {
   return error ? path : result.string();
 }
 
-// Whether the kernel has closed the connection. Unmounting then only gives back what the session
-// has.
-bool hasEnded(int connection) {
-  pollfd polled{connection, 0, 0};
-  return ::poll(&polled, 1, 0) == 1 && (polled.revents & POLLERR) != 0;
+// Lets go of the connection, and leaves in its place what tells libfuse that it has ended.
+bool endConnection(int connection) {
+  std::array<int, 2> ends = {};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return false;
+  // Nobody reads from the other one any more, which polling calls an error.
+  FileDescriptor(ends[0]).reset();
+  const FileDescriptor ended(ends[1]);
+  return ::dup3(ended.get(), connection, O_CLOEXEC) == connection;
 }
 
 }  // namespace
@@ -77,7 +82,10 @@ struct Mount::Session {
 
   ~Session() {
     handlers.stop();
-    if (isStillThere() || hasEnded(fuse_session_fd(fuse.get()))) fuse_session_unmount(fuse.get());
+    // By its path, unless the connection has ended: it only gives back what the session has then.
+    if (isStillThere() || endConnection(fuse_session_fd(fuse.get()))) {
+      fuse_session_unmount(fuse.get());
+    }
   }
 
   // It may be gone from there, and another one in its place.
