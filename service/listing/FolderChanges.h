@@ -26,6 +26,8 @@ class FolderChanges {
   // Whether the item, which is no child here, is one that this side has elsewhere or may be making
   // just now. If it was moved away or deleted here, the listing is what that is compared with.
   bool isOurs(const ItemRecord& item);
+  // The latter, as far as names tell.
+  bool isBeingMade(const ItemRecord& item);
 
   // The row of the item, which is no child here, if this side has moved it away.
   std::optional<Node> movedAway(const ItemRecord& item);
@@ -35,7 +37,6 @@ class FolderChanges {
 
  private:
   void add(std::vector<Change> changes);
-  bool isBeingMade(const ItemRecord& item);
   bool isElsewhere(const ItemRecord& item);
 
   ReplicaWriter& writer_;

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "service/base/Names.h"
@@ -69,6 +70,10 @@ class Sorter {
   void placeUnknown(const ItemRecord& item) {
     if (parts_.changes.isOurs(item)) {
       result_.incomplete = true;
+      // Only one of them can be what is being made here. Which one, the host has yet to say.
+      if (parts_.changes.isBeingMade(item) && !beingMade_.insert(item.filename).second) {
+        result_.outdated = true;
+      }
       followElsewhere(item);
     } else {
       result_.fresh.push_back(&item);
@@ -122,6 +127,7 @@ class Sorter {
   const SortParts& parts_;
   std::unordered_map<std::string_view, const Node*> known_;
   std::unordered_set<std::string_view> seen_;
+  std::unordered_set<std::string_view> beingMade_;  // names
   SortedListing result_;
 };
 

@@ -35,7 +35,7 @@ struct SortedListing {
   std::deque<ItemRecord> merged;
   // Something of the listing is not taken over, so the same listing is to be looked at again.
   bool incomplete = false;
-  bool outdated = false;  // some of it is newer here
+  bool outdated = false;  // some of it is newer here, or the host has yet to say what is ours
 };
 
 // What the sorting goes by.

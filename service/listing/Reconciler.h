@@ -28,8 +28,8 @@ class Reconciler {
 
   struct Result {
     Invalidations invalidations;  // what the kernel must be told
-    bool outdated = false;        // some of it was newer here, so the folder is to be listed again
-    std::vector<NodeId> relist;   // folders in it that are others at the host than before
+    bool outdated = false;  // some of it was newer here, or not told apart yet: to be listed again
+    std::vector<NodeId> relist;  // folders in it that are others at the host than before
   };
   struct Input {
     NodeId folder;

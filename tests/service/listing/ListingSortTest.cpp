@@ -107,6 +107,21 @@ TEST_F(ListingSortTest, WhatTheHostAcknowledgedMeanwhileIsLeftAsItIs) {
   EXPECT_TRUE(sorted.outdated);
 }
 
+TEST_F(ListingSortTest, OfSeveralThatMayBeBeingMadeHereAllButOneAreOthers) {
+  Change sent = *change(makeFile("b.txt", "x"));
+  sent.request.made(kNoContent, {root(), "b.txt"});
+  engine->replica().write(Durability::eventual,
+                          [&](ReplicaWriter& writer) { journal::put(writer, sent); });
+  extension->file("i:1", "b.txt", "x");
+  sort();
+  EXPECT_TRUE(sorted.incomplete);
+  EXPECT_FALSE(sorted.outdated);
+  extension->file("i:2", "b.txt", "from there");
+  sort();
+  EXPECT_TRUE(sorted.fresh.empty());
+  EXPECT_TRUE(sorted.outdated);
+}
+
 TEST_F(ListingSortTest, WhatWasMovedAwayHereIsNotNew) {
   const NodeId target = makeFolder("target");
   downloaded("i:1", "moved", "1");
