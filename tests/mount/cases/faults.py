@@ -1,5 +1,6 @@
 """What may go wrong around the service: an ill host, a full disk, a damaged database."""
 
+import contextlib
 import errno
 import os
 import pathlib
@@ -250,16 +251,23 @@ def emptied_when_full(box):
 FULL = "cannot|failed|full|space"
 
 
-def on_small_disk(box, prepare):
+@contextlib.contextmanager
+def away_afterwards(box):
+    """However it ends, nobody uses the disk any more that was made for the box, and it goes."""
     try:
-        prepare()
-        emptied_when_full(box)
+        yield
     finally:
         for process in box.processes:
             process.signal(9)
             process.process.wait()
         for path in (box.file("m"), box.state):
             LIBC.umount2(os.fsencode(path), MNT_DETACH)
+
+
+def on_small_disk(box, prepare):
+    with away_afterwards(box):
+        prepare()
+        emptied_when_full(box)
 
 
 @case
@@ -276,7 +284,7 @@ def an_ext4_full_to_the_last_byte(box):
 def a_listing_without_room(box):
     """A folder that was not listed yet says what is wrong, and so does the status."""
     small_disk(box, "60m")
-    try:
+    with away_afterwards(box):
         for i in range(3000):
             box.write("large/" + "n" * 200 + str(i))
         box.start_host()
@@ -297,19 +305,13 @@ def a_listing_without_room(box):
         eventually(lambda: not told(), "the status is well again")
         mount.unmount()
         box.mounts.pop()
-    finally:
-        for process in box.processes:
-            process.signal(9)
-            process.process.wait()
-        for path in (box.file("m"), box.state):
-            LIBC.umount2(os.fsencode(path), MNT_DETACH)
 
 
 @case
 def readers_on_a_small_disk(box):
     """Of twenty files three fit at a time: all are read. What never fits is refused at once."""
     small_disk(box, "140m")
-    try:
+    with away_afterwards(box):
         for i in range(20):
             box.write(f"f{i:02}", bytes([i]) * 20_000_000)
         box.write("large", bytes(200_000_000))
@@ -342,12 +344,6 @@ def readers_on_a_small_disk(box):
         expect_equal(here(), before, "what is in the cache")
         mount.unmount()
         box.mounts.pop()
-    finally:
-        for process in box.processes:
-            process.signal(9)
-            process.process.wait()
-        for path in (box.file("m"), box.state):
-            LIBC.umount2(os.fsencode(path), MNT_DETACH)
 
 
 def replica(box):
