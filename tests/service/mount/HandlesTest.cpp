@@ -16,6 +16,18 @@ class HandlesTest : public MountFixture {
     return answer.open_flags;
   }
 
+  // The node, open to be written to.
+  std::unique_ptr<OpenFile> openedIn(Handles& handles, NodeId node) {
+    std::unique_ptr<OpenFile> file = engine->contents().openAsIs(node);
+    EXPECT_EQ(handles.prepareToWrite(toWrite(), *file), 0);
+    return file;
+  }
+  static fuse_file_info toWrite() {
+    fuse_file_info info = {};
+    info.flags = O_RDWR;
+    return info;
+  }
+
   Passthrough passthrough;
 };
 
@@ -37,13 +49,9 @@ TEST_F(HandlesTest, TheKernelAsksWhenAFileIsClosedOnlyIfThereIsSomethingToWaitFo
 TEST_F(HandlesTest, AHandleIsTheFileUntilItIsDropped) {
   const NodeId node = makeFile("name", "x");
   Handles handles(writableParts(), passthrough);
-  fuse_file_info info = {};
-  info.flags = O_RDWR;
-  std::unique_ptr<OpenFile> file = engine->contents().openAsIs(node);
-  ASSERT_TRUE(file);
-  EXPECT_EQ(handles.prepareToWrite(info, *file), 0);
+  std::unique_ptr<OpenFile> file = openedIn(handles, node);
   OpenFile* const expected = file.get();
-  info = handles.give(nullptr, info, std::move(file));
+  const fuse_file_info info = handles.give(nullptr, toWrite(), std::move(file));
   EXPECT_EQ(&Handles::fileOf(info), expected);
   EXPECT_TRUE(engine->openFiles().isOpenForWriting(node));
   handles.drop(nullptr, info);
@@ -54,13 +62,8 @@ TEST_F(HandlesTest, AHandleIsTheFileUntilItIsDropped) {
 TEST_F(HandlesTest, WhatIsOpenAtTheEndIsDroppedOnce) {
   const NodeId node = makeFile("name", "");
   Handles handles(writableParts(), passthrough);
-  fuse_file_info info = {};
-  info.flags = O_RDWR;
-  std::unique_ptr<OpenFile> file = engine->contents().openAsIs(node);
-  ASSERT_TRUE(file);
-  ASSERT_EQ(handles.prepareToWrite(info, *file), 0);
+  const fuse_file_info info = handles.give(nullptr, toWrite(), openedIn(handles, node));
   ASSERT_EQ(engine->files().find(node)->write("12345", 5, 0), 5);
-  info = handles.give(nullptr, info, std::move(file));
   handles.dropAll();
   EXPECT_FALSE(engine->openFiles().isOpen(node));
   EXPECT_TRUE(eventually([&] { return row(node)->size == 5; }));

@@ -73,41 +73,36 @@ TEST_F(ProviderTest, StoppingEndsTheWaiting) {
   EXPECT_FALSE(answer.url);
 }
 
-TEST(LateAnswerTest, AFileThatComesAfterNobodyWaitsIsRemoved) {
-  const TemporaryDirectory directory;
-  const TemporaryDirectory contents;
-  const ContentStore store(contents.path(), directory.path(), {});
-  {
+class LateAnswerTest : public ::testing::Test {
+ protected:
+  // Asks for contents, and has the answer come after nobody waits for it any more.
+  void fetchTooLate(const ScriptedExtension::FetchScript& script = {}) {
     const auto extension = std::make_shared<ScriptedExtension>(directory.path());
     extension->file("i:1", "a.txt", "hello");
+    extension->scriptFetch(script);
     extension->holdFetches();
     Provider provider(extension, store);
     provider.stop();
     EXPECT_TRUE(provider.fetch("i:1").stopped);
     EXPECT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
+    // The provider's threads end with it, so the answer has come then.
     extension->releaseFetches();
   }
-  // The provider's threads have ended, so the answer has come.
+
+  const TemporaryDirectory directory;
+  const TemporaryDirectory contents;
+  const ContentStore store{contents.path(), directory.path(), {}};
+};
+
+TEST_F(LateAnswerTest, AFileThatComesAfterNobodyWaitsIsRemoved) {
+  fetchTooLate();
   EXPECT_TRUE(std::filesystem::is_empty(directory.file("fp-download")));
 }
 
-TEST(LateAnswerTest, AFileThatWasNotHandedOverStaysWhereItIs) {
-  const TemporaryDirectory directory;
-  const TemporaryDirectory contents;
+TEST_F(LateAnswerTest, AFileThatWasNotHandedOverStaysWhereItIs) {
   const TemporaryDirectory elsewhere;
-  const ContentStore store(contents.path(), directory.path(), {});
   writeFile(elsewhere.file("thesis.odt"), "hello");
-  {
-    const auto extension = std::make_shared<ScriptedExtension>(directory.path());
-    extension->file("i:1", "a.txt", "hello");
-    extension->scriptFetch({.path = elsewhere.file("thesis.odt")});
-    extension->holdFetches();
-    Provider provider(extension, store);
-    provider.stop();
-    EXPECT_TRUE(provider.fetch("i:1").stopped);
-    EXPECT_TRUE(eventually([&] { return extension->heldFetches() == 1; }));
-    extension->releaseFetches();
-  }
+  fetchTooLate({.path = elsewhere.file("thesis.odt")});
   EXPECT_EQ(readFile(elsewhere.file("thesis.odt")), "hello");
 }
 
