@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "platform/linux/Mutex.h"

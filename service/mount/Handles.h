@@ -8,7 +8,6 @@
 #include <unordered_map>
 
 #include "platform/linux/Mutex.h"
-
 #include "service/mount/Fuse.h"
 #include "service/mount/MountParts.h"
 #include "service/mount/Passthrough.h"

@@ -3,6 +3,7 @@
 // Conflicted copies were once named without regard to that. The host takes none of them, and
 // programs can neither open nor rename nor remove what they cannot name.
 //
+// Threads: at the start, before anything else uses the replica.
 // Errors: DatabaseError.
 #pragma once
 
